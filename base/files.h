@@ -1,0 +1,61 @@
+// files.h - the file operations that the program's stores are made of. Paths are UTF-8 text.
+// Every file that it creates is for the user alone (0600), every folder too (0700). No function throws; any
+// thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/secret.h"
+
+namespace brickfall {
+
+// The folder that holds the user's own application data: the environment variable "LOCALAPPDATA", else
+// "XDG_DATA_HOME", else ".local/share" below "HOME", else ".". An empty variable counts as unset.
+std::string UserDataFolder();
+
+// The whole content, or nothing when the file cannot be opened or read. No size limit.
+std::optional<std::string> ReadFile(const std::string& path);
+
+// The same for a file that may hold secrets: the content passes through wiped memory only.
+std::optional<SecretString> ReadSecretFile(const std::string& path);
+
+// A plain truncating write. False when the file cannot be opened or not all of it could be written.
+bool WriteFile(const std::string& path, std::string_view content);
+
+// Writes `temporary`, flushes it to the disk and moves it over `path` in one step, so that a reader sees the
+// old content or the new, whole. On failure `path` is as it was. A write that fails leaves the temporary
+// file, a move that fails removes it.
+bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content);
+
+// Creates the folder with all its parents; true when it is there afterwards.
+bool MakeFolders(const std::string& path);
+
+bool FileExists(const std::string& path);
+
+// Removes a file; true when it is gone afterwards.
+bool RemoveFile(const std::string& path);
+
+// Moves a file; where a rename is not possible (another file system), copies it and removes the old one.
+// False when the old file is still in place.
+bool MoveFile(const std::string& from, const std::string& to);
+
+// An exclusive lock of the first byte of a file between processes. It blocks until granted, without a
+// time-out, and ends with the process that holds it, however that ends.
+class ByteLock {
+  public:
+    ByteLock() = default;
+    ~ByteLock() { Release(); }
+    ByteLock(const ByteLock&) = delete;
+    ByteLock& operator=(const ByteLock&) = delete;
+
+    // Opens or creates the file and waits for the byte. False when the file or the lock cannot be had.
+    bool Acquire(const std::string& path);
+    void Release();
+
+  private:
+    int file_ = -1;
+};
+
+}  // namespace brickfall

@@ -1,0 +1,52 @@
+#include "base/workers.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace brickfall {
+namespace {
+
+struct WorkerCount {
+    std::mutex mutex;
+    std::condition_variable all_ended;
+    int running = 0;  // guarded by mutex
+};
+
+WorkerCount& worker_count = *new WorkerCount;
+std::atomic<bool> inline_workers = false;
+
+}  // namespace
+
+void StartWorker(std::function<void()> body) {
+    if (inline_workers.load()) {
+        body();
+        return;
+    }
+    {
+        const std::lock_guard lock(worker_count.mutex);
+        ++worker_count.running;
+    }
+    std::thread([body = std::move(body)]() mutable {
+        body();
+        body = nullptr;  // what the body owns is gone before the worker counts as ended
+        const std::lock_guard lock(worker_count.mutex);
+        if (--worker_count.running == 0) worker_count.all_ended.notify_all();
+    }).detach();
+}
+
+int WorkersRunning() {
+    const std::lock_guard lock(worker_count.mutex);
+    return worker_count.running;
+}
+
+void WaitForWorkers() {
+    std::unique_lock lock(worker_count.mutex);
+    worker_count.all_ended.wait(lock, [] { return worker_count.running == 0; });
+}
+
+void SetInlineWorkers(bool run_inline) { inline_workers.store(run_inline); }
+
+}  // namespace brickfall

@@ -1,0 +1,44 @@
+// flows.h - connect, enter, record and unbind: the checks on the main thread, the worker, and what becomes of
+// its result. Everything here runs on the main thread but the workers' bodies.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "game/run_control.h"
+
+namespace brickfall {
+
+enum PayKind : int { kPayEnter = 1, kPayRecord = 2, kPayReport = 3 };
+
+// A worker's result text; empty pointer when it is missing. Whoever receives it owns it.
+using ResultText = std::unique_ptr<std::string>;
+
+// What the flows ask of the driver, beside what a run asks.
+struct FlowDriver {
+    RunDriver run;
+    std::function<bool(std::string_view title, std::string_view question)> confirm;  // OK and Cancel
+    std::function<void()> refresh_wallet_labels;
+    std::function<void()> start_pot_refresh;
+    std::function<void()> start_board_load;
+    // Called on a worker; each brings the text to OnConnectResult or OnPayResult on the main thread.
+    std::function<void(ResultText)> post_connect_done;
+    std::function<void(PayKind, ResultText)> post_pay_done;
+};
+
+void OnConnectClicked(RunControl& run, const FlowDriver& driver);
+void OnPlayClicked(RunControl& run, const FlowDriver& driver);
+void OnRecordClicked(RunControl& run, const FlowDriver& driver);
+void OnUnbindClicked(RunControl& run, const FlowDriver& driver);
+void OnConnectResult(RunControl& run, const FlowDriver& driver, ResultText result);
+void OnPayResult(RunControl& run, const FlowDriver& driver, PayKind kind, ResultText result);
+void SetBusy(RunControl& run, const FlowDriver& driver, bool on);
+
+bool IsFrozen(std::string& note);  // blocks for up to 14 s
+
+// The first run of 64 hex digits in a text, or empty text.
+std::string FindTxid(std::string_view text);
+
+}  // namespace brickfall

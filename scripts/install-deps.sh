@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs what the build needs from Debian, and only what is missing.
+# As root with apt-get, else through sudo; where neither is possible it names the packages and stops.
+set -euo pipefail
+
+packages=(
+  g++ cmake ninja-build ccache pkg-config
+  clang clang-format libclang-rt-14-dev
+  libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libcpp-httplib-dev
+  libgtest-dev libbenchmark-dev librapidcheck-dev
+  ca-certificates openssl
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  [ "$status" = "install ok installed" ] || missing+=("$package")
+done
+[ "${#missing[@]}" -gt 0 ] || exit 0
+
+if ! command -v apt-get >/dev/null 2>&1; then
+  echo "install-deps: this is no Debian system; please install: ${missing[*]}" >&2
+  exit 1
+fi
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  if ! command -v sudo >/dev/null 2>&1; then
+    echo "install-deps: neither root nor sudo; please install: ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
+echo "install-deps: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

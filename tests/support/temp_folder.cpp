@@ -1,0 +1,24 @@
+#include "tests/support/temp_folder.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace brickfall {
+
+TempFolder::TempFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "brickfall-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = name;
+}
+
+TempFolder::~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+TempUserData::TempUserData() { ::setenv("LOCALAPPDATA", folder_.Path().c_str(), 1); }
+
+TempUserData::~TempUserData() { ::setenv("LOCALAPPDATA", "/nonexistent-brickfall-test", 1); }
+
+}  // namespace brickfall

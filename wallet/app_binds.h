@@ -1,0 +1,29 @@
+// app_binds.h - which wallet this installation of the cabinet uses.
+// BindAtStart runs on the main thread before any worker; the others run on any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace brickfall {
+
+// Fills the binding state: who this app is, and the wallet id that its bind file, or a store of one wallet,
+// gives.
+void BindAtStart(std::string_view instance, std::string_view app_name);
+
+std::string SanitizeBindName(std::string_view text);
+std::string BindFilePath();   // creates the folder
+std::string BoundWalletId();  // reads the file afresh
+void WriteBind(std::string_view wallet_id);
+void ClearBind();    // deletes the bind file and forgets the wallet id
+bool IsConnected();  // a bound hd wallet whose file loads
+
+// The binding state; each read and write of it is guarded, so these give copies.
+bool AppMode();
+std::string AppName();
+std::string AppInstance();
+std::string WalletId();  // the active wallet id, empty when none
+void SetWalletId(std::string_view wallet_id);
+void ResetBindingForTest();  // as before BindAtStart
+
+}  // namespace brickfall

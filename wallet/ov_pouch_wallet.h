@@ -1,0 +1,75 @@
+// ov_pouch_wallet.h - the one wallet of the process: its state, its lock and its file.
+// wallet_mutex guards WalletKeys and every cache that hangs on it. It is recursive, since the operations that
+// hold it call one another. Lock order: wallet_mutex, then the paymail registry's or the store's lock.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/secret.h"
+#include "wallet/key_derivation.h"
+
+namespace brickfall {
+
+struct OrdOwnedEntry {
+    std::string origin;
+    std::string txid;
+    int32_t vout = 0;
+    std::string type;
+    std::string address;
+    std::string name;
+    std::string icon;
+    bool hidden = false;
+    bool created = true;
+};
+
+struct ContactEntry {
+    std::string dest;
+    std::string note;
+};
+
+struct WalletKeys {
+    bool is_hd = false;
+    SecretString mnemonic;  // exactly as stored
+    std::array<uint8_t, 64> seed{};
+    bool seed_cached = false;
+    ExtendedKey master;
+    bool master_cached = false;
+    SecretString priv;  // key of the current receive address
+    std::string pub;
+    std::string address;  // the current receive address
+    std::string identity_pub;
+    std::string identity_address;
+    std::array<uint32_t, 6> recv{};  // entry a is the counter of account a'
+    uint32_t show = 0;               // index of the current receive address, never above recv[1]
+    bool backup = false;
+    std::string paymail;  // local part, no "@"
+    std::string ord_avatar;
+    std::vector<OrdOwnedEntry> ord_owned;
+    std::vector<ContactEntry> contacts;
+};
+
+using WalletLock = std::unique_lock<std::recursive_mutex>;
+
+extern std::recursive_mutex& wallet_mutex;
+extern WalletKeys& wallet_keys;  // guarded by wallet_mutex
+
+// Caller holds wallet_mutex for these four.
+bool LoadWallet();  // true when a wallet is in memory; cheap after the first success
+bool SaveWallet();  // hd only; true when the file was written
+void ReloadWalletHints();
+void ClearWalletState();  // wipes every secret and empties every per-wallet cache
+
+// These two take it.
+bool WalletSummary(std::string& address, std::string& paymail,
+                   bool& is_hd);  // paymail with its domain, or empty
+std::string CurrentAddress();
+
+std::string WalletFilePath();
+std::string NormalizeContactDest(std::string_view text);
+
+}  // namespace brickfall

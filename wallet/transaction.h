@@ -1,0 +1,57 @@
+// transaction.h - builds and signs a transaction from candidate inputs and wanted outputs. Pure functions;
+// any thread.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/secret.h"
+#include "wallet/encodings.h"
+
+namespace brickfall {
+
+struct PayOutput {
+    int64_t value = 0;  // satoshis; 0 is what a data output has
+    ByteBuffer script;
+};
+
+struct SpendInput {
+    std::string txid;  // display byte order
+    uint32_t vout = 0;
+    int64_t value = 0;
+    ByteBuffer script_sig;  // empty until signed
+    SecretString priv;      // empty: the wallet's current key
+    std::string pub;        // empty: the wallet's current public key
+    Hash160 hash{};         // owner of the spent output; meaningful when priv is not empty
+};
+
+inline constexpr uint8_t kSigHashAllForkId = 0x41;
+
+// Version 1, lock time 0, all integers little-endian. The skeleton form counts each script_sig as the one
+// length byte 0x6B with nothing behind it. Empty when an id is no 32 bytes.
+ByteBuffer SerializeTx(std::span<const SpendInput> inputs, std::span<const PayOutput> outputs, bool skeleton);
+
+// Takes candidates in their order until amount and fee are covered, and adds change as the last output.
+// `candidates` becomes the chosen inputs. The fee is one satoshi a byte of the skeleton form. On false
+// `error` says why.
+bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput>& outputs,
+                      const Hash160& change_hash, std::span<const PayOutput> wanted, int64_t& fee,
+                      std::string& error);
+
+// Writes input.script_sig: the BIP143 digest with the fork id flag 0x41. `input` must be an element of
+// `inputs`.
+bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
+               const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex);
+
+// ECDSA over a 32-byte digest, DER, with s in the lower half of the order and a fresh random nonce.
+bool SignDigest(std::string_view private_hex, std::span<const uint8_t, 32> digest, ByteBuffer& der);
+
+// OP_FALSE OP_RETURN and one push of the payload.
+ByteBuffer DataCarrierScript(std::string_view payload);
+
+std::string TxidOf(std::span<const uint8_t> raw);  // display byte order
+
+}  // namespace brickfall

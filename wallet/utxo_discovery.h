@@ -1,0 +1,100 @@
+// utxo_discovery.h - which outputs the wallet's addresses hold, from the services' listings, from memory, and
+// from the program's own transactions that no indexer has seen yet. All state is guarded by wallet_mutex,
+// held by the caller; only the network operations run without it.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "wallet/encodings.h"
+#include "wallet/ov_pouch_wallet.h"
+
+namespace brickfall {
+
+struct Utxo {
+    std::string txid;  // 64 hex digits, display byte order, case as the service wrote it
+    uint32_t vout = 0;
+    int64_t value = 0;  // satoshis, above 0
+};
+
+struct PendingOutput {
+    std::string txid;
+    uint32_t vout = 0;
+    int64_t value = 0;
+    SecretString priv;  // empty: the wallet's current key
+    std::string pub;    // empty: the wallet's current public key
+    Hash160 hash{};
+};
+
+struct UtxoCacheEntry {
+    std::string address;
+    std::vector<Utxo> utxos;  // in spending order
+    int64_t fetched_at = 0;   // monotonic nanoseconds
+    bool valid = false;
+};
+
+struct AddressRefresh {
+    std::string address;
+    std::vector<Utxo> utxos;
+    bool ok = false;
+    std::set<std::string> guard_keys;
+    bool guard_ok = false;
+    bool complete = false;
+};
+
+// Guarded by wallet_mutex.
+extern std::vector<UtxoCacheEntry>& utxo_cache;
+extern std::vector<PendingOutput>& pending_outputs;
+extern std::unordered_set<std::string>& spent_set;  // outpoint keys; filled by the spend guard
+
+std::string OutpointKey(std::string_view txid, uint32_t vout);  // lower(txid) ":" vout
+std::string FlipTxidHex(std::string_view txid);                 // bytes reversed; empty unless 64 characters
+bool IsSpent(std::string_view txid, uint32_t vout);             // in either byte order
+
+// Both sides have `txid` and `vout`; equal in either byte order.
+template <typename A, typename B>
+bool SameOutpoint(const A& a, const B& b);
+bool SameOutpointText(std::string_view txid_a, std::string_view txid_b);  // the ids alone
+
+bool ParseUtxoList(const nlohmann::json& document, std::vector<Utxo>& list);
+
+// Network, without wallet_mutex needed.
+bool FetchUtxos(const std::string& address, std::vector<Utxo>& list, std::string& error,
+                bool* complete = nullptr);
+void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list);
+bool TxVisible(std::string_view txid);
+bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list);
+void FetchRefreshRecords(std::vector<AddressRefresh>& records,
+                         bool with_ordinals);  // one thread a record, all joined
+
+void WalletAddresses(std::vector<std::string>& list);
+std::string WalletCacheId();
+
+void StoreUtxoList(const std::string& address, const std::vector<Utxo>& list, bool ok, bool merge);
+void PruneCacheOfSpent();
+void PrunePending(const std::string& address, const std::vector<Utxo>& list);
+void AddToCache(const std::string& address, const Utxo& utxo);
+bool CachedUtxos(std::string_view address, std::vector<Utxo>& list, bool& valid);
+const UtxoCacheEntry* FindCacheEntry(std::string_view address);
+bool IsCacheFresh(std::string_view address);
+void ApplyRefresh(const std::vector<AddressRefresh>& records);  // takes wallet_mutex
+
+// Both release the caller's hold around their network work and take it back; it must be held exactly once.
+bool EnsureUtxoCache(WalletLock& lock, std::string& error);
+void RescanPlainOutputs(WalletLock& lock);
+
+int64_t SpendableBalance();  // satoshis of the current address, or -1
+
+void ClearUtxoState();  // cache, pending list and spent set
+
+template <typename A, typename B>
+bool SameOutpoint(const A& a, const B& b) {
+    return a.vout == b.vout && SameOutpointText(a.txid, b.txid);
+}
+
+}  // namespace brickfall
