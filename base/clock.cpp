@@ -33,6 +33,8 @@ const Clock& Current() { return *installed_clock.load(std::memory_order_acquire)
 
 }  // namespace
 
+const Clock& SystemClock() { return kSystemClock; }
+
 void InstallClock(const Clock* clock) {
     installed_clock.store(clock != nullptr ? clock : &kSystemClock, std::memory_order_release);
 }

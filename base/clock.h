@@ -14,6 +14,8 @@ struct Clock {
     void* self;
 };
 
+const Clock& SystemClock();
+
 // Makes `clock` the one that the functions below read. It must outlive every later call; nullptr installs the
 // system's clock, which is also the one at program start.
 void InstallClock(const Clock* clock);

@@ -1,0 +1,445 @@
+// headless.cpp - the whole paid loop without a window: connect, claim, pay, play, record, read back.
+// It drives the same flows as the cabinet, supplies the operations that they ask of a driver, and prints what
+// happens. Exit 0 only when every step held; 1 with the step and the reason; 2 for a wrong command line.
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "base/workers.h"
+#include "board/watch_reader.h"
+#include "deployment/deployment.h"
+#include "game/flows.h"
+#include "game/week.h"
+#include "messages/row.h"
+#include "messages/verification.h"
+#include "net/http_client.h"
+#include "tools/autopilot.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/pay_drivers.h"
+#include "wallet/shared_store.h"
+#include "wallet/status_refresh.h"
+#include "wallet/utxo_discovery.h"
+
+namespace brickfall {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr uint64_t kShowTicks = 4'000;     // played to win; after that the autopilot lets the balls go
+constexpr uint64_t kMaxTicks = 200'000;    // a run that does not end by then is a fault
+constexpr int64_t kPlayMoney = 100'000;    // satoshis put into a wallet that cannot pay for a run
+constexpr int64_t kEnoughForARun = 6'000;  // entry, record and their fees
+constexpr char kControlUrl[] = "https://control.sandbox.test";
+
+struct StepFailed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+void Require(bool held, const std::string& why) {
+    if (!held) throw StepFailed(why);
+}
+
+std::string Grouped(int64_t number) {
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3 + (number < 0 ? 1u : 0u);) {
+        at -= 3;
+        digits.insert(at, ",");
+    }
+    return digits;
+}
+
+std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
+
+void Say(std::string_view line) { std::printf("     %.*s\n", static_cast<int>(line.size()), line.data()); }
+
+void SayField(std::string_view name, std::string_view value) {
+    std::printf("     %-14.*s %.*s\n", static_cast<int>(name.size()), name.data(),
+                static_cast<int>(value.size()), value.data());
+}
+
+// What the workers bring to the main thread.
+class MainQueue {
+  public:
+    void Post(std::function<void()> task) {
+        const std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+        posted_.notify_one();
+    }
+
+    void RunWhile(const std::function<bool()>& go_on) {
+        while (go_on()) {
+            std::unique_lock lock(mutex_);
+            posted_.wait(lock, [this] { return !tasks_.empty(); });
+            const std::function<void()> task = std::move(tasks_.front());
+            tasks_.pop_front();
+            lock.unlock();
+            task();
+        }
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable posted_;
+    std::deque<std::function<void()>> tasks_;  // guarded by mutex_
+};
+
+MainQueue& main_queue = *new MainQueue;  // workers may outlive main
+
+// The system's clock, but that the wall clock of a run moves only by what is played: a run takes no real
+// time.
+class RunClock {
+  public:
+    RunClock() : clock_(SystemClock()) {
+        clock_.self = &tick_ms_;
+        clock_.tick_ms = [](void* self) { return *static_cast<const uint64_t*>(self); };
+        InstallClock(&clock_);
+    }
+    ~RunClock() { InstallClock(nullptr); }
+    RunClock(const RunClock&) = delete;
+    RunClock& operator=(const RunClock&) = delete;
+
+    void PassOneTick() { tick_ms_ += static_cast<uint64_t>(kTickMs); }
+
+  private:
+    uint64_t tick_ms_ = 1'000;
+    Clock clock_;
+};
+
+class Session {
+  public:
+    explicit Session(std::string out_folder) : out_folder_(std::move(out_folder)) { MakeDriver(); }
+
+    void Run() {
+        Step("Connect", [this] { Connect(); });
+        Step("Name", [this] { ClaimName(); });
+        Step("Play money", [this] { TakePlayMoney(); });
+        Step("Enter", [this] { Enter(); });
+        Step("Play", [this] { Play(); });
+        Step("Record", [this] { Record(); });
+        Step("Read back", [this] { ReadBack(); });
+        Step("Who holds what", [this] { Holdings(); });
+        if (!out_folder_.empty()) Step("Files", [this] { WriteFiles(); });
+    }
+
+  private:
+    void MakeDriver();
+    void Step(const std::string& title, const std::function<void()>& body);
+    void Connect();
+    void ClaimName();
+    void TakePlayMoney();
+    void Enter();
+    void Play();
+    void Record();
+    void ReadBack();
+    void Holdings();
+    void WriteFiles();
+    int64_t WalletHolds();
+    void WaitForFlow() {
+        main_queue.RunWhile([this] { return run_.busy; });
+    }
+
+    const std::string out_folder_;
+    RunClock clock_;
+    int step_ = 0;
+    RunControl run_;
+    FlowDriver driver_;
+    std::string last_status_;
+    bool left_held_ = false;
+    bool right_held_ = false;
+    int64_t balance_at_start_ = 0;
+    int64_t balance_entered_ = 0;
+    int64_t balance_at_end_ = 0;
+    Json recorded_row_;
+};
+
+void Session::MakeDriver() {
+    RunDriver& run = driver_.run;
+    run.set_status = [this](std::string_view text) {
+        last_status_ = text;
+        SayField("status line", text);
+    };
+    run.enable_control = [](int, bool) {};
+    run.invalidate_well = [] {};
+    run.invalidate_record_button = [] {};
+    run.refresh_layout = [] { return CellSize{32, 32}; };
+    run.start_heartbeat = [] {};
+    run.focus_main = [] {};
+    run.main_has_focus = [] { return true; };
+    run.any_tool_window_open = [] { return false; };
+    run.play_effect = [](std::span<const int>, std::span<const int>) {};
+    run.record_local_score = [](const std::string&) {};
+    run.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_held_ : right_held_; };
+    driver_.confirm = [](std::string_view, std::string_view question) {
+        const std::size_t line = question.find('\n');
+        SayField("asked", question.substr(0, line));
+        SayField("answered", "OK");
+        return true;
+    };
+    // The labels, the pot and the board belong to a window; the last two steps read the chain instead.
+    driver_.refresh_wallet_labels = [] {};
+    driver_.start_pot_refresh = [] {};
+    driver_.start_board_load = [] {};
+    driver_.post_connect_done = [this](ResultText result) {
+        auto shared = std::make_shared<ResultText>(std::move(result));
+        main_queue.Post([this, shared] { OnConnectResult(run_, driver_, std::move(*shared)); });
+    };
+    driver_.post_pay_done = [this](PayKind kind, ResultText result) {
+        auto shared = std::make_shared<ResultText>(std::move(result));
+        main_queue.Post([this, kind, shared] { OnPayResult(run_, driver_, kind, std::move(*shared)); });
+    };
+}
+
+void Session::Step(const std::string& title, const std::function<void()>& body) {
+    std::printf("\n %d.  %s\n", ++step_, title.c_str());
+    try {
+        body();
+    } catch (const StepFailed& failure) {
+        throw StepFailed("step " + std::to_string(step_) + " (" + title + "): " + failure.what());
+    }
+    std::fflush(stdout);
+}
+
+void Session::Connect() {
+    if (IsConnected()) {
+        Say("This cabinet is bound to a wallet already.");
+    } else {
+        OnConnectClicked(run_, driver_);
+        WaitForFlow();
+        Require(IsConnected(), last_status_);
+    }
+    SayField("wallet", WalletDisplayName(WalletId()) + " (" + WalletId() + ")");
+    SayField("address", CurrentAddress());
+}
+
+void Session::ClaimName() {
+    const StatusResult status = StatusRefresh();
+    Require(status.chain_ok, "no listing of the wallet's outputs could be read");
+    const std::string handle = PublishedHandle();
+    Require(!handle.empty(), "the wallet has no paymail name");
+    const std::string name = handle.substr(0, handle.find('@'));
+    std::string identity;
+    {
+        const WalletLock lock(wallet_mutex);
+        identity = wallet_keys.identity_pub;
+    }
+    SayField("claimed", handle);
+    SayField("identity key", identity);
+    Require(LookupIdentityKey(name, handle) == identity,
+            "the paymail host publishes another key for " + handle);
+    Say("The paymail host publishes this key for this name.");
+}
+
+// The sum over the wallet's addresses, as the services list them now.
+int64_t Session::WalletHolds() {
+    std::vector<std::string> addresses;
+    {
+        const WalletLock lock(wallet_mutex);
+        Require(LoadWallet(), "the wallet does not load");
+        WalletAddresses(addresses);
+    }
+    int64_t sum = 0;
+    for (const std::string& address : addresses) {
+        std::vector<Utxo> outputs;
+        std::string error;
+        Require(FetchUtxos(address, outputs, error), "listing of " + address + ": " + error);
+        for (const Utxo& output : outputs) sum += output.value;
+    }
+    return sum;
+}
+
+void Session::TakePlayMoney() {
+    if (const int64_t held = WalletHolds(); held < kEnoughForARun) {
+        const std::string request = Json{{"address", CurrentAddress()}, {"satoshis", kPlayMoney}}.dump();
+        std::string response;
+        std::string error;
+        Require(HttpPostJson(std::string(kControlUrl) + "/fund", request, response, error, 10, 1),
+                "the sandbox gives no play money: " + error);
+        const Json answer = Json::parse(response, nullptr, false);
+        SayField("added", Satoshis(kPlayMoney) + ", transaction " + JsonString(answer, "txid"));
+        StatusRefresh();
+    }
+    balance_at_start_ = WalletHolds();
+    SayField("balance", Satoshis(balance_at_start_));
+}
+
+void Session::Enter() {
+    OnPlayClicked(run_, driver_);
+    WaitForFlow();
+    Require(run_.mode == kModePlaying && IsTxidText(run_.enter_txid), last_status_);
+    balance_entered_ = WalletHolds();
+    const int64_t fee = balance_at_start_ - balance_entered_ - kArcadeHouseSats - kArcadePotSats;
+    SayField("frozen", "no: the identity may play");
+    SayField("to the house", Satoshis(kArcadeHouseSats));
+    SayField("to the pot", Satoshis(kArcadePotSats));
+    SayField("fee", Satoshis(fee));
+    SayField("transaction", run_.enter_txid);
+    SayField("balance", Satoshis(balance_entered_));
+    Require(fee > 0, "the wallet's balance does not fit the payment");
+}
+
+void Session::Play() {
+    uint64_t ticks = 0;
+    for (; run_.mode == kModePlaying && ticks < kMaxTicks; ++ticks) {
+        clock_.PassOneTick();
+        OnTimer(run_, driver_.run);
+        const AutopilotKeys keys = ticks < kShowTicks ? AutopilotPlay(run_.game) : AutopilotLose(run_.game);
+        const auto edge = [this](GameKey key, bool& held, bool wanted) {
+            if (held == wanted) return;
+            held = wanted;
+            wanted ? OnKeyDown(run_, driver_.run, key, false) : OnKeyUp(run_, driver_.run, key);
+        };
+        edge(GameKey::kLeft, left_held_, keys.left);
+        edge(GameKey::kRight, right_held_, keys.right);
+        if (keys.serve) OnKeyDown(run_, driver_.run, GameKey::kSpace, false);
+    }
+    Require(run_.mode == kModeGameOver, "the run did not end");
+    SayField("ticks", Grouped(static_cast<int64_t>(run_.sim_clock_ms / kTickMs)) + " of 16 ms, " +
+                          std::to_string(run_.sim_clock_ms / 1000) + " s of play");
+    SayField("level", std::to_string(run_.game.level));
+    SayField("score", Grouped(run_.final_score));
+    SayField("tape", Grouped(static_cast<int64_t>(run_.tape.events.size())) + " events");
+    SayField("seal", TapeHash(TapeToHex(run_.tape)));
+}
+
+void Session::Record() {
+    OnRecordClicked(run_, driver_);
+    WaitForFlow();
+    Require(run_.mode == kModeRecorded && IsTxidText(run_.record_txid), last_status_);
+    balance_at_end_ = WalletHolds();
+    const int64_t fee = balance_entered_ - balance_at_end_ - kMarkerSats;
+    SayField("marker", Satoshis(kMarkerSats));
+    SayField("fee", Satoshis(fee));
+    SayField("transaction", run_.record_txid);
+    SayField("balance", Satoshis(balance_at_end_));
+    Require(fee > 0, "the wallet's balance does not fit the payment");
+}
+
+void Session::ReadBack() {
+    Json transaction;
+    const bool fetched = FetchJson(std::string(kApiBaseUrl) + "/oi/tx/" + run_.record_txid, transaction) ||
+                         FetchJson(std::string(kChainApiBaseUrl) + "/tx/" + run_.record_txid, transaction);
+    Require(fetched, "the recorded transaction cannot be read");
+    Require(FindScorePayload(transaction, recorded_row_), "the recorded transaction carries no score row");
+    Require(VerifyMessage(recorded_row_), "the row read back does not verify");
+    const std::string tape = TapeToHex(run_.tape);
+    Require(JsonInt(recorded_row_, "score") == run_.final_score, "the row has another score");
+    Require(JsonString(recorded_row_, "entry") == run_.enter_txid, "the row names another entry");
+    Require(JsonString(recorded_row_, "tape") == tape, "the row has another tape");
+    Require(JsonString(recorded_row_, "tape_hash") == TapeHash(tape), "the row has another seal");
+    SayField("player", JsonString(recorded_row_, "paymail"));
+    SayField("score", Grouped(JsonInt(recorded_row_, "score")));
+    SayField("week of", std::to_string(JsonInt(recorded_row_, "week")));
+    Say("Signature, published key, entry, tape and seal: all as they should be.");
+}
+
+void Session::Holdings() {
+    const std::pair<const char*, std::string> parties[] = {{"the house", kArcadeHouseAddress},
+                                                           {"this week's pot", kArcadePotAddress},
+                                                           {"watch address", kArcadeWatchAddress}};
+    SayField("player before", Satoshis(balance_at_start_));
+    SayField("player after", Satoshis(balance_at_end_));
+    for (const auto& [name, address] : parties) {
+        std::vector<Utxo> outputs;
+        std::string error;
+        Require(FetchUtxos(address, outputs, error), std::string("listing of ") + name + ": " + error);
+        int64_t sum = 0;
+        for (const Utxo& output : outputs) sum += output.value;
+        SayField(name, Satoshis(sum));
+    }
+}
+
+void Session::WriteFiles() {
+    Json answer;
+    Require(FetchJson(std::string(kControlUrl) + "/transactions", answer) && answer.is_object() &&
+                answer.contains("transactions"),
+            "the sandbox does not give its transactions");
+    const std::optional<SecretString> wallet = ReadSecretFile(WalletFilePath());
+    Require(wallet.has_value(), "the wallet's file cannot be read");
+    const Json run = {{"score", run_.final_score},
+                      {"level", run_.game.level},
+                      {"ticks", run_.sim_clock_ms / kTickMs},
+                      {"tape", TapeToHex(run_.tape)},
+                      {"tape_hash", TapeHash(TapeToHex(run_.tape))}};
+    const auto write = [this](const char* name, std::string_view content) {
+        const std::string path = out_folder_ + "/" + name;
+        Require(WriteFile(path, content), "cannot write " + path);
+        Say(path);
+    };
+    Require(MakeFolders(out_folder_), "cannot make the folder " + out_folder_);
+    write("transactions.json", answer["transactions"].dump(2));
+    write("wallet.json", *wallet);
+    write("row.json", DumpRow(recorded_row_));
+    write("run.json", run.dump(2));
+}
+
+int64_t PeakMemoryKb() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) return std::strtoll(line.c_str() + 6, nullptr, 10);
+    }
+    return -1;
+}
+
+int Main(const std::string& out_folder) {
+    // The executable's folder is the working folder and, as the installation's key, names its bind.
+    const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+    if (::chdir(folder.c_str()) != 0) throw StepFailed("cannot enter " + folder);
+    BindAtStart(folder, "Brickfall");
+    StartNetwork();
+    {
+        const std::lock_guard lock(wallet_sink_mutex);
+        wallet_log_hook = [](std::string_view text) { SayField("Pouch", Trim(text)); };
+    }
+    std::printf("Brickfall without a window: one paid run, with play money\n");
+    std::string failure;
+    try {
+        Session(out_folder).Run();
+    } catch (const StepFailed& failed) {
+        failure = failed.what();
+    }
+    WaitForWorkers();
+    StopNetwork();
+    if (!failure.empty()) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "\nFailed at %s\n", failure.c_str());
+        return 1;
+    }
+    std::printf("\nAll of it held. Peak memory %.1f MB.\n", static_cast<double>(PeakMemoryKb()) / 1024);
+    return 0;
+}
+
+}  // namespace
+}  // namespace brickfall
+
+int main(int count, char** arguments) {
+    std::string out_folder;
+    for (int i = 1; i < count; ++i) {
+        const std::string argument = arguments[i];
+        if (argument == "--out" && i + 1 < count) {
+            out_folder = std::filesystem::absolute(arguments[++i]).string();
+        } else {
+            std::fprintf(stderr, "headless: bad argument \"%s\"; usage: headless [--out DIR]\n",
+                         argument.c_str());
+            return 2;
+        }
+    }
+    try {
+        return brickfall::Main(out_folder);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "headless: %s\n", failure.what());
+        return 1;
+    }
+}
