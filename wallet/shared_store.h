@@ -40,7 +40,14 @@ std::vector<WalletInfo> ListWallets();
 std::string WalletDisplayName(std::string_view wallet_id);
 void SetWalletName(std::string_view wallet_id, std::string_view name);
 
-// A JSON file of the store, read leniently: null when it is missing, unreadable or does not parse.
+// A JSON file of the store, read leniently: null when it is missing, unreadable, does not parse or nests
+// deeper than any file of the store does.
 nlohmann::json ReadStoreJson(const std::string& path);
+
+// The text at a key; empty when `object` is none, the key is missing or holds something else.
+std::string StoreText(const nlohmann::json& object, const char* key);
+
+// The text of a JSON file for people: indent of 2, bytes that are no UTF-8 replaced, no newline at the end.
+std::string StoreDump(const nlohmann::json& document);
 
 }  // namespace brickfall

@@ -1,0 +1,159 @@
+#include "wallet/connect_handshake.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "wallet/app_binds.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/shared_store.h"
+#include "wallet/status_refresh.h"
+
+namespace brickfall {
+
+std::mutex& wallet_sink_mutex = *new std::mutex;
+WalletHook& wallet_log_hook = *new WalletHook;
+WalletHook& wallet_event_hook = *new WalletHook;
+
+namespace {
+
+using nlohmann::json;
+
+constexpr char kFieldSeparator = '\x1f';
+
+std::mutex& pouch_desktop_mutex = *new std::mutex;
+PouchDesktop& pouch_desktop = *new PouchDesktop;  // guarded by pouch_desktop_mutex, called outside it
+
+void CallHook(const WalletHook& hook, std::string_view text) {
+    WalletHook current;
+    {
+        const std::lock_guard lock(wallet_sink_mutex);
+        current = hook;
+    }
+    if (current) current(text);
+}
+
+std::string ConnectError(std::string text) {
+    EmitWalletEvent("error", {text});
+    return text;
+}
+
+std::string ConnectFolder() { return StoreRoot() + "/connect"; }
+
+bool UsableWalletThere() {
+    const WalletLock lock(wallet_mutex);
+    if (WalletId().empty() || !LoadWallet()) return false;
+    PublishWalletState();
+    return true;
+}
+
+// "ok" or "denied", or "pending" when the minute has passed.
+std::string WaitForReply(std::string_view request_id) {
+    std::string reply = "pending";
+    for (int poll = 0; poll < kConnectPollCount && reply == "pending"; ++poll) {
+        SleepMs(kConnectPollMs);
+        reply = ReadConnectReply(request_id);
+    }
+    return reply;
+}
+
+std::string OpenApprovedWallet() {
+    WalletLock lock(wallet_mutex);
+    ClearWalletState();
+    if (!LoadWallet()) {
+        lock.unlock();
+        return ConnectError("error: approved, but the wallet would not load.");
+    }
+    PublishWalletState();
+    WalletLog("Connected to Pouch wallet " + WalletDisplayName(WalletId()) + "\n");
+    return "success";
+}
+
+}  // namespace
+
+void InstallPouchDesktop(PouchDesktop desktop) {
+    const std::lock_guard lock(pouch_desktop_mutex);
+    pouch_desktop = std::move(desktop);
+}
+
+std::string ConnectToPouch() {
+    if (!AppMode()) return ConnectError("error: connect is for apps, not the Pouch vault.");
+    if (UsableWalletThere()) return "success";
+    const std::string request_id = WriteConnectRequest();
+    if (request_id.empty()) return ConnectError("error: could not write connect request.");
+    RaisePouch();  // a request also waits for a Pouch that the player starts by hand
+    EmitWalletEvent("connect-pending", {"Approve the connect in Pouch."});
+    WalletLog("Waiting for Pouch to approve this app...\n");
+    const std::string reply = WaitForReply(request_id);
+    if (reply == "denied") {
+        EmitWalletEvent("connect-denied", {"denied"});
+        return ConnectError("error: connect denied in Pouch.");
+    }
+    if (reply == "pending") {
+        EmitWalletEvent("connect-denied", {"timeout"});
+        return ConnectError("error: Pouch did not approve in time. Open Pouch.exe and try Connect again.");
+    }
+    return OpenApprovedWallet();
+}
+
+std::string UnbindWallet() {
+    const WalletLock lock(wallet_mutex);
+    if (AppMode()) ClearBind();
+    ClearWalletState();
+    EmitWalletEvent("status");
+    WalletLog("This app is no longer connected to a Pouch wallet.\n");
+    return "success";
+}
+
+std::string WriteConnectRequest() {
+    if (!AppMode()) return {};
+    const std::string folder = ConnectFolder();
+    MakeFolders(folder);
+    const std::string id = NewStoreId();
+    const json document = {
+        {"id", id}, {"app", AppName()}, {"instance", AppInstance()}, {"ts", UnixSeconds()}};
+    return WriteFile(folder + "/" + id + ".req.json", StoreDump(document)) ? id : std::string();
+}
+
+std::string ReadConnectReply(std::string_view request_id) {
+    if (request_id.empty()) return "denied";
+    const std::string path = ConnectFolder() + "/" + std::string(request_id) + ".rep.json";
+    if (!FileExists(path)) return "pending";
+    const json reply = ReadStoreJson(path);
+    if (!reply.is_object() || reply.value("ok", json()) != json(true)) return "denied";
+    if (const auto wallet_id = reply.find("wallet_id"); wallet_id != reply.end()) {
+        if (!wallet_id->is_string()) return "denied";
+        WriteBind(wallet_id->get<std::string>());
+    }
+    return "ok";
+}
+
+bool RaisePouch() {
+    PouchDesktop desktop;
+    {
+        const std::lock_guard lock(pouch_desktop_mutex);
+        desktop = pouch_desktop;
+    }
+    if (desktop.raise_window && desktop.raise_window(kPouchWindowClass)) return true;
+    if (!desktop.executable_folder || !desktop.start_program) return false;
+    const std::string folder = desktop.executable_folder();
+    const std::string program = folder + "/" + kPouchExecutable;
+    return FileExists(program) && desktop.start_program(program, folder);
+}
+
+void WalletLog(std::string_view text) { CallHook(wallet_log_hook, text); }
+
+void EmitWalletEvent(std::string_view kind, std::initializer_list<std::string_view> fields) {
+    std::vector<std::string_view> used(fields);
+    while (!used.empty() && used.back().empty()) used.pop_back();
+    std::string line = "[OV-POUCH]";
+    (line += kFieldSeparator) += kind;
+    for (const std::string_view field : used) (line += kFieldSeparator) += field;
+    EmitTaggedLine(line);
+}
+
+void EmitTaggedLine(std::string_view line) { CallHook(wallet_event_hook, line); }
+
+}  // namespace brickfall
