@@ -1,0 +1,268 @@
+#include "wallet/transaction.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <utility>
+
+#include "base/text.h"
+#include "wallet/curve.h"
+
+namespace brickfall {
+namespace {
+
+constexpr uint32_t kTxVersion = 1;
+constexpr uint32_t kTxLockTime = 0;
+constexpr uint32_t kFinalSequence = 0xFFFFFFFF;
+constexpr uint8_t kSkeletonScriptLength = 107;  // a signature and a compressed key, counted but not written
+constexpr std::size_t kSkeletonInputBytes = 32 + 4 + 1 + 4;
+constexpr std::size_t kChangeOutputBytes = 8 + 1 + 25;
+
+constexpr uint8_t kOpFalse = 0;
+constexpr uint8_t kOpReturn = 106;
+
+void AppendBytes(ByteBuffer& out, std::span<const uint8_t> bytes) {
+    out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+// The id in the byte order of the chain, and the index. False for an id that is no 32 bytes.
+bool AppendOutpoint(ByteBuffer& out, const SpendInput& input) {
+    const ByteBuffer id = HexDecode(input.txid);
+    if (id.size() != 32) return false;
+    out.insert(out.end(), id.rbegin(), id.rend());
+    AppendU32Le(out, input.vout);
+    return true;
+}
+
+void AppendOutput(ByteBuffer& out, const PayOutput& output) {
+    AppendU64Le(out, static_cast<uint64_t>(output.value));
+    AppendVarInt(out, output.script.size());
+    AppendBytes(out, output.script);
+}
+
+std::size_t VarIntSize(std::size_t value) {
+    ByteBuffer bytes;
+    AppendVarInt(bytes, value);
+    return bytes.size();
+}
+
+// The length of a skeleton with `input_count` inputs, without making one for each candidate tried.
+std::size_t SkeletonSize(std::size_t input_count, std::size_t output_list_bytes) {
+    return 4 + VarIntSize(input_count) + input_count * kSkeletonInputBytes + output_list_bytes + 4;
+}
+
+std::size_t OutputListSize(std::span<const PayOutput> outputs) {
+    std::size_t size = VarIntSize(outputs.size());
+    for (const PayOutput& output : outputs) {
+        size += 8 + VarIntSize(output.script.size()) + output.script.size();
+    }
+    return size;
+}
+
+int64_t FeeOf(std::size_t skeleton_size) { return std::max<int64_t>(static_cast<int64_t>(skeleton_size), 1); }
+
+// Amounts are never negative here, so the unsigned sum of two of them cannot wrap.
+uint64_t Sum(int64_t a, int64_t b) { return static_cast<uint64_t>(a) + static_cast<uint64_t>(b); }
+
+bool Fits(int64_t total, int64_t value) { return value <= std::numeric_limits<int64_t>::max() - total; }
+
+// False for an output that cannot be paid, and for amounts whose sum is no amount any more.
+bool AddUpOutputs(std::span<const PayOutput> outputs, int64_t& total) {
+    total = 0;
+    for (const PayOutput& output : outputs) {
+        if (output.value < 0 || output.script.empty() || !Fits(total, output.value)) return false;
+        total += output.value;
+    }
+    return true;
+}
+
+// Moves candidates over, in their order, until amount, fee and a change output are covered.
+std::vector<SpendInput> ChooseInputs(std::vector<SpendInput>& candidates, std::size_t output_list_bytes,
+                                     int64_t total_out, int64_t& chosen_total) {
+    std::vector<SpendInput> chosen;
+    chosen_total = 0;
+    for (SpendInput& candidate : candidates) {
+        const bool usable =
+            IsTxidText(candidate.txid) && candidate.value >= 0 && Fits(chosen_total, candidate.value);
+        if (!usable) continue;
+        chosen_total += candidate.value;
+        chosen.push_back(std::move(candidate));
+        const int64_t fee = FeeOf(SkeletonSize(chosen.size(), output_list_bytes) + kChangeOutputBytes);
+        if (static_cast<uint64_t>(chosen_total) >= Sum(total_out, fee)) break;
+    }
+    return chosen;
+}
+
+bool ForkIdDigest(const SpendInput& input, std::span<const SpendInput> inputs,
+                  std::span<const PayOutput> outputs, const Hash160& owner_hash, Hash256& digest) {
+    ByteBuffer outpoints;
+    ByteBuffer sequences;
+    for (const SpendInput& each : inputs) {
+        if (!AppendOutpoint(outpoints, each)) return false;
+        AppendU32Le(sequences, kFinalSequence);
+    }
+    ByteBuffer output_bytes;
+    for (const PayOutput& each : outputs) AppendOutput(output_bytes, each);
+
+    const ByteBuffer script_code = P2pkhScript(owner_hash);
+    ByteBuffer preimage;
+    AppendU32Le(preimage, kTxVersion);
+    AppendBytes(preimage, Sha256Twice(outpoints));
+    AppendBytes(preimage, Sha256Twice(sequences));
+    if (!AppendOutpoint(preimage, input)) return false;
+    AppendVarInt(preimage, script_code.size());
+    AppendBytes(preimage, script_code);
+    AppendU64Le(preimage, static_cast<uint64_t>(input.value));
+    AppendU32Le(preimage, kFinalSequence);
+    AppendBytes(preimage, Sha256Twice(output_bytes));
+    AppendU32Le(preimage, kTxLockTime);
+    AppendU32Le(preimage, kSigHashAllForkId);
+    digest = Sha256Twice(preimage);
+    return true;
+}
+
+// A key with both halves in place, or nullptr for a scalar outside the group's range.
+EcKeyPtr MakeSigningKey(std::string_view private_hex) {
+    std::array<uint8_t, 32> bytes{};
+    const WipeAtExit wipe(bytes);
+    if (!HexDecodeSecret(private_hex, bytes)) return nullptr;
+
+    const EC_GROUP* group = Secp256k1();
+    const BignumPtr scalar(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
+    if (!scalar || BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group)) >= 0) {
+        return nullptr;
+    }
+    BN_set_flags(scalar.get(), BN_FLG_CONSTTIME);
+
+    EcKeyPtr key(EC_KEY_new());
+    const EcPointPtr point(EC_POINT_new(group));
+    const bool made = key && point && EC_KEY_set_group(key.get(), group) == 1 &&
+                      EC_POINT_mul(group, point.get(), scalar.get(), nullptr, nullptr, nullptr) == 1 &&
+                      EC_KEY_set_private_key(key.get(), scalar.get()) == 1 &&
+                      EC_KEY_set_public_key(key.get(), point.get()) == 1;
+    return made ? std::move(key) : nullptr;
+}
+
+// Of the two valid values s and order - s the network takes the lower one only.
+bool PutLowS(ECDSA_SIG* signature) {
+    const BIGNUM* order = EC_GROUP_get0_order(Secp256k1());
+    const BignumPtr half(BN_new());
+    if (!half || BN_rshift1(half.get(), order) != 1) return false;
+    const BIGNUM* s = ECDSA_SIG_get0_s(signature);
+    if (BN_cmp(s, half.get()) <= 0) return true;
+
+    BignumPtr low_r(BN_dup(ECDSA_SIG_get0_r(signature)));
+    BignumPtr low_s(BN_new());
+    if (!low_r || !low_s || BN_sub(low_s.get(), order, s) != 1) return false;
+    if (ECDSA_SIG_set0(signature, low_r.get(), low_s.get()) != 1) return false;
+    static_cast<void>(low_r.release());  // the signature owns both now
+    static_cast<void>(low_s.release());
+    return true;
+}
+
+}  // namespace
+
+ByteBuffer SerializeTx(std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
+                       bool skeleton) {
+    ByteBuffer raw;
+    AppendU32Le(raw, kTxVersion);
+    AppendVarInt(raw, inputs.size());
+    for (const SpendInput& input : inputs) {
+        if (!AppendOutpoint(raw, input)) return {};
+        if (skeleton) {
+            raw.push_back(kSkeletonScriptLength);
+        } else {
+            AppendVarInt(raw, input.script_sig.size());
+            AppendBytes(raw, input.script_sig);
+        }
+        AppendU32Le(raw, kFinalSequence);
+    }
+    AppendVarInt(raw, outputs.size());
+    for (const PayOutput& output : outputs) AppendOutput(raw, output);
+    AppendU32Le(raw, kTxLockTime);
+    return raw;
+}
+
+bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput>& outputs,
+                      const Hash160& change_hash, std::span<const PayOutput> wanted, int64_t& fee,
+                      std::string& error) {
+    fee = 0;
+    error.clear();
+    outputs.assign(wanted.begin(), wanted.end());
+    if (outputs.empty()) {
+        error = "nothing to pay.";
+        return false;
+    }
+    int64_t total_out = 0;
+    if (!AddUpOutputs(outputs, total_out)) {
+        error = "invalid inscription output.";
+        return false;
+    }
+
+    int64_t chosen_total = 0;
+    candidates = ChooseInputs(candidates, OutputListSize(outputs), total_out, chosen_total);
+
+    const ByteBuffer skeleton = SerializeTx(candidates, outputs, /*skeleton=*/true);
+    if (skeleton.empty()) {
+        error = "failed to build transaction.";
+        return false;
+    }
+    fee = FeeOf(skeleton.size());
+    const auto chosen = static_cast<uint64_t>(chosen_total);
+    if (chosen > Sum(total_out, fee)) {
+        outputs.push_back({0, P2pkhScript(change_hash)});
+        fee = FeeOf(SkeletonSize(candidates.size(), OutputListSize(outputs)));
+        if (chosen > Sum(total_out, fee)) {
+            outputs.back().value = chosen_total - total_out - fee;
+        } else {
+            outputs.pop_back();  // too little for a change output; the fee stays as it was reckoned with one
+        }
+    }
+    if (chosen >= Sum(total_out, fee)) return true;
+    error = "insufficient funds. Need " + std::to_string(Sum(total_out, fee)) + " sats, you have " +
+            std::to_string(chosen_total) + " in your Pouch wallet.";
+    return false;
+}
+
+bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
+               const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex) {
+    Hash256 digest{};
+    ByteBuffer signature;
+    if (!ForkIdDigest(input, inputs, outputs, owner_hash, digest)) return false;
+    if (!SignDigest(private_hex, digest, signature)) return false;
+    signature.push_back(kSigHashAllForkId);
+    input.script_sig.clear();
+    AppendPushData(input.script_sig, signature);
+    AppendPushData(input.script_sig, HexDecode(public_hex));
+    return true;
+}
+
+bool SignDigest(std::string_view private_hex, std::span<const uint8_t, 32> digest, ByteBuffer& der) {
+    der.clear();
+    const EcKeyPtr key = MakeSigningKey(private_hex);
+    if (!key) return false;
+    const EcdsaSigPtr signature(ECDSA_do_sign(digest.data(), static_cast<int>(digest.size()), key.get()));
+    if (!signature || !PutLowS(signature.get())) return false;
+
+    const int length = i2d_ECDSA_SIG(signature.get(), nullptr);
+    if (length <= 0) return false;
+    der.resize(static_cast<std::size_t>(length));
+    uint8_t* place = der.data();
+    if (i2d_ECDSA_SIG(signature.get(), &place) == length) return true;
+    der.clear();
+    return false;
+}
+
+ByteBuffer DataCarrierScript(std::string_view payload) {
+    ByteBuffer script{kOpFalse, kOpReturn};
+    AppendPushData(script, AsBytes(payload));
+    return script;
+}
+
+std::string TxidOf(std::span<const uint8_t> raw) {
+    Hash256 hash = Sha256Twice(raw);
+    std::reverse(hash.begin(), hash.end());
+    return HexEncode(hash);
+}
+
+}  // namespace brickfall
