@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "base/files.h"
@@ -76,18 +77,19 @@ bool ReadRequest(const std::string& id, ConnectRequest& request) {
     return true;
 }
 
-void WriteReply(const std::string& id, const json& reply) {
+bool WriteReply(const ConnectAnswer& answer) {
+    json reply = {{"ok", answer.approved}};
+    if (!answer.wallet_id.empty()) reply["wallet_id"] = answer.wallet_id;
     // In one step: the cabinet takes a reply caught half-written for a refusal.
-    const std::string path = ConnectFolder() + "/" + id + std::string(kReplyEnd);
-    ReplaceFile(path, path + ".tmp", StoreDump(reply));
+    const std::string path = ConnectFolder() + "/" + answer.request_id + std::string(kReplyEnd);
+    return ReplaceFile(path, path + ".tmp", StoreDump(reply));
 }
 
-json ApprovalOrRefusal(bool approved, const WalletChoice& choose_wallet) {
-    if (!approved) return {{"ok", false}};
-    const std::optional<std::string> wallet_id = choose_wallet();
-    if (!wallet_id) return {{"ok", false}};
-    if (wallet_id->empty()) return {{"ok", true}};
-    return {{"ok", true}, {"wallet_id", *wallet_id}};
+ConnectAnswer MakeAnswer(const std::string& request_id, bool approved, const WalletChoice& choose_wallet) {
+    if (!approved) return {request_id, false, {}};
+    std::optional<std::string> wallet_id = choose_wallet();
+    if (!wallet_id) return {request_id, false, {}};
+    return {request_id, true, std::move(*wallet_id)};
 }
 
 }  // namespace
@@ -144,16 +146,19 @@ std::set<std::string> OpenRequestIds() {
     return ids;
 }
 
-void AnswerRequests(std::set<std::string>& ignored, const RequestDecision& decide,
-                    const WalletChoice& choose_wallet) {
+std::vector<ConnectAnswer> AnswerRequests(std::set<std::string>& ignored, const RequestDecision& decide,
+                                          const WalletChoice& choose_wallet) {
+    std::vector<ConnectAnswer> answers;
     for (const std::string& id : OpenRequestIds()) {
         ConnectRequest request;
         if (ignored.contains(id) || !ReadRequest(id, request)) continue;
         const std::optional<bool> approved = decide(request);
         if (!approved) continue;
-        WriteReply(id, ApprovalOrRefusal(*approved, choose_wallet));
         ignored.insert(id);
+        ConnectAnswer answer = MakeAnswer(id, *approved, choose_wallet);
+        if (WriteReply(answer)) answers.push_back(std::move(answer));
     }
+    return answers;
 }
 
 }  // namespace brickfall

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brickfall {
 
@@ -33,12 +34,18 @@ std::set<std::string> OpenRequestIds();
 
 // nothing: no answer for now, the request comes again at the next look.
 using RequestDecision = std::function<std::optional<bool>(const ConnectRequest&)>;
-// The id of the wallet to name in an approval; nothing turns the approval into a refusal.
+// The wallet to name in an approval, empty text to name none; nothing turns the approval into a refusal.
 using WalletChoice = std::function<std::optional<std::string>()>;
 
+struct ConnectAnswer {
+    std::string request_id;
+    bool approved = false;
+    std::string wallet_id;
+};
+
 // Decides and answers each open request whose id is not in `ignored`, and adds it there. A request that is
-// still being written is left for the next look.
-void AnswerRequests(std::set<std::string>& ignored, const RequestDecision& decide,
-                    const WalletChoice& choose_wallet);
+// still being written is left for the next look. Gives the answers whose replies are in place.
+std::vector<ConnectAnswer> AnswerRequests(std::set<std::string>& ignored, const RequestDecision& decide,
+                                          const WalletChoice& choose_wallet);
 
 }  // namespace brickfall

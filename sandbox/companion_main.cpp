@@ -11,8 +11,9 @@
 //   --name NAME          the paymail name of a wallet that is created here
 //
 // A wallet that the store has already is used as it is. Requests from before the start are left alone. The
-// line "companion ready: ADDRESS" ("-" without a wallet) says that requests are watched. It ends on SIGTERM
-// and SIGINT with exit code 0; a wrong command line gives 2, a store that cannot be written 1.
+// line "companion ready: ADDRESS" ("-" without a wallet) says that requests are watched; each request and,
+// once its reply is in place, each answer has a line of its own. It ends on SIGTERM and SIGINT with exit code
+// 0; a wrong command line gives 2, a store that cannot be written 1.
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -22,6 +23,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/clock.h"
 #include "sandbox/companion.h"
@@ -125,10 +127,8 @@ std::optional<bool> AskOnTerminal() {
 std::optional<bool> Decide(Answer answer, const ConnectRequest& request) {
     PrintLine("connect request " + Printable(request.id) + ": " + Printable(request.app) + " in " +
               Printable(request.instance));
-    const std::optional<bool> approved =
-        answer == Answer::kAsk ? AskOnTerminal() : std::optional(answer == Answer::kApprove);
-    if (approved) PrintLine(*approved ? "approved" : "denied");
-    return approved;
+    if (answer == Answer::kAsk) return AskOnTerminal();
+    return answer == Answer::kApprove;
 }
 
 std::string CreateWallet(const CompanionOptions& options) {
@@ -158,9 +158,12 @@ int RunCompanion(const CompanionOptions& options) {
     const std::string address = wallet_id.empty() ? std::string() : CompanionAddress(wallet_id);
     PrintLine("companion ready: " + (address.empty() ? "-" : Printable(address)));
     while (!StopRequested()) {
-        AnswerRequests(
+        const std::vector<ConnectAnswer> answers = AnswerRequests(
             ignored, [&](const ConnectRequest& request) { return Decide(options.answer, request); },
             [&] { return ChooseWallet(options); });
+        for (const ConnectAnswer& answer : answers) {
+            PrintLine((answer.approved ? "approved " : "denied ") + Printable(answer.request_id));
+        }
         SleepMs(kLookMs);
     }
     return 0;

@@ -1,0 +1,228 @@
+#include "wallet/shared_store.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/files.h"
+#include "tests/support/child_process.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+const std::string kRegistryWriter = BRICKFALL_BINARY_DIR "/tests/registry_writer";
+
+class SharedStore : public ::testing::Test {
+  protected:
+    std::string Path(const std::string& name) const { return user_data_.Path() + "/Orvane/" + name; }
+    void Put(const std::string& name, std::string_view content) const {
+        ASSERT_TRUE(MakeFolders(Path("")));
+        ASSERT_TRUE(WriteFile(Path(name), content)) << name;
+    }
+    std::string Content(const std::string& name) const { return ReadFile(Path(name)).value_or("(none)"); }
+
+    const TempUserData user_data_;
+};
+
+std::vector<std::string> Described(const std::vector<WalletInfo>& wallets) {
+    std::vector<std::string> lines;
+    for (const WalletInfo& wallet : wallets) lines.push_back(wallet.id + "=" + wallet.name);
+    return lines;
+}
+
+TEST_F(SharedStore, ARegistryOfAnyBytesReadsAsAnObjectWithAListOfWallets) {
+    const std::string deep =
+        R"({"wallets": [{"id": "a"}], "x": )" + std::string(200'000, '[') + std::string(200'000, ']') + "}";
+    const struct {
+        const char* why;
+        std::string content;
+        std::vector<std::string> wallets;
+    } rows[] = {
+        {"empty file", "", {}},
+        {"an array", R"([{"id": "a"}])", {}},
+        {"cut short", R"({"wallets": [{"id": "a"}], "act)", {}},
+        {"text behind the object", R"({"wallets": [{"id": "a"}]} {})", {}},
+        {"no UTF-8", "{\"wallets\": [{\"id\": \"a\xff\"}]}", {}},
+        {"nested so deep that a copy would exhaust the stack", deep, {}},
+        {"wallets is an object", R"({"wallets": {"id": "a"}})", {}},
+        {"wallets is null", R"({"wallets": null})", {}},
+        {"whole", R"({"wallets": [{"id": "a", "name": "One"}, {"id": "b"}]})", {"a=One", "b=b"}},
+        {"elements and fields of other types",
+         R"({"wallets": [7, "a", null, [], {}, {"id": 5}, {"id": "", "name": "x"}, {"name": "y"},
+             {"id": "c", "name": 1e300}, {"id": "d", "name": ""}, {"id": "c", "name": "twice"}]})",
+         {"c=c", "d=d", "c=twice"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Put("wallets.json", row.content);
+        const json registry = ReadRegistry();
+        ASSERT_TRUE(registry.is_object());
+        EXPECT_TRUE(registry.at("wallets").is_array());
+        EXPECT_EQ(Described(ListWallets()), row.wallets);
+    }
+    EXPECT_EQ(WalletDisplayName("d"), "d") << "listed without a name";
+    EXPECT_EQ(WalletDisplayName("unlisted"), "unlisted");
+    RemoveFile(Path("wallets.json"));
+    EXPECT_TRUE(ListWallets().empty());
+}
+
+TEST_F(SharedStore, NamingAWalletKeepsEverythingElseOfTheRegistry) {
+    Put("wallets.json",
+        R"({"theme":{"dark":true},"active":"b","wallets":[{"id":"a","colour":3},4,{"id":"b"},{"id":"a"}]})");
+    SetWalletName("a", "anna");
+    const json expected = {{"theme", {{"dark", true}}},
+                           {"active", "b"},
+                           {"wallets",
+                            {{{"id", "a"}, {"colour", 3}, {"name", "anna"}},
+                             4,
+                             {{"id", "b"}},
+                             {{"id", "a"}, {"name", "anna"}}}}};
+    EXPECT_EQ(json::parse(Content("wallets.json")), expected);
+    EXPECT_EQ(WalletDisplayName("a"), "anna");
+
+    const std::string before = Content("wallets.json");
+    EXPECT_TRUE(before.starts_with("{\n  \"active\": \"b\",\n")) << "for people to read";
+    EXPECT_TRUE(before.ends_with("}\n"));
+    SetWalletName("", "nobody");
+    SetWalletName("a", "");
+    EXPECT_EQ(Content("wallets.json"), before);
+    // A device that is always full in the temporary file's place: the former list stays whole.
+    ASSERT_EQ(::symlink("/dev/full", Path("wallets.json.tmp").c_str()), 0);
+    SetWalletName("b", "berta");
+    EXPECT_EQ(Content("wallets.json"), before);
+    RemoveFile(Path("wallets.json.tmp"));
+
+    Put("wallets.json", "broken");
+    SetWalletName("unlisted", "x");
+    EXPECT_EQ(Content("wallets.json"), "{\n  \"wallets\": []\n}\n") << "the next write replaces it";
+}
+
+TEST_F(SharedStore, AnOldSingleWalletMovesOnceIntoTheListOfWallets) {
+    const ManualClock clock(1'700'000'000);
+    MigrateSingleWallet();
+    EXPECT_FALSE(FileExists(Path("wallets.json"))) << "nothing to move, nothing written";
+
+    Put("orvane_pouch.json", "the old wallet");
+    MigrateSingleWallet();
+    EXPECT_FALSE(FileExists(Path("orvane_pouch.json")));
+    EXPECT_EQ(Content("wallets/w1700000000000/wallet.json"), "the old wallet");
+    const json expected = {{"active", "w1700000000000"},
+                           {"wallets", {{{"id", "w1700000000000"}, {"name", "Wallet 1"}}}}};
+    EXPECT_EQ(json::parse(Content("wallets.json")), expected);
+
+    Put("orvane_pouch.json", "another");
+    MigrateSingleWallet();
+    EXPECT_EQ(Content("orvane_pouch.json"), "another") << "a store with wallets takes none over";
+    EXPECT_EQ(json::parse(Content("wallets.json")), expected);
+}
+
+TEST_F(SharedStore, AnOldWalletThatCannotMoveStaysAndIsListedAllTheSame) {
+    Put("orvane_pouch.json", "the old wallet");
+    Put("wallets", "a file in the folder's place");
+    MigrateSingleWallet();
+    EXPECT_EQ(Content("orvane_pouch.json"), "the old wallet");
+    EXPECT_EQ(ListWallets().size(), 1u);
+}
+
+TEST_F(SharedStore, TheLockOfTheFileEndsWithTheOutermostScope) {
+    const auto another_could_lock = [&] {
+        const int file = ::open(Path("wallets.lock").c_str(), O_RDWR);
+        EXPECT_GE(file, 0);
+        struct flock byte = {};
+        byte.l_type = F_WRLCK;
+        byte.l_whence = SEEK_SET;
+        byte.l_len = 1;
+        const bool locked = ::fcntl(file, F_OFD_SETLK, &byte) == 0;
+        ::close(file);
+        return locked;
+    };
+    {
+        const StoreLock outer;
+        EXPECT_FALSE(another_could_lock());
+        {
+            const StoreLock inner;
+            EXPECT_FALSE(another_could_lock());
+        }
+        EXPECT_TRUE(ListWallets().empty());  // takes the lock as well
+        EXPECT_FALSE(another_could_lock());
+    }
+    EXPECT_TRUE(another_could_lock());
+
+    // Without a lock file the lock of the process alone has to do.
+    ASSERT_TRUE(RemoveFile(Path("wallets.lock")));
+    ASSERT_TRUE(MakeFolders(Path("wallets.lock")));
+    Put("wallets.json", R"({"wallets": [{"id": "a"}]})");
+    SetWalletName("a", "anna");
+    EXPECT_EQ(WalletDisplayName("a"), "anna");
+}
+
+TEST_F(SharedStore, TwoProcessesThatRewriteTheRegistryLoseNoEntry) {
+    constexpr int kEntries = 1000;
+    ChildProcess one(kRegistryWriter, {"one", std::to_string(kEntries)});
+    ChildProcess two(kRegistryWriter, {"two", std::to_string(kEntries)});
+    EXPECT_EQ(one.Wait(), 0);
+    EXPECT_EQ(two.Wait(), 0);
+    std::set<std::string> ids;
+    for (const WalletInfo& wallet : ListWallets()) ids.insert(wallet.id);
+    EXPECT_EQ(ids.size(), 2u * kEntries);
+    EXPECT_FALSE(FileExists(Path("wallets.json.tmp")));
+}
+
+// Runs the writer up to its `stops`-th entry into, or return from, the kernel and kills it there. True when
+// it had ended before.
+bool RunAndKillAt(int stops) {
+    ChildProcess writer(kRegistryWriter, {"killed", "1", "stop"});
+    const pid_t pid = writer.Pid();
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid, &status, WUNTRACED), pid);
+    EXPECT_EQ(::ptrace(PTRACE_SEIZE, pid, nullptr, PTRACE_O_TRACESYSGOOD), 0);
+    writer.Signal(SIGCONT);
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    for (int i = 0; i < stops; ++i) {
+        EXPECT_EQ(::ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr), 0);
+        EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+        if (WIFSTOPPED(status)) continue;
+        writer.SetReaped();
+        return true;
+    }
+    return false;  // killed and reaped with the scope
+}
+
+TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
+    const std::string former = "{\n  \"wallets\": [\n    {\n      \"id\": \"a\"\n    }\n  ]\n}\n";
+    int without_entry = 0;
+    int with_entry = 0;
+    bool ended = false;
+    for (int stops = 0; !ended && stops < 2000 && !HasFailure(); ++stops) {
+        Put("wallets.json", former);
+        ended = RunAndKillAt(stops);
+        const json registry = json::parse(Content("wallets.json"), nullptr, false);
+        ASSERT_TRUE(registry.is_object()) << "killed at stop " << stops;
+        const std::vector<std::string> wallets =
+            Described(ListWallets());  // would wait for a lock left behind
+        if (wallets == std::vector<std::string>{"a=a"}) {
+            ++without_entry;
+        } else {
+            EXPECT_EQ(wallets, (std::vector<std::string>{"a=a", "killed0=n"})) << "killed at stop " << stops;
+            ++with_entry;
+        }
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_GT(without_entry, 20);
+    EXPECT_GT(with_entry, 1);
+}
+
+}  // namespace
+}  // namespace brickfall
