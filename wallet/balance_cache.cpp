@@ -1,0 +1,121 @@
+#include "wallet/balance_cache.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/json_numbers.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/shared_store.h"
+#include "wallet/utxo_discovery.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+// Guarded by wallet_mutex.
+int64_t last_balance = -1;
+int64_t spend_floor = -1;
+int64_t spend_at = 0;
+
+std::string FaceFolder() { return StoreRoot() + "/tx_hist"; }
+std::string FacePath() { return FaceFolder() + "/" + WalletCacheId() + "_face.json"; }
+
+// A service that has not seen the last payment yet still reports what it spent; for a while it is not
+// believed.
+int64_t ApplyHold(int64_t balance) {
+    const bool holding = last_balance >= 0 && spend_floor >= 0 && MonotonicNs() - spend_at < kSpendHoldNs;
+    return holding && balance - kSpendHoldMargin > spend_floor ? spend_floor : balance;
+}
+
+void Remember(int64_t balance) {
+    last_balance = balance;
+    WriteFaceBalance(balance);
+}
+
+int64_t HoldAndRemember(int64_t balance) {
+    balance = ApplyHold(balance);
+    Remember(balance);
+    return balance;
+}
+
+}  // namespace
+
+int64_t ReadBalance() {
+    const int64_t balance = SpendableBalance();
+    return balance < 0 ? balance : HoldAndRemember(balance);
+}
+
+void NoteSpend(int64_t spent) {
+    int64_t balance = SpendableBalance();
+    if (balance < 0) return;
+    if (last_balance >= 0 && spent >= 1) {
+        spend_floor = std::max<int64_t>(last_balance - spent, 0);
+        spend_at = MonotonicNs();
+        const bool too_low = balance < spend_floor - kSpendTolerance;
+        const bool too_high = balance - kSpendTolerance > last_balance;
+        if (too_low || too_high) balance = spend_floor;
+    } else {
+        balance = ApplyHold(balance);
+    }
+    Remember(balance);
+    constexpr char kSeparator = '\x1F';
+    EmitTaggedLine(std::string("[OV-BALANCE]") + kSeparator + std::to_string(balance) + kSeparator +
+                   WalletId());
+}
+
+void WriteFaceBalance(int64_t satoshis) {
+    if (satoshis < 0 || wallet_keys.address.empty()) return;
+    MakeFolders(FaceFolder());
+    const json face = {{"sats", satoshis}, {"address", wallet_keys.address}};
+    WriteFile(FacePath(), face.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+int64_t ReadFaceBalance(std::string_view address) {
+    if (address.empty()) return -1;
+    const json face = ReadStoreJson(FacePath());
+    if (StoreText(face, "address") != address) return -1;
+    const json* satoshis = FindJsonKey(face, "sats");
+    const std::optional<int64_t> value = satoshis != nullptr ? JsonExactInt64(*satoshis) : std::nullopt;
+    return std::max<int64_t>(value.value_or(-1), -1);
+}
+
+void ClearBalanceMemory() {
+    last_balance = -1;
+    spend_floor = -1;
+    spend_at = 0;
+}
+
+int64_t ReadShownBalance() {
+    int64_t balance = -1;
+    {
+        const WalletLock lock(wallet_mutex);
+        if (LoadWallet()) {
+            ReloadWalletHints();
+            balance = SpendableBalance();
+            if (balance >= 0) {
+                balance = HoldAndRemember(balance);
+            } else {
+                balance = last_balance >= 0 ? last_balance : ReadFaceBalance(wallet_keys.address);
+            }
+        }
+    }
+    return balance >= 0 ? balance : CachedBalance();
+}
+
+int64_t CachedBalance() {
+    std::string address, paymail;
+    bool is_hd = false;
+    if (!WalletSummary(address, paymail, is_hd) || address.empty()) return -1;
+    const WalletLock lock(wallet_mutex);
+    if (last_balance >= 0 && wallet_keys.address == address) return last_balance;
+    return ReadFaceBalance(address);
+}
+
+}  // namespace brickfall

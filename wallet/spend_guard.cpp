@@ -1,0 +1,452 @@
+#include "wallet/spend_guard.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "deployment/deployment.h"
+#include "net/http_client.h"
+#include "wallet/app_binds.h"
+#include "wallet/broadcast.h"
+#include "wallet/json_numbers.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/shared_store.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+struct OrdinalGuardEntry {
+    std::set<std::string> keys;  // outpoint keys of what the scan found to be an ordinal or a token
+    bool ok = false;             // the scan answered
+    int64_t scanned_at = 0;      // monotonic nanoseconds
+};
+
+// By address. Guarded by wallet_mutex, as are the two values below.
+std::unordered_map<std::string, OrdinalGuardEntry>& ordinal_guard =
+    *new std::unordered_map<std::string, OrdinalGuardEntry>;
+bool ordinals_outage = false;
+int64_t ordinals_outage_at = 0;
+
+constexpr int kOriginScanTimeoutSeconds = 10;
+constexpr int kTokenScanTimeoutSeconds = 12;
+constexpr int kRecoverTimeoutSeconds = 25;
+constexpr std::size_t kMaxReserveName = 64;
+
+json ParseBody(const std::string& body) { return json::parse(body, nullptr, /*allow_exceptions=*/false); }
+
+// The array of a listing, or null when it cannot be read as one.
+json FetchArray(const std::string& url, int timeout_seconds) {
+    std::string body, error;
+    if (!HttpGet(url, body, error, timeout_seconds)) return nullptr;
+    json document = ParseBody(body);
+    if (!document.is_array()) return nullptr;
+    return document;
+}
+
+// Reads the optional fields of a foreign object, and remembers whether one had the wrong JSON type.
+struct FieldReader {
+    const json& object;
+    bool wrong_type = false;
+
+    std::string Text(const char* key) {
+        const json* value = FindJsonKey(object, key);
+        if (value == nullptr) return {};
+        if (value->is_string()) return value->get<std::string>();
+        wrong_type = true;
+        return {};
+    }
+
+    int64_t Integer(const char* key, int64_t missing) {
+        const json* value = FindJsonKey(object, key);
+        if (value == nullptr) return missing;
+        if (value->is_number()) return JsonClampedInt64(*value);
+        wrong_type = true;
+        return missing;
+    }
+
+    std::optional<uint32_t> Index(const char* key) {
+        const json* value = FindJsonKey(object, key);
+        if (value == nullptr) return 0;
+        wrong_type = wrong_type || !value->is_number();
+        return JsonIndex(*value);
+    }
+};
+
+// Adds the outpoint of a listing's element. False when a field has the wrong JSON type.
+bool AddOutpointOf(FieldReader& fields, std::set<std::string>& keys) {
+    const std::string txid = fields.Text("txid");
+    const std::optional<uint32_t> vout = fields.Index("vout");
+    if (fields.wrong_type) return false;
+    if (IsTxidText(txid) && vout) keys.insert(OutpointKey(txid, *vout));
+    return true;
+}
+
+void AddTokens(const std::string& address, std::set<std::string>& keys) {
+    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/bsv20/" + address + "/unspent";
+    const json listing = FetchArray(url, kTokenScanTimeoutSeconds);
+    for (const json& element : listing) {
+        if (!element.is_object()) continue;
+        FieldReader fields{element};
+        const bool unspent = fields.Text("spend").empty();
+        if (fields.wrong_type) return;
+        if (unspent && !AddOutpointOf(fields, keys)) return;
+    }
+}
+
+bool IsYoung(int64_t since) { return MonotonicNs() - since < kGuardFreshNs; }
+
+const OrdinalGuardEntry* FreshGuard(std::string_view address) {
+    const auto place = ordinal_guard.find(std::string(address));
+    return place != ordinal_guard.end() && IsYoung(place->second.scanned_at) ? &place->second : nullptr;
+}
+
+std::string SpentFolder() { return StoreRoot() + "/ord_snap"; }
+std::string SpentPath(const std::string& cache_id) { return SpentFolder() + "/" + cache_id + "_spent.json"; }
+
+bool IsFileNameByte(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' || c == '_';
+}
+
+std::string WalletIdOrNone() {
+    std::string id = WalletId();
+    return id.empty() ? "none" : id;
+}
+
+std::string OfferFilePath() {
+    std::string name = WalletIdOrNone();
+    std::erase_if(name, [](char c) { return !IsFileNameByte(c); });
+    if (name.empty()) name = "none";
+    const std::string folder = StoreRoot() + "/gallery";
+    MakeFolders(folder);
+    return folder + "/offer_locks_" + name + ".json";
+}
+
+std::string ReserveFilePath(const char* shop) {
+    std::string name = WalletIdOrNone();
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return !IsFileNameByte(c); }, '_');
+    name.resize(std::min(name.size(), kMaxReserveName));
+    const std::string folder = StoreRoot() + shop;
+    MakeFolders(folder);
+    return folder + "/reserves_" + name + ".json";
+}
+
+// What the guard needs of a row; the others are read for their type alone.
+struct EmporiumReserve {
+    std::string utxo;
+};
+
+struct GalleryReserve {
+    std::string pic_utxo;
+    std::string cert_utxo;
+    int64_t exp = 0;  // Unix seconds; 0: no end
+};
+
+EmporiumReserve ReadEmporiumRow(FieldReader& fields) {
+    EmporiumReserve row{ReserveKey(fields.Text("utxo"))};
+    fields.Text("origin");
+    fields.Text("listing");
+    fields.Integer("exp", 0);
+    return row;
+}
+
+GalleryReserve ReadGalleryRow(FieldReader& fields) {
+    GalleryReserve row{ReserveKey(fields.Text("pic_utxo")), ReserveKey(fields.Text("cert_utxo")),
+                       fields.Integer("exp", 0)};
+    fields.Text("pic");
+    fields.Text("cert");
+    fields.Integer("price_sats", -1);
+    fields.Index("spot");
+    return row;
+}
+
+// True when any row before the first malformed one satisfies `reserves`. The file is read afresh each time,
+// so that a reservation which another program made a moment ago counts.
+template <typename Row>
+bool AnyReserve(const char* shop, Row (*read)(FieldReader&), const auto& reserves) {
+    const json document = ReadStoreJson(ReserveFilePath(shop));
+    const json* rows = FindJsonKey(document, "reserves");
+    if (rows == nullptr || !rows->is_array()) return false;
+    for (const json& element : *rows) {
+        if (!element.is_object()) continue;
+        FieldReader fields{element};
+        const Row row = read(fields);
+        if (fields.wrong_type) return false;
+        if (reserves(row)) return true;
+    }
+    return false;
+}
+
+std::string ReserveKeyOf(std::string_view txid, uint32_t vout) {
+    return ReserveKey(OfferLockKey(txid, vout));
+}
+
+// The satoshis of an output of a decoded transaction. Some services write whole coins, some satoshis.
+std::optional<int64_t> DecodedAmount(const json& output) {
+    if (const json* satoshis = FindJsonNumber(output, "satoshis"))
+        return RoundToSatoshis(satoshis->get<double>());
+    const json* value = FindJsonNumber(output, "value");
+    if (value == nullptr) return std::nullopt;
+    const double amount = value->get<double>();
+    return RoundToSatoshis(amount > 1000 ? amount : amount * 100'000'000);
+}
+
+std::optional<uint32_t> DecodedIndex(const json& output, std::size_t position) {
+    const json* number = FindJsonKey(output, "n");
+    if (number != nullptr && number->is_number_integer()) return JsonIndex(*number);
+    return static_cast<uint32_t>(position);
+}
+
+std::vector<std::string> DecodedAddresses(const json& output) {
+    std::vector<std::string> addresses;
+    const json* script = FindJsonKey(output, "scriptPubKey");
+    if (script == nullptr) return addresses;
+    const json* several = FindJsonKey(*script, "addresses");
+    if (several != nullptr && several->is_array()) {
+        for (const json& address : *several) {
+            if (address.is_string()) addresses.push_back(address.get<std::string>());
+        }
+    }
+    std::string single = StoreText(*script, "address");
+    if (!single.empty()) addresses.push_back(std::move(single));
+    return addresses;
+}
+
+bool IsPending(const PendingOutput& output) {
+    return std::any_of(pending_outputs.begin(), pending_outputs.end(),
+                       [&output](const PendingOutput& other) { return SameOutpoint(other, output); });
+}
+
+// Makes an output pending when one of the addresses is the wallet's.
+bool AddRecovered(const Utxo& utxo, const std::vector<std::string>& addresses) {
+    if (IsSpent(utxo.txid, utxo.vout)) return false;
+    for (const std::string& candidate : addresses) {
+        const OwnedAddress* owned = FindOwnedAddress(candidate);
+        if (owned == nullptr) continue;
+        PendingOutput output{utxo.txid, utxo.vout, utxo.value, {}, {}, owned->hash};
+        if (IsPending(output)) return false;
+        std::string derived;
+        if (!DeriveAtPath(owned->path, output.priv, output.pub, derived)) continue;
+        pending_outputs.push_back(std::move(output));
+        return true;
+    }
+    return false;
+}
+
+json FetchTransaction(std::string_view txid) {
+    const std::string url = std::string(kChainApiBaseUrl) + "/tx/" + std::string(txid);
+    std::string body, error;
+    if (!HttpGet(url, body, error, kRecoverTimeoutSeconds) &&
+        !HttpGet(url + "/decoded", body, error, kRecoverTimeoutSeconds)) {
+        return nullptr;
+    }
+    return ParseBody(body);
+}
+
+}  // namespace
+
+std::string OfferLockKey(std::string_view txid, uint32_t vout) {
+    return Lower(txid) + "_" + std::to_string(vout);
+}
+
+std::string ReserveKey(std::string_view text) {
+    std::string key = Lower(text);
+    std::replace(key.begin(), key.end(), ':', '_');
+    return key;
+}
+
+void MarkSpentInMemory(std::string_view txid, uint32_t vout) {
+    spent_set.insert(OutpointKey(txid, vout));
+    const std::string flipped = FlipTxidHex(txid);
+    if (!flipped.empty()) spent_set.insert(OutpointKey(flipped, vout));
+}
+
+void MarkSpent(std::string_view txid, uint32_t vout) {
+    MarkSpentInMemory(txid, vout);
+    SaveSpentSet();
+}
+
+void SaveSpentSet() {
+    const std::string cache_id = WalletCacheId();
+    if (cache_id.empty() || cache_id == "wallet") return;
+    MakeFolders(SpentFolder());
+    const json document = {{"outpoints", spent_set}};
+    WriteFile(SpentPath(cache_id), document.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+void LoadSpentSet() {
+    const json document = ReadStoreJson(SpentPath(WalletCacheId()));
+    const json* outpoints = FindJsonKey(document, "outpoints");
+    if (outpoints == nullptr || !outpoints->is_array()) return;
+    for (const json& outpoint : *outpoints) {
+        if (!outpoint.is_string()) continue;
+        std::string key = outpoint.get<std::string>();
+        if (!key.empty()) spent_set.insert(std::move(key));
+    }
+}
+
+std::string OriginOf(const json& object) {
+    const json* origin = FindJsonKey(object, "origin");
+    if (origin == nullptr) return {};
+    return origin->is_string() ? origin->get<std::string>() : StoreText(*origin, "outpoint");
+}
+
+bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
+    keys.clear();
+    if (address.empty()) return false;
+    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/txos/address/" + address + "/unspent";
+    const json listing = FetchArray(url, kOriginScanTimeoutSeconds);
+    if (!listing.is_array()) return false;
+    for (const json& element : listing) {
+        if (OriginOf(element).empty()) continue;
+        FieldReader fields{element};
+        if (!AddOutpointOf(fields, keys)) return false;
+    }
+    AddTokens(address, keys);
+    return true;
+}
+
+void StoreOrdinalGuard(const std::string& address, const std::set<std::string>& keys, bool ok) {
+    const int64_t now = MonotonicNs();
+    ordinal_guard.insert_or_assign(address, OrdinalGuardEntry{keys, ok, now});
+    if (ok) return;
+    ordinals_outage = true;
+    ordinals_outage_at = now;
+}
+
+bool OrdinalsOutageRunning() { return ordinals_outage && IsYoung(ordinals_outage_at); }
+
+bool HasFreshGuard(std::string_view address) { return FreshGuard(address) != nullptr; }
+
+bool IsOrdinalForAddress(std::string_view address, const Utxo& utxo) {
+    // Inscriptions and tokens ride on single satoshis, so without a scan to speak for it each one is suspect.
+    const bool suspect = utxo.value == 1;
+    if (OrdinalsOutageRunning()) return suspect;
+    const OrdinalGuardEntry* guard = FreshGuard(address);
+    if (guard == nullptr) return suspect;
+    if (guard->keys.contains(OutpointKey(utxo.txid, utxo.vout))) return true;
+    return !guard->ok && suspect;
+}
+
+bool IsOrdinalAnywhere(const Utxo& utxo) {
+    if (OrdinalsOutageRunning()) return utxo.value == 1;
+    const std::string key = OutpointKey(utxo.txid, utxo.vout);
+    return std::any_of(ordinal_guard.begin(), ordinal_guard.end(),
+                       [&key](const auto& guard) { return guard.second.keys.contains(key); });
+}
+
+void LoadOfferLocks(std::vector<std::string>& list) {
+    list.clear();
+    const json document = ReadStoreJson(OfferFilePath());
+    const json* locks = FindJsonKey(document, "utxos");
+    if (locks == nullptr || !locks->is_array()) return;
+    for (const json& lock : *locks) {
+        if (!lock.is_string()) continue;
+        std::string key = Lower(lock.get_ref<const std::string&>());
+        if (!key.empty()) list.push_back(std::move(key));
+    }
+}
+
+bool IsEmporiumReserved(std::string_view txid, uint32_t vout) {
+    const std::string key = ReserveKeyOf(txid, vout);
+    return AnyReserve("/emporium", ReadEmporiumRow,
+                      [&key](const EmporiumReserve& row) { return row.utxo == key; });
+}
+
+bool IsGalleryReserved(std::string_view txid, uint32_t vout) {
+    const std::string key = ReserveKeyOf(txid, vout);
+    const int64_t now = UnixSeconds();
+    return AnyReserve("/gallery", ReadGalleryRow, [&key, now](const GalleryReserve& row) {
+        const bool dropped = row.pic_utxo.empty();
+        const bool expired = row.exp > 0 && row.exp < now;
+        return !dropped && !expired && (row.pic_utxo == key || row.cert_utxo == key);
+    });
+}
+
+void AddCandidate(Collection& collection, const Utxo& utxo, const SecretString& priv, const std::string& pub,
+                  const Hash160& hash, std::string_view address) {
+    if (!IsTxidText(utxo.txid) || IsSpent(utxo.txid, utxo.vout)) return;
+    if (address.empty() ? IsOrdinalAnywhere(utxo) : IsOrdinalForAddress(address, utxo)) return;
+    if (IsEmporiumReserved(utxo.txid, utxo.vout) || IsGalleryReserved(utxo.txid, utxo.vout)) return;
+    const std::vector<std::string>& locks = collection.offer_locks;
+    if (std::find(locks.begin(), locks.end(), OfferLockKey(utxo.txid, utxo.vout)) != locks.end()) return;
+    const auto same = [&utxo](const auto& other) { return SameOutpoint(other, utxo); };
+    if (std::any_of(collection.inputs.begin(), collection.inputs.end(), same)) return;
+
+    std::erase_if(pending_outputs, same);
+    SpendInput input;
+    input.txid = utxo.txid;
+    input.vout = utxo.vout;
+    input.value = utxo.value;
+    input.priv = priv;
+    input.pub = pub;
+    input.hash = hash;
+    collection.inputs.push_back(std::move(input));
+    collection.total = AddSatoshis(collection.total, utxo.value);
+}
+
+void AddPendingCandidates(Collection& collection) {
+    const std::vector<PendingOutput> copy = pending_outputs;  // AddCandidate changes the list
+    for (const PendingOutput& pending : copy) {
+        const SecretString& priv = pending.priv.empty() ? wallet_keys.priv : pending.priv;
+        const std::string& pub = pending.pub.empty() ? wallet_keys.pub : pending.pub;
+        AddCandidate(collection, {pending.txid, pending.vout, pending.value}, priv, pub, pending.hash,
+                     /*address=*/"");
+    }
+}
+
+bool CollectSpendable(std::vector<SpendInput>& inputs, int64_t& total) {
+    Collection collection;
+    LoadOfferLocks(collection.offer_locks);
+    SecretString priv;
+    std::string pub, derived;
+    for (const OwnedAddress& owned : OwnedAddresses()) {
+        const UtxoCacheEntry* entry = FindCacheEntry(owned.address);
+        if (entry == nullptr || !entry->valid || entry->utxos.empty()) continue;
+        if (!DeriveAtPath(owned.path, priv, pub, derived)) continue;
+        for (const Utxo& utxo : entry->utxos) {
+            AddCandidate(collection, utxo, priv, pub, owned.hash, owned.address);
+        }
+    }
+    AddPendingCandidates(collection);
+    if (collection.inputs.empty() &&
+        (RecoverOutputsFromTx(last_recorded_txid) || RecoverOutputsFromTx(last_broadcast_txid))) {
+        AddPendingCandidates(collection);
+    }
+    inputs = std::move(collection.inputs);
+    total = collection.total;
+    return !inputs.empty();
+}
+
+bool RecoverOutputsFromTx(std::string_view txid) {
+    if (!IsTxidText(txid)) return false;
+    const json document = FetchTransaction(txid);
+    const json* outputs = FindJsonKey(document, "vout");
+    if (outputs == nullptr || !outputs->is_array()) return false;
+    bool added = false;
+    for (std::size_t position = 0; position < outputs->size(); ++position) {
+        const json& output = (*outputs)[position];
+        if (!output.is_object()) continue;
+        const std::optional<uint32_t> vout = DecodedIndex(output, position);
+        const std::optional<int64_t> value = DecodedAmount(output);
+        if (!vout || !value) continue;
+        const Utxo utxo{std::string(txid), *vout, *value};
+        if (AddRecovered(utxo, DecodedAddresses(output))) added = true;
+    }
+    return added;
+}
+
+void ClearGuardState() {
+    ordinal_guard.clear();
+    ordinals_outage = false;
+    ordinals_outage_at = 0;
+}
+
+}  // namespace brickfall

@@ -1,0 +1,490 @@
+#include "wallet/utxo_discovery.h"
+
+#include <algorithm>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+#include "base/clock.h"
+#include "base/text.h"
+#include "deployment/deployment.h"
+#include "net/http_client.h"
+#include "wallet/app_binds.h"
+#include "wallet/json_numbers.h"
+#include "wallet/spend_guard.h"
+
+namespace brickfall {
+
+std::vector<UtxoCacheEntry>& utxo_cache = *new std::vector<UtxoCacheEntry>;
+std::vector<PendingOutput>& pending_outputs = *new std::vector<PendingOutput>;
+std::unordered_set<std::string>& spent_set = *new std::unordered_set<std::string>;
+
+namespace {
+
+using nlohmann::json;
+
+constexpr int64_t kCacheFreshNs = 8'000'000'000;
+constexpr std::size_t kMaxUnconfirmedReads = 16;
+constexpr std::size_t kMaxCacheIdLength = 80;
+constexpr int kListingTimeoutSeconds = 10;
+constexpr int kVisibleTimeoutSeconds = 25;
+constexpr int kPlainScanTimeoutSeconds = 20;
+constexpr char kBadListText[] = "bad utxo list";
+
+// Where the entry of an address stands in utxo_cache, so that a wallet of a thousand addresses is not walked
+// for each of them. Guarded by wallet_mutex.
+std::unordered_map<std::string, std::size_t>& cache_index = *new std::unordered_map<std::string, std::size_t>;
+
+json ParseBody(const std::string& body) { return json::parse(body, nullptr, /*allow_exceptions=*/false); }
+
+std::string AddressUrl(const std::string& address, const char* tail) {
+    return std::string(kChainApiBaseUrl) + "/address/" + address + tail;
+}
+
+std::string TransactionUrl(std::string_view txid, const char* tail = "") {
+    return std::string(kChainApiBaseUrl) + "/tx/" + std::string(txid) + tail;
+}
+
+UtxoCacheEntry* FindEntry(std::string_view address) {
+    if (cache_index.size() != utxo_cache.size()) {
+        cache_index.clear();
+        for (std::size_t i = 0; i < utxo_cache.size(); ++i) cache_index.emplace(utxo_cache[i].address, i);
+    }
+    const auto place = cache_index.find(std::string(address));
+    return place == cache_index.end() ? nullptr : &utxo_cache[place->second];
+}
+
+void AddEntry(UtxoCacheEntry entry) {
+    cache_index.emplace(entry.address, utxo_cache.size());
+    utxo_cache.push_back(std::move(entry));
+}
+
+// The same text for both byte orders of an id: two outpoints are SameOutpoint when these are equal.
+std::string EitherOrderKey(std::string_view txid, uint32_t vout) {
+    std::string key = OutpointKey(txid, vout);
+    const std::string flipped = FlipTxidHex(txid);
+    if (flipped.empty()) return key;
+    return std::min(key, OutpointKey(flipped, vout));
+}
+
+void DropSpent(std::vector<Utxo>& list) {
+    std::erase_if(list, [](const Utxo& utxo) { return IsSpent(utxo.txid, utxo.vout); });
+}
+
+void KeepFirstOfEach(std::vector<Utxo>& list) {
+    std::unordered_set<std::string> kept;
+    std::erase_if(list, [&kept](const Utxo& utxo) {
+        return !kept.insert(EitherOrderKey(utxo.txid, utxo.vout)).second;
+    });
+}
+
+// The array that a listing is: the root, or what stands under `result`. nullptr for any other document.
+const json* ListingOf(const json& document) {
+    if (document.is_array()) return &document;
+    const json* result = FindJsonKey(document, "result");
+    return result != nullptr && result->is_array() ? result : nullptr;
+}
+
+// The text under `first` when that is a string, else under `second`; nullptr when neither is one.
+const std::string* FirstString(const json& object, const char* first, const char* second) {
+    for (const char* key : {first, second}) {
+        const json* value = FindJsonKey(object, key);
+        if (value != nullptr && value->is_string()) return &value->get_ref<const std::string&>();
+    }
+    return nullptr;
+}
+
+std::optional<Utxo> ParseListedOutput(const json& element) {
+    if (!element.is_object()) return std::nullopt;
+    const json* spent = FindJsonKey(element, "isSpentInMempoolTx");
+    if (spent != nullptr && spent->is_boolean() && spent->get<bool>()) return std::nullopt;
+    const std::string* txid = FirstString(element, "tx_hash", "txid");
+    if (txid == nullptr || !IsTxidText(*txid)) return std::nullopt;
+    const bool has_position = FindJsonNumber(element, "tx_pos") != nullptr;
+    const std::optional<uint32_t> vout = JsonIndexOr0(element, has_position ? "tx_pos" : "vout");
+    const json* amount = FindJsonKey(element, "value");
+    const std::optional<int64_t> value = amount != nullptr ? JsonExactInt64(*amount) : std::nullopt;
+    if (!vout || !value || *value <= 0) return std::nullopt;
+    return Utxo{*txid, *vout, *value};
+}
+
+bool FetchListing(const std::string& url, std::vector<Utxo>& list, std::string& error) {
+    std::string body;
+    if (!HttpGet(url, body, error, kListingTimeoutSeconds)) return false;
+    if (ParseUtxoList(ParseBody(body), list)) return true;
+    error = kBadListText;
+    return false;
+}
+
+// The ids of the newest unconfirmed transactions of an address, newest first.
+std::vector<std::string> NewestUnconfirmed(const std::string& address) {
+    std::vector<std::string> ids;
+    std::string body, error;
+    if (!HttpGet(AddressUrl(address, "/unconfirmed/history"), body, error, kListingTimeoutSeconds))
+        return ids;
+    const json document = ParseBody(body);
+    const json* history = ListingOf(document);
+    if (history == nullptr) return ids;
+    for (auto element = history->rbegin(); element != history->rend(); ++element) {
+        if (ids.size() == kMaxUnconfirmedReads) break;
+        const std::string* txid = FirstString(*element, "tx_hash", "txid");
+        if (txid != nullptr && txid->size() == 64) ids.push_back(*txid);
+    }
+    return ids;
+}
+
+// What a transaction spends, as either-order keys. Nothing when any input is malformed: a document that is
+// wrong in one place is not believed in another.
+std::vector<std::string> InputKeysOf(const json& transaction) {
+    const json* inputs = FindJsonKey(transaction, "vin");
+    if (inputs == nullptr || !inputs->is_array()) return {};
+    std::vector<std::string> keys;
+    for (const json& input : *inputs) {
+        if (!input.is_object()) return {};
+        const json* txid = FindJsonKey(input, "txid");
+        if (txid == nullptr) continue;
+        if (!txid->is_string()) return {};
+        const std::string& id = txid->get_ref<const std::string&>();
+        const std::optional<uint32_t> vout = JsonIndexOr0(input, "vout");
+        if (id.size() == 64 && vout) keys.push_back(EitherOrderKey(id, *vout));
+    }
+    return keys;
+}
+
+bool IsTokenOrInscription(const json& element) {
+    if (!OriginOf(element).empty()) return true;
+    const json* data = FindJsonKey(element, "data");
+    if (data == nullptr) return false;
+    return FindJsonKey(*data, "bsv21") != nullptr || FindJsonKey(*data, "bsv20") != nullptr ||
+           FindJsonKey(*data, "insc") != nullptr;
+}
+
+bool IsAsciiLetterOrDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+}  // namespace
+
+std::string OutpointKey(std::string_view txid, uint32_t vout) {
+    return Lower(txid) + ":" + std::to_string(vout);
+}
+
+std::string FlipTxidHex(std::string_view txid) {
+    if (txid.size() != 64) return {};
+    const std::string lower = Lower(txid);
+    std::string flipped;
+    flipped.reserve(lower.size());
+    for (std::size_t pair = lower.size(); pair > 0; pair -= 2) flipped.append(lower, pair - 2, 2);
+    return flipped;
+}
+
+bool IsSpent(std::string_view txid, uint32_t vout) {
+    if (spent_set.contains(OutpointKey(txid, vout))) return true;
+    const std::string flipped = FlipTxidHex(txid);
+    return !flipped.empty() && spent_set.contains(OutpointKey(flipped, vout));
+}
+
+bool SameOutpointText(std::string_view txid_a, std::string_view txid_b) {
+    const std::string lower_b = Lower(txid_b);
+    if (Lower(txid_a) == lower_b) return true;
+    const std::string flipped_a = FlipTxidHex(txid_a);
+    return !flipped_a.empty() && flipped_a == lower_b;
+}
+
+bool ParseUtxoList(const json& document, std::vector<Utxo>& list) {
+    const json* listing = ListingOf(document);
+    if (listing == nullptr) return false;
+    for (const json& element : *listing) {
+        if (std::optional<Utxo> utxo = ParseListedOutput(element)) list.push_back(std::move(*utxo));
+    }
+    return true;
+}
+
+bool FetchUtxos(const std::string& address, std::vector<Utxo>& list, std::string& error, bool* complete) {
+    list.clear();
+    error.clear();
+    bool whole = FetchListing(AddressUrl(address, "/unspent/all"), list, error);
+    bool fetched = whole;
+    if (!fetched) {
+        // Both halves are asked for always: either one is better than nothing. Only the first lists all that
+        // is confirmed, so only it can prove that an output is gone.
+        whole = FetchListing(AddressUrl(address, "/unspent"), list, error);
+        std::string second_error;
+        const bool unconfirmed =
+            FetchListing(AddressUrl(address, "/unconfirmed/unspent"), list, second_error);
+        if (!unconfirmed) error = second_error;
+        fetched = whole || unconfirmed;
+    }
+    if (complete != nullptr) *complete = whole;
+    if (!fetched) {
+        if (error.empty()) error = "no utxos";
+        return false;
+    }
+    error.clear();
+    std::stable_sort(list.begin(), list.end(),
+                     [](const Utxo& a, const Utxo& b) { return a.value > b.value; });
+    KeepFirstOfEach(list);
+    DropMempoolSpent(address, list);
+    return true;
+}
+
+void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list) {
+    if (address.empty() || list.empty()) return;
+    std::unordered_set<std::string> spent_now;
+    for (const std::string& txid : NewestUnconfirmed(address)) {
+        std::string body, error;
+        if (!HttpGet(TransactionUrl(txid), body, error, kListingTimeoutSeconds)) continue;
+        for (std::string& key : InputKeysOf(ParseBody(body))) spent_now.insert(std::move(key));
+    }
+    if (spent_now.empty()) return;
+    std::erase_if(list, [&spent_now](const Utxo& utxo) {
+        return spent_now.contains(EitherOrderKey(utxo.txid, utxo.vout));
+    });
+}
+
+bool TxVisible(std::string_view txid) {
+    if (!IsTxidText(txid)) return false;
+    std::string body, error;
+    if (HttpGet(TransactionUrl(txid, "/hex"), body, error, kVisibleTimeoutSeconds) && body.size() > 20) {
+        return true;
+    }
+    return HttpGet(TransactionUrl(txid), body, error, kVisibleTimeoutSeconds) &&
+           body.find("txid") != std::string::npos;
+}
+
+bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
+    list.clear();
+    if (address.empty()) return false;
+    std::string body, error;
+    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/txos/address/" + address + "/unspent";
+    if (!HttpGet(url, body, error, kPlainScanTimeoutSeconds)) return false;
+    const json document = ParseBody(body);
+    if (!document.is_array()) return false;
+    for (const json& element : document) {
+        if (!element.is_object() || IsTokenOrInscription(element)) continue;
+        const json* txid = FindJsonKey(element, "txid");
+        if (txid == nullptr) continue;
+        if (!txid->is_string()) {
+            list.clear();
+            return false;
+        }
+        const json* amount = FindJsonNumber(element, "satoshis");
+        if (amount == nullptr) amount = FindJsonNumber(element, "value");
+        const std::optional<int64_t> value = amount != nullptr ? JsonSatoshis(*amount) : std::nullopt;
+        const std::optional<uint32_t> vout = JsonIndexOr0(element, "vout");
+        const std::string& id = txid->get_ref<const std::string&>();
+        if (IsTxidText(id) && vout && value && *value > 1) list.push_back({id, *vout, *value});
+    }
+    KeepFirstOfEach(list);
+    return !list.empty();
+}
+
+void FetchRefreshRecords(std::vector<AddressRefresh>& records, bool with_ordinals) {
+    const auto fetch = [with_ordinals](AddressRefresh& record) {
+        std::string error;
+        record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
+        if (with_ordinals) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
+    };
+    std::vector<std::thread> threads;
+    threads.reserve(records.size());
+    for (AddressRefresh& record : records) {
+        try {
+            threads.emplace_back(fetch, std::ref(record));
+        } catch (const std::system_error&) {
+            fetch(record);  // the system has no thread left: later rather than never
+        }
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+void WalletAddresses(std::vector<std::string>& list) {
+    list.clear();
+    for (const OwnedAddress& owned : OwnedAddresses()) list.push_back(owned.address);
+}
+
+std::string WalletCacheId() {
+    std::string name = WalletId();
+    if (name.empty()) name = wallet_keys.identity_address;
+    if (name.empty()) name = wallet_keys.address;
+    for (char& c : name) {
+        if (!IsAsciiLetterOrDigit(c)) c = '_';
+    }
+    if (name.empty()) return "wallet";
+    name.resize(std::min(name.size(), kMaxCacheIdLength));
+    return name;
+}
+
+void StoreUtxoList(const std::string& address, const std::vector<Utxo>& list, bool ok, bool merge) {
+    UtxoCacheEntry* entry = FindEntry(address);
+    if (!ok) {
+        if (entry == nullptr) AddEntry({address, list, MonotonicNs(), /*valid=*/false});
+        return;
+    }
+    std::vector<Utxo> merged = list;
+    std::unordered_set<std::string> present;
+    for (const Utxo& utxo : list) present.insert(EitherOrderKey(utxo.txid, utxo.vout));
+    const auto add_missing = [&](const Utxo& utxo) {
+        if (IsSpent(utxo.txid, utxo.vout)) return;
+        if (present.insert(EitherOrderKey(utxo.txid, utxo.vout)).second) merged.push_back(utxo);
+    };
+    if (merge && entry != nullptr) {
+        for (const Utxo& old : entry->utxos) add_missing(old);
+    }
+    Hash160 hash;
+    if (!pending_outputs.empty() && DecodeAddress(address, hash)) {
+        for (const PendingOutput& pending : pending_outputs) {
+            if (pending.hash == hash) add_missing({pending.txid, pending.vout, pending.value});
+        }
+    }
+    if (entry == nullptr) {
+        AddEntry({address, std::move(merged), MonotonicNs(), /*valid=*/true});
+        return;
+    }
+    entry->utxos = std::move(merged);
+    entry->fetched_at = MonotonicNs();
+    entry->valid = true;
+}
+
+void PruneCacheOfSpent() {
+    for (UtxoCacheEntry& entry : utxo_cache) DropSpent(entry.utxos);
+}
+
+void PrunePending(const std::string& address, const std::vector<Utxo>& list) {
+    Hash160 hash;
+    if (pending_outputs.empty() || !DecodeAddress(address, hash)) return;
+    std::unordered_set<std::string> listed;
+    for (const Utxo& utxo : list) listed.insert(EitherOrderKey(utxo.txid, utxo.vout));
+    std::erase_if(pending_outputs, [&](const PendingOutput& pending) {
+        if (pending.hash != hash) return false;
+        return IsSpent(pending.txid, pending.vout) ||
+               !listed.contains(EitherOrderKey(pending.txid, pending.vout));
+    });
+}
+
+void AddToCache(const std::string& address, const Utxo& utxo) {
+    if (address.empty() || !IsTxidText(utxo.txid)) return;
+    UtxoCacheEntry* entry = FindEntry(address);
+    if (entry == nullptr) {
+        AddEntry({address, {utxo}, MonotonicNs(), /*valid=*/true});
+        return;
+    }
+    const bool known = std::any_of(entry->utxos.begin(), entry->utxos.end(),
+                                   [&utxo](const Utxo& old) { return SameOutpoint(old, utxo); });
+    if (!known) entry->utxos.push_back(utxo);
+    entry->fetched_at = MonotonicNs();
+    entry->valid = true;
+}
+
+bool CachedUtxos(std::string_view address, std::vector<Utxo>& list, bool& valid) {
+    list.clear();
+    valid = false;
+    const UtxoCacheEntry* entry = FindEntry(address);
+    if (entry == nullptr) return false;
+    list = entry->utxos;
+    valid = entry->valid;
+    return true;
+}
+
+const UtxoCacheEntry* FindCacheEntry(std::string_view address) { return FindEntry(address); }
+
+bool IsCacheFresh(std::string_view address) {
+    const UtxoCacheEntry* entry = FindEntry(address);
+    return entry != nullptr && entry->valid && MonotonicNs() - entry->fetched_at < kCacheFreshNs;
+}
+
+void ApplyRefresh(const std::vector<AddressRefresh>& records) {
+    const WalletLock lock(wallet_mutex);
+    for (const AddressRefresh& record : records) {
+        std::vector<Utxo> unspent = record.utxos;
+        DropSpent(unspent);
+        StoreUtxoList(record.address, unspent, record.ok, /*merge=*/!record.complete);
+        if (record.ok && record.complete) PrunePending(record.address, unspent);
+        StoreOrdinalGuard(record.address, record.guard_keys, record.guard_ok);
+    }
+}
+
+bool EnsureUtxoCache(WalletLock& lock, std::string& error) {
+    error.clear();
+    if (!LoadWallet()) {
+        error = "no wallet";
+        return false;
+    }
+    const std::string cache_id = WalletCacheId();
+    std::vector<AddressRefresh> records;
+    for (const OwnedAddress& owned : OwnedAddresses()) {
+        const UtxoCacheEntry* entry = FindEntry(owned.address);
+        if (entry != nullptr && entry->valid) continue;
+        records.emplace_back().address = owned.address;
+    }
+    if (records.empty()) return true;
+
+    lock.unlock();
+    FetchRefreshRecords(records, /*with_ordinals=*/false);
+    lock.lock();
+    if (!LoadWallet() || WalletCacheId() != cache_id) {
+        error = "wallet changed.";
+        return false;
+    }
+    ApplyRefresh(records);
+    return true;
+}
+
+void RescanPlainOutputs(WalletLock& lock) {
+    struct PlainScan {
+        std::string address;
+        std::vector<Utxo> utxos;
+        bool ok = false;
+    };
+    std::vector<PlainScan> scans;
+    for (const OwnedAddress& owned : OwnedAddresses()) scans.emplace_back().address = owned.address;
+    const std::string cache_id = WalletCacheId();
+
+    lock.unlock();
+    for (PlainScan& scan : scans) scan.ok = ScanPlainOutputs(scan.address, scan.utxos);
+    lock.lock();
+    if (!LoadWallet() || WalletCacheId() != cache_id) return;
+    for (PlainScan& scan : scans) {
+        if (!scan.ok) continue;
+        DropSpent(scan.utxos);
+        if (scan.utxos.empty()) continue;
+        StoreUtxoList(scan.address, scan.utxos, /*ok=*/true, /*merge=*/true);
+        PrunePending(scan.address, scan.utxos);
+    }
+}
+
+int64_t SpendableBalance() {
+    const std::string& address = wallet_keys.address;
+    int64_t sum = 0;
+    std::unordered_set<std::string> counted;
+    const UtxoCacheEntry* entry = FindEntry(address);
+    const bool known = entry != nullptr && entry->valid;
+    if (known) {
+        for (const Utxo& utxo : entry->utxos) {
+            if (IsSpent(utxo.txid, utxo.vout) || IsOrdinalForAddress(address, utxo)) continue;
+            if (counted.insert(EitherOrderKey(utxo.txid, utxo.vout)).second)
+                sum = AddSatoshis(sum, utxo.value);
+        }
+    }
+    Hash160 hash;
+    const bool one_owner = DecodeAddress(address, hash);
+    for (const PendingOutput& pending : pending_outputs) {
+        if (one_owner && pending.hash != hash) continue;
+        const Utxo utxo{pending.txid, pending.vout, pending.value};
+        if (IsSpent(utxo.txid, utxo.vout) || IsOrdinalAnywhere(utxo)) continue;
+        if (counted.insert(EitherOrderKey(utxo.txid, utxo.vout)).second) sum = AddSatoshis(sum, utxo.value);
+    }
+    return !known && sum == 0 ? -1 : sum;
+}
+
+void ClearUtxoState() {
+    utxo_cache.clear();
+    cache_index.clear();
+    pending_outputs.clear();
+    spent_set.clear();
+}
+
+}  // namespace brickfall
