@@ -1,0 +1,71 @@
+// The same bytes as each of the small files that another program may write into the shared store: the list of
+// wallets, a bind and a connect reply.
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "base/files.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/shared_store.h"
+
+namespace {
+
+using namespace brickfall;
+
+void Require(bool condition) {
+    if (!condition) std::abort();
+}
+
+struct PrivateFolder {
+    PrivateFolder() : path((std::filesystem::temp_directory_path() / "brickfall-fuzz-XXXXXX").string()) {
+        Require(::mkdtemp(path.data()) != nullptr);
+        ::setenv("LOCALAPPDATA", path.c_str(), 1);
+        Require(MakeFolders(path + "/Orvane/connect"));
+    }
+    ~PrivateFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    std::string path;
+};
+
+void CheckRegistry() {
+    const StoreLock lock;
+    const nlohmann::json registry = ReadRegistry();
+    Require(registry.is_object() && registry.at("wallets").is_array());
+    const std::vector<WalletInfo> wallets = ListWallets();
+    for (const WalletInfo& wallet : wallets) Require(!wallet.id.empty() && !wallet.name.empty());
+    Require(wallets.empty() || WalletDisplayName(wallets.front().id) == wallets.front().name);
+    // A rewrite loses nothing.
+    Require(WriteRegistry(registry));
+    Require(ReadRegistry() == registry);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    static const PrivateFolder folder;
+    const std::string root = folder.path + "/Orvane";
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+
+    Require(WriteFile(root + "/wallets.json", bytes));
+    CheckRegistry();
+
+    BindAtStart("/fuzz", "Fuzz");
+    Require(WriteFile(BindFilePath(), bytes));
+    const std::string bound = BoundWalletId();
+    BindAtStart("/fuzz", "Fuzz");
+    Require(bound.empty() || WalletId() == bound);
+
+    Require(WriteFile(root + "/connect/w1.rep.json", bytes));
+    ClearBind();
+    const std::string reply = ReadConnectReply("w1");
+    Require(reply == "ok" || reply == "denied");
+    Require(WalletId().empty() || (reply == "ok" && BoundWalletId() == WalletId()));
+    ClearBind();
+    return 0;
+}

@@ -1,0 +1,347 @@
+// The handshake between the cabinet, which is this process, and a wallet application, which is another one.
+// The cabinet's minute passes on a manual clock: at the poll that a story chooses, the test waits until the
+// other process has written its reply.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/files.h"
+#include "tests/support/child_process.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/key_derivation.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/shared_store.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using Lines = std::vector<std::string>;
+
+const std::string kCompanion = BRICKFALL_BINARY_DIR "/sandbox/brickfall-companion";
+const std::string kReplyWriter = BRICKFALL_BINARY_DIR "/tests/reply_writer";
+
+constexpr char kTimeOut[] = "error: Pouch did not approve in time. Open Pouch.exe and try Connect again.";
+constexpr char kWaiting[] = "Waiting for Pouch to approve this app...\n";
+constexpr char kPending[] =
+    "[OV-POUCH]\x1f"
+    "connect-pending\x1f"
+    "Approve the connect in Pouch.";
+
+class HandshakeStory : public ::testing::Test {
+  protected:
+    HandshakeStory() {
+        StartCabinetAnew();
+        const std::lock_guard lock(wallet_sink_mutex);
+        // Both hooks are called outside the lock, so they may take it.
+        wallet_log_hook = [this](std::string_view text) {
+            const std::lock_guard hook_lock(wallet_sink_mutex);
+            log_.emplace_back(text);
+        };
+        wallet_event_hook = [this](std::string_view line) {
+            const std::lock_guard hook_lock(wallet_sink_mutex);
+            events_.emplace_back(line);
+        };
+    }
+    ~HandshakeStory() override {
+        InstallPouchDesktop({});
+        ClearProcessState();
+        const std::lock_guard lock(wallet_sink_mutex);
+        wallet_log_hook = nullptr;
+        wallet_event_hook = nullptr;
+    }
+
+    static void ClearProcessState() {
+        ResetBindingForTest();
+        const WalletLock lock(wallet_mutex);
+        ClearWalletState();
+    }
+    static void StartCabinetAnew() {
+        ClearProcessState();
+        BindAtStart("/opt/brickfall", "Brickfall");
+    }
+
+    // At the `poll`-th poll of the cabinet, counted from 1, waits for such a line of the other process.
+    void WaitAtPoll(int poll, ChildProcess& process, const std::string& line) {
+        clock_.on_sleep = [this, poll, &process, line](int64_t) {
+            if (static_cast<int>(clock_.Sleeps().size()) != poll) return;
+            EXPECT_TRUE(process.ReadUntil(line).has_value()) << "it never said " << line;
+        };
+    }
+
+    std::string Path(const std::string& name) const { return user_data_.Path() + "/Orvane/" + name; }
+    Lines ConnectFiles() const {
+        Lines names;
+        std::error_code none;
+        for (const auto& entry : std::filesystem::directory_iterator(Path("connect"), none)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    bool BindWritten() const { return FileExists(Path("binds/_opt_brickfall.json")); }
+    Lines TakeLog() { return std::exchange(log_, {}); }
+    Lines TakeEvents() { return std::exchange(events_, {}); }
+
+    const TempUserData user_data_;
+    ManualClock clock_{1'790'000'000};
+    Lines log_;
+    Lines events_;
+};
+
+TEST_F(HandshakeStory, ApprovedThenUsedThenUnbound) {
+    ChildProcess companion(kCompanion, {"--auto-approve", "--create-on-connect", "--name", "player"});
+    ASSERT_EQ(companion.ReadLine(), "companion ready: -");
+    EXPECT_FALSE(IsConnected());
+    bool window_there = true;
+    Lines raised;
+    InstallPouchDesktop({.raise_window =
+                             [&](std::string_view window_class) {
+                                 raised.emplace_back(window_class);
+                                 return window_there;
+                             },
+                         .executable_folder = {},
+                         .start_program = {}});
+
+    WaitAtPoll(3, companion, "approved w1790000000000");
+    EXPECT_EQ(ConnectToPouch(), "success");
+    EXPECT_EQ(clock_.Sleeps(), (std::vector<int64_t>{500, 500, 500}));
+    EXPECT_EQ(raised, Lines{"OrvanePouchShell"});
+    EXPECT_TRUE(IsConnected());
+    EXPECT_EQ(ConnectFiles(), (Lines{"w1790000000000.rep.json", "w1790000000000.req.json"}));
+    const json request = {{"id", "w1790000000000"},
+                          {"app", "Brickfall"},
+                          {"instance", "/opt/brickfall"},
+                          {"ts", 1'790'000'000}};
+    EXPECT_EQ(ReadFile(Path("connect/w1790000000000.req.json")), request.dump(2));
+    EXPECT_EQ(TakeLog(), (Lines{kWaiting, "Connected to Pouch wallet player\n"}));
+    const Lines events = TakeEvents();
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.front(), kPending);
+
+    // The wallet is a whole one, for the user's eyes only.
+    const std::string wallet_id = WalletId();
+    EXPECT_EQ(BoundWalletId(), wallet_id);
+    struct stat status = {};
+    ASSERT_EQ(::stat(WalletFilePath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    ASSERT_EQ(::stat(Path("wallets/" + wallet_id).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700u);
+    const json wallet = ReadStoreJson(WalletFilePath());
+    EXPECT_EQ(wallet.at("version"), 2);
+    EXPECT_EQ(wallet.at("recv"), json::parse("[0, 0, 0, 0, 0, 0]"));
+    EXPECT_EQ(wallet.at("show"), 0);
+    EXPECT_EQ(wallet.at("backup"), false);
+    EXPECT_EQ(wallet.at("paymail"), "player");
+    EXPECT_EQ(wallet.at("address"), CurrentAddress());
+    EXPECT_EQ(wallet.at("identity"), wallet_keys.identity_address);
+    EXPECT_EQ(ReadRegistry().at("active"), wallet_id);
+
+    // A cabinet that can use its wallet asks nobody, also when the bind is taken from under it.
+    ASSERT_TRUE(RemoveFile(Path("binds/_opt_brickfall.json")));
+    EXPECT_EQ(BoundWalletId(), "");
+    EXPECT_TRUE(IsConnected());
+    EXPECT_EQ(ConnectToPouch(), "success");
+    EXPECT_EQ(ConnectFiles().size(), 2u);
+    EXPECT_EQ(raised.size(), 1u);
+    EXPECT_TRUE(TakeLog().empty());
+    TakeEvents();
+
+    EXPECT_EQ(UnbindWallet(), "success");
+    EXPECT_EQ(TakeEvents(), Lines{"[OV-POUCH]\x1fstatus"});
+    EXPECT_EQ(TakeLog(), Lines{"This app is no longer connected to a Pouch wallet.\n"});
+    EXPECT_FALSE(IsConnected());
+    EXPECT_EQ(WalletId(), "");
+    EXPECT_TRUE(FileExists(Path("wallets/" + wallet_id + "/wallet.json"))) << "the wallet stays in Pouch";
+
+    // The next request gets the same wallet again, from a companion that has been started anew.
+    companion.Signal(SIGTERM);
+    EXPECT_EQ(companion.Wait(), 0);
+    ChildProcess second(kCompanion, {"--auto-approve"});
+    EXPECT_EQ(second.ReadLine(), "companion ready: " + wallet.at("address").get<std::string>());
+    WaitAtPoll(4, second, "approved");
+    EXPECT_EQ(ConnectToPouch(), "success");
+    EXPECT_EQ(WalletId(), wallet_id);
+    EXPECT_EQ(ListWallets().size(), 1u);
+    EXPECT_TRUE(BindWritten());
+}
+
+TEST_F(HandshakeStory, Denied) {
+    ChildProcess companion(kCompanion, {"--auto-deny"});
+    ASSERT_TRUE(companion.ReadUntil("companion ready: 1").has_value());
+    WaitAtPoll(1, companion, "denied");
+    EXPECT_EQ(ConnectToPouch(), "error: connect denied in Pouch.");
+    EXPECT_EQ(clock_.Sleeps().size(), 1u);
+    EXPECT_EQ(TakeEvents(), (Lines{kPending,
+                                   "[OV-POUCH]\x1f"
+                                   "connect-denied\x1f"
+                                   "denied",
+                                   "[OV-POUCH]\x1f"
+                                   "error\x1f"
+                                   "error: connect denied in Pouch."}));
+    EXPECT_FALSE(IsConnected());
+    EXPECT_FALSE(BindWritten());
+}
+
+TEST_F(HandshakeStory, SilentForTheWholeMinuteThenTooLate) {
+    // Nobody types at the companion's terminal until the cabinet has given up.
+    ChildProcess companion(kCompanion, {});
+    ASSERT_TRUE(companion.ReadUntil("companion ready: 1").has_value());
+    WaitAtPoll(1, companion, "connect request w1790000000000: Brickfall in /opt/brickfall");
+    EXPECT_EQ(ConnectToPouch(), kTimeOut);
+    EXPECT_EQ(clock_.Sleeps(), std::vector<int64_t>(120, 500));
+    EXPECT_EQ(TakeEvents(), (Lines{kPending,
+                                   "[OV-POUCH]\x1f"
+                                   "connect-denied\x1f"
+                                   "timeout",
+                                   "[OV-POUCH]\x1f"
+                                   "error\x1f" +
+                                       std::string(kTimeOut)}));
+    EXPECT_EQ(TakeLog(), Lines{kWaiting});
+
+    companion.Write("y\n");
+    ASSERT_TRUE(companion.ReadUntil("Approve? [y/n] approved w1790000000000").has_value());
+    EXPECT_EQ(ConnectFiles().size(), 2u);
+    EXPECT_FALSE(IsConnected());
+    EXPECT_FALSE(BindWritten()) << "nobody reads a late reply";
+
+    // The reply in the very last poll still counts, and the answer may be no.
+    clock_.on_sleep = [&](int64_t) {
+        if (clock_.Sleeps().size() != 120 + 120) return;
+        companion.Write("n\n");
+        EXPECT_TRUE(companion.ReadUntil("Approve? [y/n] denied").has_value());
+    };
+    EXPECT_EQ(ConnectToPouch(), "error: connect denied in Pouch.");
+    EXPECT_EQ(clock_.Sleeps().size(), 240u);
+}
+
+TEST_F(HandshakeStory, RepliesOfEveryKindEndTheWaitAtOnce) {
+    const std::string denied = "error: connect denied in Pouch.";
+    const std::string unusable = "error: approved, but the wallet would not load.";
+    const struct {
+        const char* why;
+        std::string reply;
+        std::string result;
+        bool bind_written;
+    } rows[] = {
+        {"cut short", R"({"ok": true, "wallet_)", denied, false},
+        {"empty file", "", denied, false},
+        {"no object", R"(["ok", true])", denied, false},
+        {"no ok", R"({"wallet_id": "w1"})", denied, false},
+        {"ok is text", R"({"ok": "true", "wallet_id": "w1"})", denied, false},
+        {"ok is a number", R"({"ok": 1, "wallet_id": "w1"})", denied, false},
+        {"a wallet id that is no text", R"({"ok": true, "wallet_id": 17})", denied, false},
+        {"no wallet id", R"({"ok": true})", unusable, false},
+        {"an empty wallet id", R"({"ok": true, "wallet_id": ""})", unusable, false},
+        {"a wallet that is not there", R"({"ok": true, "wallet_id": "w1"})", unusable, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const TempUserData store;
+        StartCabinetAnew();
+        ChildProcess pouch(kReplyWriter, {row.reply});
+        const std::size_t slept = clock_.Sleeps().size();
+        WaitAtPoll(static_cast<int>(slept) + 1, pouch, "answered");
+        EXPECT_EQ(ConnectToPouch(), row.result);
+        EXPECT_EQ(clock_.Sleeps().size(), slept + 1);
+        EXPECT_EQ(FileExists(store.Path() + "/Orvane/binds/_opt_brickfall.json"), row.bind_written);
+        EXPECT_EQ(WalletId(), row.bind_written ? "w1" : "");
+    }
+}
+
+TEST_F(HandshakeStory, AWalletThatNoLongerLoadsIsAskedForAgain) {
+    WriteBind("deleted");
+    ChildProcess companion(kCompanion, {"--auto-approve"});
+    ASSERT_TRUE(companion.ReadUntil("companion ready: 1").has_value());
+    WaitAtPoll(1, companion, "approved");
+    EXPECT_EQ(ConnectToPouch(), "success");
+    EXPECT_EQ(ListWallets().at(0).id, WalletId());
+    EXPECT_EQ(TakeLog(), (Lines{kWaiting, "Connected to Pouch wallet Wallet 1\n"}));
+}
+
+TEST_F(HandshakeStory, WithoutPouchTheRequestWaitsTheMinute) {
+    const TempFolder folder;
+    Lines started;
+    PouchDesktop desktop;
+    desktop.raise_window = [](std::string_view) { return false; };
+    desktop.executable_folder = [&] { return folder.Path(); };
+    desktop.start_program = [&](const std::string& program, const std::string& working_folder) {
+        started.push_back(program + " in " + working_folder);
+        return true;
+    };
+    InstallPouchDesktop(desktop);
+    EXPECT_EQ(ConnectToPouch(), kTimeOut);
+    EXPECT_TRUE(started.empty());
+    EXPECT_FALSE(RaisePouch());
+
+    ASSERT_TRUE(WriteFile(folder.Path() + "/Pouch.exe", ""));
+    EXPECT_TRUE(RaisePouch());
+    EXPECT_EQ(started, Lines{folder.Path() + "/Pouch.exe in " + folder.Path()});
+    desktop.start_program = [](const std::string&, const std::string&) { return false; };
+    InstallPouchDesktop(desktop);
+    EXPECT_FALSE(RaisePouch());
+    InstallPouchDesktop({});
+    EXPECT_FALSE(RaisePouch()) << "no desktop at all";
+}
+
+TEST_F(HandshakeStory, RefusedBeforeAnyRequest) {
+    ASSERT_TRUE(WriteFile(Path("connect"), "a file in the folder's place"));
+    EXPECT_EQ(ConnectToPouch(), "error: could not write connect request.");
+    EXPECT_EQ(ReadConnectReply(""), "denied");
+    EXPECT_EQ(ReadConnectReply("w1"), "pending");
+    EXPECT_EQ(TakeEvents(), Lines{"[OV-POUCH]\x1f"
+                                  "error\x1f"
+                                  "error: could not write connect request."});
+
+    ClearProcessState();
+    EXPECT_EQ(WriteConnectRequest(), "");
+    EXPECT_EQ(ConnectToPouch(), "error: connect is for apps, not the Pouch vault.");
+    EXPECT_TRUE(clock_.Sleeps().empty());
+}
+
+TEST_F(HandshakeStory, EventsLeaveTrailingEmptyFieldsOut) {
+    EmitWalletEvent("paymail", {""});
+    EmitWalletEvent("status", {"1Address", "", ""});
+    EmitWalletEvent("status", {"", "", "hd"});
+    EXPECT_EQ(TakeEvents(), (Lines{"[OV-POUCH]\x1fpaymail",
+                                   "[OV-POUCH]\x1fstatus\x1f"
+                                   "1Address",
+                                   "[OV-POUCH]\x1fstatus\x1f\x1f\x1fhd"}));
+}
+
+TEST_F(HandshakeStory, TheCompanionLeavesOldRequestsAloneAndRefusesWrongCommandLines) {
+    const std::string old_request = WriteConnectRequest();
+    clock_.AdvanceMs(1);
+    ChildProcess companion(kCompanion, {"--no-wallet", "--auto-approve"});
+    ASSERT_EQ(companion.ReadLine(), "companion ready: -");
+    WaitAtPoll(1, companion, "approved");
+    EXPECT_EQ(ConnectToPouch(), "error: approved, but the wallet would not load.");
+    EXPECT_EQ(ReadConnectReply(old_request), "pending");
+    companion.Signal(SIGINT);
+    EXPECT_EQ(companion.Wait(), 0);
+    EXPECT_TRUE(ListWallets().empty());
+
+    const std::vector<std::string> wrong[] = {{"--auto-approve", "--auto-deny"},
+                                              {"--create-on-connect", "--no-wallet"},
+                                              {"--name"},
+                                              {"--name", ""},
+                                              {"--name", "Anna Smith"},
+                                              {"approve"}};
+    for (const auto& arguments : wrong) {
+        EXPECT_EQ(ChildProcess(kCompanion, arguments).Wait(), 2) << arguments.front();
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
