@@ -1,0 +1,57 @@
+// wallet_fixture.h - a loaded wallet in a store of its own, and every remote service beside it, for tests of
+// what stands on the wallet.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "sandbox/server/sandbox.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+
+namespace brickfall {
+
+// The all-zero entropy of BIP39: public, so never a wallet of anybody.
+inline constexpr char kTestPhrase[] =
+    "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon about";
+inline constexpr char kTestWalletId[] = "w1700000000000";
+
+// Writes the wallet into a new store, binds this process to it and loads it; the scope's end clears every
+// trace of it from the process. `last_receive` is recv[1], and the current address is the one of that index.
+struct WalletFixture {
+    explicit WalletFixture(std::string_view paymail = "ada", uint32_t last_receive = 0,
+                           std::string_view phrase = kTestPhrase);
+    ~WalletFixture();
+    WalletFixture(const WalletFixture&) = delete;
+    WalletFixture& operator=(const WalletFixture&) = delete;
+
+    // As after a new start of the program: memory is empty, then bound and loaded from the files again.
+    void Restart();
+
+    std::string StorePath(std::string_view tail) const;  // `tail` begins with a slash
+    std::string ReceiveAddress(uint32_t index) const;
+    std::string IdentityAddress() const;
+
+    TempUserData data;
+    ManualClock clock;
+    bool loaded = false;  // LoadWallet's answer
+};
+
+// A sandbox with an empty chain, to which every request of this process goes until the scope's end; from then
+// on they are refused. Time-outs are divided by `timeout_divisor`.
+struct SandboxFixture {
+    explicit SandboxFixture(int timeout_divisor = 1);
+    ~SandboxFixture();
+    SandboxFixture(const SandboxFixture&) = delete;
+    SandboxFixture& operator=(const SandboxFixture&) = delete;
+
+  private:
+    std::unique_ptr<sandbox::Sandbox> owned_;
+
+  public:
+    sandbox::Sandbox& box;
+};
+
+}  // namespace brickfall
