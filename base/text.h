@@ -19,6 +19,10 @@ std::string_view Trim(std::string_view text);
 std::string_view StripFront(std::string_view text, std::string_view characters);
 std::string_view StripBack(std::string_view text, std::string_view characters);
 
+constexpr bool IsAsciiLetterOrDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
 // The value of a hexadecimal digit of either case, or -1.
 int HexDigitValue(char digit);
 

@@ -39,13 +39,11 @@ constexpr int kTokenScanTimeoutSeconds = 12;
 constexpr int kRecoverTimeoutSeconds = 25;
 constexpr std::size_t kMaxReserveName = 64;
 
-json ParseBody(const std::string& body) { return json::parse(body, nullptr, /*allow_exceptions=*/false); }
-
 // The array of a listing, or null when it cannot be read as one.
 json FetchArray(const std::string& url, int timeout_seconds) {
     std::string body, error;
     if (!HttpGet(url, body, error, timeout_seconds)) return nullptr;
-    json document = ParseBody(body);
+    json document = ParseForeignJson(body);
     if (!document.is_array()) return nullptr;
     return document;
 }
@@ -110,9 +108,7 @@ const OrdinalGuardEntry* FreshGuard(std::string_view address) {
 std::string SpentFolder() { return StoreRoot() + "/ord_snap"; }
 std::string SpentPath(const std::string& cache_id) { return SpentFolder() + "/" + cache_id + "_spent.json"; }
 
-bool IsFileNameByte(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' || c == '_';
-}
+bool IsFileNameByte(char c) { return IsAsciiLetterOrDigit(c) || c == '-' || c == '_'; }
 
 std::string WalletIdOrNone() {
     std::string id = WalletId();
@@ -247,7 +243,7 @@ json FetchTransaction(std::string_view txid) {
         !HttpGet(url + "/decoded", body, error, kRecoverTimeoutSeconds)) {
         return nullptr;
     }
-    return ParseBody(body);
+    return ParseForeignJson(body);
 }
 
 }  // namespace

@@ -39,8 +39,6 @@ constexpr char kBadListText[] = "bad utxo list";
 // for each of them. Guarded by wallet_mutex.
 std::unordered_map<std::string, std::size_t>& cache_index = *new std::unordered_map<std::string, std::size_t>;
 
-json ParseBody(const std::string& body) { return json::parse(body, nullptr, /*allow_exceptions=*/false); }
-
 std::string AddressUrl(const std::string& address, const char* tail) {
     return std::string(kChainApiBaseUrl) + "/address/" + address + tail;
 }
@@ -115,7 +113,7 @@ std::optional<Utxo> ParseListedOutput(const json& element) {
 bool FetchListing(const std::string& url, std::vector<Utxo>& list, std::string& error) {
     std::string body;
     if (!HttpGet(url, body, error, kListingTimeoutSeconds)) return false;
-    if (ParseUtxoList(ParseBody(body), list)) return true;
+    if (ParseUtxoList(ParseForeignJson(body), list)) return true;
     error = kBadListText;
     return false;
 }
@@ -126,7 +124,7 @@ std::vector<std::string> NewestUnconfirmed(const std::string& address) {
     std::string body, error;
     if (!HttpGet(AddressUrl(address, "/unconfirmed/history"), body, error, kListingTimeoutSeconds))
         return ids;
-    const json document = ParseBody(body);
+    const json document = ParseForeignJson(body);
     const json* history = ListingOf(document);
     if (history == nullptr) return ids;
     for (auto element = history->rbegin(); element != history->rend(); ++element) {
@@ -161,10 +159,6 @@ bool IsTokenOrInscription(const json& element) {
     if (data == nullptr) return false;
     return FindJsonKey(*data, "bsv21") != nullptr || FindJsonKey(*data, "bsv20") != nullptr ||
            FindJsonKey(*data, "insc") != nullptr;
-}
-
-bool IsAsciiLetterOrDigit(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 }  // namespace
@@ -238,7 +232,7 @@ void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list) {
     for (const std::string& txid : NewestUnconfirmed(address)) {
         std::string body, error;
         if (!HttpGet(TransactionUrl(txid), body, error, kListingTimeoutSeconds)) continue;
-        for (std::string& key : InputKeysOf(ParseBody(body))) spent_now.insert(std::move(key));
+        for (std::string& key : InputKeysOf(ParseForeignJson(body))) spent_now.insert(std::move(key));
     }
     if (spent_now.empty()) return;
     std::erase_if(list, [&spent_now](const Utxo& utxo) {
@@ -262,7 +256,7 @@ bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
     std::string body, error;
     const std::string url = std::string(kOrdinalsApiBaseUrl) + "/txos/address/" + address + "/unspent";
     if (!HttpGet(url, body, error, kPlainScanTimeoutSeconds)) return false;
-    const json document = ParseBody(body);
+    const json document = ParseForeignJson(body);
     if (!document.is_array()) return false;
     for (const json& element : document) {
         if (!element.is_object() || IsTokenOrInscription(element)) continue;
