@@ -9,6 +9,7 @@
 #include "base/workers.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
+#include "wallet/json_numbers.h"
 #include "wallet/key_derivation.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/spend_guard.h"
@@ -33,10 +34,6 @@ constexpr int kChainAttempts = 2;
 constexpr int kArcTimeout = 60;
 constexpr int kArcAttempts = 2;
 
-json ParseLeniently(const std::string& text) {
-    return json::parse(text, nullptr, /*allow_exceptions=*/false);
-}
-
 std::string HexBody(const char* key, const std::string& hex) { return json{{key, hex}}.dump(); }
 
 bool Contains(std::string_view text, std::string_view word) {
@@ -49,10 +46,9 @@ bool RelayAccepts(const std::string& body) {
     std::string response;
     std::string error;
     if (!HttpPostJson(url, body, response, error, kRelayTimeout, kRelayAttempts)) return false;
-    const json answer = ParseLeniently(response);
-    if (!answer.is_object()) return true;
-    const auto ok = answer.find("ok");
-    return ok == answer.end() || !ok->is_boolean() || ok->get<bool>();
+    const json answer = ParseForeignJson(response);
+    const json* ok = FindJsonKey(answer, "ok");
+    return ok == nullptr || !ok->is_boolean() || ok->get<bool>();
 }
 
 // The public chain gets the transaction as well, without the payment waiting for it.
@@ -72,16 +68,17 @@ void SubmitInBackground(const std::string& url, const std::string& body) {
 std::string AnsweredId(const std::string& response) {
     const std::string_view bare = StripBack(StripFront(response, "\" \n"), "\" \n\r");
     if (bare.size() == 64) return std::string(bare);
-    json answer = ParseLeniently(response);
-    if (answer.is_object() && answer.contains("txid")) answer = json(answer.at("txid"));
-    return answer.is_string() ? answer.get<std::string>() : std::string();
+    const json answer = ParseForeignJson(response);
+    const json* named = FindJsonKey(answer, "txid");
+    const json& id = named != nullptr ? *named : answer;
+    return id.is_string() ? id.get<std::string>() : std::string();
 }
 
 // True with the text under `key`, empty when the key is missing; false when it is no text.
 bool ReadText(const json& object, const char* key, std::string& text) {
     text.clear();
-    const auto found = object.find(key);
-    if (found == object.end()) return true;
+    const json* found = FindJsonKey(object, key);
+    if (found == nullptr) return true;
     if (!found->is_string()) return false;
     text = found->get<std::string>();
     return true;
@@ -173,7 +170,7 @@ bool ArcSubmit(const std::string& hex, const std::string& own_id, std::string& e
     if (!HttpPostJson(kArcBroadcastUrl, HexBody("rawTx", hex), response, error, kArcTimeout, kArcAttempts)) {
         return false;
     }
-    const json answer = ParseLeniently(response);
+    const json answer = ParseForeignJson(response);
     std::string status;
     std::string extra_info;
     std::string txid;
