@@ -6,7 +6,10 @@
 #include <openssl/ec.h>
 #include <openssl/ecdsa.h>
 
+#include <array>
+#include <cstdint>
 #include <memory>
+#include <span>
 
 namespace brickfall {
 
@@ -24,7 +27,13 @@ using EcPointPtr = std::unique_ptr<EC_POINT, OpensslFree<EC_POINT_clear_free>>;
 using EcKeyPtr = std::unique_ptr<EC_KEY, OpensslFree<EC_KEY_free>>;
 using EcdsaSigPtr = std::unique_ptr<ECDSA_SIG, OpensslFree<ECDSA_SIG_free>>;
 
+using CompressedPoint = std::array<uint8_t, 33>;
+
 // The curve's group; immutable, never freed.
 const EC_GROUP* Secp256k1();
+
+// The SEC compressed public key of a big-endian private key, at the cost of one generator multiplication in
+// constant time. False when the scalar is 0 or not below the group's order.
+bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key);
 
 }  // namespace brickfall

@@ -1,0 +1,30 @@
+#include "wallet/curve.h"
+
+#include <openssl/obj_mac.h>
+
+namespace brickfall {
+
+const EC_GROUP* Secp256k1() {
+    static const EC_GROUP* const group = EC_GROUP_new_by_curve_name(NID_secp256k1);
+    return group;
+}
+
+bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key) {
+    const EC_GROUP* group = Secp256k1();
+    const BignumPtr scalar(BN_bin2bn(private_key.data(), static_cast<int>(private_key.size()), nullptr));
+    const EcPointPtr point(EC_POINT_new(group));
+    const EcKeyPtr key(EC_KEY_new());
+    if (!scalar || !point || !key) return false;
+    if (BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group)) >= 0) return false;
+    BN_set_flags(scalar.get(), BN_FLG_CONSTTIME);
+    if (EC_POINT_mul(group, point.get(), scalar.get(), nullptr, nullptr, nullptr) != 1) return false;
+    // The key object refuses a scalar that the library does not take for a private key.
+    if (EC_KEY_set_group(key.get(), group) != 1) return false;
+    if (EC_KEY_set_private_key(key.get(), scalar.get()) != 1) return false;
+    if (EC_KEY_set_public_key(key.get(), point.get()) != 1) return false;
+    const std::size_t written = EC_POINT_point2oct(group, point.get(), POINT_CONVERSION_COMPRESSED,
+                                                   public_key.data(), public_key.size(), nullptr);
+    return written == public_key.size();
+}
+
+}  // namespace brickfall
