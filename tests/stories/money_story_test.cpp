@@ -1,0 +1,626 @@
+// What happens to the player's money when services fail, lie or lag. Each story ends with the text that the
+// player reads and with a count of the satoshis on the chain.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "base/files.h"
+#include "base/text.h"
+#include "base/workers.h"
+#include "deployment/deployment.h"
+#include "deployment/sandbox_route.h"
+#include "net/http_client.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/app_binds.h"
+#include "wallet/balance_cache.h"
+#include "wallet/broadcast.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/pay_drivers.h"
+#include "wallet/paymail_registry.h"
+#include "wallet/shared_store.h"
+#include "wallet/spend_guard.h"
+#include "wallet/utxo_discovery.h"
+
+namespace brickfall {
+namespace {
+
+using sandbox::Fault;
+using sandbox::FaultKind;
+using sandbox::Service;
+
+constexpr int64_t kEntrySats = kArcadeHouseSats + kArcadePotSats;
+constexpr int64_t kEntryFee = 153;  // one input, change
+constexpr char kNothingLeft[] = "error: you have 0 in your Pouch wallet.";
+const std::string kStranger(64, 'e');  // an id that is no transaction's
+
+Fault Drop() {
+    Fault fault;
+    fault.kind = FaultKind::kDrop;
+    return fault;
+}
+
+Fault Reply(int status, std::string body, std::string path = "", int times = -1) {
+    Fault fault;
+    fault.status = status;
+    fault.body = std::move(body);
+    fault.path_contains = std::move(path);
+    fault.times = times;
+    return fault;
+}
+
+Fault Of(FaultKind kind, Fault fault = {}) {
+    fault.kind = kind;
+    return fault;
+}
+
+struct Aimed {
+    Service service;
+    Fault fault;
+};
+
+const Aimed kRelayDown{Service::kRelay, Drop()};
+
+Aimed ChainSays(int status, std::string body, int times = -1) {
+    return {Service::kChain, Reply(status, std::move(body), "/tx/raw", times)};
+}
+
+Aimed ChainActsAndSays(int status, std::string body) {
+    return {Service::kChain, Of(FaultKind::kActAndReply, Reply(status, std::move(body), "/tx/raw"))};
+}
+
+// A wallet with one receive address, and the services.
+struct Story {
+    explicit Story(int timeout_divisor = 1) : services(timeout_divisor) {
+        EXPECT_TRUE(wallet.loaded);
+        receive = wallet.ReceiveAddress(0);
+    }
+
+    std::string Fund(int64_t satoshis) {
+        const std::string txid = box.Fund(receive, satoshis);
+        EXPECT_EQ(txid.size(), 64u);
+        box.Mine();
+        return txid;
+    }
+
+    void Add(const Aimed& aimed) { box.AddFault(aimed.service, aimed.fault); }
+
+    std::string Pay() {
+        std::string text = PayArcadeEntry(kArcadeHouseAddress, kArcadePotAddress);
+        WaitForWorkers();
+        return text;
+    }
+
+    // The listings are read now, as a status refresh would.
+    void Refresh(bool with_ordinals = false) {
+        std::vector<AddressRefresh> records(2);
+        records[0].address = receive;
+        records[1].address = wallet.IdentityAddress();
+        FetchRefreshRecords(records, with_ordinals);
+        ApplyRefresh(records);
+    }
+
+    // The same wallet on another machine spends a coin of the receive address, past this program's memory.
+    void SpendElsewhere(const std::string& txid, int64_t value) {
+        SpendInput coin;
+        coin.txid = txid;
+        coin.vout = VoutOf(txid);
+        coin.value = value;
+        Hash160 owner{};
+        Hash160 other{};
+        ASSERT_TRUE(DecodeAddress(receive, owner) && DecodeAddress(kReportFeeAddress, other));
+        const PayOutput output{value - 500, P2pkhScript(other)};
+        const WalletLock lock(wallet_mutex);
+        ASSERT_TRUE(SignInput(coin, std::span(&coin, 1), std::span(&output, 1), owner, wallet_keys.priv,
+                              wallet_keys.pub));
+        std::string spender, reason;
+        const ByteBuffer raw = SerializeTx(std::span(&coin, 1), std::span(&output, 1), false);
+        ASSERT_TRUE(box.Submit(HexEncode(raw), spender, reason)) << reason;
+        elsewhere += value;
+    }
+
+    uint32_t VoutOf(const std::string& txid) {
+        for (const sandbox::ChainOutput& output : box.Unspent(receive)) {
+            if (output.txid == txid) return output.vout;
+        }
+        ADD_FAILURE() << "no such coin: " << txid;
+        return 0;
+    }
+
+    bool Holds(const std::string& txid) {
+        const auto unspent = box.Unspent(receive);
+        return std::any_of(unspent.begin(), unspent.end(),
+                           [&](const sandbox::ChainOutput& output) { return output.txid == txid; });
+    }
+
+    // Every satoshi that was ever made is with a known owner, and `entries` payments have been made.
+    void ExpectBooks(int entries, int64_t fees = -1) {
+        EXPECT_EQ(box.TotalFunded(), box.TotalUnspent() + box.TotalFees());
+        EXPECT_EQ(box.BalanceOf(kArcadeHouseAddress), entries * kArcadeHouseSats);
+        EXPECT_EQ(box.BalanceOf(kArcadePotAddress), entries * kArcadePotSats);
+        const int64_t paid = entries * kEntrySats + (fees >= 0 ? fees : entries * kEntryFee);
+        const int64_t own = box.BalanceOf(receive) + box.BalanceOf(wallet.IdentityAddress());
+        EXPECT_EQ(own, box.TotalFunded() - elsewhere - paid);
+    }
+
+    // The program knows what it has without asking anybody.
+    void ExpectBalanceKnown() {
+        const WalletLock lock(wallet_mutex);
+        EXPECT_EQ(SpendableBalance(), box.BalanceOf(receive));
+        EXPECT_EQ(ReadFaceBalance(receive), box.BalanceOf(receive));
+    }
+
+    bool Asked(Service service, std::string_view path) {
+        const auto requests = box.Requests(service);
+        return std::any_of(requests.begin(), requests.end(), [&](const std::string& request) {
+            return request.find(path) != std::string::npos;
+        });
+    }
+
+    SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    WalletFixture wallet;
+    std::string receive;
+    int64_t elsewhere = 0;  // taken out of the wallet by other hands, their fees included
+};
+
+bool IsPaid(const std::string& text) { return text.starts_with("success: ") && IsTxidText(text.substr(9)); }
+
+TEST(MoneyStory, OnePaymentThroughEveryKindOfAnswer) {
+    struct Row {
+        const char* why;
+        std::vector<Aimed> faults;
+        std::string text;   // "success": with the id of a transaction on the chain
+        bool moved;         // the payment is on the chain
+        std::string after;  // what a second payment says once the services are well
+    };
+    const std::string missing = "unexpected response code 500: Missing inputs";
+    const std::string known = "unexpected response code 500: 257: txn-already-known";
+    const std::string failed = "error: broadcast failed: ";
+    const std::string unconfirmed = "error: broadcast did not confirm. Wait a few seconds and try again.";
+    const Aimed relay_loses{Service::kRelay, Of(FaultKind::kLoseAccepted)};
+    const Aimed relay_acts_and_fails{Service::kRelay, Of(FaultKind::kActAndReply, Reply(500, "try later"))};
+    const auto arc = [](const char* body) { return Aimed{Service::kArc, Reply(200, body)}; };
+    const Row rows[] = {
+        {"all is well", {}, "success", true, "success"},
+        {"relay down", {kRelayDown}, "success", true, "success"},
+        {"relay refuses", {{Service::kRelay, Reply(503, "busy")}}, "success", true, "success"},
+        {"relay says no", {{Service::kRelay, Reply(200, R"({"ok":false})")}}, "success", true, "success"},
+        {"relay loses it, the second copy arrives", {relay_loses}, "success", true, "success"},
+        {"relay loses it, and the second copy too",
+         {relay_loses, ChainSays(503, "")},
+         "success: lost",
+         false,
+         "success"},
+        {"limited until it gives up",
+         {kRelayDown, ChainSays(429, "")},
+         failed + kRateLimitText,
+         false,
+         "success"},
+        {"limited once", {kRelayDown, ChainSays(429, "", 1)}, "success", true, "success"},
+        {"an HTML page",
+         {kRelayDown, ChainSays(502, "<html>Bad gateway</html>")},
+         failed + "HTTP 502",
+         false,
+         "success"},
+        {"cut in the middle of the answer",
+         {kRelayDown, {Service::kChain, Of(FaultKind::kCutBody, Reply(200, "", "/tx/raw"))}},
+         "success",
+         true,
+         "success"},
+        {"quoted id and newline, another id",
+         {kRelayDown, ChainActsAndSays(200, "\"" + kStranger + "\"\n")},
+         "success: " + kStranger,
+         true,
+         "success"},
+        {"an object with another id",
+         {kRelayDown, ChainActsAndSays(200, R"({"txid":")" + kStranger + "\"}")},
+         "success: " + kStranger,
+         true,
+         "success"},
+        {"no id, but it can be seen",
+         {kRelayDown, ChainActsAndSays(200, "thanks")},
+         "success",
+         true,
+         "success"},
+        {"no id, and it cannot be seen",
+         {kRelayDown, ChainSays(200, "thanks")},
+         unconfirmed,
+         false,
+         "success"},
+        {"known already, and seen", {relay_acts_and_fails}, "success", true, "success"},
+        {"known already, and not seen",
+         {kRelayDown, ChainSays(400, known)},
+         failed + "HTTP 400 – " + known,
+         false,
+         "success"},
+        {"ARC takes it", {kRelayDown, ChainSays(400, missing)}, "success", true, "success"},
+        {"ARC refuses",
+         {kRelayDown, ChainSays(400, missing), arc(R"({"txStatus":"REJECTED"})")},
+         kNothingLeft,
+         false,
+         kNothingLeft},
+        {"ARC talks nonsense",
+         {kRelayDown, ChainSays(400, missing), arc("]moo[")},
+         kNothingLeft,
+         false,
+         kNothingLeft},
+        {"ARC takes it and talks nonsense",
+         {kRelayDown,
+          ChainSays(400, missing),
+          {Service::kArc, Of(FaultKind::kActAndReply, Reply(200, "]moo["))}},
+         "success",
+         true,
+         "success"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        Story story;
+        story.Fund(10'000);
+        story.Fund(10'000);
+        for (const Aimed& aimed : row.faults) story.Add(aimed);
+        const std::string text = story.Pay();
+        if (row.text == "success") {
+            EXPECT_TRUE(IsPaid(text)) << text;
+            EXPECT_TRUE(story.box.RawTransaction(text.substr(9)).has_value());
+        } else if (row.text == "success: lost") {
+            EXPECT_TRUE(IsPaid(text)) << text;
+            EXPECT_FALSE(story.box.RawTransaction(text.substr(9)).has_value());
+        } else {
+            EXPECT_EQ(text, row.text);
+        }
+        story.ExpectBooks(row.moved ? 1 : 0);
+        if (row.text == "success") story.ExpectBalanceKnown();
+
+        story.box.ClearFaults();
+        const std::string again = story.Pay();
+        EXPECT_EQ(IsPaid(again) ? "success" : again, row.after);
+        story.ExpectBooks((row.moved ? 1 : 0) + (row.after == "success" ? 1 : 0));
+    }
+}
+
+TEST(MoneyStory, RelaySlowerThanTwoSeconds) {
+    Story story(/*timeout_divisor=*/20);
+    story.Fund(10'000);
+    story.Add({Service::kRelay, Of(FaultKind::kNoAnswer)});
+    const std::string text = story.Pay();
+    EXPECT_TRUE(IsPaid(text)) << text;
+    EXPECT_TRUE(story.Asked(Service::kChain, "POST /v1/bsv/main/tx/raw"));
+    story.ExpectBooks(1);
+    story.ExpectBalanceKnown();
+}
+
+TEST(MoneyStory, ACoinThatIsGone) {
+    struct Row {
+        const char* why;
+        bool mined;        // "Missing inputs", else "txn-mempool-conflict"
+        bool stale;        // a listing still names the coin; else only the program's memory does
+        bool others_left;  // a second coin is there
+    };
+    const Row rows[] = {
+        {"missing inputs, other coins left", true, false, true},
+        {"missing inputs, none left", true, false, false},
+        {"conflict in the mempool, other coins left", false, false, true},
+        {"conflict in the mempool, none left", false, false, false},
+        {"a stale listing, other coins left", true, true, true},
+        {"a stale listing, none left", true, true, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        Story story;
+        const std::string gone = story.Fund(20'000);
+        if (row.others_left) story.Fund(10'000);
+        if (row.stale) {
+            story.Add({Service::kChain, Of(FaultKind::kStaleListing)});
+        } else {
+            story.Refresh();
+        }
+        story.SpendElsewhere(gone, 20'000);
+        if (row.mined) story.box.Mine();
+        story.box.ClearRequests();
+
+        const std::string text = story.Pay();
+        if (row.others_left) {
+            EXPECT_TRUE(IsPaid(text)) << text;
+            story.ExpectBalanceKnown();
+        } else {
+            EXPECT_EQ(text, kNothingLeft);
+        }
+        EXPECT_EQ(story.Asked(Service::kArc, "POST"), row.mined);
+        EXPECT_EQ(story.Asked(Service::kOrdinals, "/txos/"), row.mined)
+            << "only missing inputs are looked up";
+        EXPECT_TRUE(IsSpent(gone, 0) || IsSpent(gone, 1));
+        story.ExpectBooks(row.others_left ? 1 : 0);
+    }
+}
+
+TEST(MoneyStory, EveryListingDown) {
+    Story story;
+    story.Fund(10'000);
+    story.Add({Service::kChain, Reply(500, "", "/address/")});
+    EXPECT_EQ(story.Pay(), kNothingLeft);
+    story.ExpectBooks(0);
+    story.box.ClearFaults();
+    EXPECT_TRUE(IsPaid(story.Pay()));
+    story.ExpectBooks(1);
+}
+
+TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
+    struct Row {
+        const char* why;
+        std::vector<Aimed> faults;
+        bool marked_is_held;  // the large coin that carries an inscription
+        bool single_is_held;  // a coin of one satoshi
+    };
+    const Row rows[] = {
+        {"up: it names the inscription and clears the single satoshi", {}, true, false},
+        {"down: single satoshis are suspect, large coins cannot be told",
+         {{Service::kOrdinals, Drop()}},
+         false,
+         true},
+        {"slow", {{Service::kOrdinals, Of(FaultKind::kNoAnswer)}}, false, true},
+        {"nonsense", {{Service::kOrdinals, Reply(200, "{\"a\":")}}, false, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        Story story(/*timeout_divisor=*/20);
+        const std::string marked = story.Fund(10'000);
+        const std::string plain = story.Fund(9'000);
+        const std::string single = story.Fund(1);
+        story.box.MarkOrdinal(story.receive, {marked, story.VoutOf(marked), marked + "_0"});
+        for (const Aimed& aimed : row.faults) story.Add(aimed);
+        story.Refresh(/*with_ordinals=*/true);
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        EXPECT_EQ(story.Holds(marked), row.marked_is_held);
+        EXPECT_EQ(story.Holds(plain), !row.marked_is_held);
+        {
+            const WalletLock lock(wallet_mutex);
+            EXPECT_EQ(IsOrdinalForAddress(story.receive, {single, story.VoutOf(single), 1}),
+                      row.single_is_held);
+        }
+        story.ExpectBooks(1);
+    }
+}
+
+TEST(MoneyStory, ReservedCoins) {
+    struct Row {
+        const char* why;
+        const char* file;
+        const char* text;  // "ID" stands for the coin's id, "VOUT" for its index
+        bool held;
+    };
+    const std::string id = kTestWalletId;
+    const std::string offers = "/gallery/offer_locks_" + id + ".json";
+    const std::string gallery = "/gallery/reserves_" + id + ".json";
+    const std::string emporium = "/emporium/reserves_" + id + ".json";
+    const Row rows[] = {
+        {"open offer", offers.c_str(), R"({"utxos":["ID_VOUT"]})", true},
+        {"open offer, half-written", offers.c_str(), R"({"utxos":["ID_VO)", false},
+        {"gallery picture", gallery.c_str(), R"({"reserves":[{"pic_utxo":"ID:VOUT","exp":0}]})", true},
+        {"gallery certificate", gallery.c_str(), R"({"reserves":[{"pic_utxo":"x","cert_utxo":"ID_VOUT"}]})",
+         true},
+        {"gallery, run out", gallery.c_str(), R"({"reserves":[{"pic_utxo":"ID_VOUT","exp":1000}]})", false},
+        {"gallery, half-written", gallery.c_str(), R"({"reserves":[{"pic_utxo":"ID_VOUT","ex)", false},
+        {"emporium", emporium.c_str(), R"({"reserves":[{"utxo":"ID_VOUT","exp":1}]})", true},
+        {"emporium, half-written", emporium.c_str(), R"({"reserves":[{"utxo":"ID_VOUT")", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        Story story;
+        const std::string large = story.Fund(20'000);
+        const std::string small = story.Fund(10'000);
+        std::string text = row.text;
+        text.replace(text.find("ID"), 2, large);
+        if (const auto at = text.find("VOUT"); at != std::string::npos) {
+            text.replace(at, 4, std::to_string(story.VoutOf(large)));
+        }
+        const std::string path = story.wallet.StorePath(row.file);
+        ASSERT_TRUE(MakeFolders(std::filesystem::path(path).parent_path().string()) && WriteFile(path, text));
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        EXPECT_EQ(story.Holds(large), row.held);
+        EXPECT_EQ(story.Holds(small), !row.held);
+        story.ExpectBooks(1);
+    }
+}
+
+// Such a listing names transactions that do not exist. The coins are never sent to a wrong place for it, and
+// they stay on the chain.
+TEST(MoneyStory, ACoinListedInReversedByteOrder) {
+    Story story;
+    story.Fund(10'000);
+    story.Add({Service::kChain, Of(FaultKind::kFlipTxids)});
+    EXPECT_EQ(story.Pay(), kNothingLeft);
+    story.ExpectBooks(0);
+}
+
+TEST(MoneyStory, TenPaymentsInARowBeforeAnyIndexerHasSeenOne) {
+    Story story;
+    story.Fund(100'000);
+    story.box.SetIndexerKnows(false);
+    story.Add({Service::kChain, Of(FaultKind::kStaleListing)});
+    for (int i = 0; i < 10; ++i) {
+        const std::string text = story.Pay();
+        ASSERT_TRUE(IsPaid(text)) << text;
+        if (i % 3 == 2) story.Refresh();  // the listing that knows of nothing must not undo the change
+    }
+    story.ExpectBooks(10);
+    EXPECT_EQ(story.box.BalanceOf(story.receive), 100'000 - 10 * (kEntrySats + kEntryFee));
+    const WalletLock lock(wallet_mutex);
+    EXPECT_EQ(ReadBalance(), story.box.BalanceOf(story.receive));
+}
+
+TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
+    // A limited service makes the program wait, and meanwhile the other thing happens.
+    const Fault limited_listing = Reply(429, "", "/unspent/all", 1);
+    {
+        SCOPED_TRACE("another wallet during the fetch");
+        Story story;
+        story.Fund(10'000);
+        const std::string other = story.wallet.StorePath("/wallets/other");
+        ASSERT_TRUE(MakeFolders(other));
+        const nlohmann::json file = {
+            {"mnemonic", "legal winner thank year wave sausage worth useful legal winner thank yellow"}};
+        ASSERT_TRUE(WriteFile(other + "/wallet.json", file.dump()));
+        story.Add({Service::kChain, limited_listing});
+        std::atomic<bool> changed = false;
+        story.wallet.clock.on_sleep = [&](int64_t) {
+            if (changed.exchange(true)) return;
+            const WalletLock lock(wallet_mutex);
+            ClearWalletState();
+            SetWalletId("other");
+        };
+        EXPECT_EQ(story.Pay(), "error: wallet changed.");
+        EXPECT_TRUE(utxo_cache.empty()) << "coins of one wallet in the memory of another";
+        EXPECT_EQ(story.box.BalanceOf(story.receive), 10'000);
+        EXPECT_EQ(story.box.TotalFees(), 0);
+    }
+    {
+        SCOPED_TRACE("another wallet during the second look after a rejection");
+        Story story;
+        const std::string gone = story.Fund(20'000);
+        story.Refresh();
+        story.SpendElsewhere(gone, 20'000);
+        story.box.Mine();
+        const std::string other = story.wallet.StorePath("/wallets/other");
+        ASSERT_TRUE(MakeFolders(other));
+        const nlohmann::json file = {
+            {"mnemonic", "legal winner thank year wave sausage worth useful legal winner thank yellow"}};
+        ASSERT_TRUE(WriteFile(other + "/wallet.json", file.dump()));
+        story.Add({Service::kOrdinals, Reply(429, "", "", 1)});
+        std::string other_address;
+        story.wallet.clock.on_sleep = [&](int64_t) {
+            if (!other_address.empty()) return;
+            const WalletLock lock(wallet_mutex);
+            ClearWalletState();
+            SetWalletId("other");
+            ASSERT_TRUE(LoadWallet());
+            other_address = wallet_keys.address;
+            story.box.Fund(other_address, 50'000);
+        };
+        EXPECT_EQ(story.Pay(), "error: wallet changed.");
+        EXPECT_EQ(story.box.BalanceOf(other_address), 50'000) << "one wallet paid for the other";
+        EXPECT_EQ(story.box.BalanceOf(kArcadeHouseAddress), 0);
+    }
+    {
+        SCOPED_TRACE("unbind during the fetch");
+        Story story;
+        story.Fund(10'000);
+        story.Add({Service::kChain, limited_listing});
+        std::atomic<bool> unbound = false;
+        story.wallet.clock.on_sleep = [&](int64_t) {
+            if (!unbound.exchange(true)) UnbindWallet();
+        };
+        EXPECT_EQ(story.Pay(), "error: wallet changed.");
+        EXPECT_FALSE(IsConnected());
+        EXPECT_EQ(story.box.BalanceOf(story.receive), 10'000);
+    }
+    {
+        SCOPED_TRACE("unbind during the broadcast: it waits for the payment");
+        Story story;
+        story.Fund(10'000);
+        story.Add(kRelayDown);
+        story.Add(ChainSays(429, "", 1));
+        story.wallet.clock.on_sleep = [&](int64_t) { StartWorker([] { UnbindWallet(); }); };
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        EXPECT_FALSE(IsConnected());
+        EXPECT_EQ(story.Pay(),
+                  "error: Pouch wallet not connected. Create or Restore in Pouch, then Connect in the app.");
+        EXPECT_EQ(story.box.BalanceOf(story.receive), 10'000 - kEntrySats - kEntryFee);
+        EXPECT_EQ(story.box.TotalFunded(), story.box.TotalUnspent() + story.box.TotalFees());
+    }
+}
+
+TEST(MoneyStory, NothingCanBeWritten) {
+    const std::string spent = "/ord_snap/" + std::string(kTestWalletId) + "_spent.json";
+    const std::string face = "/tx_hist/" + std::string(kTestWalletId) + "_face.json";
+    for (const std::string& tail : {spent, face, std::string("/orvane_paymail.json"),
+                                    std::string("/wallets.json"), std::string("/wallets.json.tmp")}) {
+        for (const bool disk_full : {false, true}) {
+            SCOPED_TRACE(tail + (disk_full ? ", disk full" : ", a folder in its place"));
+            Story story;
+            story.Fund(20'000);
+            const std::filesystem::path path = story.wallet.StorePath(tail);
+            std::filesystem::create_directories(path.parent_path());
+            std::filesystem::remove_all(path);
+            if (disk_full) {
+                std::filesystem::create_symlink("/dev/full", path);
+            } else {
+                std::filesystem::create_directory(path);
+            }
+            RegisterPaymail("ada", wallet_keys.identity_pub, wallet_keys.identity_address);
+            SetWalletName(kTestWalletId, "New name");
+            EXPECT_TRUE(IsPaid(story.Pay()));
+            EXPECT_TRUE(IsPaid(story.Pay()));  // what memory holds is enough for the next one
+            story.ExpectBooks(2);
+            const WalletLock lock(wallet_mutex);
+            EXPECT_EQ(ReadBalance(), story.box.BalanceOf(story.receive));
+        }
+    }
+
+    Story story;
+    story.Fund(20'000);
+    ASSERT_TRUE(RemoveFile(BindFilePath()));
+    std::filesystem::create_directory(BindFilePath());
+    WriteBind(kTestWalletId);  // cannot be kept, but holds for this run
+    EXPECT_TRUE(IsConnected());
+    EXPECT_TRUE(IsPaid(story.Pay()));
+    story.ExpectBooks(1);
+}
+
+TEST(MoneyStory, EachDriverPaysItsOutputsOrSaysWhyNot) {
+    Story story;
+    story.Fund(50'000);
+    EXPECT_EQ(PayArcadeEntry("nowhere", "nowhere"), "error: arcade house address decode failed.");
+    EXPECT_EQ(PayArcadeEntry(kArcadeHouseAddress, ""), "error: arcade pot address decode failed.");
+    EXPECT_EQ(PayArcadeScore("nowhere", ""), "error: empty arcade score payload.");
+    EXPECT_EQ(PayArcadeScore("nowhere", "row"), "error: arcade oracle decode failed.");
+    EXPECT_EQ(PayReport(""), "error: empty report payload.");
+    EXPECT_EQ(story.box.TotalFees(), 0);
+
+    const std::string payload(300, 'r');
+    const std::string score = PayArcadeScore(kArcadeWatchAddress, payload);
+    ASSERT_TRUE(IsPaid(score)) << score;
+    const std::string report = PayReport(payload);
+    ASSERT_TRUE(IsPaid(report)) << report;
+    WaitForWorkers();
+    // An output of no value with the one push of 300 bytes.
+    const std::string data =
+        "0000000000000000"
+        "fd3101"
+        "006a4d2c01" +
+        HexEncode(AsBytes(payload));
+    for (const std::string& text : {score, report}) {
+        const auto raw = story.box.RawTransaction(text.substr(9));
+        ASSERT_TRUE(raw.has_value());
+        EXPECT_NE(raw->find(data), std::string::npos);
+    }
+    EXPECT_EQ(story.box.BalanceOf(kArcadeWatchAddress), kMarkerSats);
+    EXPECT_EQ(story.box.BalanceOf(kReportFeeAddress), kReportFeeSats);
+    EXPECT_EQ(story.box.BalanceOf(kReportOracleAddress), kMarkerSats);
+    const int64_t fees = story.box.TotalFees();
+    EXPECT_EQ(story.box.BalanceOf(story.receive), 50'000 - 2 * kMarkerSats - kReportFeeSats - fees);
+    story.ExpectBalanceKnown();
+
+    UnbindWallet();
+    EXPECT_EQ(PayArcadeScore("nowhere", ""),
+              "error: Pouch wallet not connected. Create or Restore in Pouch, then Connect in the app.");
+}
+
+TEST(MoneyStory, TooLittleMoneyIsNamedToTheSatoshi) {
+    Story story;
+    story.Fund(5'000);
+    EXPECT_EQ(story.Pay(), "error: insufficient funds. Need 5119 sats, you have 5000 in your Pouch wallet.");
+    story.ExpectBooks(0);
+    story.Fund(2'000);
+    story.Refresh();
+    EXPECT_TRUE(IsPaid(story.Pay()));
+    story.ExpectBooks(1, kEntryFee + 41);  // a second input
+}
+
+}  // namespace
+}  // namespace brickfall
