@@ -1,0 +1,451 @@
+#include "net/http_client.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <openssl/ec.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <vector>
+
+#include "base/files.h"
+#include "base/workers.h"
+#include "deployment/sandbox_route.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+struct Certificate {
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key{EVP_EC_gen("P-256"), EVP_PKEY_free};
+    std::unique_ptr<X509, decltype(&X509_free)> x509{X509_new(), X509_free};
+
+    // Self-signed, so that it is its own authority.
+    explicit Certificate(const char* names) {
+        ASN1_INTEGER_set(X509_get_serialNumber(x509.get()), 1);
+        X509_set_version(x509.get(), X509_VERSION_3);
+        X509_gmtime_adj(X509_getm_notBefore(x509.get()), -86'400);
+        X509_gmtime_adj(X509_getm_notAfter(x509.get()), 86'400);
+        X509_set_pubkey(x509.get(), key.get());
+        X509_NAME* const subject = X509_get_subject_name(x509.get());
+        X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC, reinterpret_cast<const uint8_t*>("test"), -1,
+                                   -1, 0);
+        X509_set_issuer_name(x509.get(), subject);
+        X509_EXTENSION* const hosts = X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, names);
+        X509_add_ext(x509.get(), hosts, -1);
+        X509_EXTENSION_free(hosts);
+        X509_sign(x509.get(), key.get(), EVP_sha256());
+    }
+
+    std::string Pem() const {
+        const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), BIO_free);
+        PEM_write_bio_X509(out.get(), x509.get());
+        char* text = nullptr;
+        const long size = BIO_get_mem_data(out.get(), &text);
+        return {text, static_cast<std::size_t>(size)};
+    }
+};
+
+struct Answer {
+    int status = 200;
+    std::string body;
+    std::string location;
+    bool cut = false;   // announces more than it sends
+    bool hold = false;  // waits for Release
+};
+
+// A TLS server on a free port that gives the scripted answers in turn, the last one again and again.
+class Server {
+  public:
+    explicit Server(std::vector<Answer> answers = {})
+        : certificate_("DNS:service.test,DNS:orvane.test"),
+          server_(certificate_.x509.get(), certificate_.key.get()),
+          answers_(std::move(answers)) {
+        const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
+            Reply(request, response);
+        };
+        server_.Get(".*", handler);
+        server_.Post(".*", handler);
+        server_.set_tcp_nodelay(true);
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        WriteFile(CaFile(), certificate_.Pem());
+        Route(1);
+    }
+
+    ~Server() {
+        Release();
+        // Stopping before the loop has begun would leave it running.
+        while (!server_.is_running()) std::this_thread::yield();
+        server_.stop();
+        thread_.join();
+        SetConnectRoute({});
+    }
+
+    void Route(int timeout_divisor) {
+        SetConnectRoute({"::127.0.0.1:" + std::to_string(port_), CaFile(), timeout_divisor});
+    }
+
+    // Begins anew.
+    void Script(std::vector<Answer> answers) {
+        const std::lock_guard lock(mutex_);
+        answers_ = std::move(answers);
+        asked_.clear();
+    }
+
+    void Release() {
+        if (!released_) release_.set_value();
+        released_ = true;
+    }
+
+    std::vector<httplib::Request> Asked() {
+        const std::lock_guard lock(mutex_);
+        return asked_;
+    }
+
+    int Port() const { return port_; }
+    std::string CaFile() const { return folder_.Path() + "/ca.pem"; }
+
+  private:
+    void Reply(const httplib::Request& request, httplib::Response& response) {
+        Answer answer;
+        {
+            const std::lock_guard lock(mutex_);
+            answer = answers_[std::min(asked_.size(), answers_.size() - 1)];
+            asked_.push_back(request);
+        }
+        if (answer.hold) held_.wait();
+        response.status = answer.status;
+        if (!answer.location.empty()) response.set_header("Location", answer.location);
+        if (!answer.cut) {
+            response.set_content(answer.body, "text/plain");
+            return;
+        }
+        response.set_content_provider(answer.body.size() + 1, "text/plain",
+                                      [answer](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                          if (offset > 0) return false;
+                                          return sink.write(answer.body.data(), answer.body.size());
+                                      });
+    }
+
+    TempFolder folder_;
+    Certificate certificate_;
+    httplib::SSLServer server_;
+    std::promise<void> release_;
+    std::shared_future<void> held_ = release_.get_future().share();
+    bool released_ = false;
+    std::mutex mutex_;
+    std::vector<Answer> answers_;          // guarded by mutex_
+    std::vector<httplib::Request> asked_;  // guarded by mutex_
+    int port_ = 0;
+    std::thread thread_;
+};
+
+constexpr char kUrl[] = "https://service.test/start";
+constexpr char kTimedOut[] = "Timeout was reached";
+
+struct Function {
+    const char* name;
+    std::function<bool(const std::string& url)> call;
+    const char* method;
+    const char* user_agent;
+    const char* content_type;
+};
+
+const std::vector<Function>& Functions() {
+    static std::string text;
+    static std::string error;
+    static json parsed;
+    static const std::vector<Function> functions = {
+        {"HttpGet", [](const std::string& url) { return HttpGet(url, text, error, 10); }, "GET",
+         "Orvane-Pouch/0.1", ""},
+        {"HttpPostJson",
+         [](const std::string& url) { return HttpPostJson(url, "{\"ask\":1}", text, error, 10, 1); }, "POST",
+         "Orvane-Pouch/0.1", "application/json"},
+        {"HttpGetOnce", [](const std::string& url) { return HttpGetOnce(url, text, error); }, "GET", "", ""},
+        {"FetchJson", [](const std::string& url) { return FetchJson(url, parsed); }, "GET", "Brickfall/1",
+         ""},
+        {"FetchText", [](const std::string& url) { return FetchText(url, text); }, "GET", "Brickfall/1", ""},
+        {"FetchJsonStrict", [](const std::string& url) { return FetchJsonStrict(url, parsed); }, "GET", "",
+         ""},
+    };
+    return functions;
+}
+
+class HttpClient : public testing::Test {
+  protected:
+    static void SetUpTestSuite() { StartNetwork(); }
+    static void TearDownTestSuite() { StopNetwork(); }
+
+    ManualClock clock_;
+    std::string body_ = "former";
+    std::string error_ = "former";
+};
+
+TEST_F(HttpClient, EachFunctionSaysWhatItIs) {
+    Server server;
+    for (const Function& function : Functions()) {
+        SCOPED_TRACE(function.name);
+        server.Script({{200, "{}", {}}});
+        EXPECT_TRUE(function.call("https://service.test/path?a=%20b"));
+        ASSERT_EQ(server.Asked().size(), 1u);
+        const httplib::Request asked = server.Asked()[0];
+        EXPECT_EQ(asked.method, function.method);
+        EXPECT_EQ(asked.target, "/path?a=%20b");
+        EXPECT_EQ(asked.get_header_value("Host"), "service.test");
+        EXPECT_EQ(asked.get_header_value("User-Agent"), function.user_agent);
+        EXPECT_EQ(asked.get_header_value("Content-Type"), function.content_type);
+        EXPECT_EQ(asked.body, std::string_view(function.method) == "POST" ? "{\"ask\":1}" : "");
+    }
+}
+
+TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
+    const struct {
+        const char* name;
+        std::vector<Answer> answers;
+        const char* succeeds;  // HttpGet, HttpPostJson, HttpGetOnce, FetchJson, FetchText, FetchJsonStrict
+    } rows[] = {
+        {"object", {{200, "{\"a\":1}", {}}}, "yyyyyy"},
+        {"other 2xx", {{201, "[1]", {}}}, "yyyyyn"},
+        {"number", {{200, "7", {}}}, "yyynyy"},
+        {"no JSON", {{200, "{\"a\":", {}}}, "yyynyn"},
+        {"number beyond a double", {{200, "[1e999]", {}}}, "yyynyn"},
+        {"no UTF-8", {{200, "[\"\xFF\"]", {}}}, "yyynyn"},
+        {"nesting", {{200, std::string(200'000, '['), {}}}, "yyynyn"},
+        {"empty", {{200, "", {}}}, "yyynnn"},
+        {"redirect", {{302, "<html>", "/end"}, {200, "[]", {}}}, "ynyyyy"},
+        {"3xx without a target", {{300, "[]", {}}}, "nnnyyn"},
+        {"not found", {{404, "{}", {}}}, "nnnnnn"},
+        {"redirect to not found", {{302, "{}", "/end"}, {404, "{}", {}}}, "nnnnnn"},
+        {"server error", {{500, "{}", {}}}, "nnnnnn"},
+        {"cut", {{200, "{}", {}, true}}, "nnnnnn"},
+        {"redirect to a file", {{302, "{}", "file:///etc/passwd"}}, "nnnnnn"},
+    };
+    Server server;
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < Functions().size(); ++i) {
+            server.Script(row.answers);
+            EXPECT_EQ(Functions()[i].call(kUrl), row.succeeds[i] == 'y')
+                << Functions()[i].name << ": " << row.name;
+        }
+    }
+}
+
+TEST_F(HttpClient, NoFunctionReadsAFile) {
+    const TempFolder folder;
+    ASSERT_TRUE(WriteFile(folder.Path() + "/file", "[]"));
+    for (const Function& function : Functions()) {
+        EXPECT_FALSE(function.call("file://" + folder.Path() + "/file")) << function.name;
+    }
+}
+
+TEST_F(HttpClient, RateLimitIsWaitedOutByTheWalletFunctionsOnly) {
+    const Answer limited{429, "{\"error\":\"slow down\"}", {}};
+    using Pauses = std::vector<int64_t>;
+    const struct {
+        const char* name;
+        std::function<bool()> call;
+        std::vector<Answer> answers;
+        bool succeeds;
+        std::size_t requests;
+        Pauses pauses;
+    } rows[] = {
+        {"get", [this] { return HttpGet(kUrl, body_, error_, 10); }, {limited}, false, 4, {400, 800, 1600}},
+        {"get, in the end",
+         [this] { return HttpGet(kUrl, body_, error_, 10); },
+         {limited, limited, {200, "fine", {}}},
+         true,
+         3,
+         {400, 800}},
+        {"get, then an error",
+         [this] { return HttpGet(kUrl, body_, error_, 10); },
+         {limited, {500, "", {}}, {200, "", {}}},
+         false,
+         2,
+         {400}},
+        {"post 4",
+         [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 4); },
+         {limited},
+         false,
+         4,
+         {400, 800, 1600}},
+        {"post 2",
+         [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 2); },
+         {limited},
+         false,
+         2,
+         {400}},
+        {"post 1", [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 1); }, {limited}, false, 1, {}},
+        {"post 0", [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 0); }, {limited}, false, 0, {}},
+        {"once", [this] { return HttpGetOnce(kUrl, body_, error_); }, {limited}, false, 1, {}},
+        {"text", [this] { return FetchText(kUrl, body_); }, {limited}, false, 1, {}},
+    };
+    Server server;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ManualClock clock;
+        server.Script(row.answers);
+        EXPECT_EQ(row.call(), row.succeeds);
+        EXPECT_EQ(server.Asked().size(), row.requests);
+        EXPECT_EQ(clock.Sleeps(), row.pauses);
+    }
+}
+
+TEST_F(HttpClient, OutputsHoldTheLastAttemptOnly) {
+    Server server;
+    server.Script({{429, "first", {}}, {200, "second", {}}});
+    EXPECT_TRUE(HttpGet(kUrl, body_, error_, 10));
+    EXPECT_EQ(body_, "second");
+    EXPECT_EQ(error_, "");
+
+    server.Script({{400, "{\"error\":\"taken\"}", {}}});
+    EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 10, 2));
+    EXPECT_EQ(body_, "{\"error\":\"taken\"}") << "the body of a refusal is the caller's to read";
+    EXPECT_EQ(error_, "HTTP 400 – {\"error\":\"taken\"}");
+
+    server.Script({{429, "x", {}}});
+    EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 10, 0));
+    EXPECT_EQ(body_, "");
+    EXPECT_EQ(error_, kRateLimitText);
+    EXPECT_FALSE(HttpGetOnce(kUrl, body_, error_));
+    EXPECT_EQ(error_, "HTTP 429") << "no words of its own";
+
+    server.Script({{404, "nothing here", {}}});
+    EXPECT_TRUE(HttpGet(kUrl, body_, error_, 10, /*allow_404=*/true));
+    EXPECT_EQ(body_, "nothing here");
+    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
+    EXPECT_EQ(error_, "HTTP 404 – nothing here");
+
+    server.Script({{500, "[1]", {}}});
+    json answer = "former";
+    EXPECT_FALSE(FetchJson(kUrl, answer));
+    EXPECT_EQ(answer, "former");
+    EXPECT_FALSE(FetchJsonStrict(kUrl, answer));
+    EXPECT_EQ(answer, nullptr);
+}
+
+TEST_F(HttpClient, FailureTextsCarryNoHtmlAndAtMost120Bytes) {
+    const std::string long_body = "{\"error\":\"" + std::string(190, 'x');
+    const std::pair<std::pair<long, std::string>, std::string> rows[] = {
+        {{429, "{\"error\":\"any\"}"},
+         "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again."},
+        {{500, ""}, "HTTP 500"},
+        {{500, "<html><body>no"}, "HTTP 500"},
+        {{502, "proxy says <HTML>"}, "HTTP 502"},
+        {{502, "\n<!DOCTYPE html>"}, "HTTP 502"},
+        {{502, "<Html>"}, "HTTP 502 – <Html>"},
+        {{400, " bad \r\n \n"}, "HTTP 400 –  bad"},
+        {{400, "\r\n"}, "HTTP 400 – "},
+        {{500, long_body}, "HTTP 500 – " + long_body.substr(0, 120)},
+        {{500, std::string(119, 'a') + "  b"}, "HTTP 500 – " + std::string(119, 'a') + " "},
+    };
+    for (const auto& [reply, text] : rows) {
+        EXPECT_EQ(DescribeHttpFailure(reply.first, reply.second), text) << reply.second;
+    }
+}
+
+TEST_F(HttpClient, ARedirectLoopEnds) {
+    Server server({{302, "", "/again"}});
+    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
+    EXPECT_EQ(error_, "Number of redirects hit maximum amount");
+    EXPECT_EQ(server.Asked().size(), 6u) << "the request and five redirects";
+}
+
+TEST_F(HttpClient, ASilentServiceRunsIntoTheTimeOut) {
+    Server server({{200, "late", {}, false, true}});
+    server.Route(/*timeout_divisor=*/100);
+    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
+    EXPECT_EQ(error_, kTimedOut);
+    EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 2, 4));
+    EXPECT_EQ(error_, kTimedOut);
+    EXPECT_LE(server.Asked().size(), 2u) << "only status 429 is tried again";
+    server.Route(/*timeout_divisor=*/1'000'000);
+    EXPECT_FALSE(HttpGetOnce(kUrl, body_, error_));
+    EXPECT_EQ(error_, kTimedOut) << "a time-out that rounds to nothing is no endless one";
+}
+
+TEST_F(HttpClient, TheServersNameAndAuthorityAreChecked) {
+    constexpr char kUntrusted[] = "SSL peer certificate or SSH remote key was not OK";
+    Server server({{200, "{}", {}}});
+    for (const Function& function : Functions()) {
+        EXPECT_FALSE(function.call("https://other.test/"))
+            << function.name << " took another host's certificate";
+    }
+    const TempFolder folder;
+    ASSERT_TRUE(WriteFile(folder.Path() + "/ca.pem", Certificate("DNS:service.test").Pem()));
+    SetConnectRoute({"::127.0.0.1:" + std::to_string(server.Port()), folder.Path() + "/ca.pem"});
+    for (const Function& function : Functions()) {
+        EXPECT_FALSE(function.call(kUrl)) << function.name << " took an unknown authority";
+    }
+    EXPECT_TRUE(server.Asked().empty());
+    // A service on this machine may vouch for itself, to the one function that allows it.
+    for (const char* const local : {"https://127.0.0.1/", "https://localhost/", "https://localhost:1/"}) {
+        EXPECT_TRUE(HttpGetOnce(local, body_, error_)) << local;
+        EXPECT_FALSE(HttpGet(local, body_, error_, 10)) << local;
+        EXPECT_EQ(error_, kUntrusted);
+    }
+    EXPECT_FALSE(HttpGetOnce("https://service.test/https://localhost", body_, error_));
+    EXPECT_EQ(error_, kUntrusted);
+}
+
+// Without a route the pinned address answers or refuses, but the name is never asked of a name server, which
+// would know nothing of it.
+TEST_F(HttpClient, TheFamilysHostIsPinned) {
+    for (const char* const url : {"https://orvane.test/", "https://www.orvane.test/x?orvane.test"}) {
+        EXPECT_FALSE(HttpGet(url, body_, error_, 10)) << url;
+        EXPECT_NE(error_, "Couldn't resolve host name") << url;
+    }
+}
+
+TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAll) {
+    Server server({{200, "{}", {}}});
+    for (const std::string& bad :
+         {std::string("https://service.test/a\0b", 24), std::string("https://service.test/a b"),
+          std::string("https://service.test/a\r\nX: y"), std::string()}) {
+        EXPECT_FALSE(HttpGet(bad, body_, error_, 10)) << bad;
+        EXPECT_EQ(error_, "URL using bad/illegal format or missing URL") << bad;
+    }
+    EXPECT_TRUE(server.Asked().empty());
+}
+
+TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
+    const std::string large(4'000'000, 'a');
+    Server server({{200, large, {}}});
+    std::atomic<int> good = 0;
+    for (int i = 0; i < 4; ++i) {
+        StartWorker([&] {
+            std::string answer;
+            std::string error;
+            if (HttpPostJson(kUrl, large, answer, error, 60, 1) && answer == large) ++good;
+        });
+    }
+    WaitForWorkers();
+    EXPECT_EQ(good, 4);
+    for (const httplib::Request& asked : server.Asked()) EXPECT_EQ(asked.body, large);
+}
+
+TEST_F(HttpClient, StoppingTheNetworkLeavesARunningRequestAlone) {
+    Server server({{200, "fine", {}, false, true}});
+    std::string answer;
+    StartWorker([&answer] {
+        std::string error;
+        if (!HttpGet(kUrl, answer, error, 60)) answer = error;
+    });
+    while (server.Asked().empty()) std::this_thread::yield();
+    StopNetwork();
+    server.Release();
+    WaitForWorkers();
+    EXPECT_EQ(answer, "fine");
+}
+
+}  // namespace
+}  // namespace brickfall
