@@ -201,11 +201,6 @@ void ListReceiveAddress(uint32_t index) {
     ListAddress(ReceivePath(index), Base58CheckEncode(hash), hash);
 }
 
-void ListOtherAddress(const KeyPath& path, const std::string& address) {
-    owned.other_address = address;
-    if (Hash160 hash; DecodeAddress(address, hash)) ListAddress(path, address, hash);
-}
-
 // A counter that has grown costs its new addresses only.
 void ListHdAddresses() {
     const uint32_t end = wallet_keys.recv[1] + 1;
@@ -219,13 +214,21 @@ void ListHdAddresses() {
     }
     owned.is_hd = true;
     while (owned.next_index < end) ListReceiveAddress(owned.next_index++);
-    ListOtherAddress(kIdentityPath, wallet_keys.identity_address);
+    owned.other_address = wallet_keys.identity_address;
+    if (Hash160 hash; DecodeAddress(owned.other_address, hash)) {
+        ListAddress(kIdentityPath, owned.other_address, hash);
+    }
 }
 
 void ListLegacyAddress() {
     if (!owned.is_hd && owned.other_address == wallet_keys.address) return;
     ForgetOwnedList();
-    ListOtherAddress(KeyPath{}, wallet_keys.address);
+    owned.other_address = wallet_keys.address;
+    if (owned.other_address.empty()) return;
+    OwnedAddress only{KeyPath{}, owned.other_address, {}};
+    // The file's text is taken as it stands; one that is no address is listed and owns no hash.
+    if (DecodeAddress(only.address, only.hash)) owned.places.emplace(only.hash, 0);
+    owned.addresses.push_back(std::move(only));
 }
 
 bool DeriveIntoWallet(const KeyPath& path, SecretString& private_hex, std::string& public_hex,

@@ -1,0 +1,312 @@
+#include "wallet/ov_pouch_wallet.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "base/files.h"
+#include "base/text.h"
+#include "deployment/deployment.h"
+#include "wallet/app_binds.h"
+#include "wallet/balance_cache.h"
+#include "wallet/broadcast.h"
+#include "wallet/json_numbers.h"
+#include "wallet/secret_json.h"
+#include "wallet/shared_store.h"
+#include "wallet/spend_guard.h"
+#include "wallet/utxo_discovery.h"
+
+namespace brickfall {
+
+std::recursive_mutex& wallet_mutex = *new std::recursive_mutex;
+WalletKeys& wallet_keys = *new WalletKeys;
+
+namespace {
+
+using nlohmann::json;
+
+constexpr int kFormatVersion = 2;
+constexpr std::size_t kMaxNoteBytes = 80;
+constexpr std::size_t kPrivateHexLength = 64;
+constexpr std::size_t kMinAddressLength = 26;
+constexpr std::string_view kCutFromEnds = " \t\r\n";
+
+struct WalletFile {
+    json document;
+    SecretString mnemonic;
+    SecretString priv;
+
+    bool IsHd() const { return HasText("mnemonic"); }
+    bool HasText(const char* key) const {
+        const json* value = FindJsonKey(document, key);
+        return value != nullptr && value->is_string();
+    }
+};
+
+std::optional<WalletFile> ReadWalletFile() {
+    std::optional<SecretString> text = ReadSecretFile(WalletFilePath());
+    if (!text) return std::nullopt;
+    SecretMember secrets[] = {{"mnemonic", {}}, {"priv", {}}};
+    WalletFile file;
+    file.document = ParseWithSecrets(*text, secrets);
+    if (file.document.is_discarded()) return std::nullopt;
+    file.mnemonic = std::move(secrets[0].value);
+    file.priv = std::move(secrets[1].value);
+    return file;
+}
+
+// The four below leave `value` alone when the key is missing, and are false when it holds another type.
+bool ReadText(const json& object, const char* key, std::string& value) {
+    const json* found = FindJsonKey(object, key);
+    if (found == nullptr) return true;
+    if (!found->is_string()) return false;
+    value = found->get<std::string>();
+    return true;
+}
+
+bool ReadBool(const json& object, const char* key, bool& value) {
+    const json* found = FindJsonKey(object, key);
+    if (found == nullptr) return true;
+    if (!found->is_boolean()) return false;
+    value = found->get<bool>();
+    return true;
+}
+
+bool ReadInt32(const json& object, const char* key, int32_t& value) {
+    const json* found = FindJsonKey(object, key);
+    if (found == nullptr) return true;
+    const std::optional<int64_t> number = JsonExactInt64(*found);
+    if (!number || *number < INT32_MIN || *number > INT32_MAX) return false;
+    value = static_cast<int32_t>(*number);
+    return true;
+}
+
+bool ReadOrdOwned(const json& element, OrdOwnedEntry& entry) {
+    return ReadText(element, "origin", entry.origin) && ReadText(element, "txid", entry.txid) &&
+           ReadInt32(element, "vout", entry.vout) && ReadText(element, "type", entry.type) &&
+           ReadText(element, "address", entry.address) && ReadText(element, "name", entry.name) &&
+           ReadText(element, "icon", entry.icon) && ReadBool(element, "hidden", entry.hidden) &&
+           ReadBool(element, "created", entry.created);
+}
+
+std::string_view CutEnds(std::string_view text) {
+    return StripBack(StripFront(text, kCutFromEnds), kCutFromEnds);
+}
+
+bool ReadContact(const json& element, ContactEntry& entry) {
+    std::string dest;
+    std::string note;
+    if (!ReadText(element, "dest", dest) || !ReadText(element, "note", note)) return false;
+    entry.dest = NormalizeContactDest(dest);
+    entry.note = CutEnds(note).substr(0, kMaxNoteBytes);
+    return true;
+}
+
+// The objects of an array, each read by `read` and kept when its `name` is not empty. A value that is no
+// array counts as an empty one.
+template <typename Entry>
+bool ReadList(const json& document, const char* key, bool (*read)(const json&, Entry&),
+              std::string Entry::*name, std::vector<Entry>& list) {
+    const json* array = FindJsonKey(document, key);
+    if (array == nullptr || !array->is_array()) return true;
+    for (const json& element : *array) {
+        if (!element.is_object()) continue;
+        Entry entry;
+        if (!read(element, entry)) return false;
+        if (!(entry.*name).empty()) list.push_back(std::move(entry));
+    }
+    return true;
+}
+
+bool ReadLists(const json& document) {
+    return ReadList(document, "ord_owned", ReadOrdOwned, &OrdOwnedEntry::origin, wallet_keys.ord_owned) &&
+           ReadList(document, "contacts", ReadContact, &ContactEntry::dest, wallet_keys.contacts);
+}
+
+void ReadNames(const json& document) {
+    ReadText(document, "paymail", wallet_keys.paymail);
+    ReadText(document, "ord_avatar", wallet_keys.ord_avatar);
+}
+
+// An index of an address; nothing for what no address can have.
+std::optional<uint32_t> Counter(const json& value) {
+    const std::optional<int64_t> number = JsonExactInt64(value);
+    if (!number || *number < 0 || *number >= int64_t{kHardenedBit}) return std::nullopt;
+    return static_cast<uint32_t>(*number);
+}
+
+void ReadCounters(const json& document) {
+    const json* recv = FindJsonKey(document, "recv");
+    if (recv == nullptr || !recv->is_array()) return;
+    const std::size_t count = std::min(recv->size(), wallet_keys.recv.size());
+    for (std::size_t account = 0; account < count; ++account) {
+        if (const auto counter = Counter((*recv)[account])) wallet_keys.recv[account] = *counter;
+    }
+}
+
+void ReadShow(const json& document) {
+    wallet_keys.show = wallet_keys.recv[1];
+    const json* show = FindJsonKey(document, "show");
+    if (show == nullptr) return;
+    if (const auto counter = Counter(*show)) wallet_keys.show = std::min(*counter, wallet_keys.recv[1]);
+}
+
+// Empties WalletKeys. Its secrets are wiped, whether they were valid or not.
+void ResetWalletKeys() {
+    WipeString(wallet_keys.priv);
+    WipeString(wallet_keys.mnemonic);
+    OPENSSL_cleanse(wallet_keys.seed.data(), wallet_keys.seed.size());
+    OPENSSL_cleanse(&wallet_keys.master, sizeof wallet_keys.master);
+    wallet_keys = WalletKeys{};
+    ClearDerivationCache();
+}
+
+bool LoadHd(WalletFile& file) {
+    wallet_keys.mnemonic = std::move(file.mnemonic);
+    if (!ValidateMnemonic()) return false;
+    wallet_keys.is_hd = true;
+    if (!ReadBool(file.document, "backup", wallet_keys.backup)) return false;
+    ReadCounters(file.document);
+    ReadShow(file.document);
+    ReadNames(file.document);
+    return ReadLists(file.document) && RefreshDerivedKeys();
+}
+
+bool LoadLegacy(WalletFile& file) {
+    const bool read = ReadText(file.document, "pub", wallet_keys.pub) &&
+                      ReadText(file.document, "address", wallet_keys.address);
+    if (!read || file.priv.size() != kPrivateHexLength) return false;
+    wallet_keys.priv = std::move(file.priv);
+    ReadNames(file.document);
+    if (!ReadLists(file.document)) return false;
+    if (wallet_keys.pub.empty() && !PublicKeyFromPrivate(wallet_keys.priv, wallet_keys.pub)) return false;
+    if (wallet_keys.address.empty()) wallet_keys.address = AddressFromPublicKey(wallet_keys.pub);
+    return !wallet_keys.address.empty();
+}
+
+void WriteText(json& object, const char* key, const std::string& text) {
+    if (!text.empty()) object[key] = text;
+}
+
+json OrdOwnedJson(const OrdOwnedEntry& entry) {
+    json object = {
+        {"origin", entry.origin}, {"txid", entry.txid}, {"vout", entry.vout}, {"created", entry.created}};
+    WriteText(object, "type", entry.type);
+    WriteText(object, "address", entry.address);
+    WriteText(object, "name", entry.name);
+    WriteText(object, "icon", entry.icon);
+    if (entry.hidden) object["hidden"] = true;
+    return object;
+}
+
+json ContactJson(const ContactEntry& entry) {
+    json object = {{"dest", entry.dest}};
+    WriteText(object, "note", entry.note);
+    return object;
+}
+
+// The document that is written, but for the words.
+json WalletJson() {
+    json document = {{"version", kFormatVersion},     {"mnemonic", ""},
+                     {"backup", wallet_keys.backup},  {"recv", wallet_keys.recv},
+                     {"show", wallet_keys.show},      {"identity", wallet_keys.identity_address},
+                     {"address", wallet_keys.address}};
+    WriteText(document, "paymail", wallet_keys.paymail);
+    WriteText(document, "ord_avatar", wallet_keys.ord_avatar);
+    for (const OrdOwnedEntry& entry : wallet_keys.ord_owned) {
+        document["ord_owned"].push_back(OrdOwnedJson(entry));
+    }
+    for (const ContactEntry& entry : wallet_keys.contacts) document["contacts"].push_back(ContactJson(entry));
+    return document;
+}
+
+std::string DisplayPaymail(const std::string& name) {
+    return name.empty() ? std::string() : name + "@" + kPaymailDomain;
+}
+
+}  // namespace
+
+std::string WalletFilePath() {
+    const std::string id = WalletId();
+    return StoreRoot() + (id.empty() ? "/orvane_pouch.json" : "/wallets/" + id + "/wallet.json");
+}
+
+std::string NormalizeContactDest(std::string_view text) {
+    const std::string_view dest = CutEnds(StripFront(CutEnds(text), "@$"));
+    if (dest.size() >= kMinAddressLength && dest.front() == '1') return std::string(dest);
+    std::string name = Lower(dest);
+    const std::size_t at = name.find('@');
+    if (at != std::string::npos && name.substr(at + 1) == kPaymailDomain) name.resize(at);
+    return name;
+}
+
+bool LoadWallet() {
+    if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
+    if (WalletId().empty()) return false;
+    std::optional<WalletFile> file = ReadWalletFile();
+    if (!file) return false;
+    ResetWalletKeys();
+    if (file->IsHd() ? LoadHd(*file) : LoadLegacy(*file)) {
+        LoadSpentSet();
+        return true;
+    }
+    // Half a wallet would pass for a loaded one at the next call, and its words are of no use.
+    ResetWalletKeys();
+    return false;
+}
+
+bool SaveWallet() {
+    if (WalletId().empty() || !wallet_keys.is_hd) return false;
+    const std::string path = WalletFilePath();
+    MakeFolders(std::filesystem::path(path).parent_path().string());
+    return WriteFile(path, InsertSecret(StoreDump(WalletJson()), "mnemonic", wallet_keys.mnemonic));
+}
+
+void ReloadWalletHints() {
+    if (wallet_keys.priv.empty() || wallet_keys.address.empty()) return;
+    const std::optional<WalletFile> file = ReadWalletFile();
+    if (!file || !file->document.is_object()) return;
+    const uint32_t former_index = wallet_keys.recv[1];
+    ReadCounters(file->document);
+    if (!file->HasText("ord_avatar")) wallet_keys.ord_avatar.clear();
+    ReadNames(file->document);
+    if (wallet_keys.is_hd && wallet_keys.recv[1] != former_index) RefreshDerivedKeys();
+}
+
+void ClearWalletState() {
+    ResetWalletKeys();
+    ClearUtxoState();
+    ClearGuardState();
+    ClearBalanceMemory();
+    last_recorded_txid.clear();
+}
+
+bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd) {
+    address.clear();
+    paymail.clear();
+    is_hd = false;
+    const WalletLock lock(wallet_mutex);
+    if (!wallet_keys.address.empty()) {
+        address = wallet_keys.address;
+        paymail = DisplayPaymail(wallet_keys.paymail);
+        is_hd = wallet_keys.is_hd;
+        return true;
+    }
+    if (WalletId().empty()) return false;
+    const std::optional<WalletFile> file = ReadWalletFile();
+    if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;
+    std::string name;
+    if (!ReadText(file->document, "address", address)) return false;
+    ReadText(file->document, "paymail", name);
+    paymail = DisplayPaymail(name);
+    is_hd = file->IsHd();
+    return true;
+}
+
+std::string CurrentAddress() {
+    const WalletLock lock(wallet_mutex);
+    return LoadWallet() ? wallet_keys.address : std::string();
+}
+
+}  // namespace brickfall
