@@ -1,0 +1,213 @@
+#include "game/flows.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "base/clock.h"
+#include "base/text.h"
+#include "base/workers.h"
+#include "deployment/deployment.h"
+#include "game/input_tape.h"
+#include "game/week.h"
+#include "messages/row.h"
+#include "messages/signing.h"
+#include "net/http_client.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/pay_drivers.h"
+#include "wallet/status_refresh.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+constexpr char kAlreadyWorkingText[] = "Already working...";
+constexpr char kEnterQuestion[] =
+    "Enter Brickfall for 5000 sats?\n\n2000 to the house\n3000 to this week's pot\n\nPouch will prompt. "
+    "Three "
+    "lives. No continues.";
+
+// Who would sign and be paid at this moment; both empty when no wallet is loaded.
+struct Player {
+    std::string handle;  // the bare name
+    std::string address;
+};
+
+Player CurrentPlayer() {
+    const WalletLock lock(wallet_mutex);
+    if (!LoadWallet()) return {};
+    PaymailSync(/*announce=*/false);
+    return {wallet_keys.paymail, wallet_keys.address};
+}
+
+void SetStatus(const FlowDriver& driver, std::string_view text) { driver.run.set_status(text); }
+
+bool IsSuccess(const std::string& result) { return result.starts_with("success"); }
+
+// The driver is named by value: a worker outlives the click that started it.
+void StartPay(const FlowDriver& driver, PayKind kind, std::function<std::string()> pay) {
+    StartWorker([post = driver.post_pay_done, kind, pay = std::move(pay)] {
+        post(kind, std::make_unique<std::string>(pay()));
+    });
+}
+
+json ScoreRow(const RunControl& run, Player player) {
+    const int64_t now = UnixSeconds();
+    std::string tape = TapeToHex(run.tape);
+    json row = {
+        {"protocol", "Cairn-Wire"}, {"type", "arcade_score"},      {"location", "arcade"},
+        {"game", "brickfall"},      {"score", run.final_score},    {"week", WeekStart(now)},
+        {"entry", run.enter_txid},  {"tape_hash", TapeHash(tape)}, {"ts", now},
+    };
+    row["handle"] = std::move(player.handle);
+    row["pay_addr"] = std::move(player.address);
+    row["tape"] = std::move(tape);  // up to 2 MB: moved in, since a braced list would copy it
+    return row;
+}
+
+void OnEnterPaid(RunControl& run, const FlowDriver& driver, std::string txid) {
+    run.enter_txid = std::move(txid);
+    StartRun(run, driver.run);
+    SetStatus(driver, "Entered. Blocks incoming.");
+}
+
+void OnScoreRecorded(RunControl& run, const FlowDriver& driver, std::string txid) {
+    run.record_txid = std::move(txid);
+    run.mode = kModeRecorded;
+    run.record_pending = false;
+    driver.run.record_local_score(run.record_txid);
+    driver.run.enable_control(kControlRecord, false);
+    driver.run.enable_control(kControlPlay, true);
+    SetStatus(driver, "Score recorded. " + run.record_txid);
+    driver.start_board_load();
+}
+
+}  // namespace
+
+std::string FindTxid(std::string_view text) {
+    constexpr std::size_t kTxidLength = 64;
+    std::size_t digits = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        digits = HexDigitValue(text[i]) < 0 ? 0 : digits + 1;
+        if (digits == kTxidLength) return std::string(text.substr(i + 1 - kTxidLength, kTxidLength));
+    }
+    return {};
+}
+
+void SetBusy(RunControl& run, const FlowDriver& driver, bool on) {
+    run.busy = on;
+    for (const int id : {kControlConnect, kControlUnbind, kControlPlay, kControlBoard, kControlReport}) {
+        driver.run.enable_control(id, !on);
+    }
+    driver.run.enable_control(kControlRecord, !on && run.mode != kModeRecorded);
+}
+
+bool IsFrozen(std::string& note) {
+    note.clear();
+    std::string key;
+    {
+        const WalletLock lock(wallet_mutex);
+        if (LoadWallet()) key = wallet_keys.is_hd ? wallet_keys.identity_pub : wallet_keys.pub;
+    }
+    if (key.empty()) return false;
+    json identity;
+    // A look-up that fails does not stop play.
+    if (!FetchJson(std::string(kApiBaseUrl) + "/api/paymail/identity/" + key, identity)) return false;
+    note = JsonString(identity, "frozenNote");
+    if (!identity.is_object()) return false;
+    const auto frozen = identity.find("frozen");
+    return frozen != identity.end() && frozen->is_boolean() && frozen->get<bool>();
+}
+
+void OnConnectClicked(RunControl& run, const FlowDriver& driver) {
+    if (run.busy) return SetStatus(driver, kAlreadyWorkingText);
+    if (IsConnected()) return SetStatus(driver, "Already connected. Unbind to pick another wallet.");
+    SetBusy(run, driver, true);
+    SetStatus(driver, "Waiting for Pouch to approve...");
+    StartWorker([post = driver.post_connect_done] { post(std::make_unique<std::string>(ConnectToPouch())); });
+}
+
+void OnPlayClicked(RunControl& run, const FlowDriver& driver) {
+    if (run.busy) return SetStatus(driver, kAlreadyWorkingText);
+    if (run.mode == kModePlaying) return SetStatus(driver, "Finish this run first.");
+    if (!IsConnected()) return SetStatus(driver, "Connect a Pouch wallet first.");
+    if (CurrentPlayer().handle.empty()) {
+        return SetStatus(driver, std::string("Publish a @") + kPaymailDomain + " name before you play.");
+    }
+    std::string note;
+    if (IsFrozen(note)) return SetStatus(driver, "This identity is frozen. No play.");
+    if (!driver.confirm("Brickfall", kEnterQuestion)) return;
+    SetBusy(run, driver, true);
+    SetStatus(driver, "Paying enter fee in Pouch...");
+    StartPay(driver, kPayEnter, [] { return PayArcadeEntry(kArcadeHouseAddress, kArcadePotAddress); });
+}
+
+void OnRecordClicked(RunControl& run, const FlowDriver& driver) {
+    if (run.busy) return SetStatus(driver, kAlreadyWorkingText);
+    if (run.mode != kModeGameOver) return SetStatus(driver, "Play a full run first.");
+    if (run.enter_txid.size() != 64) return SetStatus(driver, "Missing enter txid.");
+    Player player;
+    if (IsConnected()) player = CurrentPlayer();
+    if (player.handle.empty()) return SetStatus(driver, "Connect the same Pouch that paid to enter.");
+
+    std::string text;
+    {
+        json row = ScoreRow(run, std::move(player));
+        std::string error;
+        if (!SignMessage(row, error)) {
+            return SetStatus(driver, error.empty() ? "Could not sign the score." : error);
+        }
+        text = DumpRow(row);
+    }
+    SetBusy(run, driver, true);
+    SetStatus(driver, "Recording score on-chain (1 sat)...");
+    StartPay(driver, kPayRecord,
+             [text = std::move(text)] { return PayArcadeScore(kArcadeWatchAddress, text); });
+}
+
+void OnUnbindClicked(RunControl& run, const FlowDriver& driver) {
+    if (run.mode == kModePlaying) {
+        return SetStatus(driver, "Finish or close the run before unbinding.");
+    }
+    UnbindWallet();
+    driver.refresh_wallet_labels();
+    SetStatus(driver, "Unbound. Connect again to pick a wallet in Pouch.");
+}
+
+void OnConnectResult(RunControl& run, const FlowDriver& driver, ResultText result) {
+    SetBusy(run, driver, false);
+    driver.refresh_wallet_labels();
+    if (!result) return SetStatus(driver, "Connect failed.");
+    if (!IsSuccess(*result)) return SetStatus(driver, *result);
+    SetStatus(driver, "Connected. Play when you are funded.");
+    driver.start_pot_refresh();
+}
+
+void OnPayResult(RunControl& run, const FlowDriver& driver, PayKind kind, ResultText result) {
+    SetBusy(run, driver, false);
+    driver.refresh_wallet_labels();
+    if (!result) return SetStatus(driver, "Pay failed.");
+    if (IsSuccess(*result)) {
+        std::string txid = FindTxid(*result);
+        switch (kind) {
+            case kPayEnter:
+                OnEnterPaid(run, driver, std::move(txid));
+                break;
+            case kPayRecord:
+                OnScoreRecorded(run, driver, std::move(txid));
+                break;
+            case kPayReport:
+                SetStatus(driver, "Report sent. " + txid);
+                break;
+        }
+    } else {
+        SetStatus(driver, *result);
+        if (kind != kPayReport) driver.run.enable_control(kControlPlay, true);
+    }
+    driver.start_pot_refresh();
+    driver.run.invalidate_well();
+}
+
+}  // namespace brickfall
