@@ -400,6 +400,7 @@ TEST_F(HttpClient, TheServersNameAndAuthorityAreChecked) {
 // Without a route the pinned address answers or refuses, but the name is never asked of a name server, which
 // would know nothing of it.
 TEST_F(HttpClient, TheFamilysHostIsPinned) {
+    SetConnectRoute({});
     for (const char* const url : {"https://orvane.test/", "https://www.orvane.test/x?orvane.test"}) {
         EXPECT_FALSE(HttpGet(url, body_, error_, 10)) << url;
         EXPECT_NE(error_, "Couldn't resolve host name") << url;
