@@ -1,0 +1,91 @@
+#include "game/input_tape.h"
+
+#include <openssl/sha.h>
+
+#include <span>
+
+#include "base/text.h"
+#include "game/simulation.h"
+
+namespace brickfall {
+namespace {
+
+constexpr uint8_t kTapeFormat = 1;
+constexpr std::size_t kHeaderBytes = 10;
+constexpr std::size_t kEventBytes = 5;
+
+void AppendLittleEndian(std::vector<uint8_t>& out, std::size_t value, int byte_count) {
+    for (int i = 0; i < byte_count; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+
+bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+
+}  // namespace
+
+void ResetTape(InputTape& tape, int32_t cell_w, int32_t cell_h) {
+    tape.start_lives = kStartLives;
+    tape.cell_w = static_cast<uint16_t>(cell_w);
+    tape.cell_h = static_cast<uint16_t>(cell_h);
+    tape.events.clear();
+}
+
+void AppendEvent(InputTape& tape, uint64_t clock_ms, uint8_t code) {
+    if (tape.events.size() >= kTapeMaxEvents) return;
+    tape.events.push_back({static_cast<uint32_t>(clock_ms), code});
+}
+
+void SerializeTape(const InputTape& tape, std::vector<uint8_t>& bytes) {
+    bytes.clear();
+    bytes.reserve(kHeaderBytes + kEventBytes * tape.events.size());
+    bytes.push_back(kTapeFormat);
+    bytes.push_back(tape.start_lives);
+    AppendLittleEndian(bytes, tape.cell_w, 2);
+    AppendLittleEndian(bytes, tape.cell_h, 2);
+    AppendLittleEndian(bytes, tape.events.size(), 4);
+    for (const InputEvent& event : tape.events) {
+        AppendLittleEndian(bytes, event.tick_ms, 4);
+        bytes.push_back(event.code);
+    }
+}
+
+std::string TapeToHex(const InputTape& tape) {
+    std::vector<uint8_t> bytes;
+    SerializeTape(tape, bytes);
+    std::string text;
+    AppendHex(text, bytes);
+    return text;
+}
+
+std::string NormalizeHex(std::string_view text) {
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+    return Lower(text);
+}
+
+bool HexToBytes(std::string_view text, std::vector<uint8_t>& bytes) {
+    bytes.clear();
+    if (text.size() % 2 != 0) return false;
+    bytes.reserve(text.size() / 2);
+    for (std::size_t at = 0; at < text.size(); at += 2) {
+        const int high = HexDigitValue(text[at]);
+        const int low = HexDigitValue(text[at + 1]);
+        if (high < 0 || low < 0) {
+            bytes.clear();
+            return false;
+        }
+        bytes.push_back(static_cast<uint8_t>(high * 16 + low));
+    }
+    return true;
+}
+
+std::string TapeHash(std::string_view hex_text) {
+    std::vector<uint8_t> bytes;
+    if (!HexToBytes(NormalizeHex(hex_text), bytes)) return "";
+    uint8_t digest[SHA256_DIGEST_LENGTH];
+    SHA256(bytes.data(), bytes.size(), digest);
+    std::string text;
+    AppendHex(text, digest);
+    return text;
+}
+
+}  // namespace brickfall
