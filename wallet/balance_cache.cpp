@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 
 #include "base/clock.h"
@@ -82,8 +81,8 @@ int64_t ReadFaceBalance(std::string_view address) {
     const json face = ReadStoreJson(FacePath());
     if (StoreText(face, "address") != address) return -1;
     const json* satoshis = FindJsonKey(face, "sats");
-    const std::optional<int64_t> value = satoshis != nullptr ? JsonExactInt64(*satoshis) : std::nullopt;
-    return std::max<int64_t>(value.value_or(-1), -1);
+    if (satoshis == nullptr) return -1;
+    return std::max<int64_t>(JsonExactInt64(*satoshis).value_or(-1), -1);
 }
 
 void ClearBalanceMemory() {

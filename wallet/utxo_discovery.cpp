@@ -105,9 +105,9 @@ std::optional<Utxo> ParseListedOutput(const json& element) {
     const bool has_position = FindJsonNumber(element, "tx_pos") != nullptr;
     const std::optional<uint32_t> vout = JsonIndexOr0(element, has_position ? "tx_pos" : "vout");
     const json* amount = FindJsonKey(element, "value");
-    const std::optional<int64_t> value = amount != nullptr ? JsonExactInt64(*amount) : std::nullopt;
-    if (!vout || !value || *value <= 0) return std::nullopt;
-    return Utxo{*txid, *vout, *value};
+    const int64_t value = amount != nullptr ? JsonExactInt64(*amount).value_or(0) : 0;
+    if (!vout || value <= 0) return std::nullopt;
+    return Utxo{*txid, *vout, value};
 }
 
 bool FetchListing(const std::string& url, std::vector<Utxo>& list, std::string& error) {
@@ -268,10 +268,10 @@ bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
         }
         const json* amount = FindJsonNumber(element, "satoshis");
         if (amount == nullptr) amount = FindJsonNumber(element, "value");
-        const std::optional<int64_t> value = amount != nullptr ? JsonSatoshis(*amount) : std::nullopt;
+        const int64_t value = amount != nullptr ? JsonSatoshis(*amount).value_or(0) : 0;
         const std::optional<uint32_t> vout = JsonIndexOr0(element, "vout");
         const std::string& id = txid->get_ref<const std::string&>();
-        if (IsTxidText(id) && vout && value && *value > 1) list.push_back({id, *vout, *value});
+        if (IsTxidText(id) && vout && value > 1) list.push_back({id, *vout, value});
     }
     KeepFirstOfEach(list);
     return !list.empty();

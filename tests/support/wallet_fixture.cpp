@@ -8,6 +8,7 @@
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
 #include "wallet/app_binds.h"
+#include "wallet/encodings.h"
 #include "wallet/key_derivation.h"
 #include "wallet/ov_pouch_wallet.h"
 
@@ -53,6 +54,12 @@ std::unique_ptr<sandbox::Sandbox> StartSandbox() {
 }
 
 }  // namespace
+
+std::string TestTxid(uint32_t number) {
+    ByteBuffer bytes(28, 0xab);
+    AppendU32Le(bytes, number);
+    return HexEncode(bytes);
+}
 
 WalletFixture::WalletFixture(std::string_view paymail, uint32_t last_receive, std::string_view phrase) {
     ForgetWallet();

@@ -18,6 +18,9 @@ inline constexpr char kTestPhrase[] =
     "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon about";
 inline constexpr char kTestWalletId[] = "w1700000000000";
 
+// An id of the right form, another one for each number, and never its own reverse.
+std::string TestTxid(uint32_t number);
+
 // Writes the wallet into a new store, binds this process to it and loads it; the scope's end clears every
 // trace of it from the process. `last_receive` is recv[1], and the current address is the one of that index.
 struct WalletFixture {

@@ -1,0 +1,450 @@
+#include "wallet/spend_guard.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "base/files.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/app_binds.h"
+#include "wallet/broadcast.h"
+#include "wallet/json_numbers.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Fault;
+using sandbox::Service;
+
+std::string Replace(std::string text, const std::string& mark, const std::string& by) {
+    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
+        text.replace(at, mark.size(), by);
+    }
+    return text;
+}
+
+class SpendGuard : public testing::Test {
+  protected:
+    SpendGuard() {
+        EXPECT_TRUE(wallet.loaded);
+        MakeFolders(wallet.StorePath("/emporium"));
+        MakeFolders(wallet.StorePath("/gallery"));
+    }
+
+    void Write(const std::string& tail, const std::string& content) {
+        EXPECT_TRUE(WriteFile(wallet.StorePath(tail), content));
+    }
+
+    std::string SpentFile() { return wallet.StorePath("/ord_snap/") + kTestWalletId + "_spent.json"; }
+
+    WalletFixture wallet{"ada", /*last_receive=*/2};
+    WalletLock lock{wallet_mutex};
+};
+
+TEST(OriginOf, IsTextOnlyWhereAnOriginIsNamed) {
+    const struct {
+        const char* object;
+        const char* origin;
+    } rows[] = {
+        {R"({})", ""},
+        {R"({"origin":null})", ""},
+        {R"({"origin":"whatever it says"})", "whatever it says"},
+        {R"({"origin":""})", ""},
+        {R"({"origin":{"outpoint":"a_0"}})", "a_0"},
+        {R"({"origin":{"outpoint":""}})", ""},
+        {R"({"origin":{"outpoint":7}})", ""},
+        {R"({"origin":{}})", ""},
+        {R"({"origin":["a_0"]})", ""},
+        {R"({"origin":1})", ""},
+        {R"(["origin"])", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(OriginOf(ParseForeignJson(row.object)), row.origin) << row.object;
+}
+
+TEST_F(SpendGuard, ASingleSatoshiIsHeldBackWhileNoFreshScanSpeaksForIt) {
+    const Utxo single{TestTxid(1), 0, 1}, two{TestTxid(2), 0, 2}, picture{TestTxid(3), 0, 10'000};
+    const std::string a = "address a", b = "address b";
+    EXPECT_TRUE(IsOrdinalForAddress(a, single));
+    EXPECT_FALSE(IsOrdinalForAddress(a, two));
+    EXPECT_FALSE(IsOrdinalAnywhere(single));
+
+    StoreOrdinalGuard(a, {OutpointKey(picture.txid, 0)}, /*ok=*/true);
+    EXPECT_FALSE(IsOrdinalForAddress(a, single));
+    EXPECT_TRUE(IsOrdinalForAddress(a, picture));
+    EXPECT_TRUE(IsOrdinalAnywhere(picture));
+    EXPECT_TRUE(IsOrdinalForAddress(b, single)) << "the scan was of another address";
+
+    wallet.clock.AdvanceMs(19'999);
+    EXPECT_TRUE(HasFreshGuard(a));
+    EXPECT_FALSE(IsOrdinalForAddress(a, single));
+    wallet.clock.AdvanceMs(1);
+    EXPECT_FALSE(HasFreshGuard(a));
+    EXPECT_TRUE(IsOrdinalForAddress(a, single));
+    EXPECT_FALSE(IsOrdinalForAddress(a, picture)) << "an old scan does not count for its address";
+    EXPECT_TRUE(IsOrdinalAnywhere(picture)) << "but it does here, at any age";
+}
+
+TEST_F(SpendGuard, AnOutageLastsTwentySecondsFromTheLastFailedScan) {
+    const Utxo single{TestTxid(1), 0, 1}, picture{TestTxid(3), 0, 10'000};
+    StoreOrdinalGuard("a", {OutpointKey(picture.txid, 0)}, true);
+    EXPECT_FALSE(OrdinalsOutageRunning());
+    StoreOrdinalGuard("b", {}, /*ok=*/false);
+    EXPECT_TRUE(OrdinalsOutageRunning());
+    EXPECT_TRUE(IsOrdinalForAddress("a", single)) << "of whatever address";
+    EXPECT_FALSE(IsOrdinalForAddress("a", picture)) << "the value alone decides now";
+    EXPECT_TRUE(IsOrdinalAnywhere(single));
+    EXPECT_FALSE(IsOrdinalAnywhere(picture));
+
+    wallet.clock.AdvanceMs(15'000);
+    StoreOrdinalGuard("b", {OutpointKey(picture.txid, 0)}, false);
+    StoreOrdinalGuard("a", {}, true);
+    wallet.clock.AdvanceMs(19'999);
+    EXPECT_TRUE(OrdinalsOutageRunning()) << "a good scan does not end it";
+    wallet.clock.AdvanceMs(1);
+    EXPECT_FALSE(OrdinalsOutageRunning());
+    EXPECT_TRUE(IsOrdinalAnywhere(picture)) << "what the failed scan had read before it failed";
+    EXPECT_FALSE(IsOrdinalAnywhere(single));
+    StoreOrdinalGuard("b", {}, true);
+    EXPECT_FALSE(IsOrdinalAnywhere(picture)) << "one entry for each address";
+}
+
+TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
+    const std::string upper_id = "ABCDEF" + std::string(58, '0');
+    const std::string id = "abcdef" + std::string(58, '0');
+    const int64_t now = 1'790'000'000;
+    // "@" stands for the outpoint in upper case and with a colon, "NOW" for the time of the clock.
+    const struct {
+        const char* why;
+        const char* shop;
+        const char* content;
+        bool reserved;
+    } rows[] = {
+        {"a row", "emporium", R"({"reserves":[{"utxo":"@"}]})", true},
+        {"exp is not looked at", "emporium", R"({"reserves":[{"utxo":"@","exp":1}]})", true},
+        {"behind rows of other kinds", "emporium", R"({"reserves":[7,{},{"utxo":""},"x",{"utxo":"@"}]})",
+         true},
+        {"another output", "emporium", R"({"reserves":[{"utxo":"x_1"}]})", false},
+        {"half written", "emporium", R"({"reserves":[{"utxo":"@"})", false},
+        {"a list", "emporium", R"([{"utxo":"@"}])", false},
+        {"rows of another type", "emporium", R"({"reserves":{"utxo":"@"}})", false},
+        {"before a malformed row", "emporium", R"({"reserves":[{"utxo":"@"},{"utxo":7}]})", true},
+        {"behind a malformed row", "emporium", R"({"reserves":[{"utxo":"x","listing":1},{"utxo":"@"}]})",
+         false},
+        {"malformed itself", "emporium", R"({"reserves":[{"utxo":"@","exp":"never"}]})", false},
+        {"null is no text", "emporium", R"({"reserves":[{"utxo":"@","origin":null}]})", false},
+        {"no end", "gallery", R"({"reserves":[{"pic_utxo":"@","exp":0}]})", true},
+        {"no exp", "gallery", R"({"reserves":[{"pic_utxo":"@"}]})", true},
+        {"in the past", "gallery", R"({"reserves":[{"pic_utxo":"@","exp":1789999999}]})", false},
+        {"at this second", "gallery", R"({"reserves":[{"pic_utxo":"@","exp":NOW}]})", true},
+        {"far beyond any time", "gallery", R"({"reserves":[{"pic_utxo":"@","exp":1e300}]})", true},
+        {"below any time", "gallery", R"({"reserves":[{"pic_utxo":"@","exp":-1e300}]})", true},
+        {"the certificate", "gallery", R"({"reserves":[{"pic_utxo":"x","cert_utxo":"@"}]})", true},
+        {"a certificate without picture", "gallery", R"({"reserves":[{"pic_utxo":"","cert_utxo":"@"}]})",
+         false},
+        {"past one, then a live one", "gallery",
+         R"({"reserves":[{"pic_utxo":"@","exp":5},{"pic_utxo":"@","exp":2000000000}]})", true},
+        {"all fields", "gallery",
+         R"({"reserves":[{"pic_utxo":"@","pic":"p","cert":"c","price_sats":-1,"spot":1e300}]})", true},
+        {"behind a malformed spot", "gallery", R"({"reserves":[{"spot":true},{"pic_utxo":"@"}]})", false},
+    };
+    for (const auto& row : rows) {
+        const std::string content =
+            Replace(Replace(row.content, "@", upper_id + ":3"), "NOW", std::to_string(now));
+        Write(std::string("/") + row.shop + "/reserves_" + kTestWalletId + ".json", content);
+        const bool emporium = std::string(row.shop) == "emporium";
+        EXPECT_EQ(emporium ? IsEmporiumReserved(id, 3) : IsGalleryReserved(id, 3), row.reserved) << row.why;
+        EXPECT_FALSE(emporium ? IsEmporiumReserved(id, 4) : IsGalleryReserved(id, 4)) << row.why;
+    }
+}
+
+TEST_F(SpendGuard, FilesOfOtherProgramsAreNamedByTheWalletId) {
+    const std::string locks = R"({"utxos":["ABC_0","",7,null,"d"]})";
+    const std::string rows = R"({"reserves":[{"utxo":")" + TestTxid(1) + R"(_0"}]})";
+    const struct {
+        std::string wallet_id, offer_name, reserve_name;
+    } names[] = {
+        {"w-1_A", "w-1_A", "w-1_A"},
+        {"a.b/c", "abc", "a_b_c"},
+        {"..", "none", "__"},
+        {"", "none", "none"},
+        {std::string(70, 'n'), std::string(70, 'n'), std::string(64, 'n')},
+    };
+    std::vector<std::string> list;
+    for (const auto& name : names) {
+        SetWalletId(name.wallet_id);
+        Write("/gallery/offer_locks_" + name.offer_name + ".json", locks);
+        Write("/emporium/reserves_" + name.reserve_name + ".json", rows);
+        LoadOfferLocks(list);
+        EXPECT_EQ(list, (std::vector<std::string>{"abc_0", "d"})) << name.wallet_id;
+        EXPECT_TRUE(IsEmporiumReserved(TestTxid(1), 0)) << name.wallet_id;
+        RemoveFile(wallet.StorePath("/gallery/offer_locks_" + name.offer_name + ".json"));
+        RemoveFile(wallet.StorePath("/emporium/reserves_" + name.reserve_name + ".json"));
+        LoadOfferLocks(list);
+        EXPECT_TRUE(list.empty());
+        EXPECT_FALSE(IsEmporiumReserved(TestTxid(1), 0));
+    }
+}
+
+TEST_F(SpendGuard, WhatWasSpentStaysSpentAcrossARestart) {
+    MarkSpent(TestTxid(1), 4);
+    EXPECT_TRUE(IsSpent(FlipTxidHex(TestTxid(1)), 4));
+    EXPECT_FALSE(IsSpent(TestTxid(1), 5));
+    const json file = ParseForeignJson(ReadFile(SpentFile()).value_or(""));
+    std::vector<std::string> keys = file.at("outpoints").get<std::vector<std::string>>();
+    std::sort(keys.begin(), keys.end());
+    std::vector<std::string> expected{OutpointKey(TestTxid(1), 4), OutpointKey(FlipTxidHex(TestTxid(1)), 4)};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(keys, expected);
+    EXPECT_EQ(file.size(), 1u);
+
+    wallet.Restart();
+    EXPECT_TRUE(IsSpent(TestTxid(1), 4));
+    spent_set.clear();
+    LoadSpentSet();
+    EXPECT_TRUE(IsSpent(TestTxid(1), 4));
+
+    // One byte order is enough, whoever wrote it.
+    const std::string one_order =
+        R"({"outpoints":[7,"",")" + OutpointKey(FlipTxidHex(TestTxid(2)), 0) + R"("]})";
+    ASSERT_TRUE(WriteFile(SpentFile(), one_order));
+    LoadSpentSet();
+    EXPECT_TRUE(IsSpent(TestTxid(2), 0));
+    EXPECT_EQ(spent_set.size(), 3u) << "added to what was there";
+    for (const char* broken : {"", "[]", "{", R"({"outpoints":{}})", R"({"outpoints":"x"})"}) {
+        ASSERT_TRUE(WriteFile(SpentFile(), broken));
+        LoadSpentSet();
+        EXPECT_EQ(spent_set.size(), 3u) << broken;
+    }
+}
+
+TEST_F(SpendGuard, ASpentSetWithoutAFileStaysInMemory) {
+    // A file in place of the folder: the write fails, and nothing is said.
+    Write("/ord_snap", "");
+    MarkSpent(TestTxid(1), 0);
+    EXPECT_TRUE(IsSpent(TestTxid(1), 0));
+    RemoveFile(wallet.StorePath("/ord_snap"));
+    // A wallet that has no name of its own.
+    for (const char* id : {"", "wallet"}) {
+        ClearWalletState();
+        SetWalletId(id);
+        MarkSpent(TestTxid(1), 0);
+        EXPECT_TRUE(IsSpent(TestTxid(1), 0));
+        EXPECT_FALSE(FileExists(wallet.StorePath("/ord_snap/wallet_spent.json"))) << id;
+    }
+}
+
+// The inputs in order, as the low index of the test id and the value.
+std::string Describe(const std::vector<SpendInput>& inputs) {
+    std::string text;
+    for (const SpendInput& input : inputs) {
+        for (uint32_t number = 0; number < 64; ++number) {
+            if (SameOutpointText(input.txid, TestTxid(number))) text += std::to_string(number);
+        }
+        text += "=" + std::to_string(input.value) + " ";
+    }
+    return text;
+}
+
+TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
+    const std::string receive0 = wallet.ReceiveAddress(0), receive2 = wallet.ReceiveAddress(2);
+    const std::string identity = wallet.IdentityAddress();
+    StoreUtxoList(identity, {{TestTxid(1), 0, 900}}, true, false);
+    StoreUtxoList(receive2, {{TestTxid(2), 0, 800}, {TestTxid(3), 0, 700}}, true, false);
+    StoreUtxoList(receive0, {{TestTxid(4), 0, 10}}, true, false);
+    StoreUtxoList(wallet.ReceiveAddress(1), {{TestTxid(5), 0, 60}}, /*ok=*/false, false);
+    StoreUtxoList(wallet.ReceiveAddress(3), {{TestTxid(6), 0, 60}}, true, false);  // above recv[1]
+    Hash160 hash;
+    ASSERT_TRUE(DecodeAddress(receive2, hash));
+    pending_outputs.push_back({FlipTxidHex(TestTxid(3)), 0, 700, {}, {}, hash});
+    pending_outputs.push_back({TestTxid(7), 0, 50, {}, {}, hash});
+
+    std::vector<SpendInput> inputs;
+    int64_t total = -1;
+    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_EQ(Describe(inputs), "4=10 2=800 3=700 1=900 7=50 ");
+    EXPECT_EQ(total, 2'460);
+    EXPECT_TRUE(pending_outputs.empty()) << "taken at that moment, once";
+    const std::string owners[] = {receive0, receive2, receive2, identity, receive2};
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        const SpendInput& input = inputs[i];
+        std::string pub;
+        EXPECT_TRUE(PublicKeyFromPrivate(input.priv, pub));
+        EXPECT_EQ(pub, input.pub);
+        EXPECT_EQ(AddressFromPublicKey(pub), owners[i]) << "input " << i;  // receive2 is the current address
+        EXPECT_EQ(Base58CheckEncode(input.hash), owners[i]);
+        EXPECT_TRUE(input.script_sig.empty());
+    }
+}
+
+TEST_F(SpendGuard, EachTestOfACandidateHoldsItBack) {
+    const std::string receive = wallet.ReceiveAddress(0);
+    StoreUtxoList(receive,
+                  {{TestTxid(1), 0, 100},
+                   {"short", 0, 90},
+                   {TestTxid(2), 0, 80},
+                   {TestTxid(3), 0, 70},
+                   {TestTxid(4), 0, 60},
+                   {TestTxid(5), 0, 50},
+                   {TestTxid(6), 0, 40},
+                   {FlipTxidHex(TestTxid(1)), 0, 100},
+                   {TestTxid(7), 0, 1}},
+                  true, false);
+    StoreOrdinalGuard(receive, {OutpointKey(TestTxid(3), 0)}, true);
+    MarkSpentInMemory(FlipTxidHex(TestTxid(2)), 0);
+    Write(std::string("/emporium/reserves_") + kTestWalletId + ".json",
+          R"({"reserves":[{"utxo":")" + TestTxid(4) + R"(:0"}]})");
+    Write(std::string("/gallery/reserves_") + kTestWalletId + ".json",
+          R"({"reserves":[{"pic_utxo":")" + TestTxid(5) + R"(_0"}]})");
+    Write(std::string("/gallery/offer_locks_") + kTestWalletId + ".json",
+          R"({"utxos":["AB)" + TestTxid(6).substr(2) + R"(_0"]})");
+    std::vector<SpendInput> inputs;
+    int64_t total = 0;
+    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_EQ(Describe(inputs), "1=100 7=1 ");
+    EXPECT_EQ(total, 101);
+
+    // A reservation made a moment ago counts at once; with nothing left the collection is empty.
+    Write(std::string("/emporium/reserves_") + kTestWalletId + ".json",
+          R"({"reserves":[{"utxo":")" + TestTxid(1) + R"(_0"},{"utxo":")" + TestTxid(7) +
+              R"(_0"},{"utxo":")" + TestTxid(4) + R"(_0"},{"utxo":")" + FlipTxidHex(TestTxid(1)) +
+              R"(_0"}]})");
+    EXPECT_FALSE(CollectSpendable(inputs, total));
+    EXPECT_TRUE(inputs.empty());
+    EXPECT_EQ(total, 0);
+}
+
+class GuardNetwork : public SpendGuard {
+  protected:
+    void Reply(Service service, const std::string& path, int status, const std::string& body) {
+        Fault fault;
+        fault.status = status;
+        fault.body = body;
+        fault.path_contains = path;
+        services.box.AddFault(service, fault);
+    }
+
+    SandboxFixture services;
+};
+
+TEST_F(GuardNetwork, AScanCountsWhatItsListingNames) {
+    // "A" to "D" stand for ids, "?" for a fine element of the token listing.
+    const struct {
+        const char* why;
+        const char* outputs;
+        const char* tokens;  // nullptr: refused
+        bool ok;
+        const char* keys;  // letters of the ids
+    } rows[] = {
+        {"plain outputs",
+         R"([{"txid":"A","origin":null},{"txid":"B"},{"txid":"C","origin":{"outpoint":""}}])", "[]", true,
+         ""},
+        {"inscriptions", R"([{"txid":"A","origin":"x"},{"txid":"B","origin":{"outpoint":"y"}},7])", "[]",
+         true, "AB"},
+        {"an id that is none", R"([{"txid":"zz","origin":"x"},{"origin":"x"}])", "[]", true, ""},
+        {"an index out of range", R"([{"txid":"A","vout":-1,"origin":"x"},{"txid":"B","origin":"x"}])", "[]",
+         true, "B"},
+        {"a field of the wrong type", R"([{"txid":"A","origin":"x"},{"txid":7,"origin":"x"}])", "[]", false,
+         "A"},
+        {"the wrong type without an origin", R"([{"txid":7}])", "[]", true, ""},
+        {"an index as text", R"([{"txid":"A","vout":"0","origin":"x"}])", "[]", false, ""},
+        {"no list", "{}", "[]", false, ""},
+        {"no JSON", "[", "[]", false, ""},
+        {"tokens", "[]", R"([{"txid":"A","spend":""},{"txid":"B"},{"txid":"C","spend":"x"},7])", true, "AB"},
+        {"tokens up to a wrong type", "[]", R"([{"txid":"A"},{"txid":"B","vout":true},{"txid":"C"}])", true,
+         "A"},
+        {"tokens refused", R"([{"txid":"A","origin":"x"}])", nullptr, true, "A"},
+        {"tokens no list", R"([{"txid":"A","origin":"x"}])", R"({"txid":"B"})", true, "A"},
+    };
+    const auto with_ids = [](std::string text) {
+        for (const char letter : {'A', 'B', 'C'}) {
+            text = Replace(text, std::string("\"") + letter + "\"",
+                           "\"" + TestTxid(static_cast<uint32_t>(letter)) + "\"");
+        }
+        return text;
+    };
+    for (const auto& row : rows) {
+        services.box.ClearFaults();
+        Reply(Service::kOrdinals, "/txos/address/", 200, with_ids(row.outputs));
+        Reply(Service::kOrdinals, "/bsv20/", row.tokens == nullptr ? 500 : 200,
+              with_ids(row.tokens == nullptr ? "" : row.tokens));
+        std::set<std::string> keys{"left over"}, expected;
+        for (const char* letter = row.keys; *letter != 0; ++letter) {
+            expected.insert(OutpointKey(TestTxid(static_cast<uint32_t>(*letter)), 0));
+        }
+        EXPECT_EQ(ScanOrdinals(wallet.ReceiveAddress(0), keys), row.ok) << row.why;
+        EXPECT_EQ(keys, expected) << row.why;
+    }
+    services.box.ClearFaults();
+    Reply(Service::kOrdinals, "", 503, "down");
+    std::set<std::string> keys;
+    EXPECT_FALSE(ScanOrdinals(wallet.ReceiveAddress(0), keys));
+    services.box.ClearRequests();
+    EXPECT_FALSE(ScanOrdinals("", keys));
+    EXPECT_TRUE(services.box.Requests(Service::kOrdinals).empty());
+}
+
+TEST_F(GuardNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
+    const std::string mine = wallet.ReceiveAddress(1), identity = wallet.IdentityAddress();
+    const std::string foreign = wallet.ReceiveAddress(3), txid = TestTxid(40);
+    MarkSpentInMemory(txid, 5);
+    // "@" stands for one of the wallet's addresses; the index is where the output stands unless `n` says
+    // otherwise.
+    const std::string body = Replace(Replace(Replace(R"({"vout":[
+        {"value":0.00005,"scriptPubKey":{"addresses":["@"]}},
+        {"value":5000,"scriptPubKey":{"address":"@"}},
+        {"value":7,"satoshis":1234,"n":12,"scriptPubKey":{"addresses":["FOREIGN","IDENTITY"],"address":"@"}},
+        {"value":0.000077,"scriptPubKey":{"addresses":["FOREIGN",7]}},
+        "no object",
+        {"value":0.00005,"scriptPubKey":{"address":"@"}},
+        {"value":0.0000000049,"scriptPubKey":{"address":"@"}},
+        {"scriptPubKey":{"address":"@"}},
+        {"value":1e300,"scriptPubKey":{"address":"@"}},
+        {"satoshis":-5,"scriptPubKey":{"address":"@"}},
+        {"satoshis":5,"n":4294967296,"scriptPubKey":{"address":"@"}},
+        {"value":0.00000003,"n":1.0,"scriptPubKey":{"address":"@"}},
+        {"value":0.00000029,"n":13,"scriptPubKey":{"address":"@"}},
+        {"value":0.00000029,"n":1,"scriptPubKey":{"address":"@"}}]})",
+                                                     "@", mine),
+                                             "FOREIGN", foreign),
+                                     "IDENTITY", identity);
+    Reply(Service::kChain, "/tx/" + txid + "/decoded", 200, body);
+    Reply(Service::kChain, "/tx/" + txid, 404, "");
+    EXPECT_FALSE(RecoverOutputsFromTx(txid.substr(1)));
+    EXPECT_TRUE(RecoverOutputsFromTx(txid));
+    std::string found;
+    for (const PendingOutput& output : pending_outputs) {
+        EXPECT_EQ(output.txid, txid);
+        EXPECT_EQ(AddressFromPublicKey(output.pub), Base58CheckEncode(output.hash));
+        const bool of_identity = Base58CheckEncode(output.hash) == identity;
+        found +=
+            std::to_string(output.vout) + "=" + std::to_string(output.value) + (of_identity ? "i " : " ");
+    }
+    EXPECT_EQ(found, "0=5000 1=5000 12=1234i 11=3 13=29 ");
+    EXPECT_FALSE(RecoverOutputsFromTx(txid)) << "nothing new";
+
+    services.box.ClearFaults();
+    for (const char* broken : {"[]", "{}", R"({"vout":{}})", "{"}) {
+        services.box.ClearFaults();
+        Reply(Service::kChain, "/tx/", 200, broken);
+        EXPECT_FALSE(RecoverOutputsFromTx(TestTxid(41))) << broken;
+    }
+}
+
+TEST_F(GuardNetwork, AnEmptyCollectionLooksAtTheLastTransactions) {
+    last_recorded_txid = TestTxid(41);
+    last_broadcast_txid = TestTxid(42);
+    const std::string body =
+        R"({"vout":[{"value":0.0005,"scriptPubKey":{"address":")" + wallet.ReceiveAddress(0) + R"("}}]})";
+    Reply(Service::kChain, "/tx/" + TestTxid(41), 404, "");
+    Reply(Service::kChain, "/tx/" + TestTxid(42), 200, body);
+    std::vector<SpendInput> inputs;
+    int64_t total = 0;
+    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_EQ(Describe(inputs), "42=50000 ");
+    EXPECT_EQ(total, 50'000);
+}
+
+}  // namespace
+}  // namespace brickfall

@@ -1,0 +1,553 @@
+#include "wallet/utxo_discovery.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "deployment/deployment.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/app_binds.h"
+#include "wallet/json_numbers.h"
+#include "wallet/spend_guard.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Fault;
+using sandbox::FaultKind;
+using sandbox::Service;
+
+// The coinbase transaction of the genesis block, in display order and as its bytes lie in memory.
+constexpr char kGenesis[] = "4a5e1e4baab89f3a32518a88c31bc87f618f76673e2cc77ab2127b7afdeda33b";
+constexpr char kGenesisFlipped[] = "3ba3edfd7a7b12b27ac72c3e67768f617fc81bc3888a51323a9fb8aa4b1e5e4a";
+
+std::string Upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    return text;
+}
+
+// "number:vout=value" for each output, where the id is TestTxid(number); other ids stand as they are.
+std::string Describe(const std::vector<Utxo>& list) {
+    std::string text;
+    for (const Utxo& utxo : list) {
+        std::string name = utxo.txid;
+        for (uint32_t number = 0; number < 64; ++number) {
+            if (name == TestTxid(number)) name = std::to_string(number);
+        }
+        if (!text.empty()) text += " ";
+        text += name + ":" + std::to_string(utxo.vout) + "=" + std::to_string(utxo.value);
+    }
+    return text;
+}
+
+TEST(Outpoints, AreTheSameInEitherByteOrder) {
+    EXPECT_EQ(OutpointKey(Upper(kGenesis), 7), std::string(kGenesis) + ":7");
+    EXPECT_EQ(FlipTxidHex(Upper(kGenesis)), kGenesisFlipped);
+    EXPECT_EQ(FlipTxidHex(std::string(kGenesis).substr(2)), "");
+    EXPECT_EQ(FlipTxidHex(std::string(kGenesis) + "00"), "");
+    const struct {
+        const char* why;
+        Utxo a, b;
+        bool same;
+    } rows[] = {
+        {"equal", {kGenesis, 1}, {kGenesis, 1}, true},
+        {"other case", {Upper(kGenesis), 1}, {kGenesis, 1}, true},
+        {"flipped", {kGenesis, 1}, {kGenesisFlipped, 1}, true},
+        {"flipped, other case", {kGenesisFlipped, 1}, {Upper(kGenesis), 1}, true},
+        {"other index", {kGenesis, 1}, {kGenesis, 2}, false},
+        {"other index, flipped", {kGenesis, 1}, {kGenesisFlipped, 0}, false},
+        {"other id", {kGenesis, 1}, {TestTxid(1), 1}, false},
+        {"short ids have one order only", {"aabb", 0}, {"bbaa", 0}, false},
+        {"short ids that are equal", {"AAbb", 0}, {"aabb", 0}, true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(SameOutpoint(row.a, row.b), row.same) << row.why;
+        EXPECT_EQ(SameOutpoint(row.b, row.a), row.same) << row.why;
+    }
+}
+
+TEST(ForeignNumbers, HaveADefinedOutcomeAtEveryConversion) {
+    const struct {
+        const char* text;
+        std::optional<uint32_t> index;
+        std::optional<int64_t> satoshis;
+        int64_t clamped;
+    } rows[] = {
+        {"0", 0, {}, 0},
+        {"3.0", 3, 3, 3},
+        {"2.999", 2, 2, 2},
+        {"0.999", 0, {}, 0},
+        {"-0.5", 0, {}, 0},
+        {"-1", {}, {}, -1},
+        {"4294967295", UINT32_MAX, 4294967295, 4294967295},
+        {"4294967296", {}, 4294967296, 4294967296},
+        {"2100000000000000", {}, kMaxSatoshis, kMaxSatoshis},
+        {"2100000000000001", {}, {}, 2100000000000001},
+        {"9223372036854775807", {}, {}, INT64_MAX},
+        {"9223372036854775808", {}, {}, INT64_MAX},
+        {"18446744073709551615", {}, {}, INT64_MAX},
+        {"18446744073709551616", {}, {}, INT64_MAX},
+        {"-9223372036854775808", {}, {}, INT64_MIN},
+        {"-1e19", {}, {}, INT64_MIN},
+        {"1e300", {}, {}, INT64_MAX},
+        {"\"3\"", {}, {}, 0},
+        {"true", {}, {}, 0},
+        {"null", {}, {}, 0},
+    };
+    for (const auto& row : rows) {
+        const json number = ParseForeignJson(row.text);
+        EXPECT_EQ(JsonIndex(number), row.index) << row.text;
+        EXPECT_EQ(JsonSatoshis(number), row.satoshis) << row.text;
+        EXPECT_EQ(JsonClampedInt64(number), row.clamped) << row.text;
+    }
+    EXPECT_TRUE(ParseForeignJson("NaN").is_discarded());
+    EXPECT_TRUE(ParseForeignJson("1e999").is_discarded());
+}
+
+TEST(ParseUtxoList, TakesEachShapeAndDropsWhatIsNoOutput) {
+    // "@" stands for a good id, number 1; "#" for number 2.
+    const struct {
+        const char* why;
+        const char* body;
+        bool is_list;
+        const char* outputs;
+    } rows[] = {
+        {"empty list", "[]", true, ""},
+        {"empty result", R"({"result":[],"error":""})", true, ""},
+        {"no result", "{}", false, ""},
+        {"result of another type", R"({"result":{}})", false, ""},
+        {"result null", R"({"result":null})", false, ""},
+        {"text", R"("[]")", false, ""},
+        {"no JSON", "<html>", false, ""},
+        {"older shape", R"([{"height":9,"tx_pos":3,"tx_hash":"@","value":5}])", true, "1:3=5"},
+        {"newer shape", R"({"result":[{"tx_pos":3,"tx_hash":"@","value":5,"isSpentInMempoolTx":false}]})",
+         true, "1:3=5"},
+        {"other names", R"([{"txid":"@","vout":4,"value":5}])", true, "1:4=5"},
+        {"spent in the mempool", R"([{"tx_hash":"@","value":5,"isSpentInMempoolTx":true}])", true, ""},
+        {"a flag of another type", R"([{"tx_hash":"@","value":5,"isSpentInMempoolTx":"true"}])", true,
+         "1:0=5"},
+        {"a bad one beside a good one", R"([7,null,[],{"tx_hash":"@","value":5},"x"])", true, "1:0=5"},
+        {"tx_hash wins, even a bad one", R"([{"tx_hash":"bad","txid":"@","value":5}])", true, ""},
+        {"tx_hash of another type", R"([{"tx_hash":7,"txid":"@","value":5}])", true, "1:0=5"},
+        {"no id", R"([{"value":5}])", true, ""},
+        {"tx_pos wins", R"([{"tx_hash":"@","tx_pos":1,"vout":2,"value":5}])", true, "1:1=5"},
+        {"tx_pos as text", R"([{"tx_hash":"@","tx_pos":"1","vout":2,"value":5}])", true, "1:2=5"},
+        {"index with a fraction", R"([{"tx_hash":"@","tx_pos":1.9,"value":5}])", true, "1:1=5"},
+        {"index out of range, then a good one",
+         R"([{"tx_hash":"@","tx_pos":4294967296,"value":5},{"tx_hash":"#","value":6}])", true, "2:0=6"},
+        {"negative index", R"([{"tx_hash":"@","tx_pos":-1,"value":5}])", true, ""},
+        {"huge index", R"([{"tx_hash":"@","tx_pos":1e300,"value":5}])", true, ""},
+        {"no satoshis", R"([{"tx_hash":"@","value":0}])", true, ""},
+        {"negative", R"([{"tx_hash":"@","value":-5}])", true, ""},
+        {"floating point", R"([{"tx_hash":"@","value":1.5},{"tx_hash":"@","value":5.0}])", true, ""},
+        {"amount as text", R"([{"tx_hash":"@","value":"5"}])", true, ""},
+        {"no amount", R"([{"tx_hash":"@"}])", true, ""},
+        {"largest integer", R"([{"tx_hash":"@","value":9223372036854775807}])", true,
+         "1:0=9223372036854775807"},
+        {"one above", R"([{"tx_hash":"@","value":9223372036854775808}])", true, ""},
+    };
+    for (const auto& row : rows) {
+        std::string body = row.body;
+        for (std::size_t at; (at = body.find('@')) != std::string::npos;) body.replace(at, 1, TestTxid(1));
+        for (std::size_t at; (at = body.find('#')) != std::string::npos;) body.replace(at, 1, TestTxid(2));
+        std::vector<Utxo> list;
+        EXPECT_EQ(ParseUtxoList(ParseForeignJson(body), list), row.is_list) << row.why;
+        EXPECT_EQ(Describe(list), row.outputs) << row.why;
+    }
+    std::vector<Utxo> list;
+    const json ids = {{{"tx_hash", TestTxid(1).substr(1)}, {"value", 5}},
+                      {{"tx_hash", std::string(64, 'g')}, {"value", 5}},
+                      {{"tx_hash", Upper(TestTxid(1))}, {"value", 5}}};
+    EXPECT_TRUE(ParseUtxoList(ids, list));
+    EXPECT_EQ(Describe(list), Upper(TestTxid(1)) + ":0=5");
+}
+
+// What the cache holds for an address, with "?" in front while it is not valid, "-" when it has no entry.
+std::string Cached(const std::string& address) {
+    std::vector<Utxo> list;
+    bool valid = false;
+    if (!CachedUtxos(address, list, valid)) return "-";
+    return (valid ? "" : "?") + Describe(list);
+}
+
+class UtxoCache : public testing::Test {
+  protected:
+    UtxoCache() : address(wallet.ReceiveAddress(0)), other(wallet.ReceiveAddress(1)) {
+        EXPECT_TRUE(wallet.loaded);
+        EXPECT_TRUE(DecodeAddress(address, hash));
+        EXPECT_TRUE(DecodeAddress(other, other_hash));
+    }
+
+    void Refresh(const std::string& of, std::vector<Utxo> utxos, bool ok, bool complete) {
+        ApplyRefresh({{of, std::move(utxos), ok, {}, /*guard_ok=*/true, complete}});
+    }
+
+    WalletFixture wallet{"ada", /*last_receive=*/0};
+    WalletLock lock{wallet_mutex};
+    const std::string address, other;
+    Hash160 hash{}, other_hash{};
+};
+
+TEST_F(UtxoCache, AFailureNeverDamagesAGoodList) {
+    EXPECT_EQ(Cached(address), "-");
+    Refresh(address, {}, /*ok=*/false, /*complete=*/false);
+    EXPECT_EQ(Cached(address), "?");
+    EXPECT_FALSE(IsCacheFresh(address));
+
+    Refresh(address, {{TestTxid(1), 0, 50}}, true, true);
+    EXPECT_EQ(Cached(address), "1:0=50");
+    wallet.clock.AdvanceMs(7'999);
+    EXPECT_TRUE(IsCacheFresh(address));
+    Refresh(address, {{TestTxid(2), 0, 60}}, /*ok=*/false, /*complete=*/false);
+    EXPECT_EQ(Cached(address), "1:0=50");
+    wallet.clock.AdvanceMs(1);
+    EXPECT_FALSE(IsCacheFresh(address)) << "the failed fetch must not have made it younger";
+    EXPECT_EQ(Cached(other), "-");
+}
+
+TEST_F(UtxoCache, OnlyACompleteListTakesOutputsAway) {
+    Refresh(address, {{TestTxid(1), 0, 50}, {TestTxid(2), 0, 40}}, true, true);
+    Refresh(address, {{FlipTxidHex(TestTxid(2)), 0, 40}, {TestTxid(3), 0, 30}}, true, /*complete=*/false);
+    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30 1:0=50");
+
+    MarkSpentInMemory(FlipTxidHex(TestTxid(1)), 0);
+    Refresh(address, {{TestTxid(4), 0, 9}, {TestTxid(1), 0, 50}}, true, /*complete=*/false);
+    EXPECT_EQ(Cached(address), "4:0=9 " + FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30") << "1 is spent";
+
+    MarkSpentInMemory(TestTxid(3), 0);
+    PruneCacheOfSpent();
+    EXPECT_EQ(Cached(address), "4:0=9 " + FlipTxidHex(TestTxid(2)) + ":0=40");
+    Refresh(address, {{TestTxid(5), 1, 7}}, true, true);
+    EXPECT_EQ(Cached(address), "5:1=7");
+}
+
+TEST_F(UtxoCache, APendingOutputStandsUntilACompleteListMissesIt) {
+    pending_outputs.push_back({TestTxid(1), 0, 11, {}, {}, hash});
+    pending_outputs.push_back({TestTxid(2), 0, 22, {}, {}, hash});
+    pending_outputs.push_back({TestTxid(3), 0, 33, {}, {}, other_hash});
+    MarkSpentInMemory(TestTxid(2), 0);
+
+    Refresh(address, {{TestTxid(9), 0, 99}}, true, /*complete=*/false);
+    EXPECT_EQ(Cached(address), "9:0=99 1:0=11") << "2 is spent, 3 pays another address";
+    EXPECT_EQ(pending_outputs.size(), 3u);
+
+    Refresh(address, {{FlipTxidHex(TestTxid(1)), 0, 11}}, true, true);
+    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(1)) + ":0=11") << "listed, so no second copy";
+    EXPECT_EQ(pending_outputs.size(), 2u) << "the spent one went";
+
+    Refresh(address, {}, true, true);
+    ASSERT_EQ(pending_outputs.size(), 1u);
+    EXPECT_EQ(pending_outputs[0].txid, TestTxid(3));
+    Refresh(address, {}, true, true);
+    EXPECT_EQ(Cached(address), "");
+
+    PrunePending("no address", {});
+    EXPECT_EQ(pending_outputs.size(), 1u);
+}
+
+TEST_F(UtxoCache, AddToCacheKeepsOneOfEach) {
+    AddToCache("", {TestTxid(1), 0, 5});
+    AddToCache(address, {TestTxid(1).substr(2), 0, 5});
+    EXPECT_EQ(Cached(address), "-");
+    AddToCache(address, {TestTxid(1), 0, 5});
+    AddToCache(address, {TestTxid(2), 0, 6});
+    wallet.clock.AdvanceMs(9'000);
+    EXPECT_FALSE(IsCacheFresh(address));
+    AddToCache(address, {FlipTxidHex(TestTxid(1)), 0, 7});
+    EXPECT_TRUE(IsCacheFresh(address));
+    EXPECT_EQ(Cached(address), "1:0=5 2:0=6");
+}
+
+TEST_F(UtxoCache, TheBalanceIsWhatTheCurrentAddressCanSpend) {
+    EXPECT_EQ(SpendableBalance(), -1);
+    pending_outputs.push_back({TestTxid(1), 0, 500, {}, {}, hash});
+    EXPECT_EQ(SpendableBalance(), 500) << "a pending output is known, whatever the services say";
+
+    Refresh(address, {{TestTxid(2), 0, 1'000}, {TestTxid(3), 0, 1}, {FlipTxidHex(TestTxid(1)), 0, 500}}, true,
+            true);
+    Refresh(other, {{TestTxid(4), 0, 7'000}}, true, true);
+    pending_outputs.push_back({TestTxid(5), 0, 7'000, {}, {}, other_hash});
+    EXPECT_EQ(SpendableBalance(), 1'501) << "each once, and of this address alone";
+
+    StoreOrdinalGuard(address, {OutpointKey(TestTxid(2), 0)}, true);
+    EXPECT_EQ(SpendableBalance(), 501);
+    wallet.clock.AdvanceMs(20'000);
+    EXPECT_EQ(SpendableBalance(), 1'500) << "without a fresh scan the single satoshi is held back";
+    MarkSpentInMemory(TestTxid(1), 0);
+    MarkSpentInMemory(TestTxid(2), 0);
+    EXPECT_EQ(SpendableBalance(), 0);
+
+    Refresh(address, {{TestTxid(7), 0, INT64_MAX}, {TestTxid(8), 0, INT64_MAX}}, true, true);
+    EXPECT_EQ(SpendableBalance(), INT64_MAX);
+}
+
+TEST_F(UtxoCache, AddressesAndTheFileNameOfTheWallet) {
+    std::vector<std::string> addresses;
+    WalletAddresses(addresses);
+    EXPECT_EQ(addresses, (std::vector<std::string>{address, wallet.IdentityAddress()}));
+
+    const struct {
+        const char* wallet_id;
+        std::string name;
+    } rows[] = {
+        {"w1700", "w1700"},
+        {"../a b-c_d", "___a_b_c_d"},
+        {"\xC3\xA9", "__"},
+        {"", wallet.IdentityAddress()},
+    };
+    for (const auto& row : rows) {
+        SetWalletId(row.wallet_id);
+        EXPECT_EQ(WalletCacheId(), row.name) << row.wallet_id;
+    }
+    SetWalletId(std::string(200, 'x'));
+    EXPECT_EQ(WalletCacheId(), std::string(80, 'x'));
+    SetWalletId("");
+    ClearWalletState();
+    EXPECT_EQ(WalletCacheId(), "wallet");
+}
+
+class UtxoNetwork : public testing::Test {
+  protected:
+    UtxoNetwork() : address(wallet.ReceiveAddress(0)) {}
+
+    void Reply(Service service, const std::string& path, int status, const std::string& body,
+               int times = -1) {
+        Fault fault;
+        fault.status = status;
+        fault.body = body;
+        fault.path_contains = path;
+        fault.times = times;
+        services.box.AddFault(service, fault);
+    }
+    void Reply(const std::string& path, const json& body) { Reply(Service::kChain, path, 200, body.dump()); }
+    void Refuse(const std::string& path) { Reply(Service::kChain, path, 500, "down"); }
+
+    // FetchUtxos, told as the outputs, "incomplete " in front of them, or the error.
+    std::string Fetch() {
+        std::vector<Utxo> list{{TestTxid(60), 0, 1}};  // must not survive
+        std::string error = "left over";
+        bool complete = true;
+        if (!FetchUtxos(address, list, error, &complete)) return "error: " + error;
+        EXPECT_EQ(error, "");
+        return (complete ? "" : "incomplete ") + Describe(list);
+    }
+
+    int Asked(std::string_view path) const {
+        int count = 0;
+        for (const std::string& request : services.box.Requests(Service::kChain)) {
+            if (request.find(path) != std::string::npos) ++count;
+        }
+        return count;
+    }
+
+    WalletFixture wallet;
+    SandboxFixture services;
+    const std::string address;
+};
+
+json Listed(uint32_t number, int64_t value) {
+    return {{"tx_hash", TestTxid(number)}, {"tx_pos", 0}, {"value", value}};
+}
+
+TEST_F(UtxoNetwork, FetchFallsBackOnTheTwoOlderListings) {
+    Refuse("/unspent/all");
+    Reply("/unconfirmed/unspent", {Listed(1, 10), Listed(2, 30)});
+    Reply("/unspent", {{"result", json::array({Listed(3, 20)})}});
+    EXPECT_EQ(Fetch(), "2:0=30 3:0=20 1:0=10") << "largest first, and complete through the older listing";
+
+    services.box.ClearFaults();
+    Reply("/unspent/all", json::object());
+    Reply("/unconfirmed/unspent", json::array({Listed(1, 10)}));
+    Refuse("/unspent");
+    EXPECT_EQ(Fetch(), "incomplete 1:0=10");
+
+    services.box.ClearFaults();
+    Refuse("/unspent/all");
+    Refuse("/unconfirmed/unspent");
+    Reply("/unspent", json::array({Listed(3, 20)}));
+    EXPECT_EQ(Fetch(), "3:0=20");
+
+    services.box.ClearFaults();
+    Refuse("/unspent/all");
+    Reply(Service::kChain, "/unconfirmed/unspent", 200, "<html>");
+    Refuse("/unspent");
+    EXPECT_EQ(Fetch(), "error: bad utxo list") << "the last failure is the one told";
+    services.box.ClearRequests();
+    EXPECT_EQ(Fetch(), "error: bad utxo list");
+    EXPECT_EQ(Asked("/unspent"), 3) << "no further read";
+}
+
+TEST_F(UtxoNetwork, FetchKeepsOneOfEachOutpoint) {
+    json flipped = Listed(1, 70);
+    flipped["tx_hash"] = FlipTxidHex(TestTxid(1));
+    Reply("/unspent/all", {Listed(1, 50), Listed(2, 60), flipped, Listed(2, 40)});
+    EXPECT_EQ(Fetch(), FlipTxidHex(TestTxid(1)) + ":0=70 2:0=60");
+}
+
+TEST_F(UtxoNetwork, TheNewestSixteenUnconfirmedTransactionsAreReadForWhatTheySpend) {
+    // Transaction 20+i spends output i; number 20 is the oldest of seventeen.
+    json history = json::array(), listing = json::array();
+    for (uint32_t i = 0; i < 17; ++i) {
+        listing.push_back(Listed(i, 100 - i));
+        history.push_back({{"tx_hash", TestTxid(20 + i)}});
+        const std::string spent = i % 2 == 0 ? TestTxid(i) : FlipTxidHex(TestTxid(i));
+        Reply("/tx/" + TestTxid(20 + i), {{"vin", {{{"txid", spent}, {"vout", 0}}, {{"coinbase", ""}}}}});
+    }
+    listing.push_back(Listed(18, 5));
+    history.insert(history.begin() + 3, json::object({{"tx_hash", "short"}}));
+    Reply("/unconfirmed/history", {{"result", history}});
+    Reply("/unspent/all", listing);
+    EXPECT_EQ(Fetch(), "0:0=100 18:0=5");
+    EXPECT_EQ(Asked("/tx/"), 16);
+}
+
+TEST_F(UtxoNetwork, AReadThatFailsLeavesWhatTheOthersShowed) {
+    Reply("/unspent/all", {Listed(1, 50), Listed(2, 40), Listed(3, 30), Listed(4, 20)});
+    Reply("/unconfirmed/history",
+          {{{"txid", TestTxid(21)}}, {{"tx_hash", TestTxid(22)}}, {{"tx_hash", TestTxid(23)}}});
+    Reply("/tx/" + TestTxid(21), {{"vin", json::array({{{"txid", TestTxid(1)}}})}});
+    Refuse("/tx/" + TestTxid(22));
+    Reply("/tx/" + TestTxid(23),
+          {{"vin", {{{"txid", TestTxid(3)}, {"vout", 1e300}}, {{"txid", TestTxid(4)}, {"vout", 1}}}}});
+    EXPECT_EQ(Fetch(), "2:0=40 3:0=30 4:0=20") << "only 1 is spent: 3 and 4 at other indices";
+    services.box.ClearFaults();
+    Reply("/unspent/all", json::array({Listed(1, 50)}));
+    Reply(Service::kChain, "/unconfirmed/history", 200, "{");
+    EXPECT_EQ(Fetch(), "1:0=50");
+}
+
+TEST_F(UtxoNetwork, ATransactionIsVisibleThroughEitherRead) {
+    EXPECT_FALSE(TxVisible(TestTxid(1).substr(1)));
+    EXPECT_EQ(services.box.Requests(Service::kChain).size(), 0u);
+    const std::string funded = services.box.Fund(address, 5'000);
+    EXPECT_TRUE(TxVisible(funded));
+    EXPECT_FALSE(TxVisible(TestTxid(1)));
+    Reply("/tx/" + funded + "/hex", json("0123456789012345678"));  // quotes included, 21 bytes
+    EXPECT_TRUE(TxVisible(funded));
+    services.box.ClearFaults();
+    Reply(Service::kChain, "/tx/" + funded + "/hex", 200, std::string(20, '0'));
+    Reply(Service::kChain, "/tx/" + funded, 200, R"({"hash":"x"})");
+    EXPECT_FALSE(TxVisible(funded)) << "a short body is no transaction, and the other names no id";
+}
+
+TEST_F(UtxoNetwork, ARealChainIsListedWholeAndInEitherByteOrder) {
+    const std::string confirmed = services.box.Fund(address, 7'000);
+    services.box.Mine();
+    const std::string fresh = services.box.Fund(address, 9'000);
+    EXPECT_EQ(Fetch(), fresh + ":0=9000 " + confirmed + ":0=7000");
+    Fault flip;
+    flip.kind = FaultKind::kFlipTxids;
+    services.box.AddFault(Service::kChain, flip);
+    EXPECT_EQ(Fetch(), FlipTxidHex(fresh) + ":0=9000 " + FlipTxidHex(confirmed) + ":0=7000");
+}
+
+TEST_F(UtxoNetwork, APlainScanPassesOverInscriptionsTokensAndSingleSatoshis) {
+    const auto element = [](uint32_t number, json more) {
+        json made = {{"txid", TestTxid(number)}, {"vout", 1}, {"satoshis", 10 + number}};
+        made.update(more);
+        return made;
+    };
+    const json listing = {
+        element(1, {{"origin", nullptr}, {"data", nullptr}}),
+        element(2, {{"origin", "any text"}}),
+        element(3, {{"origin", {{"outpoint", "x_0"}}}}),
+        element(4, {{"origin", {{"outpoint", ""}}}}),
+        element(5, {{"data", {{"bsv20", nullptr}}}}),
+        element(6, {{"data", {{"insc", 1}}}}),
+        element(7, {{"data", {{"bsv21", json::object()}}}}),
+        element(8, {{"satoshis", 1}}),
+        element(9, {{"satoshis", "many"}, {"value", 44.9}}),
+        element(10, {{"satoshis", 1e300}}),
+        element(11, {{"vout", -1}}),
+        element(12, {{"vout", "2"}, {"data", {{"list", nullptr}}}}),
+        element(1, {{"txid", FlipTxidHex(TestTxid(1))}}),
+        "no object",
+    };
+    Reply(Service::kOrdinals, "/txos/address/", 200, listing.dump());
+    std::vector<Utxo> list;
+    EXPECT_TRUE(ScanPlainOutputs(address, list));
+    EXPECT_EQ(Describe(list), "1:1=11 4:1=14 9:1=44 12:0=22");
+    EXPECT_FALSE(ScanPlainOutputs("", list));
+    for (const std::string body : {"{}", "[]", "nonsense", "[{\"txid\":7}]"}) {
+        services.box.ClearFaults();
+        Reply(Service::kOrdinals, "/txos/address/", 200, body);
+        EXPECT_FALSE(ScanPlainOutputs(address, list)) << body;
+        EXPECT_TRUE(list.empty()) << body;
+    }
+}
+
+TEST_F(UtxoNetwork, APaymentFetchesOnlyWhatIsNotKnown) {
+    WalletLock lock(wallet_mutex);
+    std::string error;
+    Refuse(address);
+    Reply(wallet.IdentityAddress() + "/unspent/all", json::array({Listed(2, 40)}));
+    EXPECT_TRUE(EnsureUtxoCache(lock, error)) << "a fetch that failed is a fetch";
+    EXPECT_EQ(Cached(address), "?");
+    EXPECT_EQ(Cached(wallet.IdentityAddress()), "2:0=40");
+    EXPECT_TRUE(OrdinalsOutageRunning()) << "no scan was made";
+    EXPECT_TRUE(services.box.Requests(Service::kOrdinals).empty());
+
+    services.box.ClearFaults();
+    services.box.ClearRequests();
+    Reply(address + "/unspent/all", json::array({Listed(1, 50)}));
+    wallet.clock.AdvanceMs(3'600'000);
+    EXPECT_TRUE(EnsureUtxoCache(lock, error));
+    EXPECT_EQ(Cached(address), "1:0=50");
+    EXPECT_EQ(Asked(wallet.IdentityAddress()), 0) << "valid, however old";
+    services.box.ClearRequests();
+    EXPECT_TRUE(EnsureUtxoCache(lock, error));
+    EXPECT_TRUE(services.box.Requests(Service::kChain).empty());
+    EXPECT_TRUE(lock.owns_lock());
+}
+
+TEST_F(UtxoNetwork, AWalletChangedDuringTheFetchGetsNothingOfIt) {
+    WalletLock lock(wallet_mutex);
+    std::string error;
+    Reply(Service::kChain, address + "/unspent/all", 429, "slow down", /*times=*/1);
+    Reply(address + "/unspent/all", json::array({Listed(1, 50)}));
+    wallet.clock.on_sleep = [](int64_t) { SetWalletId("another"); };
+    EXPECT_FALSE(EnsureUtxoCache(lock, error));
+    EXPECT_EQ(error, "wallet changed.");
+    EXPECT_EQ(Cached(address), "-");
+    EXPECT_TRUE(lock.owns_lock());
+
+    ClearWalletState();
+    EXPECT_FALSE(EnsureUtxoCache(lock, error));
+    EXPECT_EQ(error, "no wallet");
+}
+
+TEST_F(UtxoNetwork, ARescanAddsWhatTheOrdinalsServiceKnowsAndIsUnspent) {
+    WalletLock lock(wallet_mutex);
+    Hash160 hash;
+    ASSERT_TRUE(DecodeAddress(address, hash));
+    StoreUtxoList(address, {{TestTxid(1), 0, 50}}, true, false);
+    pending_outputs.push_back({TestTxid(9), 0, 90, {}, {}, hash});
+    MarkSpentInMemory(TestTxid(2), 0);
+    const auto element = [](uint32_t number) { return json{{"txid", TestTxid(number)}, {"satoshis", 20}}; };
+    Reply(Service::kOrdinals, "/txos/address/" + address, 200, json{element(2), element(3)}.dump());
+    RescanPlainOutputs(lock);
+    EXPECT_EQ(Cached(address), "3:0=20 1:0=50 9:0=90");
+    EXPECT_TRUE(pending_outputs.empty()) << "the second opinion does not know it";
+    EXPECT_EQ(Cached(wallet.IdentityAddress()), "-");
+    EXPECT_TRUE(lock.owns_lock());
+}
+
+TEST_F(UtxoNetwork, ARefreshFetchesAndScansEveryRecord) {
+    services.box.Fund(address, 9'000);
+    std::vector<AddressRefresh> records(12);
+    for (AddressRefresh& record : records) record.address = address;
+    Refuse("/unconfirmed/history");
+    FetchRefreshRecords(records, /*with_ordinals=*/true);
+    for (const AddressRefresh& record : records) {
+        EXPECT_TRUE(record.ok && record.complete && record.guard_ok);
+        ASSERT_EQ(record.utxos.size(), 1u);
+        EXPECT_EQ(record.utxos[0].value, 9'000);
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
