@@ -23,6 +23,8 @@ uint8_t StartingStrength(int32_t level, int row, int column) {
     return 1;
 }
 
+int32_t PaddleSpeed(const GameState& state) { return state.level <= 8 ? kPaddleSpeedLow : kPaddleSpeedHigh; }
+
 void MovePaddle(GameState& state, int32_t distance) {
     const int32_t limit = kFieldW - state.paddle_w;
     state.paddle_x += distance;
@@ -30,9 +32,10 @@ void MovePaddle(GameState& state, int32_t distance) {
     if (state.paddle_x > limit) state.paddle_x = limit;
 }
 
+// For a ball that is not above the paddle.
 bool TouchesPaddle(const GameState& state) {
-    return state.ball_vy > 0 && state.ball_y + kBallHalf >= kPaddleTop &&
-           state.ball_y - kBallHalf <= kPaddleBottom && state.ball_x + kBallHalf >= state.paddle_x &&
+    return state.ball_vy > 0 && state.ball_y - kBallHalf <= kPaddleBottom &&
+           state.ball_x + kBallHalf >= state.paddle_x &&
            state.ball_x - kBallHalf <= state.paddle_x + state.paddle_w;
 }
 
@@ -91,7 +94,8 @@ void PushOutUpOrDown(GameState& state, int32_t top) {
     state.ball_y = state.ball_y >= top + kCellUnits / 2 ? top + kCellUnits + kBallHalf : top - kBallHalf;
 }
 
-void HitBrick(GameState& state, int32_t row, int32_t column, int32_t old_x, int32_t old_y) {
+// Kept out of line, so that the steps that hit nothing stay short.
+[[gnu::noinline]] void HitBrick(GameState& state, int32_t row, int32_t column, int32_t old_x, int32_t old_y) {
     const int32_t left = column * kCellUnits;
     const int32_t top = kBrickTop + row * kCellUnits;
     const bool sideways = BouncesSideways(state.ball_x, state.ball_y, old_x, old_y, left, top);
@@ -103,6 +107,29 @@ void HitBrick(GameState& state, int32_t row, int32_t column, int32_t old_x, int3
         PushOutSideways(state, left);
     } else {
         PushOutUpOrDown(state, top);
+    }
+}
+
+// For a ball at the height of the wall.
+void HitFirstBrick(GameState& state, int32_t old_x, int32_t old_y) {
+    const int32_t x = state.ball_x;
+    const int32_t y = state.ball_y;
+    // A shift rounds a negative number down where division would give 0; both end at 0 once clamped.
+    const int32_t first_column = std::clamp((x - kBallHalf) >> kCellShift, 0, kBrickCols - 1);
+    const int32_t last_column = std::clamp((x + kBallHalf - 1) >> kCellShift, 0, kBrickCols - 1);
+    const int32_t first_row = std::clamp((y - kBallHalf - kBrickTop) >> kCellShift, 0, kBrickRows - 1);
+    const int32_t last_row = std::clamp((y + kBallHalf - kBrickTop - 1) >> kCellShift, 0, kBrickRows - 1);
+    // The ball is smaller than a cell, so these four are all there are. Most of the time they are empty.
+    const uint8_t* upper = state.bricks[first_row];
+    const uint8_t* lower = state.bricks[last_row];
+    if ((upper[first_column] | upper[last_column] | lower[first_column] | lower[last_column]) == 0) return;
+    for (int32_t row = first_row; row <= last_row; ++row) {
+        for (int32_t column = first_column; column <= last_column; ++column) {
+            if (state.bricks[row][column] == 0) continue;
+            if (!Overlaps(x, column * kCellUnits) || !Overlaps(y, kBrickTop + row * kCellUnits)) continue;
+            HitBrick(state, row, column, old_x, old_y);
+            return;
+        }
     }
 }
 
@@ -163,9 +190,8 @@ void StepGame(GameState& state, uint64_t now_ms) {
     if (state.last_step_ms != 0 && now_ms < state.last_step_ms + kTickMs) return;
     state.last_step_ms = now_ms;
 
-    const int32_t paddle_speed = state.level <= 8 ? kPaddleSpeedLow : kPaddleSpeedHigh;
-    if (state.left_held) MovePaddle(state, -paddle_speed);
-    if (state.right_held) MovePaddle(state, paddle_speed);
+    if (state.left_held) MovePaddle(state, -PaddleSpeed(state));
+    if (state.right_held) MovePaddle(state, PaddleSpeed(state));
     if (!state.ball_live) {
         ResetBallOnPaddle(state);
         return;
@@ -173,16 +199,18 @@ void StepGame(GameState& state, uint64_t now_ms) {
 
     const int32_t old_x = state.ball_x;
     const int32_t old_y = state.ball_y;
-    state.ball_x += state.ball_vx;
-    state.ball_y += state.ball_vy;
-    if (state.ball_x < kBallMinX) {
+    const int32_t new_x = old_x + state.ball_vx;
+    const int32_t new_y = old_y + state.ball_vy;
+    state.ball_x = new_x;
+    state.ball_y = new_y;
+    if (new_x < kBallMinX) {
         state.ball_x = kBallMinX;
         state.ball_vx = std::abs(state.ball_vx);
-    } else if (state.ball_x > kBallMaxX) {
+    } else if (new_x > kBallMaxX) {
         state.ball_x = kBallMaxX;
         state.ball_vx = -std::abs(state.ball_vx);
     }
-    if (state.ball_y < kBallMinY) {
+    if (new_y < kBallMinY) {
         state.ball_y = kBallMinY;
         state.ball_vy = std::abs(state.ball_vy);
     }
@@ -194,27 +222,14 @@ void StepGame(GameState& state, uint64_t now_ms) {
         ResetBallOnPaddle(state);
         return;
     }
+    if (state.ball_y + kBallHalf < kPaddleTop) return;  // above the paddle it neither bounces nor is lost
     if (TouchesPaddle(state)) BounceOffPaddle(state);
     if (state.ball_y - kBallHalf > kLossY) LoseBall(state);
 }
 
 void CollideBricks(GameState& state, int32_t old_x, int32_t old_y) {
-    const int32_t x = state.ball_x;
-    const int32_t y = state.ball_y;
-    if (y + kBallHalf <= kBrickTop || y - kBallHalf >= kBrickBottom) return;
-    // A shift rounds a negative number down where division would give 0; both end at 0 once clamped.
-    const int32_t first_column = std::clamp((x - kBallHalf) >> kCellShift, 0, kBrickCols - 1);
-    const int32_t last_column = std::clamp((x + kBallHalf - 1) >> kCellShift, 0, kBrickCols - 1);
-    const int32_t first_row = std::clamp((y - kBallHalf - kBrickTop) >> kCellShift, 0, kBrickRows - 1);
-    const int32_t last_row = std::clamp((y + kBallHalf - kBrickTop - 1) >> kCellShift, 0, kBrickRows - 1);
-    for (int32_t row = first_row; row <= last_row; ++row) {
-        for (int32_t column = first_column; column <= last_column; ++column) {
-            if (state.bricks[row][column] == 0) continue;
-            if (!Overlaps(x, column * kCellUnits) || !Overlaps(y, kBrickTop + row * kCellUnits)) continue;
-            HitBrick(state, row, column, old_x, old_y);
-            return;
-        }
-    }
+    if (state.ball_y + kBallHalf <= kBrickTop || state.ball_y - kBallHalf >= kBrickBottom) return;
+    HitFirstBrick(state, old_x, old_y);
 }
 
 }  // namespace brickfall
