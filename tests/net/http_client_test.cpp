@@ -221,6 +221,7 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
         {"number beyond a double", {{200, "[1e999]", {}}}, "yyynyn"},
         {"no UTF-8", {{200, "[\"\xFF\"]", {}}}, "yyynyn"},
         {"nesting", {{200, std::string(200'000, '['), {}}}, "yyynyn"},
+        {"closed nesting", {{200, std::string(200'000, '[') + std::string(200'000, ']'), {}}}, "yyyyyy"},
         {"empty", {{200, "", {}}}, "yyynnn"},
         {"redirect", {{302, "<html>", "/end"}, {200, "[]", {}}}, "ynyyyy"},
         {"3xx without a target", {{300, "[]", {}}}, "nnnyyn"},
