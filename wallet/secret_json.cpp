@@ -15,6 +15,10 @@ using nlohmann::json;
 
 constexpr char kBlank = 'x';
 
+// The short escapes and what they mean; the last is read, and never written.
+constexpr std::string_view kEscapeNames = "\"\\bfnrt/";
+constexpr std::string_view kEscaped = "\"\\\b\f\n\r\t/";
+
 bool IsLetterOrDigit(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
@@ -87,6 +91,19 @@ void BlankLiteral(std::span<char> literal) {
     }
 }
 
+void AppendEscaped(SecretString& out, char c) {
+    const auto byte = static_cast<uint8_t>(c);
+    if (const std::size_t place = kEscaped.find(c); place < kEscaped.size() - 1) {
+        out.push_back('\\');
+        out.push_back(kEscapeNames[place]);
+    } else if (byte < 0x20) {
+        out.append("\\u00");
+        AppendHex(out, std::span(&byte, 1));
+    } else {
+        out.push_back(c);
+    }
+}
+
 uint32_t CodeUnit(std::string_view digits) {
     uint32_t unit = 0;
     for (const char digit : digits) unit = unit << 4 | static_cast<uint32_t>(HexDigitValue(digit) & 15);
@@ -116,8 +133,6 @@ void AppendUtf8(SecretString& out, uint32_t code) {
 
 // The text of a literal that the parser has found well-formed.
 SecretString Unescape(std::string_view literal) {
-    constexpr std::string_view kNames = "\"\\/bfnrt";
-    constexpr std::string_view kMeanings = "\"\\/\b\f\n\r\t";
     SecretString text;
     text.reserve(literal.size());
     for (std::size_t at = 0; at < literal.size(); ++at) {
@@ -127,7 +142,7 @@ SecretString Unescape(std::string_view literal) {
         }
         const char name = literal[++at];
         if (name != 'u') {
-            text.push_back(kMeanings[kNames.find(name)]);
+            text.push_back(kEscaped[kEscapeNames.find(name)]);
             continue;
         }
         uint32_t code = CodeUnit(literal.substr(at + 1, 4));
@@ -190,15 +205,7 @@ SecretString InsertSecret(std::string_view text, std::string_view key, std::stri
     out.reserve(text.size() + 6 * secret.size());
     out.append(text.substr(0, place == std::string_view::npos ? place : place + member.size()));
     if (place == std::string_view::npos) return out;
-    for (const char c : secret) {
-        const auto byte = static_cast<uint8_t>(c);
-        if (byte >= 0x20 && c != '"' && c != '\\') {
-            out.push_back(c);
-            continue;
-        }
-        out.append("\\u00");
-        AppendHex(out, std::span(&byte, 1));
-    }
+    for (const char c : secret) AppendEscaped(out, c);
     out.append(text.substr(place + member.size()));
     return out;
 }

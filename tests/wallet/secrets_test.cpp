@@ -1,0 +1,253 @@
+// Looks through the memory that this process can write for the secrets of a wallet that it no longer holds.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "base/files.h"
+#include "base/text.h"
+#include "tests/support/temp_folder.h"
+#include "wallet/app_binds.h"
+#include "wallet/bip39_words.h"
+#include "wallet/identity_signature.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/transaction.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define BRICKFALL_SHADOW_MEMORY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define BRICKFALL_SHADOW_MEMORY 1
+#endif
+#endif
+
+namespace brickfall {
+namespace {
+
+// A phrase that no other test of this program uses, as its places in the list, so that it stands nowhere in
+// the program as text.
+constexpr std::size_t kPhrasePlaces[] = {993, 1914, 574, 181, 1331, 547, 1626, 1217, 1436, 1921, 1872, 1494};
+
+SecretString Phrase() {
+    SecretString phrase;
+    phrase.reserve(120);
+    for (const std::size_t place : kPhrasePlaces) {
+        if (!phrase.empty()) phrase += ' ';
+        phrase += kBip39Words[place];
+    }
+    return phrase;
+}
+
+constexpr uint8_t kMask = 0xa5;
+constexpr std::size_t kPiece = 16;  // bytes of a secret that count as a find
+
+// A piece of a secret, masked, so that the search does not find what it searches for.
+struct Needle {
+    std::string name;
+    std::array<uint8_t, kPiece> masked{};
+};
+
+class Needles {
+  public:
+    // Every piece of the bytes, and of their reverse: the limbs of a big number lie low end first.
+    void Add(const std::string& name, std::span<const uint8_t> secret) {
+        for (std::size_t at = 0; at + kPiece <= secret.size(); at += kPiece) {
+            Needle forward{name, {}};
+            Needle backward{name + " reversed", {}};
+            for (std::size_t i = 0; i < kPiece; ++i) {
+                forward.masked[i] = secret[at + i] ^ kMask;
+                backward.masked[kPiece - 1 - i] = forward.masked[i];
+            }
+            needles_.push_back(std::move(forward));
+            needles_.push_back(std::move(backward));
+        }
+    }
+
+    void AddKey(const std::string& name, const SecretString& hex) {
+        Add(name + " hex", AsBytes(hex));
+        std::array<uint8_t, 32> bytes;
+        const WipeAtExit wipe_bytes(bytes);
+        if (HexDecodeSecret(hex, bytes)) Add(name, bytes);
+    }
+
+    // The names of the needles that the writable memory of this process holds, each once.
+    std::vector<std::string> Find() const {
+        std::vector<std::string> found;
+        std::ifstream maps("/proc/self/maps");
+        for (std::string line; std::getline(maps, line);) {
+            uintptr_t begin = 0;
+            uintptr_t end = 0;
+            char mode[5] = {};
+            if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, mode) != 3) continue;
+            if (mode[0] != 'r' || mode[1] != 'w') continue;
+            Search({reinterpret_cast<const uint8_t*>(begin), end - begin}, found);
+        }
+        std::sort(found.begin(), found.end());
+        found.erase(std::unique(found.begin(), found.end()), found.end());
+        return found;
+    }
+
+  private:
+    void Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const {
+        std::array<bool, 256> begins{};
+        for (const Needle& needle : needles_) begins[needle.masked[0] ^ kMask] = true;
+        for (std::size_t at = 0; at + kPiece <= memory.size(); ++at) {
+            if (!begins[memory[at]]) continue;
+            for (const Needle& needle : needles_) {
+                std::size_t same = 0;
+                while (same < kPiece && (memory[at + same] ^ kMask) == needle.masked[same]) ++same;
+                if (same == kPiece) found.push_back(needle.name);
+            }
+        }
+    }
+
+    std::vector<Needle> needles_;
+};
+
+void WriteWallet(std::string_view before, const SecretString& secret, std::string_view behind) {
+    SecretString text;
+    text.reserve(before.size() + secret.size() + behind.size());
+    text.append(before).append(secret).append(behind);
+    ASSERT_TRUE(WriteFile(WalletFilePath(), text));
+}
+
+struct Secrets : testing::Test {
+    Secrets() {
+        ClearWalletState();
+        SetWalletId("w1");
+        MakeFolders(data.Path() + "/Orvane/wallets/w1");
+    }
+    ~Secrets() override {
+        ClearWalletState();
+        ResetBindingForTest();
+    }
+    void SetUp() override {
+#ifdef BRICKFALL_SHADOW_MEMORY
+        GTEST_SKIP() << "the sanitizer's own memory is too large to search, and keeps what is freed";
+#endif
+    }
+
+    const TempUserData data;
+    const WalletLock lock{wallet_mutex};
+    Needles needles;
+};
+
+constexpr char kHdBegin[] = R"({"version":2,"recv":[0,3,0,0,0,1],"paymail":"ada","mnemonic":")";
+
+// Every key that the wallet in memory can come to, by way of the state itself.
+void AddKeysOfWallet(Needles& needles) {
+    needles.Add("seed", wallet_keys.seed);
+    ExtendedKey node = wallet_keys.master;
+    ExtendedKey child;
+    const WipeAtExit wipe_node(node);
+    const WipeAtExit wipe_child(child);
+    needles.Add("master key", node.key);
+    needles.Add("master chain code", node.chain_code);
+    for (std::size_t level = 0; level < 4; ++level) {
+        ASSERT_TRUE(DeriveChildKey(node, kReceivePath[level], child));
+        node = child;
+        needles.Add("node", node.key);
+        needles.Add("chain code of a node", node.chain_code);
+    }
+    for (const KeyPath& path : {ReceivePath(0), ReceivePath(3), kIdentityPath, kEncryptionPath}) {
+        SecretString private_hex;
+        std::string public_hex, address;
+        ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
+        needles.AddKey("private key", private_hex);
+    }
+}
+
+// What a session does with the keys.
+void UseWallet() {
+    EXPECT_EQ(OwnedAddresses().size(), 5u);
+    std::string public_hex, text, error;
+    SecretString private_hex;
+    EXPECT_TRUE(SignIdentityMessage("row", public_hex, text, error));
+    EXPECT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error));
+    SpendInput input;
+    input.txid = std::string(64, 'a');
+    input.value = 10'000;
+    std::vector<SpendInput> inputs{input};
+    EXPECT_TRUE(SignInput(inputs[0], inputs, {}, Hash160{}, wallet_keys.priv, wallet_keys.pub));
+    EXPECT_TRUE(SaveWallet());
+    ReloadWalletHints();
+    RefreshDerivedKeys();
+}
+
+TEST_F(Secrets, NothingOfAWalletIsLeftOnceItIsCleared) {
+    needles.Add("words", AsBytes(Phrase()));
+    EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << "before the wallet is loaded";
+    WriteWallet(kHdBegin, Phrase(), "\"}");
+    ASSERT_TRUE(LoadWallet());
+    AddKeysOfWallet(needles);
+    UseWallet();
+
+    const std::vector<std::string> held = needles.Find();
+    for (const char* name : {"words", "seed", "master key", "private key hex", "node"}) {
+        EXPECT_TRUE(std::count(held.begin(), held.end(), name)) << "the search is blind to the " << name;
+    }
+    ClearWalletState();
+    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
+
+    // A look into the file leaves none either.
+    std::string address, paymail;
+    bool is_hd = false;
+    EXPECT_TRUE(WalletSummary(address, paymail, is_hd));
+    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
+}
+
+TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
+    WriteWallet(kHdBegin, Phrase(), "\"}");
+    needles.Add("words", AsBytes(Phrase()));
+    ASSERT_TRUE(LoadWallet());
+    AddKeysOfWallet(needles);
+
+    struct Row {
+        const char* before;
+        const char* behind;
+        const char* why;
+    };
+    const Row rows[] = {
+        {kHdBegin, " about\"}", "a word too many"},
+        {kHdBegin, "\",\"backup\":5}", "a wrong type behind the words"},
+        {kHdBegin, "\",\"contacts\":[{\"dest\":5}]}", "a wrong type in a list"},
+        {kHdBegin, "", "the file ends in the words"},
+        {kHdBegin, "\",\"recv\":", "the file ends behind the words"},
+        {kHdBegin, "\\q\"}", "an escape that is none"},
+        {kHdBegin, "\xff\"}", "a byte that is no text"},
+        {"{\"mnemonic\":[\"", "\"]}", "words in an array"},
+        {"[{\"mnemonic\":\"", "\"}]", "an object in an array"},
+        {"{\"wallet\":{\"mnemonic\":\"", "\"}}", "an object too deep"},
+        {"{\"priv\":\"", "\"}", "words as a key"},
+        {"{\"mnemonic\":5,\"mnemonic\":\"", "\",\"mnemonic\":5}", "a key three times"},
+        {"", "", "no JSON at all"},
+    };
+    for (const Row& row : rows) {
+        ClearWalletState();
+        WriteWallet(row.before, Phrase(), row.behind);
+        EXPECT_FALSE(LoadWallet()) << row.why;
+        EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << row.why;
+    }
+}
+
+TEST_F(Secrets, NothingOfALegacyWalletIsLeft) {
+    // A key in hexadecimal that this program holds nowhere: the hash of the phrase.
+    SecretString key;
+    AppendHex(key, Sha256Twice(AsBytes(Phrase())));
+    needles.AddKey("private key", key);
+    const std::pair<const char*, bool> rows[] = {
+        {"\"}", true}, {"\",\"address\":5}", false}, {"\",\"pub\":\"02\"}", false}, {"0\"}", false}};
+    for (const auto& [behind, loads] : rows) {
+        WriteWallet("{\"priv\":\"", key, behind);
+        EXPECT_EQ(LoadWallet(), loads) << behind;
+        ClearWalletState();
+    }
+    WipeString(key);
+    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
+}
+
+}  // namespace
+}  // namespace brickfall
