@@ -1,0 +1,75 @@
+// The same bytes as a paymail name and as the whole file of names that another program may have written.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "base/files.h"
+#include "base/text.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/paymail_registry.h"
+
+namespace {
+
+using namespace brickfall;
+
+constexpr char kKey[] = "02ad";
+constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
+
+void Require(bool condition) {
+    if (!condition) std::abort();
+}
+
+struct PrivateFolder {
+    PrivateFolder() : path((std::filesystem::temp_directory_path() / "brickfall-fuzz-XXXXXX").string()) {
+        Require(::mkdtemp(path.data()) != nullptr);
+        ::setenv("LOCALAPPDATA", path.c_str(), 1);
+        Require(MakeFolders(path + "/Orvane"));
+    }
+    ~PrivateFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    std::string path;
+};
+
+void CheckName(std::string_view text) {
+    const std::string name = SanitizePaymailName(text);
+    Require(SanitizePaymailName(name) == name);
+    Require(std::ranges::all_of(name, [](char c) {
+        return (IsAsciiLetterOrDigit(c) && (c < 'A' || c > 'Z')) || c == '_' || c == '-' || c == '.';
+    }));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    static const PrivateFolder folder;
+    const std::string file = folder.path + "/Orvane/orvane_paymail.json";
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    CheckName(bytes);
+
+    Require(WriteFile(file, bytes));
+    const std::string found = FindNameForPubkey(kKey);
+    Require(SanitizePaymailName(found) == found);
+    if (RegisterPaymail("ada", kKey, kAddress).empty()) {
+        Require(FindNameForPubkey(kKey) == "ada");
+    } else {
+        Require(ReadFile(file) == bytes);
+    }
+
+    Require(WriteFile(file, bytes));
+    wallet_keys.identity_pub = kKey;
+    wallet_keys.ord_avatar = "avatar_0";
+    SetOrdAddress(kAddress);
+    SetHostRole("dev");
+    Require(SyncAvatar().empty());
+    const std::string written = ReadFile(file).value_or("");
+    SetOrdAddress(kAddress);
+    SetHostRole("Dev");
+    Require(SyncAvatar().empty());
+    Require(ReadFile(file) == written);
+    return 0;
+}
