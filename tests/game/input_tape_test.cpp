@@ -1,0 +1,93 @@
+#include "game/input_tape.h"
+
+#include <gtest/gtest.h>
+
+namespace brickfall {
+namespace {
+
+InputTape Tape(int32_t cell_w, int32_t cell_h, const std::vector<InputEvent>& events) {
+    InputTape tape;
+    ResetTape(tape, cell_w, cell_h);
+    for (const InputEvent& event : events) AppendEvent(tape, event.tick_ms, event.code);
+    return tape;
+}
+
+TEST(InputTape, WireForm) {
+    EXPECT_EQ(TapeToHex(Tape(32, 32, {})), "01032000200000000000");
+    EXPECT_EQ(TapeToHex(Tape(0x1234, 0xFEDC, {{4096, kInputServe}, {4096, kInputEnd}})),
+              "0103"
+              "3412"
+              "dcfe"
+              "02000000"
+              "0010000007"
+              "00100000ff");
+    InputTape tape = Tape(1, 1, {});
+    AppendEvent(tape, 0x1'8765'4320, kInputLeftUp);  // only the low 32 bits of the clock fit
+    EXPECT_EQ(TapeToHex(tape).substr(20), "2043658709");
+    ResetTape(tape, 2, 3);
+    EXPECT_EQ(TapeToHex(tape), "01030200030000000000");
+}
+
+TEST(InputTape, StopsGrowingWhenFull) {
+    InputTape tape = Tape(32, 32, {});
+    for (std::size_t i = 0; i < kTapeMaxEvents + 5; ++i) AppendEvent(tape, 16 * i, kInputServe);
+    EXPECT_EQ(tape.events.size(), 200'000u);
+    EXPECT_EQ(tape.events.back().tick_ms, 16u * 199'999);
+    const std::string hex = TapeToHex(tape);
+    EXPECT_EQ(hex.size(), 2'000'020u);
+    EXPECT_EQ(hex.substr(12, 8), "400d0300");  // 200,000
+}
+
+TEST(InputTape, HexText) {
+    struct Row {
+        std::string_view text;
+        bool decodes;
+        std::vector<uint8_t> bytes;
+        std::string_view why;
+    };
+    const Row rows[] = {
+        {"", true, {}, "empty"},
+        {"00fF10Ab", true, {0x00, 0xFF, 0x10, 0xAB}, "either case"},
+        {"abc", false, {}, "odd"},
+        {"0g", false, {}, "no digit, low"},
+        {"/0", false, {}, "the character before 0"},
+        {":0", false, {}, "the character after 9"},
+        {"@0", false, {}, "the character before A"},
+        {"`0", false, {}, "the character before a"},
+        {"00 0", false, {}, "blank inside"},
+        {std::string_view("0\0", 2), false, {}, "zero byte"},
+        {"\xC3\xA4", false, {}, "UTF-8"},
+    };
+    for (const Row& row : rows) {
+        std::vector<uint8_t> bytes{9};
+        EXPECT_EQ(HexToBytes(row.text, bytes), row.decodes) << row.why;
+        EXPECT_EQ(bytes, row.bytes) << row.why;
+    }
+    EXPECT_EQ(NormalizeHex(" \tABCdef09\r\n"), "abcdef09");
+    EXPECT_EQ(NormalizeHex(std::string_view("\0\x1F"
+                                            "A B"
+                                            "\x20\0",
+                                            7)),
+              "a b");
+    EXPECT_EQ(NormalizeHex("\xFF"
+                           "A"
+                           "\x80"),
+              "\xFF"
+              "a"
+              "\x80")
+        << "high bytes are no blanks";
+    EXPECT_EQ(NormalizeHex(" \n "), "");
+}
+
+TEST(InputTape, SealIsOnePlainSha256OfTheBytes) {
+    // "abc" and the empty message are published examples of SHA-256 (FIPS 180-4).
+    EXPECT_EQ(TapeHash(" 616263\n"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(TapeHash(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(TapeHash("aB"), TapeHash("Ab"));
+    EXPECT_EQ(TapeHash("616"), "");
+    EXPECT_EQ(TapeHash("61 62"), "");
+    EXPECT_NE(TapeHash(TapeToHex(Tape(32, 32, {}))), TapeHash(TapeToHex(Tape(32, 33, {}))));
+}
+
+}  // namespace
+}  // namespace brickfall

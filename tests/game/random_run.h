@@ -1,0 +1,113 @@
+// random_run.h - a run driven through its keyboard, its timer and a manual clock, for tests that need a
+// driver, and a generator of whole runs.
+#pragma once
+
+#include <functional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "game/run_control.h"
+#include "tests/support/manual_clock.h"
+#include "tools/autopilot.h"
+
+namespace brickfall {
+
+struct RunFixture {
+    RunFixture() {
+        driver.set_status = [this](std::string_view text) { Log("status " + std::string(text)); };
+        driver.enable_control = [this](int id, bool on) {
+            Log((on ? "enable " : "disable ") + std::to_string(id));
+        };
+        driver.invalidate_well = [this] { ++well_repaints; };
+        driver.invalidate_record_button = [this] { ++button_repaints; };
+        driver.refresh_layout = [this] {
+            Log("layout");
+            return cell;
+        };
+        driver.start_heartbeat = [this] { Log("heartbeat"); };
+        driver.focus_main = [this] { Log("focus"); };
+        driver.main_has_focus = [this] { return has_focus; };
+        driver.any_tool_window_open = [this] { return tool_window_open; };
+        driver.play_effect = [this](std::span<const int> notes, std::span<const int> durations) {
+            std::string line = "effect";
+            for (std::size_t i = 0; i < notes.size(); ++i) {
+                line += " " + std::to_string(notes[i]) + "/" + std::to_string(durations[i]);
+            }
+            Log(line);
+        };
+        driver.record_local_score = [this](const std::string& txid) {
+            Log("local score '" + txid + "' " + std::to_string(run.final_score));
+        };
+        driver.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_down : right_down; };
+    }
+    RunFixture(const RunFixture&) = delete;
+    RunFixture& operator=(const RunFixture&) = delete;
+
+    void Log(const std::string& line) { calls.push_back(line); }
+    std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
+
+    void Pass(int64_t milliseconds) {
+        clock.AdvanceMs(milliseconds);
+        OnTimer(run, driver);
+    }
+    // A key moves, and its message arrives or, as when another window has the focus, does not.
+    void MoveKey(GameKey key, bool down, bool with_message = true) {
+        bool& is_down = key == GameKey::kLeft ? left_down : right_down;
+        if (is_down == down) return;
+        is_down = down;
+        if (with_message) down ? OnKeyDown(run, driver, key, false) : OnKeyUp(run, driver, key);
+    }
+    void Tap(GameKey key) { OnKeyDown(run, driver, key, false); }
+
+    ManualClock clock;
+    RunControl run;
+    RunDriver driver;
+    CellSize cell{32, 32};
+    bool left_down = false;
+    bool right_down = false;
+    bool has_focus = true;
+    bool tool_window_open = false;
+    std::vector<std::string> calls;
+    int well_repaints = 0;
+    int button_repaints = 0;
+};
+
+// Plays one run from start to loss: by the autopilot or by chance until `level` is reached or some time has
+// passed, with stalls, pauses and keys that move while nobody looks; then it is lost on purpose.
+// `after_timer` is called after each firing of the timer.
+inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t level, uint64_t most_ms,
+                          const std::function<void()>& after_timer) {
+    const auto chance = [&random](uint64_t one_in) { return random() % one_in == 0; };
+    const bool careless = chance(2) && level == 0;
+    play.cell = {static_cast<int32_t>(random() % 80), static_cast<int32_t>(random() % 80)};
+    play.left_down = play.right_down = false;
+    StartRun(play.run, play.driver);
+    while (play.run.mode == kModePlaying) {
+        const uint64_t stall = careless && chance(300) ? random() % 3'000 : random() % 4;
+        play.Pass(static_cast<int64_t>(14 + stall));
+        after_timer();
+        if (chance(500)) {
+            play.Tap(GameKey::kP);
+            play.clock.AdvanceMs(static_cast<int64_t>(random() % 400));
+            play.MoveKey(GameKey::kLeft, chance(2), chance(2));
+            play.MoveKey(GameKey::kRight, chance(2), chance(2));
+            play.Tap(GameKey::kSpace);
+            play.Tap(GameKey::kP);
+        }
+        const GameState& game = play.run.game;
+        const bool playing_on = game.level < level || (level == 0 && play.run.sim_clock_ms < most_ms);
+        AutopilotKeys keys = playing_on ? AutopilotPlay(game) : AutopilotLose(game);
+        if (careless && playing_on) {
+            if (!chance(20)) continue;
+            keys = {.left = chance(2), .right = chance(2), .serve = chance(3)};
+        }
+        play.MoveKey(GameKey::kLeft, keys.left, chance(2));
+        play.MoveKey(GameKey::kRight, keys.right, chance(2));
+        if (keys.serve) play.Tap(GameKey::kSpace);
+    }
+    play.calls.clear();
+}
+
+}  // namespace brickfall
