@@ -1,0 +1,253 @@
+// The simulation against a second one that is slow and obvious: it looks at every brick, knows no early way
+// out, and counts in wide integers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "game/simulation.h"
+
+namespace brickfall {
+namespace {
+
+using Wide = int64_t;
+
+struct Box {
+    Wide left, top, right, bottom;
+};
+
+bool MeetInX(const Box& a, const Box& b) { return a.left < b.right && b.left < a.right; }
+bool MeetInY(const Box& a, const Box& b) { return a.top < b.bottom && b.top < a.bottom; }
+Box BallBox(Wide x, Wide y) { return {x - 36, y - 36, x + 36, y + 36}; }
+Box CellBox(int row, int column) {
+    return {column * 256, 256 + row * 256, column * 256 + 256, 256 + row * 256 + 256};
+}
+int32_t Within(Wide low, Wide value, Wide high) {
+    return static_cast<int32_t>(std::min(high, std::max(low, value)));
+}
+
+void ModelWall(GameState& game) {
+    static const int kStrengths[3][8] = {
+        {1, 1, 1, 1, 1, 1, 1, 1}, {2, 2, 1, 1, 1, 1, 1, 1}, {3, 3, 2, 2, 1, 1, 1, 1}};
+    game.bricks_left = 0;
+    for (int row = 0; row < 8; ++row) {
+        for (int column = 0; column < 13; ++column) {
+            int strength = kStrengths[game.level <= 4 ? 0 : game.level <= 8 ? 1 : 2][row];
+            const bool odd_column =
+                column == 1 || column == 3 || column == 5 || column == 7 || column == 9 || column == 11;
+            const bool at_the_sides = column <= 1 || column >= 11;
+            if (game.level % 3 == 0 && row == 3 && !odd_column) strength = 0;
+            if (game.level % 5 == 0 && row >= 6 && !at_the_sides) strength = 0;
+            game.bricks[row][column] = static_cast<uint8_t>(strength);
+            game.bricks_left += strength > 0;
+        }
+    }
+}
+
+Wide ModelSpeed(const GameState& game) { return Within(6, game.level + 7 + game.score / 1000, 18); }
+
+void ModelCollide(GameState& game, Wide old_x, Wide old_y) {
+    static const int kPoints[8] = {200, 100, 50, 25, 10, 5, 2, 1};
+    const Box ball = BallBox(game.ball_x, game.ball_y);
+    const Box old_ball = BallBox(old_x, old_y);
+    for (int cell_number = 0; cell_number < 8 * 13; ++cell_number) {
+        const int row = cell_number / 13;
+        const int column = cell_number % 13;
+        const Box cell = CellBox(row, column);
+        if (game.bricks[row][column] == 0 || !MeetInX(ball, cell) || !MeetInY(ball, cell)) continue;
+
+        const bool was_x = MeetInX(old_ball, cell);
+        const bool was_y = MeetInY(old_ball, cell);
+        bool horizontal = was_y && !was_x;
+        if (was_x == was_y) {
+            horizontal = std::min(cell.right - game.ball_x, game.ball_x - cell.left) <
+                         std::min(cell.bottom - game.ball_y, game.ball_y - cell.top);
+        }
+        game.bricks[row][column] = static_cast<uint8_t>(game.bricks[row][column] - 1);
+        if (game.bricks[row][column] == 0) {
+            game.score += kPoints[row];
+            game.bricks_left -= 1;
+        }
+        if (horizontal) {
+            game.ball_vx = -game.ball_vx;
+            Wide x = game.ball_x >= cell.left + 128 ? cell.left + 292 : cell.left - 36;
+            if (x < 36) {
+                x = cell.left + 292;
+                game.ball_vx = std::max(game.ball_vx, -game.ball_vx);
+            } else if (x > 3292) {
+                x = cell.left - 36;
+                game.ball_vx = std::min(game.ball_vx, -game.ball_vx);
+            }
+            game.ball_x = static_cast<int32_t>(x);
+        } else {
+            game.ball_vy = -game.ball_vy;
+            game.ball_y = row * 256 + (game.ball_y >= row * 256 + 384 ? 548 : 220);
+        }
+        return;
+    }
+}
+
+void ModelOnPaddle(GameState& game) {
+    game.ball_live = false;
+    game.ball_x = game.paddle_x + 384;
+    game.ball_y = 4268;
+    game.ball_vx = game.ball_vy = 0;
+}
+
+void ModelStep(GameState& game, uint64_t now_ms) {
+    if (game.paused || game.game_over) return;
+    if (game.last_step_ms != 0 && now_ms - game.last_step_ms < 16) return;
+    game.last_step_ms = now_ms;
+    const int v = game.level >= 9 ? 168 : 120;
+    if (game.left_held) game.paddle_x = Within(0, game.paddle_x - v, 2560);
+    if (game.right_held) game.paddle_x = Within(0, game.paddle_x + v, 2560);
+    if (!game.ball_live) return ModelOnPaddle(game);
+
+    const Wide old_x = game.ball_x;
+    const Wide old_y = game.ball_y;
+    const Wide x = old_x + game.ball_vx;
+    const Wide y = old_y + game.ball_vy;
+    if (x < 36) game.ball_vx = std::max(game.ball_vx, -game.ball_vx);
+    if (x > 3292) game.ball_vx = std::min(game.ball_vx, -game.ball_vx);
+    if (y < 36) game.ball_vy = std::max(game.ball_vy, -game.ball_vy);
+    game.ball_x = Within(36, x, 3292);
+    game.ball_y = Within(36, y, 1'000'000);
+
+    ModelCollide(game, old_x, old_y);
+    if (game.bricks_left <= 0) {
+        game.level += 1;
+        ModelWall(game);
+        return ModelOnPaddle(game);
+    }
+    const Box ball = BallBox(game.ball_x, game.ball_y);
+    const bool in_band = ball.bottom >= 4312 && ball.top <= 4352;
+    const bool above_paddle = ball.right >= game.paddle_x && ball.left <= game.paddle_x + 768;
+    if (game.ball_vy > 0 && in_band && above_paddle) {
+        const Wide off = game.ball_x - (game.paddle_x + 384);
+        const Wide s = ModelSpeed(game);
+        const Wide size = (off < 0 ? -off : off) * s / 384;
+        game.ball_vx = static_cast<int32_t>((off < 0 ? -1 : 1) * (size == 0 ? 3 : std::min(size, s)));
+        game.ball_vy = static_cast<int32_t>(-s);
+        game.ball_y = 4274;
+    }
+    if (game.ball_y > 4644) {
+        game.lives = std::max(game.lives - 1, 0);
+        game.ball_live = false;
+        if (game.lives == 0) {
+            game.game_over = true;
+        } else {
+            ModelOnPaddle(game);
+        }
+    }
+}
+
+class Chance {
+  public:
+    explicit Chance(uint64_t seed) : random_(seed) {}
+    int32_t From(int32_t low, int32_t high) {
+        return low + static_cast<int32_t>(random_() % static_cast<uint64_t>(high - low + 1));
+    }
+    bool OneIn(int32_t n) { return From(1, n) == 1; }
+
+  private:
+    std::mt19937_64 random_;
+};
+
+// A ball somewhere, often within a few units of where a rule changes.
+GameState AnyState(Chance& chance) {
+    GameState game = NewGame(32, 32);
+    game.level = chance.From(1, 20);
+    game.lives = chance.From(1, 3);
+    game.score = chance.From(0, 12'000);
+    game.paddle_x = chance.From(0, 2560);
+    game.last_step_ms = static_cast<uint64_t>(chance.From(0, 100)) * 16;
+    game.left_held = chance.OneIn(3);
+    game.right_held = chance.OneIn(3);
+    game.paused = chance.OneIn(50);
+    game.ball_live = !chance.OneIn(20);
+    const int32_t density = chance.From(1, 4);
+    game.bricks_left = 0;
+    for (auto& row : game.bricks) {
+        for (uint8_t& brick : row) {
+            brick = static_cast<uint8_t>(chance.OneIn(density) ? chance.From(1, 3) : 0);
+            game.bricks_left += brick != 0;
+        }
+    }
+    if (chance.OneIn(10)) {  // the last brick
+        for (auto& row : game.bricks) std::fill(std::begin(row), std::end(row), uint8_t{0});
+        game.bricks[chance.From(0, 7)][chance.From(0, 12)] = 1;
+        game.bricks_left = 1;
+    }
+    game.ball_vx = chance.From(-18, 18);
+    game.ball_vy = chance.From(-18, 18);
+    const int32_t side = chance.OneIn(2) ? -36 : 36;
+    game.ball_x =
+        chance.OneIn(2) ? chance.From(36, 3292) : chance.From(0, 13) * 256 + side + chance.From(-18, 18);
+    game.ball_y =
+        chance.OneIn(2) ? chance.From(36, 2400) : chance.From(1, 9) * 256 + side + chance.From(-18, 18);
+    if (chance.OneIn(4)) game.ball_y = chance.From(4230, 4660);
+    if (chance.OneIn(8)) game.ball_x = game.paddle_x + 384 * chance.From(0, 2) + chance.From(-50, 50);
+    game.ball_x = Within(36, game.ball_x, 3292);
+    return game;
+}
+
+std::string Text(const GameState& game) {
+    std::string text = "level " + std::to_string(game.level) + " score " + std::to_string(game.score) +
+                       " paddle " + std::to_string(game.paddle_x) + " ball " + std::to_string(game.ball_x) +
+                       "," + std::to_string(game.ball_y) + " v " + std::to_string(game.ball_vx) + "," +
+                       std::to_string(game.ball_vy) + " left " + std::to_string(game.bricks_left);
+    return text;
+}
+
+TEST(SimulationModel, AgreesOnEveryWall) {
+    for (int32_t level = 1; level <= 200; ++level) {
+        GameState game;
+        game.level = level;
+        GameState model = game;
+        LayoutWall(game);
+        ModelWall(model);
+        EXPECT_TRUE(game == model) << level;
+    }
+}
+
+TEST(SimulationModel, AgreesOnSingleSteps) {
+    Chance chance(20'260'729);
+    for (int round = 0; round < 150'000; ++round) {
+        const GameState start = AnyState(chance);
+        const uint64_t now = start.last_step_ms + static_cast<uint64_t>(chance.OneIn(20) ? 15 : 16);
+        GameState game = start;
+        GameState model = start;
+        StepGame(game, now);
+        ModelStep(model, now);
+        ASSERT_TRUE(game == model) << "round " << round << "\nfrom  " << Text(start) << "\ngave  "
+                                   << Text(game) << "\nmodel " << Text(model);
+    }
+}
+
+TEST(SimulationModel, AgreesOnLongGamesAndInvariantsHold) {
+    for (uint64_t seed = 1; seed <= 200; ++seed) {
+        Chance chance(seed);
+        GameState game = AnyState(chance);
+        game.paused = false;
+        GameState model = game;
+        for (int tick = 0; tick < 2'000 && !game.game_over; ++tick) {
+            if (chance.OneIn(30)) game.left_held = model.left_held = chance.OneIn(2);
+            if (chance.OneIn(30)) game.right_held = model.right_held = chance.OneIn(2);
+            if (!game.ball_live) {
+                ServeBall(game);
+                model = game;
+            }
+            StepGame(game, game.last_step_ms + 16);
+            ModelStep(model, model.last_step_ms + 16);
+            ASSERT_TRUE(game == model) << "seed " << seed << " tick " << tick;
+            const auto* cells = &game.bricks[0][0];
+            ASSERT_EQ(game.bricks_left, 104 - std::count(cells, cells + 104, 0));
+            ASSERT_TRUE(game.paddle_x >= 0 && game.paddle_x <= 2560);
+            ASSERT_TRUE(game.ball_x >= 36 && game.ball_x <= 3292 && game.ball_y >= 36);
+            ASSERT_TRUE(game.ball_live || game.game_over || (game.ball_vx == 0 && game.ball_vy == 0));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
