@@ -1,0 +1,144 @@
+// The chain API: outputs and history of an address, transactions, broadcast.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "deployment/deployment.h"
+#include "sandbox/server/services.h"
+
+namespace brickfall::sandbox {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kHistoryPage = 1000;
+
+enum class Part { kAll, kConfirmed, kUnconfirmed };
+
+bool IsIn(Part part, const ChainTx& entry) {
+    return part == Part::kAll || (part == Part::kConfirmed) == (entry.height > 0);
+}
+
+// Electrum's script hash: the single SHA-256 in reversed byte order.
+std::string ScriptHash(const KeyHash& owner) { return IdText(Sha256(PayToKeyHash(owner))); }
+
+json Envelope(std::string_view address, const KeyHash& owner, json result) {
+    return {
+        {"address", address}, {"script", ScriptHash(owner)}, {"result", std::move(result)}, {"error", ""}};
+}
+
+// Outputs that no mined transaction has spent. Of the address listings the current generation flags what a
+// mempool transaction spends; the legacy one knows no flags and no mempool.
+json UnspentList(const Chain& chain, const KeyHash& owner, Part part, bool legacy, const Bend& bend) {
+    json confirmed = json::array();
+    json unconfirmed = json::array();
+    const auto outpoints = chain.paid_to.find(owner);
+    if (outpoints == chain.paid_to.end()) return confirmed;
+    for (const Outpoint& outpoint : outpoints->second) {
+        const ChainTx& entry = *FindTransaction(chain, outpoint.id);
+        const ChainCoin& coin = chain.coins.at(outpoint);
+        if (!IsIn(part, entry) || (coin.spent && !IsMempoolTransaction(chain, coin.spender))) continue;
+        json row = {{"tx_hash", ShownId(outpoint.id, bend)},
+                    {"tx_pos", outpoint.index},
+                    {"value", coin.output.value}};
+        if (entry.height > 0) row["height"] = entry.height;
+        if (!legacy) {
+            row["isSpentInMempoolTx"] = coin.spent;
+            row["status"] = entry.height > 0 ? "confirmed" : "unconfirmed";
+            if (entry.height == 0) row["hex"] = ToHex(coin.output.locking);
+        }
+        (entry.height > 0 ? confirmed : unconfirmed).push_back(std::move(row));
+    }
+    confirmed.insert(confirmed.end(), unconfirmed.begin(), unconfirmed.end());
+    return confirmed;
+}
+
+json HistoryList(const Chain& chain, const KeyHash& owner, Part part, const Bend& bend) {
+    json list = json::array();
+    for (const Digest& id : TransactionsOf(chain, owner)) {
+        const ChainTx& entry = *FindTransaction(chain, id);
+        if (!IsIn(part, entry)) continue;
+        json row = {{"tx_hash", ShownId(id, bend)}};
+        if (entry.height > 0) row["height"] = entry.height;
+        list.push_back(std::move(row));
+    }
+    return list;
+}
+
+// Newest first unless asked otherwise, in pages.
+json HistoryPage(const HttpRequest& request, std::string_view address, const KeyHash& owner, json whole) {
+    const auto order = request.query.find("order");
+    if (order == request.query.end() || order->second != "asc") std::reverse(whole.begin(), whole.end());
+    const std::size_t limit =
+        std::clamp<std::size_t>(CountParameter(request, "limit", kHistoryPage), 1, kHistoryPage);
+    const std::size_t from = std::min(CountParameter(request, "token", 0), whole.size());
+    const std::size_t to = std::min(whole.size(), from + limit);
+    const auto at = [&whole](std::size_t index) {
+        return whole.begin() + static_cast<std::ptrdiff_t>(index);
+    };
+    json page = json::array();
+    page.insert(page.end(), at(from), at(to));
+    json body = Envelope(address, owner, std::move(page));
+    if (to < whole.size()) body["nextPageToken"] = std::to_string(to);
+    return body;
+}
+
+HttpReply AnswerAddress(const World& world, const HttpRequest& request, std::string_view path,
+                        const Bend& bend) {
+    const std::string_view address = TakeSegment(path);
+    const auto owner = ParseAddress(address);
+    if (!owner) return NotFound();
+    const Chain& listed = bend.listed != nullptr ? *bend.listed : world.chain;
+    const auto unspent = [&](Part part) {
+        return JsonReply(200, Envelope(address, *owner, UnspentList(listed, *owner, part, false, bend)));
+    };
+    const auto history = [&](Part part) { return HistoryList(world.chain, *owner, part, bend); };
+    if (path == "unspent/all") return unspent(Part::kAll);
+    if (path == "confirmed/unspent") return unspent(Part::kConfirmed);
+    if (path == "unconfirmed/unspent") return unspent(Part::kUnconfirmed);
+    if (path == "unspent") return JsonReply(200, UnspentList(listed, *owner, Part::kConfirmed, true, bend));
+    if (path == "history") return JsonReply(200, history(Part::kConfirmed));
+    if (path == "unconfirmed/history") {
+        return JsonReply(200, Envelope(address, *owner, history(Part::kUnconfirmed)));
+    }
+    if (path == "confirmed/history") {
+        return JsonReply(200, HistoryPage(request, address, *owner, history(Part::kConfirmed)));
+    }
+    return NotFound();
+}
+
+HttpReply AnswerTransaction(const World& world, std::string_view path) {
+    if (path.starts_with("hash/")) TakeSegment(path);
+    const std::string_view text = TakeSegment(path);
+    if (text.size() != 64) return TextReply(400, "txid must be 64 hex characters in length");
+    const auto id = ParseIdText(text);
+    const ChainTx* const entry = id ? FindTransaction(world.chain, *id) : nullptr;
+    if (entry == nullptr) return NotFound();
+    if (path == "hex") return TextReply(200, ToHex(entry->raw));
+    if (!path.empty() && path != "decoded") return NotFound();
+    HttpReply reply;
+    reply.body = DecodedTransaction(world.chain, *entry);
+    return reply;
+}
+
+HttpReply TakeBroadcast(World& world, const HttpRequest& request, const Bend& bend) {
+    std::string txid;
+    const Verdict verdict = TakeTransaction(world, TextField(ParseBody(request), "txhex"), bend.lose, txid);
+    if (!verdict.Accepted()) return TextReply(400, "unexpected response code 500: " + ReasonText(verdict));
+    return TextReply(200, "\"" + txid + "\"\n");
+}
+
+}  // namespace
+
+HttpReply AnswerChain(World& world, const HttpRequest& request, const Bend& bend) {
+    std::string_view path = PathBehind(request, kChainApiBaseUrl);
+    if (request.method == "POST") {
+        return path == "tx/raw" ? TakeBroadcast(world, request, bend) : NotFound();
+    }
+    const std::string_view subject = TakeSegment(path);
+    if (request.method != "GET") return NotFound();
+    if (subject == "address") return AnswerAddress(world, request, path, bend);
+    return subject == "tx" ? AnswerTransaction(world, path) : NotFound();
+}
+
+}  // namespace brickfall::sandbox

@@ -1,0 +1,12 @@
+// control.h - the control endpoint: the sandbox's own operations over HTTP, for whoever runs it as a program.
+// Any thread.
+#pragma once
+
+#include "sandbox/server/https_server.h"
+#include "sandbox/server/sandbox.h"
+
+namespace brickfall::sandbox {
+
+HttpReply AnswerControl(Sandbox& sandbox, const HttpRequest& request);
+
+}  // namespace brickfall::sandbox

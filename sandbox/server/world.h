@@ -1,0 +1,48 @@
+// world.h - everything that the sandbox's services know: the chain, the identities, the listings. Each change
+// goes into the journal. No lock of its own: the caller guards it.
+#pragma once
+
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sandbox/server/chain.h"
+#include "sandbox/server/journal.h"
+#include "sandbox/server/sandbox.h"
+
+namespace brickfall::sandbox {
+
+struct World {
+    Chain chain;
+    std::map<std::string, PublishedIdentity> identities;       // by alias
+    std::map<std::string, std::vector<OrdinalMark>> ordinals;  // by address
+    bool indexer_knows = true;
+    Journal journal;
+};
+
+// What the faults of a request bend in its answer.
+struct Bend {
+    const Chain* listed = nullptr;  // list outputs of this snapshot; nullptr: as they are
+    bool flip_ids = false;
+    bool lose = false;
+};
+
+bool OpenJournal(World& world, const std::string& path, std::string& error);
+
+std::string FundAddress(World& world, std::string_view address, int64_t satoshis);  // empty when refused
+void Mine(World& world);
+bool Forget(World& world, std::string_view txid);
+
+// As from a service. `txid` is empty when the text is no transaction. With `lose` a good transaction is
+// answered for and dropped.
+Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::string& txid);
+
+void PublishIdentity(World& world, const PublishedIdentity& identity);
+const PublishedIdentity* IdentityOfKey(const World& world, std::string_view pubkey);
+
+// Publishes what a signed claim says. 0 when it is good, else the HTTP status and what is wrong with it.
+int TakeClaim(World& world, const nlohmann::json& claim, std::string& error);
+
+}  // namespace brickfall::sandbox

@@ -1,0 +1,91 @@
+// brickfall-sandbox - every remote service of the game on 127.0.0.1, until SIGTERM or SIGINT.
+//
+//   brickfall-sandbox --folder DIR [--port N] [--journal FILE] [--port-file FILE]
+//
+//   --folder DIR      keeps the certificate authority; made at the first start
+//   --port N          the port to serve on; 0, which is the default, takes a free one
+//   --journal FILE    keeps the chain and the names, and goes on with them at the next start
+//   --port-file FILE  receives the port, in decimal, once it serves
+//
+// The line "sandbox ready on 127.0.0.1:PORT, authority PEMFILE" says that it serves. Exit code 0 after a
+// signal, 1 when it cannot serve, 2 for a wrong command line.
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "base/files.h"
+#include "sandbox/server/sandbox.h"
+
+namespace {
+
+struct ProgramOptions {
+    brickfall::sandbox::Options sandbox;
+    std::string port_file;
+};
+
+bool ParsePort(std::string_view text, int& port) {
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    return error == std::errc() && stop == end && port >= 0 && port <= 65535;
+}
+
+bool ParseCommandLine(int count, char** arguments, ProgramOptions& options, std::string& error) {
+    for (int i = 1; i < count; i += 2) {
+        const std::string_view name = arguments[i];
+        const bool known =
+            name == "--folder" || name == "--port" || name == "--journal" || name == "--port-file";
+        if (!known || i + 1 == count || arguments[i + 1][0] == '\0') {
+            error = known ? std::string(name) + " needs a value" : "unknown option " + std::string(name);
+            return false;
+        }
+        const char* const value = arguments[i + 1];
+        if (name == "--folder") options.sandbox.folder = value;
+        if (name == "--journal") options.sandbox.journal_file = value;
+        if (name == "--port-file") options.port_file = value;
+        if (name == "--port" && !ParsePort(value, options.sandbox.port)) {
+            error = "--port needs a number from 0 to 65535";
+            return false;
+        }
+    }
+    if (options.sandbox.folder.empty()) error = "--folder DIR is missing";
+    return error.empty();
+}
+
+int Fail(int code, const std::string& error) {
+    std::fprintf(stderr, "brickfall-sandbox: %s\n", error.c_str());
+    return code;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    ProgramOptions options;
+    std::string error;
+    if (!ParseCommandLine(count, arguments, options, error)) return Fail(2, error);
+
+    // Blocked before any thread starts, so that only the wait below takes them.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+
+    brickfall::sandbox::Sandbox sandbox(options.sandbox);
+    if (!sandbox.Start(error)) return Fail(1, error);
+    const std::string port = std::to_string(sandbox.Port());
+    if (!options.port_file.empty() &&
+        !brickfall::ReplaceFile(options.port_file, options.port_file + ".new", port + "\n")) {
+        return Fail(1, "cannot write " + options.port_file);
+    }
+    std::printf("sandbox ready on 127.0.0.1:%s, authority %s\n", port.c_str(), sandbox.CaFile().c_str());
+    std::fflush(stdout);
+
+    int number = 0;
+    while (sigwait(&signals, &number) != 0) {
+    }
+    sandbox.Stop();
+    return 0;
+}
