@@ -1,11 +1,11 @@
 // What happens to the player's money when services fail, lie or lag. Each story ends with the text that the
 // player reads and with a count of the satoshis on the chain.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -339,6 +339,45 @@ TEST(MoneyStory, ACoinThatIsGone) {
     }
 }
 
+// The service took it, said the opposite, and shows it only a while later: it must not be paid twice.
+TEST(MoneyStory, ARefusedPaymentThatShowsUpAfterAll) {
+    Story story;
+    story.Fund(10'000);
+    story.Add(kRelayDown);
+    story.Add(ChainActsAndSays(400, "Missing inputs"));
+    story.Add({Service::kArc, Reply(200, R"({"txStatus":"REJECTED"})")});
+    story.Add({Service::kChain, Reply(404, "", "/main/tx/", /*times=*/2)});  // as hex, then decoded
+    const std::string text = story.Pay();
+    EXPECT_TRUE(IsPaid(text)) << text;
+    EXPECT_TRUE(story.box.RawTransaction(text.substr(9)).has_value());
+    story.ExpectBooks(1);
+    story.ExpectBalanceKnown();
+}
+
+TEST(MoneyStory, ThreeRefusalsEndThePayment) {
+    struct Row {
+        const char* words;
+        bool looks_again;  // at the ordinals service
+    };
+    const Row rows[] = {{"Missing inputs", true},
+                        {"258: txn-mempool-conflict", false},
+                        {"missing inputs: txn-mempool-conflict", false}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.words);
+        Story story;
+        for (int i = 0; i < 4; ++i) story.Fund(10'000);
+        story.Add(kRelayDown);
+        story.Add(ChainSays(400, row.words));
+        story.Add({Service::kArc, Drop()});
+        EXPECT_EQ(story.Pay(), "error: broadcast failed after retry.");
+        EXPECT_EQ(story.Asked(Service::kOrdinals, "/txos/"), row.looks_again);
+        story.ExpectBooks(0);
+        story.box.ClearFaults();
+        EXPECT_TRUE(IsPaid(story.Pay())) << "the fourth coin was never refused";
+        story.ExpectBooks(1);
+    }
+}
+
 TEST(MoneyStory, EveryListingDown) {
     Story story;
     story.Fund(10'000);
@@ -535,41 +574,76 @@ TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     }
 }
 
-TEST(MoneyStory, NothingCanBeWritten) {
-    const std::string spent = "/ord_snap/" + std::string(kTestWalletId) + "_spent.json";
-    const std::string face = "/tx_hist/" + std::string(kTestWalletId) + "_face.json";
-    for (const std::string& tail : {spent, face, std::string("/orvane_paymail.json"),
-                                    std::string("/wallets.json"), std::string("/wallets.json.tmp")}) {
-        for (const bool disk_full : {false, true}) {
-            SCOPED_TRACE(tail + (disk_full ? ", disk full" : ", a folder in its place"));
-            Story story;
-            story.Fund(20'000);
-            const std::filesystem::path path = story.wallet.StorePath(tail);
-            std::filesystem::create_directories(path.parent_path());
-            std::filesystem::remove_all(path);
-            if (disk_full) {
-                std::filesystem::create_symlink("/dev/full", path);
-            } else {
-                std::filesystem::create_directory(path);
-            }
-            RegisterPaymail("ada", wallet_keys.identity_pub, wallet_keys.identity_address);
-            SetWalletName(kTestWalletId, "New name");
-            EXPECT_TRUE(IsPaid(story.Pay()));
-            EXPECT_TRUE(IsPaid(story.Pay()));  // what memory holds is enough for the next one
-            story.ExpectBooks(2);
-            const WalletLock lock(wallet_mutex);
-            EXPECT_EQ(ReadBalance(), story.box.BalanceOf(story.receive));
-        }
+// Every write to a file fails in its scope, after the file was opened: as on a full disk.
+class DiskFull {
+  public:
+    DiskFull() {
+        ::getrlimit(RLIMIT_FSIZE, &former_limit_);
+        former_handler_ = std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit nothing{0, former_limit_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &nothing);
     }
+    ~DiskFull() {
+        ::setrlimit(RLIMIT_FSIZE, &former_limit_);
+        std::signal(SIGXFSZ, former_handler_);
+    }
+    DiskFull(const DiskFull&) = delete;
+    DiskFull& operator=(const DiskFull&) = delete;
 
+  private:
+    rlimit former_limit_{};
+    void (*former_handler_)(int) = nullptr;
+};
+
+void WriteToTheStore() {
+    const WalletLock lock(wallet_mutex);
+    RegisterPaymail("ada", wallet_keys.identity_pub, wallet_keys.identity_address);
+    SetWalletName(kTestWalletId, "New name");
+    WriteBind(kTestWalletId);
+}
+
+TEST(MoneyStory, TheDiskIsFull) {
     Story story;
     story.Fund(20'000);
-    ASSERT_TRUE(RemoveFile(BindFilePath()));
-    std::filesystem::create_directory(BindFilePath());
-    WriteBind(kTestWalletId);  // cannot be kept, but holds for this run
-    EXPECT_TRUE(IsConnected());
+    std::string first, second;
+    {
+        const DiskFull full;
+        WriteToTheStore();
+        first = story.Pay();
+        second = story.Pay();  // what memory holds is enough for the next one
+    }
+    EXPECT_TRUE(IsPaid(first)) << first;
+    EXPECT_TRUE(IsPaid(second)) << second;
+    story.ExpectBooks(2);
+    {
+        const WalletLock lock(wallet_mutex);
+        EXPECT_EQ(ReadBalance(), story.box.BalanceOf(story.receive));
+    }
+    story.wallet.Restart();
+    ASSERT_TRUE(story.wallet.loaded) << "a failed write has damaged the wallet or its list";
     EXPECT_TRUE(IsPaid(story.Pay()));
-    story.ExpectBooks(1);
+    story.ExpectBooks(3);
+}
+
+TEST(MoneyStory, AFolderStandsWhereAFileBelongs) {
+    const std::string id = kTestWalletId;
+    for (const std::string& tail : {"/ord_snap/" + id + "_spent.json", "/tx_hist/" + id + "_face.json",
+                                    std::string("/orvane_paymail.json"), std::string("/wallets.json"),
+                                    std::string("/wallets.json.tmp"), std::string("bind")}) {
+        SCOPED_TRACE(tail);
+        Story story;
+        story.Fund(20'000);
+        const std::filesystem::path path = tail == "bind" ? BindFilePath() : story.wallet.StorePath(tail);
+        std::filesystem::remove_all(path);
+        std::filesystem::create_directories(path);
+        WriteToTheStore();
+        EXPECT_TRUE(IsConnected());
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        story.ExpectBooks(2);
+        const WalletLock lock(wallet_mutex);
+        EXPECT_EQ(ReadBalance(), story.box.BalanceOf(story.receive));
+    }
 }
 
 TEST(MoneyStory, EachDriverPaysItsOutputsOrSaysWhyNot) {
@@ -609,6 +683,21 @@ TEST(MoneyStory, EachDriverPaysItsOutputsOrSaysWhyNot) {
     UnbindWallet();
     EXPECT_EQ(PayArcadeScore("nowhere", ""),
               "error: Pouch wallet not connected. Create or Restore in Pouch, then Connect in the app.");
+}
+
+TEST(MoneyStory, OnlyAWalletOfWordsPays) {
+    Story story;
+    const std::string other = story.wallet.StorePath("/wallets/old");
+    const nlohmann::json file = {{"priv", std::string(63, '0') + "1"}};
+    ASSERT_TRUE(MakeFolders(other) && WriteFile(other + "/wallet.json", file.dump()));
+    WalletLock lock(wallet_mutex);
+    const std::vector<PayOutput> outputs{{1'000, P2pkhScript(Hash160{})}};
+    ClearWalletState();
+    SetWalletId("none");
+    EXPECT_EQ(PayOutputs(lock, outputs), "error: no Orvane Pouch wallet. Use pouch create first.");
+    SetWalletId("old");
+    EXPECT_EQ(PayOutputs(lock, outputs), "error: need an HD Pouch wallet.");
+    EXPECT_TRUE(lock.owns_lock());
 }
 
 TEST(MoneyStory, TooLittleMoneyIsNamedToTheSatoshi) {
