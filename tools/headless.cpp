@@ -38,7 +38,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr uint64_t kShowTicks = 4'000;     // played to win; after that the autopilot lets the balls go
+constexpr uint64_t kShowTicks = 9'000;     // played to win; after that the autopilot lets the balls go
 constexpr uint64_t kMaxTicks = 200'000;    // a run that does not end by then is a fault
 constexpr int64_t kPlayMoney = 100'000;    // satoshis put into a wallet that cannot pay for a run
 constexpr int64_t kEnoughForARun = 6'000;  // entry, record and their fees
@@ -66,7 +66,7 @@ std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
 void Say(std::string_view line) { std::printf("     %.*s\n", static_cast<int>(line.size()), line.data()); }
 
 void SayField(std::string_view name, std::string_view value) {
-    std::printf("     %-14.*s %.*s\n", static_cast<int>(name.size()), name.data(),
+    std::printf("     %-16.*s %.*s\n", static_cast<int>(name.size()), name.data(),
                 static_cast<int>(value.size()), value.data());
 }
 
@@ -124,8 +124,8 @@ class Session {
 
     void Run() {
         Step("Connect", [this] { Connect(); });
-        Step("Name", [this] { ClaimName(); });
         Step("Play money", [this] { TakePlayMoney(); });
+        Step("Name", [this] { ClaimName(); });
         Step("Enter", [this] { Enter(); });
         Step("Play", [this] { Play(); });
         Step("Record", [this] { Record(); });
@@ -269,7 +269,6 @@ void Session::TakePlayMoney() {
                 "the sandbox gives no play money: " + error);
         const Json answer = Json::parse(response, nullptr, false);
         SayField("added", Satoshis(kPlayMoney) + ", transaction " + JsonString(answer, "txid"));
-        StatusRefresh();
     }
     balance_at_start_ = WalletHolds();
     SayField("balance", Satoshis(balance_at_start_));
