@@ -1,0 +1,156 @@
+#include "messages/signing.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "base/files.h"
+#include "messages/row.h"
+#include "messages/verification.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/ov_pouch_wallet.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Service;
+
+constexpr char kNotPublished[] = "identity signature did not verify against orvane.test PKI";
+constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
+
+std::string IdentityKey() {
+    const WalletLock lock(wallet_mutex);
+    return wallet_keys.identity_pub;
+}
+
+class Signing : public testing::Test {
+  protected:
+    Signing() {
+        ClearIdentityKeyCache();
+        identity_.alias = "ada";
+        identity_.pubkey = IdentityKey();
+        services_.box.Publish(identity_);
+    }
+    ~Signing() override { ClearIdentityKeyCache(); }
+
+    static json ScoreRow() {
+        return {{"type", "arcade_score"}, {"protocol", "Cairn-Wire"},
+                {"location", "arcade"},   {"handle", "bob"},
+                {"game", "brickfall"},    {"score", 4200},
+                {"week", 1789948800},     {"entry", "ab"},
+                {"pay_addr", "1x"},       {"tape", "00"}};
+    }
+
+    bool Sign(json& row) { return SignMessage(row, error_); }
+
+    WalletFixture wallet_{"ada"};
+    SandboxFixture services_;
+    sandbox::PublishedIdentity identity_;
+    std::string error_ = "former";
+};
+
+TEST_F(Signing, AGeneralRowIsStampedAndSigned) {
+    json row = ScoreRow();
+    row["pubkey"] = "former";
+    json expected = ScoreRow();
+    ASSERT_TRUE(Sign(row)) << error_;
+    EXPECT_EQ(error_, "");
+    EXPECT_TRUE(
+        VerifyCompactSignature("OV1|arcade_score|arcade|bob|ada|1790000000|brickfall|4200|1789948800|ab|1x",
+                               IdentityKey(), JsonString(row, "sig")));
+    expected["actor"] = "ada";
+    expected["paymail"] = "ada@orvane.test";
+    expected["ts"] = kNow;
+    expected["pubkey"] = IdentityKey();
+    expected["sig"] = row["sig"];
+    EXPECT_EQ(row, expected) << "and nothing else is touched";
+    EXPECT_EQ(JsonString(row, "sig").size(), 88u);
+
+    services_.box.ClearRequests();
+    row["score"] = 4201;
+    EXPECT_TRUE(Sign(row)) << "again, by the key that is known now";
+    EXPECT_TRUE(services_.box.Requests(Service::kPaymail).empty());
+}
+
+TEST_F(Signing, OnlyANumberIsATimeOfTheCallers) {
+    for (const json& ts : {json(5), json(5.5), json(1u)}) {
+        json row = ScoreRow();
+        row["ts"] = ts;
+        EXPECT_TRUE(Sign(row)) << ts;
+        EXPECT_EQ(row["ts"], ts);
+    }
+    for (const json& ts : {json("5"), json(nullptr), json(true)}) {
+        json row = ScoreRow();
+        row["ts"] = ts;
+        EXPECT_TRUE(Sign(row)) << ts;
+        EXPECT_EQ(row["ts"], kNow);
+    }
+}
+
+TEST_F(Signing, AWebRowLosesWhatDoesNotBelongInIt) {
+    json row = {{"type", "web_gate"}, {"origin", "o"}, {"path", "/p"},
+                {"nonce", "n"},       {"extra", 1},    {"handle", "x"}};
+    json expected = row;
+    for (const char* const key : {"actor", "paymail", "ts", "protocol", "location", "channel", "site_addr",
+                                  "site_sats", "fee_addr", "fee_sats", "pubkey", "sig"}) {
+        row[key] = "former";
+    }
+    ASSERT_TRUE(Sign(row)) << error_;
+    EXPECT_TRUE(VerifyCompactSignature("OV1|web_gate|ada|o|/p||n", IdentityKey(), JsonString(row, "sig")));
+    expected["handle"] = "ada";
+    expected["pubkey"] = IdentityKey();
+    expected["sig"] = row["sig"];
+    EXPECT_EQ(row, expected);
+}
+
+TEST_F(Signing, ARowThatNobodyWouldVouchForIsRefused) {
+    json row = ScoreRow();
+    row["type"] = "message";
+    row["handle"] = "";
+    EXPECT_FALSE(Sign(row));
+    EXPECT_EQ(error_, kNotPublished) << "a message without a handle";
+
+    row = ScoreRow();
+    services_.box.AddFault(Service::kPaymail, {});
+    EXPECT_FALSE(Sign(row));
+    EXPECT_EQ(error_, kNotPublished) << "the service is down";
+
+    services_.box.ClearFaults();
+    identity_.pubkey = "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798";
+    services_.box.Publish(identity_);
+    EXPECT_FALSE(Sign(row));
+    EXPECT_EQ(error_, kNotPublished) << "somebody else's key is published";
+
+    row = json::array();
+    EXPECT_FALSE(Sign(row));
+    EXPECT_EQ(row, json::array()) << "no row at all";
+}
+
+TEST_F(Signing, TheWalletMustHaveANameAndWords) {
+    const std::string file = wallet_.StorePath("/wallets/") + kTestWalletId + "/wallet.json";
+    const std::string registry = wallet_.StorePath("/orvane_paymail.json");
+    const std::pair<json, const char*> rows[] = {
+        {nullptr, "Connect Pouch"},
+        {{{"version", 2}, {"mnemonic", kTestPhrase}}, "Connect Pouch"},
+        {{{"priv", std::string(63, '0') + "1"},
+          {"pub", "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798"},
+          {"address", "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH"},
+          {"paymail", "ada"}},
+         "Pouch HD wallet not connected"},
+    };
+    for (const auto& [wallet, refusal] : rows) {
+        ASSERT_TRUE(WriteFile(file, wallet.dump()));
+        ASSERT_TRUE(WriteFile(registry, ""));
+        wallet_.Restart();
+        json row = ScoreRow();
+        EXPECT_FALSE(Sign(row)) << wallet;
+        EXPECT_EQ(error_, refusal) << wallet;
+        EXPECT_FALSE(row.contains("sig")) << wallet;
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
