@@ -540,13 +540,39 @@ TEST_F(UtxoNetwork, ARefreshFetchesAndScansEveryRecord) {
     services.box.Fund(address, 9'000);
     std::vector<AddressRefresh> records(12);
     for (AddressRefresh& record : records) record.address = address;
-    Refuse("/unconfirmed/history");
     FetchRefreshRecords(records, /*with_ordinals=*/true);
     for (const AddressRefresh& record : records) {
         EXPECT_TRUE(record.ok && record.complete && record.guard_ok);
         ASSERT_EQ(record.utxos.size(), 1u);
         EXPECT_EQ(record.utxos[0].value, 9'000);
     }
+}
+
+TEST_F(UtxoNetwork, WithTheOrdinalsServiceDownAStaleListingStillGivesNothingSpentOrSuspect) {
+    const WalletLock lock(wallet_mutex);
+    const std::string spent = services.box.Fund(address, 9'000);
+    services.box.Fund(address, 1);
+    services.box.Fund(address, 5'000);
+    Fault stale;
+    stale.kind = FaultKind::kStaleListing;
+    services.box.AddFault(Service::kChain, stale);
+    services.box.Fund(address, 70'000);  // the listing does not know it yet
+    Reply(Service::kOrdinals, "", 503, "down");
+    MarkSpentInMemory(spent, 0);
+
+    std::vector<AddressRefresh> records(1);
+    records[0].address = address;
+    FetchRefreshRecords(records, /*with_ordinals=*/true);
+    EXPECT_TRUE(records[0].ok);
+    EXPECT_FALSE(records[0].guard_ok);
+    EXPECT_EQ(records[0].utxos.size(), 3u) << "the service still lists what is spent";
+    ApplyRefresh(records);
+    EXPECT_TRUE(OrdinalsOutageRunning());
+    EXPECT_EQ(SpendableBalance(), 5'000);
+    std::vector<SpendInput> inputs;
+    int64_t total = 0;
+    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_EQ(total, 5'000);
 }
 
 }  // namespace
