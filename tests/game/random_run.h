@@ -80,6 +80,9 @@ struct RunFixture {
 inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t level, uint64_t most_ms,
                           const std::function<void()>& after_timer) {
     const auto chance = [&random](uint64_t one_in) { return random() % one_in == 0; };
+    const auto move_key = [&](GameKey key, bool down) {
+        play.MoveKey(key, down, /*with_message=*/chance(2));
+    };
     const bool careless = chance(2) && level == 0;
     play.cell = {static_cast<int32_t>(random() % 80), static_cast<int32_t>(random() % 80)};
     play.left_down = play.right_down = false;
@@ -91,8 +94,8 @@ inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t lev
         if (chance(500)) {
             play.Tap(GameKey::kP);
             play.clock.AdvanceMs(static_cast<int64_t>(random() % 400));
-            play.MoveKey(GameKey::kLeft, chance(2), chance(2));
-            play.MoveKey(GameKey::kRight, chance(2), chance(2));
+            move_key(GameKey::kLeft, chance(2));
+            move_key(GameKey::kRight, chance(2));
             play.Tap(GameKey::kSpace);
             play.Tap(GameKey::kP);
         }
@@ -103,8 +106,8 @@ inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t lev
             if (!chance(20)) continue;
             keys = {.left = chance(2), .right = chance(2), .serve = chance(3)};
         }
-        play.MoveKey(GameKey::kLeft, keys.left, chance(2));
-        play.MoveKey(GameKey::kRight, keys.right, chance(2));
+        move_key(GameKey::kLeft, keys.left);
+        move_key(GameKey::kRight, keys.right);
         if (keys.serve) play.Tap(GameKey::kSpace);
     }
     play.calls.clear();

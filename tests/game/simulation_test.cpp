@@ -238,6 +238,8 @@ TEST(Simulation, BrickHits) {
         {30, 900, 40, 900, -10, 0, 2, 0, 292, 900, 10, 0,
          "out of the left edge column, not through the wall"},
         {3300, 900, 3290, 900, 10, 0, 2, 12, 3036, 900, -10, 0, "and of the right one"},
+        {640, 900, 400, 900, 10, 0, 2, 2, 804, 900, -10, 0,
+         "from the side; the centre counts as the right half"},
         {640, 1279, 640, 1279, 3, 5, 3, 2, 640, 1316, 3, -5, "inside before and after: the nearer side"},
         {768 - 128, 1024 + 128, 640, 1152, 3, 5, 3, 2, 640, 1316, 3, -5,
          "a tie is vertical, the centre pushes down"},
