@@ -1,0 +1,475 @@
+#include "game/flows.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/workers.h"
+#include "board/watch_reader.h"
+#include "deployment/deployment.h"
+#include "game/week.h"
+#include "messages/verification.h"
+#include "net/http_client.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/ov_pouch_wallet.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Fault;
+using sandbox::Service;
+
+constexpr int64_t kMonday = 1'789'948'800;  // 2026-09-21 00:00:00 UTC; the manual clock begins on that day
+constexpr int64_t kNextMonday = kMonday + 7 * 86'400;
+const std::string kTxid = std::string(60, '0') + "beef";
+constexpr int kPayButtons[] = {kControlConnect, kControlUnbind, kControlPlay,
+                               kControlRecord,  kControlBoard,  kControlReport};
+
+// A cabinet without a window. Workers run inside the click that starts them; what they post waits for
+// Deliver, as a message would.
+class Cabinet {
+  public:
+    Cabinet() {
+        SetInlineWorkers(true);
+        driver.run.set_status = [this](std::string_view text) { statuses.emplace_back(text); };
+        driver.run.enable_control = [this](int id, bool on) { enabled[id] = on; };
+        driver.run.invalidate_well = [this] { ++repaints; };
+        driver.run.invalidate_record_button = [] {};
+        driver.run.refresh_layout = [] { return CellSize{40, 20}; };
+        driver.run.start_heartbeat = [] {};
+        driver.run.focus_main = [] {};
+        driver.run.main_has_focus = [] { return true; };
+        driver.run.any_tool_window_open = [] { return false; };
+        driver.run.play_effect = [](std::span<const int>, std::span<const int>) {};
+        driver.run.record_local_score = [this](const std::string& txid) { listed.push_back(txid); };
+        driver.run.key_down = [](GameKey) { return false; };
+        driver.confirm = [this](std::string_view title, std::string_view question) {
+            questions.push_back(std::string(title) + ": " + std::string(question));
+            return answer;
+        };
+        driver.refresh_wallet_labels = [this] { ++label_refreshes; };
+        driver.start_pot_refresh = [this] { ++pot_refreshes; };
+        driver.start_board_load = [this] { ++board_loads; };
+        driver.post_connect_done = [this](ResultText text) {
+            const auto shared = std::make_shared<ResultText>(std::move(text));
+            posted.push_back([this, shared] { OnConnectResult(run, driver, std::move(*shared)); });
+        };
+        driver.post_pay_done = [this](PayKind kind, ResultText text) {
+            const auto shared = std::make_shared<ResultText>(std::move(text));
+            posted.push_back([this, kind, shared] { OnPayResult(run, driver, kind, std::move(*shared)); });
+        };
+    }
+    ~Cabinet() { SetInlineWorkers(false); }
+    Cabinet(const Cabinet&) = delete;
+    Cabinet& operator=(const Cabinet&) = delete;
+
+    void Play() { OnPlayClicked(run, driver); }
+    void Record() { OnRecordClicked(run, driver); }
+    void Connect() { OnConnectClicked(run, driver); }
+    void Unbind() { OnUnbindClicked(run, driver); }
+
+    void Deliver() {
+        while (!posted.empty()) std::exchange(posted.front(), nullptr)(), posted.pop_front();
+    }
+
+    void Lose(int64_t score) {
+        run.game.score = score;
+        run.game.game_over = true;
+        FinishRun(run, driver.run);
+    }
+
+    std::string Status() const { return statuses.empty() ? "" : statuses.back(); }
+
+    RunControl run;
+    FlowDriver driver;
+    bool answer = true;
+    std::vector<std::string> statuses, questions, listed;
+    std::map<int, bool> enabled;
+    int repaints = 0, label_refreshes = 0, pot_refreshes = 0, board_loads = 0;
+    std::deque<std::function<void()>> posted;
+};
+
+struct PaidCabinet : testing::Test {
+    PaidCabinet() {
+        ClearIdentityKeyCache();
+        Publish(/*frozen=*/false);
+    }
+    ~PaidCabinet() override { ClearIdentityKeyCache(); }
+
+    void Publish(bool frozen) {
+        sandbox::PublishedIdentity identity;
+        identity.alias = "ada";
+        {
+            const WalletLock lock(wallet_mutex);
+            identity.pubkey = wallet_keys.identity_pub;
+        }
+        identity.frozen = frozen;
+        identity.frozen_note = frozen ? "ask the house" : "";
+        remote.box.Publish(identity);
+    }
+
+    void Enter() {
+        ASSERT_NE(remote.box.Fund(wallet.ReceiveAddress(0), 100'000), "");
+        cabinet.Play();
+        cabinet.Deliver();
+        ASSERT_EQ(cabinet.Status(), "Entered. Blocks incoming.");
+    }
+
+    // The row as a reader of the chain finds it.
+    json RecordedRow() const {
+        json transaction, row;
+        FetchJson(std::string(kChainApiBaseUrl) + "/tx/hash/" + cabinet.run.record_txid, transaction);
+        FindScorePayload(transaction, row);
+        return row;
+    }
+
+    void SetTime(int64_t unix_seconds) { wallet.clock.AdvanceMs(unix_seconds * 1'000 - UnixMillis()); }
+
+    void Reply(Service service, int status, const std::string& body, std::string_view path) {
+        Fault fault;
+        fault.status = status;
+        fault.body = body;
+        fault.path_contains = path;
+        remote.box.AddFault(service, fault);
+    }
+
+    WalletFixture wallet;
+    SandboxFixture remote;
+    Cabinet cabinet;
+};
+
+TEST(Week, BeginsOnMonday) {
+    EXPECT_EQ(WeekStart(kMonday), kMonday);
+    EXPECT_EQ(WeekStart(kNextMonday - 1), kMonday);
+    EXPECT_EQ(WeekStart(kNextMonday), kNextMonday);
+    EXPECT_EQ(WeekStart(4 * 86'400), 4 * 86'400);  // 1970-01-05 was a Monday
+    EXPECT_EQ(WeekStart(4 * 86'400 - 1), -3 * 86'400);
+    EXPECT_EQ(WeekStart(INT64_MIN), WeekStart(0));
+}
+
+TEST(FlowTxid, IsTheFirstRunOf64Digits) {
+    const std::string upper = "ABCDEF" + std::string(58, '1');
+    const struct {
+        std::string text, txid;
+    } kRows[] = {
+        {"success: " + kTxid, kTxid},
+        {"success: sent " + upper + ", thanks", upper},
+        {kTxid + "77", kTxid},
+        {std::string(63, 'a') + " " + kTxid, kTxid},
+        {std::string(63, 'a') + "g", ""},
+        {"success", ""},
+        {"", ""},
+    };
+    for (const auto& row : kRows) EXPECT_EQ(FindTxid(row.text), row.txid) << row.text;
+}
+
+// Each row sets all that would refuse later too, so the order of the checks shows.
+TEST_F(PaidCabinet, RefusesInOneLineAndChangesNothing) {
+    using Click = void (Cabinet::*)();
+    const auto playing = [](RunControl& run) { run.mode = kModePlaying; };
+    const auto over = [](RunControl& run) {
+        run.mode = kModeGameOver;
+        run.enter_txid = kTxid;
+    };
+    const auto busy = [](RunControl& run) { run.mode = kModePlaying, run.busy = true; };
+    const auto nothing = [](RunControl&) {};
+    const struct {
+        const char* why;
+        Click click;
+        std::function<void(RunControl&)> setup;
+        bool connected;
+        std::string text;
+    } kRows[] = {
+        {"play, busy", &Cabinet::Play, busy, false, "Already working..."},
+        {"play in a run", &Cabinet::Play, playing, false, "Finish this run first."},
+        {"play without a wallet", &Cabinet::Play, nothing, false, "Connect a Pouch wallet first."},
+        {"play without a name", &Cabinet::Play, over, true,
+         std::string("Publish a @") + kPaymailDomain + " name before you play."},
+        {"record, busy", &Cabinet::Record, busy, false, "Already working..."},
+        {"record before a run", &Cabinet::Record, nothing, false, "Play a full run first."},
+        {"record in a run", &Cabinet::Record, playing, false, "Play a full run first."},
+        {"record again", &Cabinet::Record, [](RunControl& run) { run.mode = kModeRecorded; }, false,
+         "Play a full run first."},
+        {"record a run without an id", &Cabinet::Record, [](RunControl& run) { run.mode = kModeGameOver; },
+         false, "Missing enter txid."},
+        {"record with a longer id", &Cabinet::Record,
+         [](RunControl& run) { run.mode = kModeGameOver, run.enter_txid = kTxid + "0"; }, false,
+         "Missing enter txid."},
+        {"record without a wallet", &Cabinet::Record, over, false,
+         "Connect the same Pouch that paid to enter."},
+        {"record without a name", &Cabinet::Record, over, true, "Connect the same Pouch that paid to enter."},
+        {"connect, busy", &Cabinet::Connect, busy, true, "Already working..."},
+        {"connect twice", &Cabinet::Connect, playing, true,
+         "Already connected. Unbind to pick another wallet."},
+        {"unbind in a run, busy or not", &Cabinet::Unbind, busy, true,
+         "Finish or close the run before unbinding."},
+    };
+    const std::string file = wallet.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
+    json nameless = json::parse(ReadFile(file).value_or(""), nullptr, false);
+    nameless.erase("paymail");
+    WriteFile(file, nameless.dump());
+    for (const bool connected : {true, false}) {
+        if (!connected) UnbindWallet();
+        RemoveFile(wallet.StorePath("/orvane_paymail.json"));
+        if (connected) wallet.Restart();
+        for (const auto& row : kRows) {
+            if (row.connected != connected) continue;
+            cabinet.run = {};
+            cabinet.statuses.clear();
+            row.setup(cabinet.run);
+            const RunControl before = cabinet.run;
+            (cabinet.*row.click)();
+            EXPECT_EQ(cabinet.statuses, std::vector<std::string>{row.text}) << row.why;
+            EXPECT_EQ(cabinet.run.busy, before.busy) << row.why;
+            EXPECT_EQ(cabinet.run.mode, before.mode) << row.why;
+        }
+    }
+    EXPECT_TRUE(cabinet.questions.empty());
+    EXPECT_TRUE(cabinet.posted.empty());
+    EXPECT_TRUE(cabinet.enabled.empty());
+    EXPECT_EQ(remote.box.Requests(Service::kPaymail), std::vector<std::string>{});
+}
+
+TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
+    Publish(/*frozen=*/true);
+    cabinet.Play();
+    EXPECT_EQ(cabinet.Status(), "This identity is frozen. No play.");
+    EXPECT_TRUE(cabinet.questions.empty());
+    std::string note;
+    EXPECT_TRUE(IsFrozen(note));
+    EXPECT_EQ(note, "ask the house");
+
+    const struct {
+        const char* why;
+        int status;
+        std::string body;
+        bool frozen;
+        std::string note;
+    } kRows[] = {
+        {"not frozen, with a note", 200, R"({"frozen":false,"frozenNote":"was"})", false, "was"},
+        {"a note that is no text", 200, R"({"frozen":true,"frozenNote":null})", true, ""},
+        {"no word of it", 200, "{}", false, ""},
+        {"not a truth value", 200, R"({"frozen":"true"})", false, ""},
+        {"a list", 200, R"([{"frozen":true}])", false, ""},
+        {"a page", 200, "<html></html>", false, ""},
+        {"unknown", 404, R"({"frozen":true})", false, ""},
+        {"down", 500, "", false, ""},
+    };
+    for (const auto& row : kRows) {
+        remote.box.ClearFaults();
+        Reply(Service::kPaymail, row.status, row.body, "/identity/");
+        note = "before";
+        EXPECT_EQ(IsFrozen(note), row.frozen) << row.why;
+        EXPECT_EQ(note, row.note) << row.why;
+    }
+    // A host that is down stops nobody; the player does.
+    cabinet.answer = false;
+    cabinet.Play();
+    const std::vector<std::string> asked = {
+        "Brickfall: Enter Brickfall for 5000 sats?\n\n2000 to the house\n3000 to this week's pot\n\nPouch "
+        "will "
+        "prompt. Three lives. No continues."};
+    EXPECT_EQ(cabinet.questions, asked);
+    EXPECT_FALSE(cabinet.run.busy);
+    EXPECT_EQ(cabinet.statuses.size(), 1u) << "a refusal of the player's own needs no word";
+    UnbindWallet();
+    EXPECT_FALSE(IsFrozen(note));
+}
+
+TEST(FlowResults, DriverTextsDecideWhatFollows) {
+    const std::string sent = "success: sent as " + kTxid + " today";
+    const struct {
+        const char* why;
+        PayKind kind;
+        std::optional<std::string> text;
+        std::string status;
+        RunMode mode;
+        int pots;
+    } kRows[] = {
+        {"missing", kPayEnter, std::nullopt, "Pay failed.", kModeGameOver, 0},
+        {"refused", kPayEnter, "error: no coins", "error: no coins", kModeGameOver, 1},
+        {"shorter than the word", kPayRecord, "succes", "succes", kModeGameOver, 1},
+        {"the word elsewhere", kPayRecord, "no success", "no success", kModeGameOver, 1},
+        {"refused report", kPayReport, "error: no coins", "error: no coins", kModeGameOver, 1},
+        {"entered", kPayEnter, sent, "Entered. Blocks incoming.", kModePlaying, 1},
+        {"entered, no id", kPayEnter, "success", "Entered. Blocks incoming.", kModePlaying, 1},
+        {"recorded", kPayRecord, sent, "Score recorded. " + kTxid, kModeRecorded, 1},
+        {"reported", kPayReport, sent, "Report sent. " + kTxid, kModeGameOver, 1},
+    };
+    for (const auto& row : kRows) {
+        Cabinet cabinet;
+        cabinet.run.mode = kModeGameOver;
+        cabinet.run.record_pending = true;
+        SetBusy(cabinet.run, cabinet.driver, true);
+        for (const int id : kPayButtons) EXPECT_FALSE(cabinet.enabled[id]) << id;
+        ResultText text = row.text ? std::make_unique<std::string>(*row.text) : nullptr;
+        OnPayResult(cabinet.run, cabinet.driver, row.kind, std::move(text));
+
+        EXPECT_EQ(cabinet.Status(), row.status) << row.why;
+        EXPECT_EQ(cabinet.run.mode, row.mode) << row.why;
+        EXPECT_EQ(cabinet.pot_refreshes, row.pots) << row.why;
+        EXPECT_EQ(cabinet.label_refreshes, 1) << row.why;
+        EXPECT_EQ(cabinet.repaints > 0, row.pots > 0) << row.why;
+        EXPECT_FALSE(cabinet.run.busy) << row.why;
+        EXPECT_EQ(cabinet.enabled[kControlPlay], row.mode != kModePlaying) << row.why;
+        EXPECT_EQ(cabinet.enabled[kControlRecord], row.mode == kModeGameOver) << row.why;
+        EXPECT_TRUE(cabinet.enabled[kControlConnect]) << row.why;
+        const bool recorded = row.mode == kModeRecorded;
+        EXPECT_EQ(cabinet.run.record_pending, row.mode == kModeGameOver) << row.why;
+        EXPECT_EQ(cabinet.listed, recorded ? std::vector{kTxid} : std::vector<std::string>{}) << row.why;
+        EXPECT_EQ(cabinet.board_loads, recorded ? 1 : 0) << row.why;
+        EXPECT_EQ(cabinet.run.record_txid, recorded ? kTxid : "") << row.why;
+        EXPECT_EQ(cabinet.run.enter_txid, row.text == sent && row.kind == kPayEnter ? kTxid : "") << row.why;
+
+        // Whatever comes and goes later, a recorded run's button stays off.
+        SetBusy(cabinet.run, cabinet.driver, false);
+        EXPECT_EQ(cabinet.enabled[kControlRecord], !recorded) << row.why;
+    }
+    Cabinet cabinet;
+    OnConnectResult(cabinet.run, cabinet.driver, nullptr);
+    EXPECT_EQ(cabinet.Status(), "Connect failed.");
+    OnConnectResult(cabinet.run, cabinet.driver, std::make_unique<std::string>("error: denied"));
+    EXPECT_EQ(cabinet.Status(), "error: denied");
+    EXPECT_EQ(cabinet.pot_refreshes, 0);
+    OnConnectResult(cabinet.run, cabinet.driver, std::make_unique<std::string>("success"));
+    EXPECT_EQ(cabinet.Status(), "Connected. Play when you are funded.");
+    EXPECT_EQ(cabinet.pot_refreshes, 1);
+    EXPECT_EQ(cabinet.label_refreshes, 3);
+}
+
+TEST_F(PaidCabinet, EntersLosesAndRecordsInTheWeekOfTheClick) {
+    ASSERT_NE(remote.box.Fund(wallet.ReceiveAddress(0), 100'000), "");
+    cabinet.Play();
+    EXPECT_EQ(cabinet.Status(), "Paying enter fee in Pouch...");
+    cabinet.Play();
+    EXPECT_EQ(cabinet.Status(), "Already working...");
+    cabinet.Deliver();
+    EXPECT_EQ(cabinet.run.enter_txid.size(), 64u);
+    EXPECT_EQ(cabinet.run.mode, kModePlaying);
+    EXPECT_EQ(remote.box.BalanceOf(kArcadeHouseAddress), 2'000);
+    EXPECT_EQ(remote.box.BalanceOf(kArcadePotAddress), 3'000);
+
+    SetTime(kNextMonday - 10);
+    cabinet.Lose(0);  // a run that scored nothing counts like any other
+    SetTime(kNextMonday + 5);
+    cabinet.Record();
+    EXPECT_EQ(cabinet.Status(), "Recording score on-chain (1 sat)...");
+    cabinet.Record();
+    EXPECT_EQ(cabinet.Status(), "Already working...");
+    cabinet.Deliver();
+    ASSERT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
+    EXPECT_EQ(cabinet.Status(), "Score recorded. " + cabinet.run.record_txid);
+    EXPECT_EQ(remote.box.BalanceOf(kArcadeWatchAddress), 1);
+    EXPECT_EQ(remote.box.TotalFunded(), remote.box.TotalUnspent() + remote.box.TotalFees());
+
+    json row = RecordedRow();
+    EXPECT_TRUE(VerifyMessage(row));
+    for (const char* key : {"paymail", "pubkey", "sig"}) EXPECT_EQ(row.erase(key), 1u) << key;
+    const std::string tape = row.value("tape", "");
+    EXPECT_EQ(tape,
+              "010328001400"
+              "01000000"
+              "00000000ff");  // no key touched: the end event alone
+    row.erase("tape_hash");
+    const json expected = {{"protocol", "Cairn-Wire"},
+                           {"type", "arcade_score"},
+                           {"location", "arcade"},
+                           {"handle", "ada"},
+                           {"actor", "ada"},
+                           {"game", "brickfall"},
+                           {"score", 0},
+                           {"week", kNextMonday},
+                           {"entry", cabinet.run.enter_txid},
+                           {"pay_addr", wallet.ReceiveAddress(0)},
+                           {"tape", tape},
+                           {"ts", kNextMonday + 5}};
+    EXPECT_EQ(row, expected);
+}
+
+TEST_F(PaidCabinet, ARecordThatFailsIsSignedAnew) {
+    Enter();
+    SetTime(kNextMonday - 10);
+    cabinet.Lose(4'200);
+
+    // The host vouches for nobody: no row is sent.
+    ClearIdentityKeyCache();
+    Reply(Service::kPaymail, 404, "", "");
+    cabinet.Record();
+    EXPECT_EQ(cabinet.Status(),
+              std::string("identity signature did not verify against ") + kPaymailDomain + " PKI");
+    EXPECT_FALSE(cabinet.run.busy);
+    EXPECT_TRUE(cabinet.enabled[kControlRecord]);
+    remote.box.ClearFaults();
+    ClearIdentityKeyCache();
+
+    // Nobody takes the transaction.
+    for (const Service service : {Service::kRelay, Service::kChain, Service::kArc}) {
+        Reply(service, 503, "maintenance", "");
+    }
+    const size_t on_chain = remote.box.RawTransactions().size();
+    cabinet.Record();
+    cabinet.Deliver();
+    EXPECT_EQ(cabinet.Status().substr(0, 7), "error: ");
+    EXPECT_EQ(cabinet.run.mode, kModeGameOver);
+    EXPECT_TRUE(cabinet.run.record_pending);
+    EXPECT_EQ(remote.box.RawTransactions().size(), on_chain);
+    remote.box.ClearFaults();
+
+    SetTime(kNextMonday + 60);
+    cabinet.Record();
+    cabinet.Deliver();
+    ASSERT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
+    const json row = RecordedRow();
+    EXPECT_EQ(row.value("score", 0), 4'200);
+    EXPECT_EQ(row.value("ts", int64_t{0}), kNextMonday + 60);
+    EXPECT_EQ(row.value("week", int64_t{0}), kNextMonday);
+    EXPECT_TRUE(VerifyMessage(row));
+    const std::vector<std::string> listed = {"", cabinet.run.record_txid};
+    EXPECT_EQ(cabinet.listed, listed) << "listed at the end of the run, completed by the record";
+}
+
+TEST_F(PaidCabinet, AnUnboundWalletRecordsOnceItIsConnectedAgain) {
+    Enter();
+    cabinet.Lose(700);
+    cabinet.Unbind();
+    EXPECT_EQ(cabinet.Status(), "Unbound. Connect again to pick a wallet in Pouch.");
+    cabinet.Record();
+    EXPECT_EQ(cabinet.Status(), "Connect the same Pouch that paid to enter.");
+
+    // The companion approves while the worker waits.
+    wallet.clock.on_sleep = [this](int64_t) {
+        std::error_code gone;
+        const std::filesystem::directory_iterator requests(wallet.StorePath("/connect"), gone);
+        for (const auto& entry : requests) {
+            std::string path = entry.path().string();
+            if (!path.ends_with(".req.json")) continue;
+            path.replace(path.size() - 9, 9, ".rep.json");
+            WriteFile(path, json{{"ok", true}, {"wallet_id", kTestWalletId}}.dump());
+        }
+    };
+    cabinet.Connect();
+    wallet.clock.on_sleep = nullptr;
+    EXPECT_EQ(cabinet.Status(), "Waiting for Pouch to approve...");
+    EXPECT_TRUE(cabinet.run.busy);
+    cabinet.Deliver();
+    EXPECT_EQ(cabinet.Status(), "Connected. Play when you are funded.");
+    cabinet.Record();
+    cabinet.Deliver();
+    EXPECT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
+}
+
+}  // namespace
+}  // namespace brickfall

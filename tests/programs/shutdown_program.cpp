@@ -1,0 +1,59 @@
+// shutdown_program WHAT CODE - a cabinet that ends while its workers are at work. WHAT names them: "payment",
+// "refresh", "poll" (of a connect request), or "all" of these. It prints "started", and later what its
+// workers report; at the first line of its input it returns CODE from main, waiting for nobody.
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "base/workers.h"
+#include "deployment/deployment.h"
+#include "net/http_client.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/pay_drivers.h"
+#include "wallet/status_refresh.h"
+
+// Of a refresh's threads one may have ended and wait for its neighbours to be joined with.
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"; }
+
+namespace {
+
+using namespace brickfall;
+
+void Print(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 3) return 2;
+    const std::string_view what = arguments[1];
+    BindAtStart("/opt/brickfall", "Brickfall");
+    StartNetwork();
+    {
+        const std::lock_guard lock(wallet_sink_mutex);
+        wallet_event_hook = [](std::string_view line) {
+            if (line.find("connect-pending") != std::string_view::npos) Print("polling");
+        };
+    }
+    if (what == "poll" || what == "all") {
+        StartWorker([] { Print(ConnectToPouch()); });
+    }
+    if (what == "payment" || what == "all") {
+        StartWorker([] { Print(PayArcadeEntry(kArcadeHouseAddress, kArcadePotAddress)); });
+    }
+    if (what == "refresh" || what == "all") {
+        StartWorker([] { BalanceWorker([](const StatusResult&) { Print("refreshed"); }); });
+    }
+    Print("started");
+    std::string line;
+    std::getline(std::cin, line);
+    StopNetwork();
+    return std::atoi(arguments[2]);
+}
