@@ -165,6 +165,7 @@ TEST(Row, JoinFeeHasEightDigits) {
         {"-7", "0.00001000"},
         {"1e999", ""},
         {"1e-999", ""},
+        {"1e-310", ""},  // below the smallest normal number
         {"", ""},
         {"free", ""},
         {"- 1", ""},
