@@ -27,6 +27,8 @@ while [ $# -gt 0 ]; do
 done
 
 cd "$(dirname "$0")"
+# A clone in another folder finds what ccache holds already.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 [ "$headless" = yes ] || echo "run.sh: this build has no window; playing the headless loop"
 
 scripts/install-deps.sh

@@ -3,6 +3,8 @@
 # New inputs stay in build/fuzz/found/NAME; copy the ones worth keeping to fuzz/corpus/NAME.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# A clone in another folder finds what ccache holds already.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 if [ $# -lt 1 ]; then
   ls fuzz/*_fuzz.cpp | sed -E 's|fuzz/(.*)_fuzz.cpp|\1|'
   exit 0
