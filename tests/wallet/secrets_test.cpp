@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -234,9 +236,11 @@ TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
 }
 
 TEST_F(Secrets, NothingOfALegacyWalletIsLeft) {
-    // A key in hexadecimal that this program holds nowhere: the hash of the phrase.
+    // A key in hexadecimal that this program holds nowhere: a hash of the phrase.
+    Hash256 bytes = Sha256Once(AsBytes(Phrase()));
     SecretString key;
-    AppendHex(key, Sha256Twice(AsBytes(Phrase())));
+    AppendHex(key, bytes);
+    OPENSSL_cleanse(bytes.data(), bytes.size());
     needles.AddKey("private key", key);
     const std::pair<const char*, bool> rows[] = {
         {"\"}", true}, {"\",\"address\":5}", false}, {"\",\"pub\":\"02\"}", false}, {"0\"}", false}};
