@@ -13,7 +13,6 @@
 namespace brickfall::sandbox {
 namespace {
 
-constexpr uint8_t kHashTypeAllForkId = 0x41;
 constexpr uint8_t kOpPushData1 = 0x4c;
 
 template <auto Free>
@@ -128,7 +127,7 @@ SharedDigests DigestsOf(const ParsedTx& tx) {
 }
 
 Digest SignatureDigest(const ParsedTx& tx, std::size_t input, const SharedDigests& shared,
-                       ByteView script_code, int64_t value) {
+                       ByteView script_code, int64_t value, uint32_t hash_type) {
     const TxInput& signed_input = tx.inputs[input];
     Bytes preimage;
     PutU32(preimage, tx.version);
@@ -142,7 +141,7 @@ Digest SignatureDigest(const ParsedTx& tx, std::size_t input, const SharedDigest
     PutU32(preimage, signed_input.sequence);
     PutBytes(preimage, shared.outputs);
     PutU32(preimage, tx.lock_time);
-    PutU32(preimage, kHashTypeAllForkId);
+    PutU32(preimage, hash_type);
     return DoubleSha256(preimage);
 }
 
@@ -162,7 +161,7 @@ ScriptFault CheckInput(const ParsedTx& tx, std::size_t input, const SharedDigest
     if (unlocking->hash_type != kHashTypeAllForkId) return ScriptFault::kWrongHashType;
     const KeyPtr key = DecodeKey(unlocking->key);
     if (!key) return ScriptFault::kBadKeyEncoding;
-    const Digest digest = SignatureDigest(tx, input, shared, locking, value);
+    const Digest digest = SignatureDigest(tx, input, shared, locking, value, kHashTypeAllForkId);
     const bool good =
         ECDSA_do_verify(digest.data(), static_cast<int>(digest.size()), signature.get(), key.get()) == 1;
     return good ? ScriptFault::kNone : ScriptFault::kBadSignature;

@@ -32,9 +32,11 @@ struct SharedDigests {
 };
 SharedDigests DigestsOf(const ParsedTx& tx);
 
-// The fork-id digest of one input: the form of BIP143 with the hash type 0x41.
+inline constexpr uint8_t kHashTypeAllForkId = 0x41;  // the only one that is taken here
+
+// The digest of BIP143 of one input. It holds for hash types that cover all inputs and outputs.
 Digest SignatureDigest(const ParsedTx& tx, std::size_t input, const SharedDigests& shared,
-                       ByteView script_code, int64_t value);
+                       ByteView script_code, int64_t value, uint32_t hash_type);
 
 ScriptFault CheckInput(const ParsedTx& tx, std::size_t input, const SharedDigests& shared, ByteView locking,
                        int64_t value);

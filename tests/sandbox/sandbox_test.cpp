@@ -1,0 +1,498 @@
+// The sandbox's services as a client meets them: the shapes of their answers, names, faults, and an end that
+// waits for nobody.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "base/files.h"
+#include "deployment/deployment.h"
+#include "net/http_client.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/identity_signature.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/status_refresh.h"
+#include "wallet/transaction.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Fault;
+using sandbox::FaultKind;
+using sandbox::Service;
+
+const std::string kChain = kChainApiBaseUrl;
+const std::string kOrdinals = kOrdinalsApiBaseUrl;
+const std::string kFamily = kApiBaseUrl;
+const std::string kControl = "https://control.sandbox.test";
+
+struct Answer {
+    bool good = false;
+    std::string body;
+    std::string error;
+    json document;  // of the body, discarded when it does not parse
+};
+
+Answer Read(Answer answer) {
+    answer.document = json::parse(answer.body, nullptr, false);
+    return answer;
+}
+
+Answer Get(const std::string& url) {
+    Answer answer;
+    answer.good = HttpGetOnce(url, answer.body, answer.error);
+    return Read(answer);
+}
+
+Answer Post(const std::string& url, const json& body) {
+    Answer answer;
+    answer.good = HttpPostJson(url, body.dump(), answer.body, answer.error, 20, 1);
+    return Read(answer);
+}
+
+// A wallet with one mined coin of 100,000 satoshis, and a payment of 549 to the watch address from it.
+struct ServiceTest : testing::Test {
+    ServiceTest() {
+        receive = wallet.ReceiveAddress(0);
+        funding = box.Fund(receive, 100'000);
+        Hash160 owner{};
+        Hash160 watch{};
+        EXPECT_TRUE(DecodeAddress(receive, owner) && DecodeAddress(kArcadeWatchAddress, watch));
+        SpendInput coin;
+        coin.txid = funding;
+        coin.value = 100'000;
+        const PayOutput outputs[] = {
+            {549, P2pkhScript(watch)}, {0, DataCarrierScript("{\"a\":1}")}, {99'000, P2pkhScript(owner)}};
+        const WalletLock lock(wallet_mutex);
+        EXPECT_TRUE(SignInput(coin, {&coin, 1}, outputs, owner, wallet_keys.priv, wallet_keys.pub));
+        const ByteBuffer raw = SerializeTx({&coin, 1}, outputs, false);
+        payment_hex = HexEncode(raw);
+        payment = TxidOf(raw);
+    }
+
+    std::string AddressUrl(const std::string& tail) const { return kChain + "/address/" + receive + tail; }
+    json Listed(const std::string& tail) {
+        const Answer answer = Get(AddressUrl(tail));
+        EXPECT_TRUE(answer.good) << tail << " " << answer.error;
+        EXPECT_EQ(answer.document.value("error", std::string("none")), "");
+        EXPECT_EQ(answer.document.value("address", std::string()), receive);
+        return answer.document.value("result", json());
+    }
+
+    SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    WalletFixture wallet;
+    std::string receive;
+    std::string funding;
+    std::string payment;
+    std::string payment_hex;
+};
+
+TEST_F(ServiceTest, TheChainApiListsWhatTheChainHolds) {
+    const json mined_row = {{"height", 800'001},     {"isSpentInMempoolTx", false},
+                            {"status", "confirmed"}, {"tx_hash", funding},
+                            {"tx_pos", 0},           {"value", 100'000}};
+    EXPECT_EQ(Listed("/unspent/all"), json::array({mined_row}));
+    EXPECT_EQ(Listed("/confirmed/unspent"), json::array({mined_row}));
+    EXPECT_EQ(Listed("/unconfirmed/unspent"), json::array());
+    EXPECT_EQ(Listed("/unconfirmed/history"), json::array());
+
+    const Answer taken = Post(kChain + "/tx/raw", {{"txhex", payment_hex}});
+    EXPECT_TRUE(taken.good) << taken.error;
+    EXPECT_EQ(taken.body, "\"" + payment + "\"\n");
+
+    // In the mempool: the spent coin is flagged where there are flags, the change has its script, no height.
+    json spent_row = mined_row;
+    spent_row["isSpentInMempoolTx"] = true;
+    Hash160 owner{};
+    ASSERT_TRUE(DecodeAddress(receive, owner));
+    const json change_row = {{"hex", HexEncode(P2pkhScript(owner))},
+                             {"isSpentInMempoolTx", false},
+                             {"status", "unconfirmed"},
+                             {"tx_hash", payment},
+                             {"tx_pos", 2},
+                             {"value", 99'000}};
+    EXPECT_EQ(Listed("/unspent/all"), json::array({spent_row, change_row}));
+    EXPECT_EQ(Listed("/unconfirmed/unspent"), json::array({change_row}));
+    const json legacy_row = {{"height", 800'001}, {"tx_hash", funding}, {"tx_pos", 0}, {"value", 100'000}};
+    EXPECT_EQ(Get(AddressUrl("/unspent")).document, json::array({legacy_row}));
+    EXPECT_EQ(Listed("/unconfirmed/history"), json::array({json{{"tx_hash", payment}}}));
+
+    box.Mine();
+    const json mined_change = Listed("/unspent/all");
+    ASSERT_EQ(mined_change.size(), 1u) << "what a mined transaction has spent is gone";
+    EXPECT_EQ(mined_change[0]["height"], 800'002);
+    const json newest = Listed("/confirmed/history?limit=1");
+    EXPECT_EQ(newest, json::array({json{{"height", 800'002}, {"tx_hash", payment}}}));
+    EXPECT_EQ(Get(AddressUrl("/history")).document.size(), 2u);
+
+    EXPECT_FALSE(Get(kChain + "/address/nobody/unspent/all").good);
+    const Answer empty = Get(kChain + "/address/" + std::string(kReportFeeAddress) + "/unspent/all");
+    EXPECT_EQ(empty.document["result"], json::array());
+}
+
+TEST_F(ServiceTest, TransactionsAreShownInBothForms) {
+    EXPECT_FALSE(Get(kChain + "/tx/" + payment).good);
+    EXPECT_FALSE(Get(kChain + "/tx/" + payment + "/hex").good);
+    ASSERT_TRUE(Post(kFamily + "/oi/submit", {{"txhex", payment_hex}}).document["ok"].get<bool>());
+    EXPECT_EQ(Get(kChain + "/tx/" + payment + "/hex").body, payment_hex);
+
+    for (const std::string& url :
+         {kChain + "/tx/" + payment, kChain + "/tx/hash/" + payment, kFamily + "/oi/tx/" + payment}) {
+        const Answer answer = Get(url);
+        const json& tx = answer.document;
+        ASSERT_TRUE(answer.good && tx.is_object()) << url;
+        EXPECT_EQ(tx["txid"], payment);
+        EXPECT_EQ(tx["size"], payment_hex.size() / 2);
+        EXPECT_EQ(tx["vin"][0]["txid"], funding);
+        EXPECT_EQ(tx["vin"][0]["vout"], 0);
+        EXPECT_EQ(tx["vout"][0]["scriptPubKey"]["addresses"], json::array({kArcadeWatchAddress}));
+        EXPECT_EQ(tx["vout"][1]["scriptPubKey"]["hex"], "006a077b2261223a317d");
+        EXPECT_EQ(tx["vout"][1]["scriptPubKey"]["type"], "nulldata");
+        EXPECT_FALSE(tx.contains("blockheight"));
+        // Amounts are decimal text of coins, never in exponent form.
+        EXPECT_NE(answer.body.find("\"value\":0.00000549}"), std::string::npos) << answer.body;
+        EXPECT_NE(answer.body.find("\"value\":0}"), std::string::npos);
+        EXPECT_NE(answer.body.find("\"value\":0.00099}"), std::string::npos);
+    }
+    box.Mine();
+    EXPECT_EQ(Get(kChain + "/tx/" + funding).document["confirmations"], 2);
+    EXPECT_EQ(Get(kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=0").document["txids"],
+              json::array({payment}));
+    EXPECT_EQ(Get(kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=1").document["txids"],
+              json::array());
+    box.SetIndexerKnows(false);
+    EXPECT_FALSE(Get(kFamily + "/oi/tx/" + payment).good);
+    EXPECT_EQ(Get(kChain + "/tx/abc").error, "HTTP 400");
+}
+
+TEST_F(ServiceTest, EachBroadcastServiceRefusesInItsOwnWords) {
+    std::string reason, txid;
+    ASSERT_TRUE(box.Submit(payment_hex, txid, reason)) << reason;
+    // The same coin again, and a transaction whose input nobody knows.
+    std::string rival = payment_hex;
+    rival.replace(rival.size() - 8, 8, "01000000");
+    std::string orphan = payment_hex;
+    orphan.replace(10, 2, orphan.substr(10, 2) == "00" ? "01" : "00");
+
+    struct Row {
+        const char* why;
+        std::string hex;
+        std::string node;
+        int arc_status;
+    };
+    const Row rows[] = {
+        {"no transaction", "00", "TX decode failed", 463},
+        {"known", payment_hex, "257: txn-already-known", 200},
+        {"conflict", rival, "258: txn-mempool-conflict", 200},
+        {"orphan", orphan, "Missing inputs", 462},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        const Answer chain = Post(kChain + "/tx/raw", {{"txhex", row.hex}});
+        EXPECT_FALSE(chain.good);
+        EXPECT_EQ(chain.body, "unexpected response code 500: " + row.node);
+
+        const Answer relay = Post(kFamily + "/oi/submit", {{"txhex", row.hex}});
+        const bool known = row.hex == payment_hex;
+        EXPECT_TRUE(relay.good);
+        EXPECT_EQ(relay.document["ok"], known);
+        EXPECT_EQ(relay.document.value("error", std::string()), known ? "" : row.node);
+
+        const Answer arc = Post(kArcBroadcastUrl, {{"rawTx", row.hex}});
+        EXPECT_EQ(arc.good, row.arc_status == 200);
+        EXPECT_EQ(arc.document["status"], row.arc_status);
+    }
+    EXPECT_EQ(Post(kArcBroadcastUrl, {{"rawTx", payment_hex}}).document["txStatus"], "SEEN_ON_NETWORK");
+    const Answer rejected = Post(kArcBroadcastUrl, {{"rawTx", rival}});
+    EXPECT_EQ(rejected.document["txStatus"], "DOUBLE_SPEND_ATTEMPTED");
+    EXPECT_EQ(rejected.document["competingTxs"], json::array({payment}));
+    for (const json& nonsense : {json(), json::array(), json{{"txhex", 5}, {"rawTx", nullptr}}}) {
+        EXPECT_FALSE(Post(kChain + "/tx/raw", nonsense).good);
+        EXPECT_FALSE(Post(kArcBroadcastUrl, nonsense).good);
+        EXPECT_EQ(Post(kFamily + "/oi/submit", nonsense).document["ok"], false);
+    }
+}
+
+TEST_F(ServiceTest, OrdinalsAreListedBesidePlainOutputs) {
+    const std::string second = box.Fund(receive, 10'000);
+    box.MarkOrdinal(receive, {funding, 0, funding + "_0"});
+    box.MarkOrdinal(receive, {TestTxid(1), 3, "", true});
+    const json list = Get(kOrdinals + "/txos/address/" + receive + "/unspent").document;
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0]["origin"]["outpoint"], funding + "_0");
+    EXPECT_TRUE(list[0]["data"].contains("insc"));
+    EXPECT_EQ(list[1]["txid"], second);
+    EXPECT_EQ(list[1]["origin"], json());
+    EXPECT_EQ(list[1]["satoshis"], 10'000);
+    const json tokens = Get(kOrdinals + "/bsv20/" + receive + "/unspent").document;
+    ASSERT_EQ(tokens.size(), 1u);
+    EXPECT_EQ(tokens[0]["outpoint"], TestTxid(1) + "_3");
+    EXPECT_EQ(tokens[0]["spend"], "");
+}
+
+TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
+    const std::string url = kFamily + "/api/paymail/claim";
+    const auto claim_text = [](const json& claim) {
+        std::string text = "OV-PAYMAIL-CLAIM|";
+        for (const char* key : {"alias", "pubkey", "address", "avatar", "ordAddress"}) {
+            if (claim.contains(key)) text += claim[key].get<std::string>() + "|";
+        }
+        return text + std::to_string(claim["ts"].get<int64_t>());
+    };
+    const auto sign = [&claim_text](json claim) {
+        std::string key, signature, error;
+        EXPECT_TRUE(SignIdentityMessage(claim_text(claim), key, signature, error)) << error;
+        claim["sig"] = signature;
+        return claim;
+    };
+    std::string pubkey;
+    {
+        const WalletLock lock(wallet_mutex);
+        pubkey = wallet_keys.identity_pub;
+    }
+    const json plain = {
+        {"alias", "ada"}, {"pubkey", pubkey}, {"address", receive}, {"avatar", ""}, {"ts", 1}};
+    const json good = sign(plain);
+
+    // Each change after signing must be noticed, and each field must be there.
+    const json changes = {{"alias", "eve"},
+                          {"address", kReportFeeAddress},
+                          {"avatar", "x"},
+                          {"ordAddress", receive},
+                          {"ts", 2},
+                          {"sig", std::string(86, 'A') + "=="},
+                          {"pubkey", "02" + pubkey.substr(2, 63) + "0"}};
+    for (const auto& [key, value] : changes.items()) {
+        json forged = good;
+        forged[key] = value;
+        EXPECT_FALSE(Post(url, forged).good) << key;
+        if (key == "ordAddress") continue;  // may be absent
+        forged.erase(key);
+        EXPECT_FALSE(Post(url, forged).good) << key;
+    }
+    EXPECT_FALSE(box.Identity("ada").has_value());
+    EXPECT_FALSE(Get(kFamily + "/api/bsvalias/id/ada@" + kPaymailDomain).good);
+
+    ASSERT_TRUE(Post(url, good).good);
+    json with_ordinals = plain;
+    with_ordinals["ordAddress"] = kReportFeeAddress;
+    with_ordinals["avatar"] = "feff_0";
+    ASSERT_TRUE(Post(url, sign(with_ordinals)).good) << "the same key may change what it said";
+    EXPECT_EQ(box.Identity("ada")->ord_address, kReportFeeAddress);
+    const json document = Get(kFamily + "/api/bsvalias/id/Ada@" + kPaymailDomain).document;
+    EXPECT_EQ(document["pubkey"], pubkey);
+    EXPECT_EQ(document["handle"], std::string("ada@") + kPaymailDomain);
+    EXPECT_EQ(Get(kFamily + "/api/bsvalias/public-profile/ada@" + kPaymailDomain).document["ord"], "feff_0");
+    EXPECT_FALSE(Get(kFamily + "/api/bsvalias/id/ada@elsewhere.test").good);
+
+    // A name of somebody else's stays theirs. What the host says of a key is not the key's to change.
+    box.Publish({"bob", "02" + std::string(64, '1'), kReportFeeAddress, "", "", false, "", ""});
+    json taken = plain;
+    taken["alias"] = "bob";
+    const Answer refused = Post(url, sign(taken));
+    EXPECT_EQ(refused.error.substr(0, 8), "HTTP 409");
+    EXPECT_EQ(refused.document["error"], "that name is taken");
+    sandbox::PublishedIdentity frozen = *box.Identity("ada");
+    frozen.frozen = true;
+    frozen.frozen_note = "asked to stop";
+    frozen.role = "maker";
+    box.Publish(frozen);
+    ASSERT_TRUE(Post(url, good).good);
+    const json note = Get(kFamily + "/api/paymail/identity/" + pubkey).document;
+    EXPECT_EQ(note["frozen"], true);
+    EXPECT_EQ(note["frozenNote"], "asked to stop");
+    EXPECT_EQ(Get(kFamily + "/api/paymail/quota/" + pubkey).document["role"], "maker");
+}
+
+TEST_F(ServiceTest, FaultsChangeAnswersAsTold) {
+    const std::string all = AddressUrl("/unspent/all");
+    const auto clear = [this] {
+        box.ClearFaults();
+        box.ClearRequests();
+    };
+
+    Fault limit;
+    limit.status = 429;
+    limit.body = "Too Many Requests";
+    limit.times = 2;
+    limit.path_contains = "/unspent/all";
+    box.AddFault(Service::kChain, limit);
+    EXPECT_TRUE(Get(AddressUrl("/unspent")).good) << "another path";
+    EXPECT_TRUE(Get(kOrdinals + "/txos/address/" + receive + "/unspent").good) << "another service";
+    EXPECT_FALSE(Get(all).good);
+    EXPECT_FALSE(Get(all).good);
+    EXPECT_TRUE(Get(all).good) << "used up";
+    EXPECT_EQ(box.Requests(Service::kChain).size(), 4u);
+    EXPECT_EQ(box.Requests(Service::kChain)[1], "GET /v1/bsv/main/address/" + receive + "/unspent/all");
+    clear();
+
+    for (const FaultKind kind : {FaultKind::kDrop, FaultKind::kCutBody}) {
+        Fault broken;
+        broken.kind = kind;
+        box.AddFault(Service::kChain, broken);
+        const Answer answer = Get(all);
+        EXPECT_FALSE(answer.good);
+        EXPECT_FALSE(answer.error.starts_with("HTTP")) << "a broken connection, no status: " << answer.error;
+        EXPECT_EQ(answer.body.empty(), kind == FaultKind::kDrop);
+        clear();
+    }
+
+    Fault flipped;
+    flipped.kind = FaultKind::kFlipTxids;
+    box.AddFault(Service::kChain, flipped);
+    std::string reversed;
+    for (std::size_t i = 64; i > 0; i -= 2) reversed += funding.substr(i - 2, 2);
+    EXPECT_EQ(Listed("/unspent/all")[0]["tx_hash"], reversed);
+    clear();
+
+    Fault stale;
+    stale.kind = FaultKind::kStaleListing;
+    Fault lost;
+    lost.kind = FaultKind::kLoseAccepted;
+    lost.times = 1;
+    box.AddFault(Service::kChain, stale);
+    box.AddFault(Service::kRelay, lost);
+    for (const bool kept : {false, true}) {
+        EXPECT_EQ(Post(kFamily + "/oi/submit", {{"txhex", payment_hex}}).document["txid"], payment);
+        EXPECT_EQ(box.RawTransaction(payment).has_value(), kept);
+    }
+    EXPECT_EQ(Listed("/unspent/all").size(), 1u);
+    EXPECT_EQ(Listed("/unspent/all")[0]["isSpentInMempoolTx"], false);
+    clear();
+    EXPECT_EQ(Listed("/unspent/all").size(), 2u);
+
+    box.Forget(payment);
+    Fault acted;
+    acted.kind = FaultKind::kActAndReply;
+    acted.status = 500;
+    acted.body = "<html>oops</html>";
+    acted.delay_ms = 1;
+    box.AddFault(Service::kArc, acted);
+    EXPECT_EQ(Post(kArcBroadcastUrl, {{"rawTx", payment_hex}}).body, acted.body);
+    EXPECT_TRUE(box.RawTransaction(payment).has_value());
+}
+
+TEST_F(ServiceTest, StoppingWaitsForNoRequest) {
+    Fault silent;
+    silent.kind = FaultKind::kNoAnswer;
+    Fault late;
+    late.kind = FaultKind::kDelay;
+    late.delay_ms = 3'600'000;
+    box.AddFault(Service::kChain, silent);
+    box.AddFault(Service::kPaymail, late);
+    std::atomic<int> answered = 0;
+    std::vector<std::thread> clients;
+    for (const std::string& url : {AddressUrl("/unspent"), kFamily + "/api/paymail/quota/x"}) {
+        clients.emplace_back([&answered, url] { answered += Get(url).good ? 1 : 0; });
+    }
+    while (box.Requests(Service::kChain).empty() || box.Requests(Service::kPaymail).empty()) {
+        std::this_thread::yield();
+    }
+    box.Stop();
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(answered, 0);
+    EXPECT_EQ(box.Port(), 0);
+}
+
+TEST_F(ServiceTest, ManyClientsAtOnce) {
+    std::atomic<int> good = 0;
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 60; ++i) {
+        clients.emplace_back([&, i] {
+            const bool pays = i % 10 == 0;
+            const Answer answer = pays ? Post(kControl + "/fund", {{"address", receive}, {"satoshis", i + 1}})
+                                       : Get(AddressUrl("/unspent/all"));
+            good += answer.good ? 1 : 0;
+            if (i % 20 == 5) box.Mine();
+        });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(good, 60);
+    EXPECT_EQ(Get(kControl + "/state").document["funded"], 100'000 + 1 + 11 + 21 + 31 + 41 + 51);
+}
+
+TEST_F(ServiceTest, TheControlEndpointDoesWhatTheInterfaceDoes) {
+    const std::string url = kControl + "/balance/" + kReportFeeAddress;
+    const json fund = {{"address", kReportFeeAddress}, {"satoshis", 700}};
+    EXPECT_EQ(Post(kControl + "/fund", fund).document["txid"].get<std::string>().size(), 64u);
+    EXPECT_EQ(Get(url).document["satoshis"], 700);
+    EXPECT_TRUE(Post(kControl + "/mine", json::object()).good);
+    EXPECT_EQ(Get(kControl + "/transactions").document["transactions"], box.RawTransactions());
+    EXPECT_EQ(Get(kControl + "/state").document,
+              (json{{"fees", 0}, {"funded", 100'700}, {"transactions", 2}, {"unspent", 100'700}}));
+    const json fault = {{"service", "download"}, {"kind", "reply"},
+                        {"status", 503},         {"times", 1},
+                        {"body", "later"},       {"headers", {{"Retry-After", "1"}}}};
+    EXPECT_TRUE(Post(kControl + "/fault", fault).good);
+    EXPECT_FALSE(Get(kDownloadPageUrl).good);
+    EXPECT_TRUE(Get(kDownloadPageUrl).good);
+    EXPECT_EQ(Get(kControl + "/requests/download").document["requests"],
+              json::array({"GET /download", "GET /download"}));
+
+    json bad_fund = fund;
+    for (const json& value : {json(-5), json(1.5), json("5"), json()}) {
+        bad_fund["satoshis"] = value;
+        EXPECT_FALSE(Post(kControl + "/fund", bad_fund).good) << value;
+    }
+    const json bad_fields = {
+        {"service", "moon"}, {"kind", "tide"}, {"status", 5}, {"times", "x"}, {"headers", {1}}};
+    for (const auto& [key, value] : bad_fields.items()) {
+        json bad = fault;
+        bad[key] = value;
+        EXPECT_FALSE(Post(kControl + "/fault", bad).good) << key;
+    }
+    EXPECT_FALSE(Get(kControl + "/nothing").good);
+    EXPECT_FALSE(Get("https://" + std::string(kPaymailDomain) + "/nothing").good);
+}
+
+TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
+    const TempFolder folder;
+    sandbox::Options options;
+    options.folder = folder.Path() + "/authority";
+    options.journal_file = folder.Path() + "/journal.jsonl";
+    std::string error, txid, reason;
+    std::vector<std::string> transactions;
+    {
+        sandbox::Sandbox first(options);
+        ASSERT_TRUE(first.Start(error)) << error;
+        const std::string authority = *ReadFile(first.CaFile());
+        first.Fund(receive, 4'000);
+        first.Fund(kReportFeeAddress, 77);
+        first.Mine();
+        first.Publish({"bob", "02" + std::string(64, '1'), receive, "face", "", true, "why", "maker"});
+        transactions = first.RawTransactions();
+        first.Stop();
+        EXPECT_EQ(first.Port(), 0);
+        ASSERT_TRUE(first.Start(error)) << "again, on the same chain: " << error;
+        EXPECT_EQ(first.RawTransactions(), transactions);
+        EXPECT_EQ(*ReadFile(first.CaFile()), authority);
+        struct stat status = {};
+        ASSERT_EQ(::stat((options.folder + "/authority.key").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, 0600u);
+    }
+    // Killed in the middle of a line.
+    const std::string whole = *ReadFile(options.journal_file);
+    ASSERT_TRUE(WriteFile(options.journal_file, whole + "{\"kind\":\"blo"));
+    {
+        sandbox::Sandbox second(options);
+        ASSERT_TRUE(second.Start(error)) << error;
+        EXPECT_EQ(second.RawTransactions(), transactions);
+        EXPECT_EQ(second.BalanceOf(receive), 4'000);
+        EXPECT_EQ(second.TotalFunded(), 4'077);
+        EXPECT_EQ(second.Identity("bob")->frozen_note, "why");
+        EXPECT_EQ(*ReadFile(options.journal_file), whole);
+        EXPECT_FALSE(second.Submit(payment_hex, txid, reason)) << "that coin is on another chain";
+    }
+    ASSERT_TRUE(WriteFile(options.journal_file, whole + "{\"kind\":\"moon\"}\n"));
+    sandbox::Sandbox third(options);
+    EXPECT_FALSE(third.Start(error));
+    EXPECT_NE(error.find("line 5"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace brickfall
