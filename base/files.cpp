@@ -36,13 +36,13 @@ class FileDescriptor {
 // behind.
 template <typename String>
 std::optional<String> ReadAll(const std::string& path) {
-    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file) return std::nullopt;
     struct stat status = {};
     String content;
-    if (::fstat(file.Get(), &status) == 0 && status.st_size > 0) {
-        content.reserve(static_cast<std::size_t>(status.st_size) + 1);
-    }
+    // A device or a pipe has no end that can be relied on.
+    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    content.reserve(static_cast<std::size_t>(status.st_size) + 1);
     std::size_t used = 0;
     for (;;) {
         content.resize(std::max<std::size_t>(content.capacity(), used + 4096));

@@ -15,7 +15,7 @@ namespace brickfall {
 // "XDG_DATA_HOME", else ".local/share" below "HOME", else ".". An empty variable counts as unset.
 std::string UserDataFolder();
 
-// The whole content, or nothing when the file cannot be opened or read. No size limit.
+// The whole content, or nothing when there is no regular file or it cannot be read. No size limit.
 std::optional<std::string> ReadFile(const std::string& path);
 
 // The same for a file that may hold secrets: the content passes through wiped memory only.

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -18,6 +19,16 @@ struct WorkerCount {
 WorkerCount& worker_count = *new WorkerCount;
 std::atomic<bool> inline_workers = false;
 
+void CountStarted() {
+    const std::lock_guard lock(worker_count.mutex);
+    ++worker_count.running;
+}
+
+void CountEnded() {
+    const std::lock_guard lock(worker_count.mutex);
+    if (--worker_count.running == 0) worker_count.all_ended.notify_all();
+}
+
 }  // namespace
 
 void StartWorker(std::function<void()> body) {
@@ -25,16 +36,17 @@ void StartWorker(std::function<void()> body) {
         body();
         return;
     }
-    {
-        const std::lock_guard lock(worker_count.mutex);
-        ++worker_count.running;
+    CountStarted();
+    try {
+        std::thread([body = std::move(body)]() mutable {
+            body();
+            body = nullptr;  // what the body owns is gone before the worker counts as ended
+            CountEnded();
+        }).detach();
+    } catch (const std::system_error&) {
+        CountEnded();
+        throw;
     }
-    std::thread([body = std::move(body)]() mutable {
-        body();
-        body = nullptr;  // what the body owns is gone before the worker counts as ended
-        const std::lock_guard lock(worker_count.mutex);
-        if (--worker_count.running == 0) worker_count.all_ended.notify_all();
-    }).detach();
 }
 
 int WorkersRunning() {

@@ -59,6 +59,7 @@ TEST(Files, ReadsAnySizeAndReportsWhatIsNotThere) {
     }
     EXPECT_EQ(ReadFile(folder.Path() + "/missing"), std::nullopt);
     EXPECT_EQ(ReadFile(folder.Path()), std::nullopt) << "a folder";
+    EXPECT_EQ(ReadFile("/dev/full"), std::nullopt) << "a device without end";
     EXPECT_FALSE(WriteFile(folder.Path() + "/missing/file", "x"));
 }
 
