@@ -32,8 +32,14 @@ export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 [ "$headless" = yes ] || echo "run.sh: this build has no window; playing the headless loop"
 
 scripts/install-deps.sh
-cmake --preset release >/dev/null
-cmake --build --preset release --target brickfall-sandbox brickfall-companion headless | tail -n 1
+mkdir -p build
+echo "run.sh: building (a first build takes some minutes; its output goes to build/run.log)"
+if ! { cmake --preset release &&
+       cmake --build --preset release --target brickfall-sandbox brickfall-companion headless; } >build/run.log 2>&1; then
+  tail -n 40 build/run.log >&2
+  echo "run.sh: the build failed; build/run.log has all of it" >&2
+  exit 1
+fi
 
 home=$(realpath -m -- "${BRICKFALL_SANDBOX_HOME:-out/sandbox}")
 mkdir -p "$home"
