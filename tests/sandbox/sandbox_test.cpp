@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <csignal>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -11,6 +12,7 @@
 #include "deployment/deployment.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
+#include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/identity_signature.h"
 #include "wallet/ov_pouch_wallet.h"
@@ -28,6 +30,7 @@ using sandbox::Service;
 const std::string kChain = kChainApiBaseUrl;
 const std::string kOrdinals = kOrdinalsApiBaseUrl;
 const std::string kFamily = kApiBaseUrl;
+const std::string kProgram = BRICKFALL_BINARY_DIR "/sandbox/brickfall-sandbox";
 const std::string kControl = "https://control.sandbox.test";
 
 struct Answer {
@@ -381,7 +384,7 @@ TEST_F(ServiceTest, FaultsChangeAnswersAsTold) {
     EXPECT_TRUE(box.RawTransaction(payment).has_value());
 }
 
-TEST_F(ServiceTest, StoppingWaitsForNoRequest) {
+TEST_F(ServiceTest, ConcurrentRequestsDoNotHoldUpAStop) {
     Fault silent;
     silent.kind = FaultKind::kNoAnswer;
     Fault late;
@@ -403,7 +406,7 @@ TEST_F(ServiceTest, StoppingWaitsForNoRequest) {
     EXPECT_EQ(box.Port(), 0);
 }
 
-TEST_F(ServiceTest, ManyClientsAtOnce) {
+TEST_F(ServiceTest, ConcurrentClientsAreAllServed) {
     std::atomic<int> good = 0;
     std::vector<std::thread> clients;
     for (int i = 0; i < 60; ++i) {
@@ -508,6 +511,32 @@ TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
     sandbox::Sandbox third(options);
     EXPECT_FALSE(third.Start(error));
     EXPECT_NE(error.find("line 1"), std::string::npos) << error;
+}
+
+TEST(SandboxProgram, ServesUntilASignalAndRefusesWrongCommandLines) {
+    const TempFolder folder;
+    const std::string port_file = folder.Path() + "/port";
+    const std::string authority = folder.Path() + "/authority";
+    {
+        ChildProcess program(kProgram, {"--folder", authority, "--port-file", port_file});
+        const auto ready = program.ReadUntil("sandbox ready on 127.0.0.1:");
+        ASSERT_TRUE(ready.has_value());
+        const std::string port = *ReadFile(port_file);
+        EXPECT_EQ(*ready + "\n", "sandbox ready on 127.0.0.1:" + port.substr(0, port.size() - 1) +
+                                     ", authority " + authority + "/authority.pem\n");
+        program.Signal(SIGTERM);
+        EXPECT_EQ(program.Wait(), 0);
+    }
+    const std::vector<std::vector<std::string>> wrong = {{},
+                                                         {"--folder"},
+                                                         {"--folder", ""},
+                                                         {"--folder", authority, "--port", "70000"},
+                                                         {"--folder", authority, "--port", "1x"},
+                                                         {"--folder", authority, "--verbose"}};
+    for (const std::vector<std::string>& arguments : wrong) {
+        EXPECT_EQ(ChildProcess(kProgram, arguments).Wait(), 2);
+    }
+    EXPECT_EQ(ChildProcess(kProgram, {"--folder", port_file}).Wait(), 1) << "a file is no folder";
 }
 
 }  // namespace
