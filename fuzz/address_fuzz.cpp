@@ -1,19 +1,11 @@
 // A text that decodes is the one text of its hash, and a hash's text decodes to it.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 
+#include "fuzz/support.h"
 #include "wallet/encodings.h"
 
 using namespace brickfall;
-
-namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);

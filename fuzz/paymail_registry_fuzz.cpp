@@ -1,13 +1,12 @@
 // The same bytes as a paymail name and as the whole file of names that another program may have written.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <string_view>
 
 #include "base/files.h"
 #include "base/text.h"
+#include "fuzz/support.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/paymail_registry.h"
 
@@ -17,23 +16,6 @@ using namespace brickfall;
 
 constexpr char kKey[] = "02ad";
 constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
-
-struct PrivateFolder {
-    PrivateFolder() : path((std::filesystem::temp_directory_path() / "brickfall-fuzz-XXXXXX").string()) {
-        Require(::mkdtemp(path.data()) != nullptr);
-        ::setenv("LOCALAPPDATA", path.c_str(), 1);
-        Require(MakeFolders(path + "/Orvane"));
-    }
-    ~PrivateFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string path;
-};
 
 void CheckName(std::string_view text) {
     const std::string name = SanitizePaymailName(text);
@@ -46,8 +28,8 @@ void CheckName(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    static const PrivateFolder folder;
-    const std::string file = folder.path + "/Orvane/orvane_paymail.json";
+    static const FuzzStore store;
+    const std::string file = store.Path() + "/Orvane/orvane_paymail.json";
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     CheckName(bytes);
 

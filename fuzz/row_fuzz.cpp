@@ -1,20 +1,12 @@
 // Any bytes as a row: its canonical string depends on the JSON value alone, and nothing unsigned is accepted.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "deployment/sandbox_route.h"
+#include "fuzz/support.h"
 #include "messages/row.h"
 #include "messages/verification.h"
-
-namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;

@@ -1,20 +1,12 @@
 // Any text as a script: a payload is a part of the script, never empty and never beyond OP_PUSHDATA2.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
 #include "board/watch_reader.h"
+#include "fuzz/support.h"
 #include "wallet/encodings.h"
-
-namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;

@@ -1,13 +1,12 @@
 // The same bytes as each of the small files that another program may write into the shared store: the list of
 // wallets, a bind and a connect reply.
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
 #include "base/files.h"
+#include "fuzz/support.h"
 #include "wallet/app_binds.h"
 #include "wallet/connect_handshake.h"
 #include "wallet/shared_store.h"
@@ -15,23 +14,6 @@
 namespace {
 
 using namespace brickfall;
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
-
-struct PrivateFolder {
-    PrivateFolder() : path((std::filesystem::temp_directory_path() / "brickfall-fuzz-XXXXXX").string()) {
-        Require(::mkdtemp(path.data()) != nullptr);
-        ::setenv("LOCALAPPDATA", path.c_str(), 1);
-        Require(MakeFolders(path + "/Orvane/connect"));
-    }
-    ~PrivateFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string path;
-};
 
 void CheckRegistry() {
     const StoreLock lock;
@@ -48,8 +30,8 @@ void CheckRegistry() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    static const PrivateFolder folder;
-    const std::string root = folder.path + "/Orvane";
+    static const FuzzStore store("/connect");
+    const std::string root = store.Path() + "/Orvane";
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
 
     Require(WriteFile(root + "/wallets.json", bytes));

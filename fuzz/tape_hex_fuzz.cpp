@@ -2,20 +2,16 @@
 // nothing, and the seal depends on the decoded bytes alone.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "base/text.h"
+#include "fuzz/support.h"
 #include "game/input_tape.h"
 
 namespace {
 
 using namespace brickfall;
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 std::string Upper(std::string text) {
     for (char& c : text) {

@@ -1,22 +1,18 @@
 // Any bytes as the body of a listing: what is taken from it is an output, in the order of the document, and
 // what stood in the list before is untouched.
 #include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
 
 #include "base/text.h"
+#include "fuzz/support.h"
 #include "wallet/json_numbers.h"
 #include "wallet/utxo_discovery.h"
 
 namespace {
 
 using namespace brickfall;
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 void CheckOutput(const Utxo& utxo) {
     Require(IsTxidText(utxo.txid));

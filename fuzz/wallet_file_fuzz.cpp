@@ -1,9 +1,9 @@
 // The reading that blanks the secrets of a wallet file agrees with the plain one: on what is JSON, on the
 // secrets, and on everything that is none.
 #include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "fuzz/support.h"
 #include "wallet/json_numbers.h"
 #include "wallet/secret_json.h"
 
@@ -13,10 +13,6 @@ using nlohmann::json;
 namespace {
 
 constexpr size_t kMaxBytes = 4096;  // bounds the depth of the comparison
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 bool IsSecretKey(const std::string& key) { return key == "mnemonic" || key == "priv"; }
 
