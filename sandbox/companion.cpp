@@ -5,14 +5,18 @@
 #include <array>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/files.h"
 #include "wallet/app_binds.h"
 #include "wallet/bip39_words.h"
+#include "wallet/connect_handshake.h"
 #include "wallet/encodings.h"
+#include "wallet/json_numbers.h"
 #include "wallet/key_derivation.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/shared_store.h"
@@ -143,6 +147,19 @@ std::set<std::string> OpenRequestIds() {
         name.resize(name.size() - kRequestEnd.size());
         if (!FileExists(folder + "/" + name + std::string(kReplyEnd))) ids.insert(std::move(name));
     }
+    return ids;
+}
+
+std::set<std::string> AbandonedRequestIds() {
+    constexpr int64_t kWaitSeconds = kConnectPollMs * kConnectPollCount / 1000;
+    std::set<std::string> ids = OpenRequestIds();
+    const int64_t now = UnixSeconds();
+    std::erase_if(ids, [now](const std::string& id) {
+        const json document = ReadStoreJson(ConnectFolder() + "/" + id + std::string(kRequestEnd));
+        const json* made = FindJsonKey(document, "ts");
+        const std::optional<int64_t> made_at = made != nullptr ? JsonExactInt64(*made) : std::nullopt;
+        return made_at && *made_at >= now - kWaitSeconds;
+    });
     return ids;
 }
 

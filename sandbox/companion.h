@@ -32,6 +32,9 @@ std::string CompanionAddress(std::string_view wallet_id);
 // The ids of the requests in the store that have no reply yet, in byte order.
 std::set<std::string> OpenRequestIds();
 
+// Those of them whose cabinet no longer waits, since their minute is over.
+std::set<std::string> AbandonedRequestIds();
+
 // nothing: no answer for now, the request comes again at the next look.
 using RequestDecision = std::function<std::optional<bool>(const ConnectRequest&)>;
 // The wallet to name in an approval, empty text to name none; nothing turns the approval into a refusal.

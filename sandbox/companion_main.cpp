@@ -10,10 +10,10 @@
 //   --no-wallet          create no wallet; an approval then names none unless the store has one
 //   --name NAME          the paymail name of a wallet that is created here
 //
-// A wallet that the store has already is used as it is. Requests from before the start are left alone. The
-// line "companion ready: ADDRESS" ("-" without a wallet) says that requests are watched; each request and,
-// once its reply is in place, each answer has a line of its own. It ends on SIGTERM and SIGINT with exit code
-// 0; a wrong command line gives 2, a store that cannot be written 1.
+// A wallet that the store has already is used as it is. Requests whose minute is over at the start are left
+// alone. The line "companion ready: ADDRESS" ("-" without a wallet) says that requests are watched; each
+// request and, once its reply is in place, each answer has a line of its own. It ends on SIGTERM and SIGINT
+// with exit code 0; a wrong command line gives 2, a store that cannot be written 1.
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -149,7 +149,7 @@ std::optional<std::string> ChooseWallet(const CompanionOptions& options) {
 int RunCompanion(const CompanionOptions& options) {
     const sigset_t signals = StopSignals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    std::set<std::string> ignored = OpenRequestIds();
+    std::set<std::string> ignored = AbandonedRequestIds();
     std::string wallet_id = OfferedWallet();
     if (wallet_id.empty() && options.creation == Creation::kAtStart) {
         wallet_id = CreateWallet(options);

@@ -320,8 +320,16 @@ TEST_F(HandshakeStory, EventsLeaveTrailingEmptyFieldsOut) {
                                    "[OV-POUCH]\x1fstatus\x1f\x1f\x1fhd"}));
 }
 
+TEST_F(HandshakeStory, ACompanionStartedAfterTheRequestAnswersIt) {
+    InstallClock(nullptr);  // the companion reads the real time, which the request has to tell
+    const std::string request = WriteConnectRequest();
+    ChildProcess companion(kCompanion, {"--no-wallet", "--auto-deny"});
+    EXPECT_EQ(companion.ReadUntil("denied"), "denied " + request);
+    EXPECT_EQ(ReadConnectReply(request), "denied");
+}
+
 TEST_F(HandshakeStory, TheCompanionLeavesOldRequestsAloneAndRefusesWrongCommandLines) {
-    const std::string old_request = WriteConnectRequest();
+    const std::string old_request = WriteConnectRequest();  // by the manual clock: long ago for the companion
     clock_.AdvanceMs(1);
     ChildProcess companion(kCompanion, {"--no-wallet", "--auto-approve"});
     ASSERT_EQ(companion.ReadLine(), "companion ready: -");
