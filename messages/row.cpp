@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "wallet/encodings.h"
+#include "wallet/json_numbers.h"
 
 namespace brickfall {
 namespace {
@@ -87,13 +88,8 @@ constexpr BodyRule kBodyRules[] = {
 
 constexpr BodyRule kOtherTypes = {"", {{"enc_pub", kLower}}};
 
-const json* FindValue(const json& row, std::string_view key) {
-    const auto found = row.find(key);  // the end for a row that is no object
-    return found == row.end() ? nullptr : &*found;
-}
-
 const std::string* FindText(const json& row, std::string_view key) {
-    const json* const value = FindValue(row, key);
+    const json* const value = FindJsonKey(row, key);
     return value == nullptr ? nullptr : value->get_ptr<const std::string*>();
 }
 
@@ -134,7 +130,7 @@ std::optional<double> LeadingDouble(std::string_view text) {
 }
 
 std::string JoinFeeText(const json& row) {
-    const json* const value = FindValue(row, "join_fee");
+    const json* const value = FindJsonKey(row, "join_fee");
     if (value == nullptr) return {};
     std::optional<double> fee;
     if (value->is_number()) {
@@ -213,7 +209,7 @@ std::string JsonString(const json& row, std::string_view key, std::string_view a
 }
 
 int64_t JsonInt(const json& row, std::string_view key) {
-    const json* const value = FindValue(row, key);
+    const json* const value = FindJsonKey(row, key);
     if (value == nullptr) return 0;
     if (const auto* const number = value->get_ptr<const json::number_unsigned_t*>()) {
         return *number <= uint64_t{INT64_MAX} ? static_cast<int64_t>(*number) : 0;

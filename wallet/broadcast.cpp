@@ -74,16 +74,6 @@ std::string AnsweredId(const std::string& response) {
     return id.is_string() ? id.get<std::string>() : std::string();
 }
 
-// True with the text under `key`, empty when the key is missing; false when it is no text.
-bool ReadText(const json& object, const char* key, std::string& text) {
-    text.clear();
-    const json* found = FindJsonKey(object, key);
-    if (found == nullptr) return true;
-    if (!found->is_string()) return false;
-    text = found->get<std::string>();
-    return true;
-}
-
 // True with the hash that a payment script pays; false for every other form of script.
 bool PaidHash(const ByteBuffer& script, Hash160& hash) {
     if (script.size() != 25) return false;
@@ -174,8 +164,8 @@ bool ArcSubmit(const std::string& hex, const std::string& own_id, std::string& e
     std::string status;
     std::string extra_info;
     std::string txid;
-    if (!answer.is_object() || !ReadText(answer, "txStatus", status) ||
-        !ReadText(answer, "extraInfo", extra_info) || !ReadText(answer, "txid", txid)) {
+    if (!answer.is_object() || !ReadJsonText(answer, "txStatus", status) ||
+        !ReadJsonText(answer, "extraInfo", extra_info) || !ReadJsonText(answer, "txid", txid)) {
         error = response.empty() ? "bad arc response" : response;
         return false;
     }

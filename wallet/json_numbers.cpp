@@ -64,7 +64,7 @@ std::optional<int64_t> JsonExactInt64(const json& value) {
     return value.get<int64_t>();
 }
 
-const json* FindJsonKey(const json& object, const char* key) {
+const json* FindJsonKey(const json& object, std::string_view key) {
     if (!object.is_object()) return nullptr;
     const auto entry = object.find(key);
     return entry == object.end() ? nullptr : &*entry;
@@ -73,6 +73,14 @@ const json* FindJsonKey(const json& object, const char* key) {
 const json* FindJsonNumber(const json& object, const char* key) {
     const json* value = FindJsonKey(object, key);
     return value != nullptr && value->is_number() ? value : nullptr;
+}
+
+bool ReadJsonText(const json& object, std::string_view key, std::string& text) {
+    const json* found = FindJsonKey(object, key);
+    if (found == nullptr) return true;
+    if (!found->is_string()) return false;
+    text = found->get<std::string>();
+    return true;
 }
 
 }  // namespace brickfall

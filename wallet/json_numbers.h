@@ -1,10 +1,11 @@
-// json_numbers.h - numbers of foreign JSON, brought into the program's integers with a defined outcome for
-// every value that the text form can hold. Pure functions; any thread.
+// json_numbers.h - values of foreign JSON, the numbers brought into the program's integers with a defined
+// outcome for every value that the text form can hold. Pure functions; any thread.
 #pragma once
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace brickfall {
@@ -33,10 +34,13 @@ int64_t JsonClampedInt64(const nlohmann::json& number);
 std::optional<int64_t> JsonExactInt64(const nlohmann::json& value);
 
 // The value under a key, or nullptr when `object` is none or lacks the key.
-const nlohmann::json* FindJsonKey(const nlohmann::json& object, const char* key);
+const nlohmann::json* FindJsonKey(const nlohmann::json& object, std::string_view key);
 
 // The value under a key when it is a number, else nullptr.
 const nlohmann::json* FindJsonNumber(const nlohmann::json& object, const char* key);
+
+// Leaves `text` alone when the key is missing. False when the key holds no string.
+bool ReadJsonText(const nlohmann::json& object, std::string_view key, std::string& text);
 
 // The sum of two amounts that are not negative, at most the largest integer.
 constexpr int64_t AddSatoshis(int64_t a, int64_t b) { return a > INT64_MAX - b ? INT64_MAX : a + b; }

@@ -56,15 +56,7 @@ std::optional<WalletFile> ReadWalletFile() {
     return file;
 }
 
-// The four below leave `value` alone when the key is missing, and are false when it holds another type.
-bool ReadText(const json& object, const char* key, std::string& value) {
-    const json* found = FindJsonKey(object, key);
-    if (found == nullptr) return true;
-    if (!found->is_string()) return false;
-    value = found->get<std::string>();
-    return true;
-}
-
+// The two below leave `value` alone when the key is missing, and are false when it holds another type.
 bool ReadBool(const json& object, const char* key, bool& value) {
     const json* found = FindJsonKey(object, key);
     if (found == nullptr) return true;
@@ -83,10 +75,10 @@ bool ReadInt32(const json& object, const char* key, int32_t& value) {
 }
 
 bool ReadOrdOwned(const json& element, OrdOwnedEntry& entry) {
-    return ReadText(element, "origin", entry.origin) && ReadText(element, "txid", entry.txid) &&
-           ReadInt32(element, "vout", entry.vout) && ReadText(element, "type", entry.type) &&
-           ReadText(element, "address", entry.address) && ReadText(element, "name", entry.name) &&
-           ReadText(element, "icon", entry.icon) && ReadBool(element, "hidden", entry.hidden) &&
+    return ReadJsonText(element, "origin", entry.origin) && ReadJsonText(element, "txid", entry.txid) &&
+           ReadInt32(element, "vout", entry.vout) && ReadJsonText(element, "type", entry.type) &&
+           ReadJsonText(element, "address", entry.address) && ReadJsonText(element, "name", entry.name) &&
+           ReadJsonText(element, "icon", entry.icon) && ReadBool(element, "hidden", entry.hidden) &&
            ReadBool(element, "created", entry.created);
 }
 
@@ -97,7 +89,7 @@ std::string_view CutEnds(std::string_view text) {
 bool ReadContact(const json& element, ContactEntry& entry) {
     std::string dest;
     std::string note;
-    if (!ReadText(element, "dest", dest) || !ReadText(element, "note", note)) return false;
+    if (!ReadJsonText(element, "dest", dest) || !ReadJsonText(element, "note", note)) return false;
     entry.dest = NormalizeContactDest(dest);
     entry.note = CutEnds(note).substr(0, kMaxNoteBytes);
     return true;
@@ -125,8 +117,8 @@ bool ReadLists(const json& document) {
 }
 
 void ReadNames(const json& document) {
-    ReadText(document, "paymail", wallet_keys.paymail);
-    ReadText(document, "ord_avatar", wallet_keys.ord_avatar);
+    ReadJsonText(document, "paymail", wallet_keys.paymail);
+    ReadJsonText(document, "ord_avatar", wallet_keys.ord_avatar);
 }
 
 // An index of an address; nothing for what no address can have.
@@ -174,8 +166,8 @@ bool LoadHd(WalletFile& file) {
 }
 
 bool LoadLegacy(WalletFile& file) {
-    const bool read = ReadText(file.document, "pub", wallet_keys.pub) &&
-                      ReadText(file.document, "address", wallet_keys.address);
+    const bool read = ReadJsonText(file.document, "pub", wallet_keys.pub) &&
+                      ReadJsonText(file.document, "address", wallet_keys.address);
     if (!read || file.priv.size() != kPrivateHexLength) return false;
     wallet_keys.priv = std::move(file.priv);
     ReadNames(file.document);
@@ -297,8 +289,8 @@ bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd) {
     const std::optional<WalletFile> file = ReadWalletFile();
     if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;
     std::string name;
-    if (!ReadText(file->document, "address", address)) return false;
-    ReadText(file->document, "paymail", name);
+    if (!ReadJsonText(file->document, "address", address)) return false;
+    ReadJsonText(file->document, "paymail", name);
     paymail = DisplayPaymail(name);
     is_hd = file->IsHd();
     return true;
