@@ -1,11 +1,43 @@
-// watch_reader.h - finds the recorded row inside a transaction. Pure functions; any thread.
+// watch_reader.h - the recorded scores as the chain holds them: finds the transactions, takes the row out of
+// each, keeps the rows whose signature and identity hold, and ranks them. No state; any thread.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brickfall {
+
+inline constexpr char kBoardGameId[] = "brickfall";
+inline constexpr std::size_t kBoardTxidCap = 250;  // distinct transaction ids looked at, at most
+inline constexpr std::size_t kBoardRowCap = 20;    // rows of the weekly list, at most
+
+// One line of the board.
+struct ScoreRow {
+    std::string pubkey;  // signer's key; empty for a local row
+    std::string handle;
+    std::string paymail;
+    std::string pay_addr;
+    std::string game;
+    std::string entry;  // enter transaction; empty for a local row
+    std::string txid;   // transaction of the record; empty for a score not yet recorded
+    int64_t score = 0;
+    int64_t ts = 0;         // Unix seconds; 0 when not known
+    bool verified = false;  // read from the chain
+};
+
+// Blocks for up to 500 requests, one at a time. A service that is down means fewer rows; nothing else fails.
+void ReadChainBoard(std::vector<ScoreRow>& week_rows, ScoreRow& best, bool& has_best, std::string& week_label,
+                    std::string& message);
+
+// The ISO 8601 year and week of an instant, such as "2026-W39"; of the present week for an instant below 1.
+std::string WeekLabel(int64_t week_start);
+
+// Adds the transaction ids of an answer in any of the services' shapes. Only their length is tested.
+void CollectTxids(const nlohmann::json& answer, std::vector<std::string>& list);
 
 // The payload of the first push behind OP_RETURN of a data carrier script. False when the script is none, or
 // the push is empty, is cut short, or is an OP_PUSHDATA4.

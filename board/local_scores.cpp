@@ -1,0 +1,1 @@
+#include "board/local_scores.h"

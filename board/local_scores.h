@@ -1,0 +1,42 @@
+// local_scores.h - the scores that this cabinet knows of by itself: a list of this week's and the best ever,
+// two keys of the settings document, and their merging over what the chain holds.
+// The document is the main thread's; a worker works on a snapshot of it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "board/watch_reader.h"
+#include "game/run_control.h"
+
+namespace brickfall {
+
+// What a board load needs of the main thread, copied before its worker starts.
+struct BoardSnapshot {
+    nlohmann::json week_scores;  // array, or null
+    nlohmann::json best_ever;    // object, or null
+    int64_t final_score = 0;
+    std::string record_txid;
+};
+
+BoardSnapshot TakeBoardSnapshot(const nlohmann::json& ui_doc, const RunControl& run);
+
+// Lists a score in the document: at the end of a run with an empty `txid`, and after its record with the
+// transaction's id, which completes the same entry. `save` runs when something was stored. Takes
+// wallet_mutex.
+void RecordLocalScore(nlohmann::json& ui_doc, int64_t final_score, std::string_view txid,
+                      const std::function<void()>& save);
+
+// Both take wallet_mutex for the wallet's names.
+void MergeWeek(const BoardSnapshot& snapshot, std::vector<ScoreRow>& rows);
+void MergeBest(const BoardSnapshot& snapshot, ScoreRow& best, bool& has_best);
+
+void AddLocalRow(std::vector<ScoreRow>& rows, const std::string& paymail, const std::string& pay_addr,
+                 int64_t score, const std::string& txid);
+void ConsiderBest(ScoreRow& best, bool& has_best, const ScoreRow& candidate);
+
+}  // namespace brickfall

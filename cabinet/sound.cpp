@@ -1,0 +1,1 @@
+#include "cabinet/sound.h"

@@ -1,0 +1,1 @@
+#include "cabinet/ui_settings.h"

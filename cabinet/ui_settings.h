@@ -1,0 +1,14 @@
+// ui_settings.h - the cabinet's own small file: sound switches, volumes, window placement, and the local
+// score list. Main thread only; other threads get copies.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+namespace brickfall {
+
+extern nlohmann::json& ui_doc;  // always an object
+
+void LoadUiSettings();  // at start-up; anything wrong with the file leaves the defaults
+void SaveUiSettings();  // with the present sound values; a failure is silent
+
+}  // namespace brickfall

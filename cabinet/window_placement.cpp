@@ -1,0 +1,1 @@
+#include "cabinet/window_placement.h"

@@ -1,0 +1,27 @@
+// desktop.h - the machine's desktop around the program: other programs' windows, programs, web addresses.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace brickfall {
+
+// Makes this process the one that the other functions find under a window class name, until its end. False
+// when another process of this user has that name. `raise` runs on the main thread each time that somebody
+// asks for the window to be raised; it needs the message loop.
+bool ClaimWindowClass(std::string_view window_class, std::function<void()> raise);
+
+// Asks the process that has claimed the class to bring its window to the front. True when there is one.
+// Blocks for at most a second; any thread.
+bool RaiseWindowOfClass(std::string_view window_class);
+
+std::string ExecutableFolder();  // absolute, UTF-8, no slash at the end
+
+// Starts a program, detached, in a folder. False when it cannot be started. Any thread.
+bool StartProgram(const std::string& path, const std::string& folder);
+
+// Opens a web address in the user's browser.
+void OpenAddress(const std::string& url);
+
+}  // namespace brickfall
