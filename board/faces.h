@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,7 +25,11 @@ std::string FaceKey(const ScoreRow& row);
 // Where the player's picture is; empty when there is none. Blocks for one request of up to 14 s.
 std::string ResolveAvatarUrl(std::string_view key);
 
-// Downloads the picture of each row that has one, each key once. One request at a time.
+// The same of a profile in hand: a web address, or that of an inscription.
+std::string AvatarOfProfile(const nlohmann::json& profile);
+
+// Downloads the picture of each row that has one, each picture once, one request at a time. A key that failed
+// is tried again for its next row.
 void LoadFaces(const std::vector<ScoreRow>& rows, FaceBytes& face_bytes);
 
 }  // namespace brickfall

@@ -29,9 +29,24 @@ struct ScoreRow {
     bool verified = false;  // read from the chain
 };
 
-// Blocks for up to 500 requests, one at a time. A service that is down means fewer rows; nothing else fails.
+// A row as found.
+struct ChainRow : ScoreRow {
+    int64_t week = 0;  // the start of the week that it was signed for
+};
+
+// Blocks for one request after the other, some 500 and one for each signer at the most. A service that is
+// down means fewer rows; nothing else fails.
 void ReadChainBoard(std::vector<ScoreRow>& week_rows, ScoreRow& best, bool& has_best, std::string& week_label,
                     std::string& message);
+
+// The row of a decoded transaction, when there is one whose signature and identity hold and which is no other
+// game's. May block for a key look-up of up to 15 s.
+bool ReadChainRow(const nlohmann::json& transaction, const std::string& txid, ChainRow& row);
+
+// This week's list of the rows in hand, and the best over all weeks. Among equal scores the latest stands
+// first.
+void RankRows(const std::vector<ChainRow>& found, int64_t week_start, std::vector<ScoreRow>& week_rows,
+              ScoreRow& best, bool& has_best);
 
 // The ISO 8601 year and week of an instant, such as "2026-W39"; of the present week for an instant below 1.
 std::string WeekLabel(int64_t week_start);
