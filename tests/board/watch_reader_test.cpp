@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "tests/support/manual_clock.h"
 #include "wallet/encodings.h"
 #include "wallet/transaction.h"
 
@@ -108,6 +112,110 @@ TEST(WatchReader, FindsTheFirstRowInEitherServicesForm) {
         json row = "former";
         EXPECT_FALSE(FindScorePayload(transaction, row)) << transaction;
         EXPECT_EQ(row, "former");
+    }
+}
+
+TEST(WatchReader, CollectsIdsFromEveryShape) {
+    const std::string a(64, 'a'), b(64, 'B'), c(64, ' ');  // only the length is tested
+    const std::pair<json, std::vector<std::string>> rows[] = {
+        {json::array({a, b, a, c}), {a, b, a, c}},
+        {json::array({{{"tx_hash", a}}, {{"txid", b}}}), {a, b}},
+        {json::array({{{"tx_hash", a}, {"txid", b}}}), {a}},
+        {json::array({{{"tx_hash", "short"}, {"txid", b}}}), {}},  // a text decides, whatever it is
+        {json::array({{{"tx_hash", 7}, {"txid", b}}, {{"tx_hash", nullptr}, {"txid", a}}}), {b, a}},
+        {json::array({a.substr(1), a + "a", 7, nullptr, 1.5, json::array({a}), {{"id", a}}}), {}},
+        {{{"txids", {a}}, {"result", {{{"tx_hash", b}}}}, {"error", ""}}, {a, b}},
+        {{{"result", {a}}}, {a}},
+        {{{"txids", {{"x", a}}}, {"result", a}}, {}},
+        {{{"transactions", {a}}}, {}},
+        {a, {}},
+        {nullptr, {}},
+    };
+    for (const auto& [answer, expected] : rows) {
+        std::vector<std::string> list = {"former"};
+        CollectTxids(answer, list);
+        list.erase(list.begin());
+        EXPECT_EQ(list, expected) << answer;
+    }
+}
+
+TEST(WatchReader, LabelsTheIsoWeek) {
+    const ManualClock clock(1'790'000'000);
+    const std::pair<int64_t, std::string> rows[] = {
+        {1'789'948'800, "2026-W39"},
+        {1'735'516'800, "2025-W01"},  // Monday 2024-12-30: the year is the Thursday's
+        {1'609'113'600, "2020-W53"},  // Monday 2020-12-28
+        {1'609'632'000, "2020-W53"},  // Sunday 2021-01-03
+        {1'609'718'400, "2021-W01"},
+        {946'684'800, "1999-W52"},  // Saturday 2000-01-01
+        {1, "1970-W01"},
+        {0, "2026-W39"},  // the present week
+        {-1'789'948'800, "2026-W39"},
+        {13'569'465'600, "2399-W52"},    // 2400-01-01: the calendar repeats after 400 years
+        {316'516'204'800, "11999-W52"},  // 12000-01-01
+    };
+    for (const auto& [instant, label] : rows) EXPECT_EQ(WeekLabel(instant), label) << instant;
+    EXPECT_FALSE(WeekLabel(INT64_MAX).empty());
+}
+
+ChainRow Found(std::string txid, int64_t score, int64_t ts, int64_t week = 700) {
+    ChainRow row;
+    row.txid = std::move(txid);
+    row.score = score;
+    row.ts = ts;
+    row.week = week;
+    return row;
+}
+
+std::vector<std::string> Ids(const std::vector<ScoreRow>& rows) {
+    std::vector<std::string> ids;
+    for (const ScoreRow& row : rows) ids.push_back(row.txid);
+    return ids;
+}
+
+TEST(WatchReader, RanksTheSameWhateverOrderTheRowsCameIn) {
+    const std::array found = {
+        Found("a", 300, 1), Found("b", 200, 9),     Found("c", 200, 5),          Found("d", 200, -5),
+        Found("e", 1, 20),  Found("nothing", 0, 9), Found("less", INT64_MIN, 9),
+    };
+    std::array<std::size_t, found.size()> order = {0, 1, 2, 3, 4, 5, 6};
+    do {
+        std::vector<ChainRow> rows;
+        for (const std::size_t i : order) rows.push_back(found[i]);
+        std::vector<ScoreRow> week = {ScoreRow()};
+        ScoreRow best;
+        bool has_best = false;
+        RankRows(rows, 700, week, best, has_best);
+        ASSERT_EQ(Ids(week), (std::vector<std::string>{"a", "b", "c", "d", "e"}));
+        ASSERT_TRUE(has_best);
+        ASSERT_EQ(best.txid, "a");
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST(WatchReader, TheListIsOfOneWeekAndTheBestOfAll) {
+    struct Row {
+        const char* why;
+        std::vector<ChainRow> found;
+        std::vector<std::string> week;
+        std::string best;  // empty: there is none
+    };
+    const Row rows[] = {
+        {"nothing", {}, {}, ""},
+        {"no points", {Found("a", 0, 5), Found("b", -1, 5)}, {}, ""},
+        {"another week", {Found("a", 9, 5, 0), Found("b", 8, 5, 1'400)}, {}, "a"},
+        {"a former best", {Found("a", 9, 5, 0), Found("b", 8, 5)}, {"b"}, "a"},
+        {"the later of equals", {Found("a", 9, 5), Found("b", 9, 6, 0)}, {"a"}, "b"},
+        {"the first of twins", {Found("a", 9, 5, 0), Found("b", 9, 5)}, {"b"}, "a"},
+        {"limits", {Found("a", INT64_MAX - 1, 5), Found("b", INT64_MAX, INT64_MIN)}, {"b", "a"}, "b"},
+    };
+    for (const Row& row : rows) {
+        std::vector<ScoreRow> week = {ScoreRow()};
+        ScoreRow best = Found("former", 99, 99);
+        bool has_best = true;
+        RankRows(row.found, 700, week, best, has_best);
+        EXPECT_EQ(Ids(week), row.week) << row.why;
+        EXPECT_EQ(has_best, !row.best.empty()) << row.why;
+        EXPECT_EQ(best.txid, row.best) << row.why;
     }
 }
 

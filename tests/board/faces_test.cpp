@@ -1,0 +1,95 @@
+#include "board/faces.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "deployment/deployment.h"
+#include "tests/support/signed_rows.h"
+#include "tests/support/wallet_fixture.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Service;
+
+ScoreRow Named(std::string handle, std::string paymail = "", std::string pay_addr = "") {
+    ScoreRow row;
+    row.handle = std::move(handle);
+    row.paymail = std::move(paymail);
+    row.pay_addr = std::move(pay_addr);
+    return row;
+}
+
+TEST(Faces, TheKeyIsTheNameWithoutItsDomain) {
+    const std::pair<ScoreRow, std::string> rows[] = {
+        {Named("ada", "bob@orvane.test", "1x"), "ada"},
+        {Named("ada@orvane.test@y"), "ada"},
+        {Named("", "bob@orvane.test", "1x"), "bob"},
+        {Named("@ada", "bob@orvane.test", "1x"),
+         "1x"},  // nothing before the "@", and the paymail is not asked
+        {Named("", "", "1x"), "1x"},
+        {Named("", "@", ""), ""},
+    };
+    for (const auto& [row, key] : rows) EXPECT_EQ(FaceKey(row), key) << row.handle << " " << row.paymail;
+}
+
+TEST(Faces, AProfileNamesAWebAddressOrAnInscription) {
+    const std::string content = std::string(kOrdinalsContentBaseUrl) + "/content/";
+    const std::pair<json, std::string> rows[] = {
+        {{{"avatar", "https://a"}, {"ord", "b_0"}}, "https://a"},
+        {{{"avatar", "http://a"}, {"ord", "b_0"}, {"origin", "c_0"}}, content + "b_0"},
+        {{{"avatar", ""}, {"ord", ""}, {"origin", "c_0"}}, content + "c_0"},
+        {{{"ord", "https://b"}}, "https://b"},
+        {{{"ord", "http://b"}}, content + "http://b"},
+        {{{"avatar", 7}, {"ord", json::array()}, {"origin", "https://c"}}, "https://c"},
+        {{{"avatar", "http://a"}}, ""},
+        {{{"avatar", "file:///etc/passwd"}, {"name", "ada"}}, ""},
+        {json::array({"https://a"}), ""},
+    };
+    for (const auto& [profile, url] : rows) EXPECT_EQ(AvatarOfProfile(profile), url) << profile;
+}
+
+TEST(Faces, EachPictureIsDownloadedOnce) {
+    const SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    const std::string picture = "https://ordinals.gorillapool.test/content/";
+    const auto publish = [&](const char* alias, std::string_view avatar) {
+        box.Publish(IdentityOf(MakePlayer(alias), avatar));
+    };
+    publish("ada", picture + "whole");
+    publish("bob", picture + "short");
+    publish("cyd", picture + "missing");
+    publish("dan", "");
+    publish("eve", picture + "least");
+    publish("fay", "the-origin_0");
+    box.AddFault(Service::kContent, ReplyTo("whole", std::string(5'000, '\0')));
+    box.AddFault(Service::kContent, ReplyTo("short", std::string(32, 'x')));
+    box.AddFault(Service::kContent, ReplyTo("least", std::string(33, 'x')));
+    box.AddFault(Service::kContent, ReplyTo("/content/content/the-origin_0", std::string(40, 'o')));
+    box.AddFault(Service::kPaymail, ReplyTo("/gus@", "]moo["));
+
+    std::vector<ScoreRow> rows = {Named("", "", "1BoatSLRHtKNngkdXEeobR76b53LETtpyT"), Named("")};
+    for (const char* handle : {"ada", "bob", "ada@orvane.test", "cyd", "dan", "ada", "eve", "fay", "gus",
+                               "hal", "i j", "k\r\nHost: l", "ada"}) {
+        rows.push_back(Named(handle));
+    }
+    FaceBytes faces = {{"former", std::string(99, 'f')}};
+    LoadFaces(rows, faces);
+    EXPECT_EQ(faces, (FaceBytes{{"ada", std::string(5'000, '\0')},
+                                {"eve", std::string(33, 'x')},
+                                {"fay", std::string(40, 'o')}}));
+    const auto profile = [](const std::string& alias) {
+        return "GET /api/bsvalias/public-profile/" + alias + "@orvane.test";
+    };
+    EXPECT_EQ(box.Requests(Service::kPaymail),
+              (std::vector<std::string>{profile("ada"), profile("bob"), profile("cyd"), profile("dan"),
+                                        profile("eve"), profile("fay"), profile("gus"), profile("hal")}));
+    EXPECT_EQ(box.Requests(Service::kContent).size(), 5u);
+}
+
+}  // namespace
+}  // namespace brickfall

@@ -1,0 +1,322 @@
+#include "board/local_scores.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "tests/support/manual_clock.h"
+#include "tests/support/signed_rows.h"
+#include "tests/support/wallet_fixture.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
+constexpr char kAda[] = "ada@orvane.test";
+
+ScoreRow Row(std::string paymail, std::string pay_addr, int64_t score, std::string txid) {
+    ScoreRow row;
+    row.handle = paymail;
+    row.paymail = std::move(paymail);
+    row.pay_addr = std::move(pay_addr);
+    row.score = score;
+    row.txid = std::move(txid);
+    row.game = kBoardGameId;
+    return row;
+}
+
+using Shown = std::tuple<std::string, std::string, int64_t, std::string>;
+
+std::vector<Shown> Show(const std::vector<ScoreRow>& rows) {
+    std::vector<Shown> shown;
+    for (const ScoreRow& row : rows) shown.emplace_back(row.paymail, row.pay_addr, row.score, row.txid);
+    return shown;
+}
+
+TEST(LocalScores, ALocalRowIsAddedUnlessOneStandsForIt) {
+    struct Case {
+        const char* why;
+        ScoreRow present;
+        ScoreRow local;
+        bool added;
+    };
+    const Case cases[] = {
+        {"another record", Row("ada", "1a", 500, "t"), Row("ada", "1a", 500, "u"), true},
+        {"the same record", Row("ada", "1a", 500, "t"), Row("bob", "1b", 7, "t"), false},
+        {"no record, same name", Row("ada", "1a", 500, ""), Row("ada", "1b", 500, ""), false},
+        {"no record, same address", Row("ada", "1a", 500, ""), Row("bob", "1a", 500, ""), false},
+        {"no record, and one that has it", Row("ada", "1a", 500, "t"), Row("ada", "", 500, ""), false},
+        {"recorded, and one without", Row("ada", "1a", 500, ""), Row("ada", "1a", 500, "t"), true},
+        {"another score", Row("ada", "1a", 500, ""), Row("ada", "1a", 501, ""), true},
+        {"another player", Row("ada", "1a", 500, ""), Row("bob", "1b", 500, ""), true},
+        {"empty names are nobody's", Row("", "", 500, ""), Row("", "", 500, ""), true},
+        {"name and address are two things", Row("x", "y", 500, ""), Row("y", "x", 500, ""), true},
+        {"no points", Row("ada", "1a", 500, ""), Row("bob", "1b", 0, "u"), false},
+        {"fewer", Row("ada", "1a", 500, ""), Row("bob", "1b", INT64_MIN, "u"), false},
+    };
+    for (const Case& c : cases) {
+        std::vector<ScoreRow> rows = {c.present};
+        AddLocalRow(rows, c.local.paymail, c.local.pay_addr, c.local.score, c.local.txid);
+        std::vector<ScoreRow> expected = {c.present};
+        if (c.added) expected.push_back(c.local);
+        EXPECT_EQ(Show(rows), Show(expected)) << c.why;
+    }
+    std::vector<ScoreRow> rows;
+    AddLocalRow(rows, kAda, "1a", INT64_MAX, "t");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].handle, kAda);
+    EXPECT_EQ(rows[0].game, "brickfall");
+    EXPECT_EQ(std::make_tuple(rows[0].ts, rows[0].verified, rows[0].pubkey, rows[0].entry),
+              std::make_tuple(int64_t{0}, false, std::string(), std::string()));
+}
+
+TEST(LocalScores, WhoIsTheBest) {
+    struct Case {
+        const char* why;
+        int64_t score, ts;  // of the best so far, 0: there is none
+        const char* txid;
+        int64_t candidate_score, candidate_ts;
+        bool taken;
+    };
+    const Case cases[] = {
+        {"the first", 0, 0, "", 1, 0, true},
+        {"no points", 0, 0, "", 0, 9, false},
+        {"higher", 900, 100, "t", 901, 1, true},
+        {"lower", 900, 100, "", 899, 200, false},
+        {"equal and later", 900, 100, "t", 900, 101, true},
+        {"equal at the same time", 900, 100, "t", 900, 100, false},
+        {"equal and earlier", 900, 100, "t", 900, 50, false},
+        {"equal to one without a record", 900, 100, "", 900, 50, true},
+        {"limits", INT64_MAX, INT64_MAX, "t", INT64_MAX, INT64_MAX, false},
+    };
+    for (const Case& c : cases) {
+        ScoreRow best = Row("best", "", c.score, c.txid);
+        best.ts = c.ts;
+        bool has_best = c.score > 0;
+        ScoreRow candidate = Row("candidate", "", c.candidate_score, "");
+        candidate.ts = c.candidate_ts;
+        ConsiderBest(best, has_best, candidate);
+        EXPECT_EQ(best.paymail, c.taken ? "candidate" : "best") << c.why;
+        EXPECT_EQ(has_best, c.score > 0 || c.taken) << c.why;
+    }
+}
+
+// The rule of a local row, by going through all rows.
+void AddBySearch(std::vector<ScoreRow>& rows, const LocalScore& local) {
+    if (local.score < 1) return;
+    for (const ScoreRow& row : rows) {
+        const bool same_player = (!local.paymail.empty() && row.paymail == local.paymail) ||
+                                 (!local.pay_addr.empty() && row.pay_addr == local.pay_addr);
+        if (local.txid.empty() ? row.score == local.score && same_player : row.txid == local.txid) return;
+    }
+    rows.push_back(Row(local.paymail, local.pay_addr, local.score, local.txid));
+}
+
+TEST(LocalScores, TheMergedWeekIsThatOfASearchAndAStableSort) {
+    const ManualClock clock(kNow);
+    const auto local_scores = [] {
+        const auto few = [](const char* a, const char* b) {
+            return rc::gen::element(std::string(), std::string(a), std::string(b));
+        };
+        return rc::gen::container<std::vector<LocalScore>>(rc::gen::construct<LocalScore>(
+            rc::gen::element(kTestWeek, kTestWeek, kTestWeek - 604'800), rc::gen::inRange<int64_t>(-1, 5),
+            few("ada", "bob"), few("1a", "1b"), few("t", "u"), rc::gen::just<int64_t>(0)));
+    };
+    EXPECT_TRUE(rc::check([&] {
+        BoardSnapshot snapshot;
+        snapshot.week_scores = *local_scores();
+        std::vector<ScoreRow> rows;
+        for (const LocalScore& chain : *local_scores()) {
+            rows.push_back(Row(chain.paymail, chain.pay_addr, chain.score, chain.txid));
+        }
+        std::vector<ScoreRow> expected = rows;
+        for (const LocalScore& local : snapshot.week_scores) {
+            if (local.week == kTestWeek) AddBySearch(expected, local);
+        }
+        std::stable_sort(expected.begin(), expected.end(),
+                         [](const ScoreRow& a, const ScoreRow& b) { return a.score > b.score; });
+        if (expected.size() > 20) expected.resize(20);
+        MergeWeek(snapshot, rows);
+        RC_ASSERT(Show(rows) == Show(expected));
+    }));
+}
+
+class RecordedScores : public testing::Test {
+  protected:
+    void Record(int64_t score, std::string_view txid) {
+        RecordLocalScore(doc_, score, txid, [this] { ++saves_; });
+    }
+
+    json Entry(int64_t score, std::string txid, int64_t ts, int64_t week = kTestWeek) {
+        return {{"week", week}, {"score", score},      {"paymail", kAda}, {"pay_addr", address_},
+                {"txid", txid}, {"game", "brickfall"}, {"ts", ts}};
+    }
+
+    WalletFixture wallet_{"ada"};
+    std::string address_ = wallet_.ReceiveAddress(0);
+    json doc_ = {{"music", true}};
+    int saves_ = 0;
+};
+
+TEST_F(RecordedScores, ARecordCompletesTheEntryOfItsRun) {
+    Record(0, "");
+    Record(-5, "t");
+    EXPECT_EQ(saves_, 0);
+    EXPECT_EQ(doc_, (json{{"music", true}}));
+
+    Record(500, "");
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "", kNow)}));
+    EXPECT_EQ(doc_["best_ever"], Entry(500, "", kNow));
+    wallet_.clock.AdvanceMs(5'000);
+    Record(500, "t");
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "t", kNow + 5)}));
+    EXPECT_EQ(doc_["best_ever"], Entry(500, "t", kNow)) << "only the id was missing";
+
+    Record(500, "u");
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "t", kNow + 5), Entry(500, "u", kNow + 5)}));
+    Record(700, "t");
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(700, "t", kNow + 5), Entry(500, "u", kNow + 5)}))
+        << "the record decides";
+    EXPECT_EQ(doc_["best_ever"], Entry(700, "t", kNow + 5));
+    EXPECT_EQ(doc_["music"], true);
+    EXPECT_EQ(saves_, 4);
+}
+
+TEST_F(RecordedScores, AFormerWeekIsThrownOutButTheBestStays) {
+    const int64_t monday = kTestWeek + 604'800;
+    wallet_.clock.AdvanceMs((monday - 1 - kNow) * 1'000);
+    Record(900, "");
+    wallet_.clock.AdvanceMs(2'000);
+    Record(100, "");
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(100, "", monday + 1, monday)}));
+    EXPECT_EQ(doc_["best_ever"], Entry(900, "", monday - 1));
+}
+
+TEST_F(RecordedScores, WhichEntryIsTheRuns) {
+    struct Case {
+        const char* why;
+        json change;  // to the entry of an unrecorded run of 500 by this wallet
+        bool found;
+    };
+    const Case cases[] = {
+        {"its own", {}, true},
+        {"the name moved to another address", {{"pay_addr", "1other"}}, true},
+        {"the address has another name", {{"paymail", "bob@orvane.test"}}, true},
+        {"nobody's", {{"paymail", ""}, {"pay_addr", ""}}, true},
+        {"somebody else's", {{"paymail", "bob@orvane.test"}, {"pay_addr", "1other"}}, false},
+        {"recorded already", {{"txid", "u"}}, false},
+        {"this very record, of any score and name",
+         {{"txid", "t"}, {"score", 1}, {"paymail", "bob@orvane.test"}, {"pay_addr", "1other"}},
+         true},
+        {"another score", {{"score", 501}}, false},
+        {"a text for a score", {{"score", "500"}}, false},
+        {"a score with a fraction part", {{"score", 500.0}}, false},
+        {"a number for an id counts as none", {{"txid", 7}}, true},
+        {"numbers for names count as none", {{"paymail", 7}, {"pay_addr", nullptr}}, true},
+        {"another week", {{"week", kTestWeek - 604'800}}, false},
+        {"a text for a week", {{"week", std::to_string(kTestWeek)}}, false},
+        {"a week beyond the integers", {{"week", UINT64_MAX}}, false},
+    };
+    for (const Case& c : cases) {
+        json former = Entry(500, "", 1);
+        if (!c.change.is_null()) former.update(c.change);
+        doc_ = {{"week_scores", {7, "text", json::array(), nullptr, former}}};
+        Record(500, "t");
+        json expected = json::array();
+        if (c.found) {
+            expected.push_back(Entry(500, "t", kNow));
+        } else {
+            if (former["week"] == kTestWeek) expected.push_back(former);
+            expected.push_back(Entry(500, "t", kNow));
+        }
+        EXPECT_EQ(doc_["week_scores"], expected) << c.why;
+    }
+}
+
+TEST_F(RecordedScores, TheBestEver) {
+    struct Case {
+        const char* why;
+        json former;
+        json after;
+    };
+    const json now = Entry(500, "t", kNow);
+    const json lower = {{"score", 499}, {"note", "kept by nobody"}};
+    const json higher = {{"score", 501}, {"txid", ""}};
+    const json recorded = {{"score", 500}, {"txid", "u"}};
+    const Case cases[] = {
+        {"none", nullptr, now},
+        {"no object", json::array({600}), now},
+        {"no number", {{"score", "600"}}, now},
+        {"beyond the integers", {{"score", UINT64_MAX}}, now},
+        {"lower", lower, now},
+        {"higher", higher, higher},
+        {"equal and recorded", recorded, recorded},
+        {"equal without a record",
+         {{"score", 500}, {"txid", ""}, {"ts", 3}},
+         {{"score", 500}, {"txid", "t"}, {"ts", 3}}},
+    };
+    for (const Case& c : cases) {
+        doc_ = {{"best_ever", c.former}};
+        Record(500, "t");
+        EXPECT_EQ(doc_["best_ever"], c.after) << c.why;
+    }
+}
+
+TEST_F(RecordedScores, DamagedDocumentsReadAsEmpty) {
+    json nested = json::array();
+    for (int depth = 0; depth < 1'000'000; ++depth) nested = json::array({std::move(nested)});
+    RunControl run;
+    run.final_score = 42;
+    run.record_txid = "r";
+    doc_ = {{"week_scores", json::array({nullptr, true, 7, "text", json::array({1}), {{"score", 9}}})},
+            {"best_ever", {{"score", 1.5}, {"paymail", false}, {"txid", "b"}}}};
+    doc_["week_scores"].back()["foreign"] = std::move(nested);  // a copy of it would end the stack
+    const BoardSnapshot snapshot = TakeBoardSnapshot(doc_, run);
+    ASSERT_EQ(snapshot.week_scores.size(), 1u);
+    EXPECT_EQ(snapshot.week_scores[0].score, 9);
+    EXPECT_EQ(snapshot.week_scores[0].week, 0);
+    ASSERT_TRUE(snapshot.best_ever);
+    EXPECT_EQ(snapshot.best_ever->score, 0);
+    EXPECT_EQ(snapshot.best_ever->paymail, "");
+    EXPECT_EQ(snapshot.best_ever->txid, "b");
+
+    // The run that has just ended counts even when nothing could be stored.
+    std::vector<ScoreRow> rows;
+    ScoreRow best;
+    bool has_best = false;
+    MergeWeek(snapshot, rows);
+    MergeBest(snapshot, best, has_best);
+    EXPECT_EQ(Show(rows), (std::vector<Shown>{{kAda, address_, 42, "r"}}));
+    EXPECT_EQ(Show({best}), Show(rows));
+    EXPECT_EQ(best.ts, kNow);
+
+    for (const json& document : {json(nullptr), json(7), json{{"week_scores", 7}, {"best_ever", 7}}}) {
+        EXPECT_TRUE(TakeBoardSnapshot(document, {}).week_scores.empty()) << document;
+        doc_ = document;
+        Record(5, "");
+        EXPECT_EQ(doc_, (json{{"week_scores", {Entry(5, "", kNow)}}, {"best_ever", Entry(5, "", kNow)}}))
+            << document;
+    }
+}
+
+TEST(LocalScores, WithoutAWalletTheEntriesAreNobodys) {
+    const ManualClock clock(kNow);
+    json doc;
+    int saves = 0;
+    for (const char* txid : {"", "t"}) RecordLocalScore(doc, 500, txid, [&saves] { ++saves; });
+    EXPECT_EQ(saves, 2);
+    ASSERT_EQ(doc["week_scores"].size(), 1u);
+    EXPECT_EQ(doc["week_scores"][0]["txid"], "t");
+    EXPECT_EQ(doc["week_scores"][0]["paymail"], "");
+    EXPECT_EQ(doc["week_scores"][0]["pay_addr"], "");
+}
+
+}  // namespace
+}  // namespace brickfall
