@@ -1,0 +1,579 @@
+// What the board shows when services fail, lie, lag or know more than they should, and how the chain's rows
+// and this cabinet's own meet.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/workers.h"
+#include "board/board_load.h"
+#include "deployment/deployment.h"
+#include "messages/row.h"
+#include "messages/signing.h"
+#include "messages/verification.h"
+#include "tests/support/signed_rows.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/pay_drivers.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::Fault;
+using sandbox::FaultKind;
+using sandbox::Service;
+
+constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
+constexpr char kNoneYet[] = "No scores posted yet.";
+constexpr char kIndexerList[] = "/oi/oracle/brickfall/txids?limit=2000&offset=0";
+const std::string kWatch = std::string("/v1/bsv/main/address/") + kArcadeWatchAddress;
+
+Fault Drop(std::string path = "") {
+    Fault fault;
+    fault.kind = FaultKind::kDrop;
+    fault.path_contains = std::move(path);
+    return fault;
+}
+
+std::string ListBody(const std::vector<std::string>& txids) { return json{{"txids", txids}}.dump(); }
+
+// The services, and a cabinet with ada's wallet.
+struct Story {
+    Story() {
+        EXPECT_TRUE(wallet.loaded);
+        ClearIdentityKeyCache();
+    }
+    ~Story() { ClearIdentityKeyCache(); }
+
+    TestPlayer Publish(const TestPlayer& player) {
+        box.Publish(IdentityOf(player));
+        return player;
+    }
+
+    void List(const std::vector<std::string>& txids) {
+        box.AddFault(Service::kIndexer, ReplyTo(kIndexerList, ListBody(txids)));
+    }
+
+    // The services hold a transaction with this payload.
+    void Hold(const std::string& txid, const std::string& payload, Service service = Service::kIndexer) {
+        box.AddFault(service, ReplyTo("/tx/" + txid, TransactionBody(txid, payload)));
+    }
+
+    BoardResult Load() {
+        std::unique_ptr<BoardResult> got;
+        BoardWorker(TakeBoardSnapshot(doc, run), [&got](auto result) { got = std::move(result); });
+        EXPECT_TRUE(got);
+        return got ? std::move(*got) : BoardResult();
+    }
+
+    void EndRun(int64_t score) {
+        run.final_score = score;
+        run.record_txid.clear();
+        RecordLocalScore(doc, score, "", [] {});
+    }
+
+    void Recorded(const std::string& txid) {
+        run.record_txid = txid;
+        RecordLocalScore(doc, run.final_score, txid, [] {});
+    }
+
+    std::vector<std::string> Asked(Service service, std::string_view path = "") {
+        std::vector<std::string> targets;
+        for (const std::string& request : box.Requests(service)) {
+            if (request.find(path) != std::string::npos) targets.push_back(request.substr(4));  // "GET "
+        }
+        return targets;
+    }
+
+    SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    WalletFixture wallet{"ada"};
+    json doc = json::object();
+    RunControl run;
+};
+
+std::vector<std::string> Ids(const std::vector<ScoreRow>& rows) {
+    std::vector<std::string> ids;
+    for (const ScoreRow& row : rows) ids.push_back(row.txid);
+    return ids;
+}
+
+TEST(BoardStory, WhereTheIdsComeFrom) {
+    Story story;
+    const std::string a = TestTxid(1), b = TestTxid(2), c = TestTxid(3);
+    const TestPlayer bob = story.Publish(MakePlayer("bob"));
+    // The services' own shapes.
+    const std::string script = std::string(64, '5');
+    const auto history = [&](const json& result) {
+        return json{{"address", kArcadeWatchAddress}, {"script", script}, {"result", result}, {"error", ""}}
+            .dump();
+    };
+    const std::string unconfirmed = history({{{"tx_hash", c}}});
+    const std::string unspent =
+        json::array({{{"height", 639302}, {"tx_pos", 0}, {"tx_hash", b}, {"value", 1}}}).dump();
+    const std::string confirmed =
+        history({{{"tx_hash", b}, {"height", 639302}}, {{"tx_hash", a}, {"height", 639301}}});
+
+    struct Row {
+        const char* why;
+        Fault indexer;
+        Fault listings[3];  // in the order asked
+        std::vector<std::string> read;
+        bool chain_asked;
+    };
+    const auto list = [](const std::string& body, int status = 200) {
+        return ReplyTo(kIndexerList, body, status);
+    };
+    const auto first = [](std::string body, int status = 200) {
+        return ReplyTo("/unconfirmed/history?limit=50", std::move(body), status);
+    };
+    const auto second = [](std::string body, int status = 200) {
+        return ReplyTo("/unspent", std::move(body), status);
+    };
+    const auto third = [](std::string body, int status = 200) {
+        return ReplyTo("/confirmed/history?limit=50", std::move(body), status);
+    };
+    const Fault all[] = {first(unconfirmed), second(unspent), third(confirmed)};
+    const Row rows[] = {
+        {"the indexer knows", list(ListBody({b, a})), {all[0], all[1], all[2]}, {b, a}, false},
+        {"and knows nothing", list(ListBody({})), {all[0], all[1], all[2]}, {}, false},
+        {"and has items of other shapes",
+         list(json{{"txids", {"short", 7, nullptr, {{"tx_hash", b}}, {{"txid", a}}, b}}, {"result", {c}}}
+                  .dump()),
+         {all[0], all[1], all[2]},
+         {b, a, c},
+         false},
+        {"an array", list(json{a}.dump()), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"no list in it", list(history({a})), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"another type of list", list(R"({"txids":{}})"), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"an HTML page", list("<html></html>"), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"unknown", list(ListBody({a}), 404), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"limited", list(ListBody({a}), 429), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"down", Drop(kIndexerList), {all[0], all[1], all[2]}, {c, b, a}, true},
+        {"an address never used",
+         Drop(kIndexerList),
+         {first("", 404), second("[]"), third("", 404)},
+         {},
+         true},
+        {"one listing fails", Drop(kIndexerList), {all[0], second("oops", 500), all[2]}, {c, b, a}, true},
+        {"only the second answers",
+         Drop(kIndexerList),
+         {Drop("/unconfirmed/history"), all[1], third("]moo[")},
+         {b},
+         true},
+        {"all is down", Drop(kIndexerList), {Drop("/unc"), Drop("/uns"), Drop("/con")}, {}, true},
+    };
+    for (const Row& row : rows) {
+        story.box.ClearFaults();
+        story.box.ClearRequests();
+        story.box.AddFault(Service::kIndexer, row.indexer);
+        for (const Fault& fault : row.listings) story.box.AddFault(Service::kChain, fault);
+        for (const std::string& txid : {a, b, c}) story.Hold(txid, DumpRow(SignedScore(bob, 7, kNow)));
+        const BoardResult board = story.Load();
+
+        std::vector<std::string> expected = {kIndexerList};
+        for (const std::string& txid : row.read) expected.push_back("/oi/tx/" + txid);
+        EXPECT_EQ(story.Asked(Service::kIndexer), expected) << row.why;
+        expected.clear();
+        if (row.chain_asked) {
+            expected = {kWatch + "/unconfirmed/history?limit=50", kWatch + "/unspent",
+                        kWatch + "/confirmed/history?limit=50"};
+        }
+        EXPECT_EQ(story.Asked(Service::kChain), expected) << row.why;
+        EXPECT_EQ(Ids(board.rows), row.read) << row.why;  // equal in all: in the order found
+        EXPECT_EQ(board.message, row.read.empty() ? kNoneYet : "") << row.why;
+        EXPECT_EQ(board.week_label, kTestWeekLabel) << row.why;
+    }
+}
+
+TEST(BoardStory, OnlySoundRowsStand) {
+    Story story;
+    const TestPlayer bob = story.Publish(MakePlayer("bob"));
+    const TestPlayer nobody = MakePlayer("nobody");
+    const TestPlayer impostor = MakePlayer("bob", 1);
+    const auto row = [&](const json& change, bool sign = true) {
+        json fields = SignedScore(bob, 500, kNow);
+        fields.update(change);
+        if (sign) SignRow(bob, fields);
+        return DumpRow(fields);
+    };
+    const auto without = [&](const char* key) {
+        json fields = SignedScore(bob, 500, kNow);
+        fields.erase(key);
+        SignRow(bob, fields);
+        return DumpRow(fields);
+    };
+    // A row of exactly this many bytes.
+    const auto padded = [&](std::size_t size) {
+        json fields = SignedScore(bob, 500, kNow);
+        fields["tape"] = "";
+        fields["tape"] = std::string(size - DumpRow(fields).size(), '0');
+        return DumpRow(fields);
+    };
+    constexpr int64_t kNone = -1;
+    struct Case {
+        const char* why;
+        std::string payload;
+        int64_t week_score;  // kNone: not in this week's list
+    };
+    const Case cases[] = {
+        {"sound", row(json::object()), 500},
+        {"score bent", row({{"score", 501}}, false), kNone},
+        {"week bent", row({{"week", kTestWeek + 604'800}}, false), kNone},
+        {"seal bent", row({{"tape_hash", std::string(64, '8')}}, false), kNone},
+        {"paid to another", row({{"pay_addr", nobody.pay_addr}}, false), kNone},
+        {"what is not signed may change", row({{"tape", "00"}, {"extra", json::array()}}, false), 500},
+        {"unpublished name", DumpRow(SignedScore(nobody, 500, kNow)), kNone},
+        {"another key", DumpRow(SignedScore(impostor, 500, kNow)), kNone},
+        {"no signature", row({{"sig", nullptr}}, false), kNone},
+        {"another protocol", row({{"protocol", "Cairn"}}), kNone},
+        {"the family's other game", row({{"game", "gravity"}, {"score", 9'000}}), kNone},
+        {"upper case", row({{"game", "BRICKFALL"}}), 500},
+        {"no game", without("game"), 500},
+        {"a number for a game", row({{"game", 7}}), 500},
+        {"no seal", without("tape_hash"), 500},
+        {"no entry and no address", row({{"entry", nullptr}, {"pay_addr", 5}}), 500},
+        {"a text for a score", row({{"score", "42"}}), 42},
+        {"a fraction", row({{"score", 7.9}}), 7},
+        {"the highest", row({{"score", INT64_MAX}}), INT64_MAX},
+        {"above it", row({{"score", UINT64_MAX}}), kNone},
+        {"far above it", row({{"score", 1e300}}), kNone},
+        {"no points", row({{"score", 0}}), kNone},
+        {"fewer", row({{"score", INT64_MIN}}), kNone},
+        {"no score", without("score"), kNone},
+        {"last week", row({{"week", kTestWeek - 604'800}, {"score", 600}}), kNone},
+        {"within this week", row({{"week", kTestWeek + 1}}), kNone},
+        {"from the far future", row({{"ts", INT64_MAX}}), 500},
+        {"without a time", row({{"ts", 0}}), kNone},
+        {"no JSON", "{\"type\":\"arcade_score\",", kNone},
+        {"of the largest push", padded(65'535), 500},
+        {"beyond it", padded(65'536), kNone},
+    };
+    // One load a case: the score then tells which one it was.
+    for (const Case& c : cases) {
+        story.box.ClearFaults();
+        story.List({TestTxid(1)});
+        story.Hold(TestTxid(1), c.payload);
+        const BoardResult board = story.Load();
+        ASSERT_EQ(board.rows.size(), c.week_score == kNone ? 0u : 1u) << c.why;
+        if (!board.rows.empty()) {
+            EXPECT_EQ(board.rows[0].score, c.week_score) << c.why;
+            EXPECT_EQ(board.rows[0].pubkey, bob.public_hex) << c.why;
+            EXPECT_EQ(board.rows[0].handle, "bob") << c.why;
+            EXPECT_TRUE(board.rows[0].verified) << c.why;
+        }
+        const bool other_week = c.why == std::string("last week") || c.why == std::string("within this week");
+        EXPECT_EQ(board.has_best, c.week_score != kNone || other_week) << c.why;
+        EXPECT_EQ(board.message, board.has_best ? other_week ? "No scores for this week yet." : "" : kNoneYet)
+            << c.why;
+    }
+}
+
+TEST(BoardStory, TwoHundredFiftyOfTwoThousandAndEveryTenthFails) {
+    Story story;
+    std::vector<TestPlayer> players;
+    for (int i = 0; i < 25; ++i) players.push_back(story.Publish(MakePlayer("player" + std::to_string(i))));
+    const auto indexer_fails = [](int i) { return i % 10 == 9 || i % 10 == 4; };
+    const auto chain_fails = [](int i) { return i % 10 == 9; };
+    std::vector<std::string> list;
+    for (int i = 0; i < 1'000; ++i) {
+        const std::string txid = TestTxid(static_cast<uint32_t>(i));
+        list.push_back(txid);
+        list.push_back(TestTxid(static_cast<uint32_t>(i / 2)));  // and one that stood there before
+        if (i >= 260) continue;
+        const std::string payload =
+            DumpRow(SignedScore(players[static_cast<std::size_t>(i) % 25], i + 1, kNow));
+        if (indexer_fails(i)) {
+            story.box.AddFault(Service::kIndexer,
+                               i % 20 < 10 ? Drop("/tx/" + txid) : ReplyTo("/tx/" + txid, "", 500));
+        } else {
+            story.Hold(txid, payload);
+        }
+        if (chain_fails(i)) {
+            story.box.AddFault(Service::kChain, ReplyTo("/tx/" + txid, "Too Many Requests", 429));
+        } else {
+            story.Hold(txid, payload, Service::kChain);
+        }
+    }
+    story.List(list);
+    const BoardResult board = story.Load();
+
+    std::vector<std::string> shown, asked_indexer = {kIndexerList}, asked_chain;
+    for (int i = 0; i < 250; ++i) {
+        const std::string txid = TestTxid(static_cast<uint32_t>(i));
+        asked_indexer.push_back("/oi/tx/" + txid);
+        if (indexer_fails(i)) asked_chain.push_back("/v1/bsv/main/tx/" + txid);
+        if (!chain_fails(i)) shown.insert(shown.begin(), txid);
+    }
+    shown.resize(20);
+    EXPECT_EQ(Ids(board.rows), shown);
+    EXPECT_EQ(board.best.score, 249) << "the 250th failed, and the 251st is not read";
+    EXPECT_EQ(story.Asked(Service::kIndexer), asked_indexer);
+    EXPECT_EQ(story.Asked(Service::kChain), asked_chain);
+    EXPECT_EQ(story.Asked(Service::kPaymail, "/api/bsvalias/id/").size(), players.size()) << "one a signer";
+}
+
+TEST(BoardStory, TheHostPublishesAnotherKey) {
+    Story story;
+    const TestPlayer former = story.Publish(MakePlayer("bob", 0));
+    const TestPlayer present = MakePlayer("bob", 1);
+    const std::string old_row = TestTxid(1), new_row = TestTxid(2);
+    story.List({old_row, new_row});
+    story.Hold(old_row, DumpRow(SignedScore(former, 500, kNow)));
+    story.Hold(new_row, DumpRow(SignedScore(present, 400, kNow)));
+    EXPECT_EQ(Ids(story.Load().rows), std::vector{old_row});
+    story.Publish(present);
+    story.wallet.clock.AdvanceMs((kIdentityKeyTtl - 1) * 1'000);
+    EXPECT_EQ(Ids(story.Load().rows), std::vector{old_row}) << "the key is known for half an hour";
+    story.wallet.clock.AdvanceMs(1'000);
+    EXPECT_EQ(Ids(story.Load().rows), std::vector{new_row}) << "a row of the former key is nobody's now";
+    story.box.AddFault(Service::kPaymail, Drop());
+    EXPECT_EQ(Ids(story.Load().rows), std::vector{new_row});
+    story.wallet.clock.AdvanceMs(kIdentityKeyTtl * 1'000);
+    const BoardResult board = story.Load();
+    EXPECT_TRUE(board.rows.empty()) << "no host, no identity";
+    EXPECT_EQ(board.message, kNoneYet);
+}
+
+TEST(BoardStory, TwoPeopleRecordTheSameScore) {
+    Story story;
+    const TestPlayer bob = story.Publish(MakePlayer("bob"));
+    const TestPlayer cyd = story.Publish(MakePlayer("cyd"));
+    const std::string first = TestTxid(1), second = TestTxid(2), copied = TestTxid(3);
+    story.List({first, second, copied});
+    story.Hold(first, DumpRow(SignedScore(bob, 500, kNow)));
+    story.Hold(second, DumpRow(SignedScore(cyd, 500, kNow + 9)));
+    // Somebody says bob's row once more under another name: the signature does not cover that.
+    json copy = SignedScore(bob, 500, kNow);
+    copy["handle"] = copy["actor"] = "cyd";
+    story.Hold(copied, DumpRow(copy));
+    story.EndRun(500);
+    BoardResult board = story.Load();
+    EXPECT_EQ(Ids(board.rows), (std::vector<std::string>{second, first, ""}))
+        << "the later one first, then ada's";
+    EXPECT_EQ(board.best.txid, second) << "it is later than the end of the run";
+
+    // Of two records of one run, by one player, both stand; a local score without a record adds nothing.
+    story.box.ClearFaults();
+    story.List({first, copied});
+    story.Hold(first, DumpRow(SignedScore(bob, 500, kNow)));
+    json own = SignedScore(bob, 500, kNow - 1);
+    own["paymail"] = "ada@orvane.test";  // not signed, and so not to be trusted with more than this
+    story.Hold(copied, DumpRow(own));
+    board = story.Load();
+    EXPECT_EQ(Ids(board.rows), (std::vector{first, copied}));
+}
+
+// The run ends, is recorded, and comes back from the chain, with every service at work.
+TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
+    Story story;
+    TestPlayer self = MakePlayer("ada");
+    {
+        const WalletLock lock(wallet_mutex);
+        self.public_hex = wallet_keys.identity_pub;
+    }
+    story.Publish(self);
+    const std::string address = story.wallet.ReceiveAddress(0);
+    story.box.Fund(address, 100'000);
+    story.box.Mine();
+
+    story.EndRun(500);
+    BoardResult board = story.Load();
+    ASSERT_EQ(board.rows.size(), 1u);
+    EXPECT_EQ(board.rows[0].paymail, "ada@orvane.test");
+    EXPECT_EQ(board.rows[0].pay_addr, address);
+    EXPECT_EQ(board.rows[0].txid, "");
+    EXPECT_FALSE(board.rows[0].verified);
+    EXPECT_EQ(board.message, kNoneYet) << "the chain's word; the window drops it";
+    EXPECT_EQ(board.best.score, 500);
+    EXPECT_EQ(board.best.ts, kNow);
+
+    json row = SignedScore(self, 500, kNow);
+    std::string error;
+    row["pay_addr"] = address;
+    ASSERT_TRUE(SignMessage(row, error)) << error;
+    const std::string paid = PayArcadeScore(kArcadeWatchAddress, DumpRow(row));
+    WaitForWorkers();
+    ASSERT_TRUE(paid.starts_with("success: ")) << paid;
+    const std::string txid = paid.substr(9);
+    story.wallet.clock.AdvanceMs(2'000);
+    story.Recorded(txid);
+    EXPECT_EQ(story.doc["week_scores"].size(), 1u);
+
+    story.List({});  // the indexer lags
+    board = story.Load();
+    EXPECT_EQ(Ids(board.rows), std::vector{txid});
+    EXPECT_FALSE(board.rows[0].verified);
+    story.box.ClearFaults();
+
+    // From the indexer; from the chain's own listings before and after the block; from the chain alone.
+    for (const char* step : {"indexer", "unconfirmed", "confirmed", "chain alone"}) {
+        if (step == std::string("unconfirmed")) story.box.AddFault(Service::kIndexer, Drop("/oi/oracle/"));
+        if (step == std::string("confirmed")) story.box.Mine();
+        if (step == std::string("chain alone")) story.box.SetIndexerKnows(false);
+        board = story.Load();
+        EXPECT_EQ(Ids(board.rows), std::vector{txid}) << step;
+        EXPECT_TRUE(board.rows[0].verified) << step;
+        EXPECT_EQ(board.rows[0].ts, kNow) << step;
+        EXPECT_EQ(board.message, "") << step;
+        EXPECT_EQ(board.best.txid, txid) << step;
+        EXPECT_FALSE(board.best.verified) << step << ": the local entry was written later";
+    }
+
+    // Later runs: of the same score and not recorded, recorded, and better.
+    story.EndRun(500);
+    EXPECT_EQ(Ids(story.Load().rows), std::vector{txid});
+    story.Recorded(TestTxid(1));
+    EXPECT_EQ(Ids(story.Load().rows), (std::vector{txid, TestTxid(1)})) << "equal ones in the order they had";
+    story.EndRun(501);
+    board = story.Load();
+    EXPECT_EQ(Ids(board.rows), (std::vector<std::string>{"", txid, TestTxid(1)}));
+    EXPECT_EQ(board.best.score, 501);
+
+    // A new start without a network: what the file holds, and the same as often as one looks.
+    story.run = {};
+    for (const Service service : {Service::kIndexer, Service::kChain, Service::kPaymail}) {
+        story.box.AddFault(service, Drop());
+    }
+    for (int i = 0; i < 2; ++i) {
+        board = story.Load();
+        EXPECT_EQ(Ids(board.rows), (std::vector<std::string>{"", txid, TestTxid(1)}));
+        EXPECT_EQ(board.best.score, 501);
+        EXPECT_TRUE(board.face_bytes.empty());
+    }
+}
+
+TEST(BoardStory, TheWeekTurnsBetweenTheEndOfARunAndItsRecord) {
+    Story story;
+    constexpr int64_t kMonday = kTestWeek + 604'800;
+    const TestPlayer ada = story.Publish(MakePlayer("ada"));
+    const std::string txid = TestTxid(1);
+    story.wallet.clock.AdvanceMs((kMonday - 1 - kNow) * 1'000);
+    story.EndRun(500);
+    const json row = SignedScore(ada, 500, kMonday - 1);
+    EXPECT_EQ(Ids(story.Load().rows), std::vector<std::string>{""});
+    story.wallet.clock.AdvanceMs(2'000);
+    BoardResult board = story.Load();
+    EXPECT_EQ(Ids(board.rows), std::vector<std::string>{""}) << "the run in memory, in the new week";
+    EXPECT_EQ(board.week_label, "2026-W40");
+
+    story.Recorded(txid);
+    ASSERT_EQ(story.doc["week_scores"].size(), 1u) << "the entry of the former week is gone";
+    EXPECT_EQ(story.doc["week_scores"][0]["week"], kMonday);
+    EXPECT_EQ(story.doc["week_scores"][0]["txid"], txid);
+    EXPECT_EQ(story.doc["best_ever"]["ts"], kMonday - 1);
+    EXPECT_EQ(story.doc["best_ever"]["txid"], txid);
+    story.List({txid});
+    story.Hold(txid, DumpRow(row));
+    board = story.Load();
+    EXPECT_EQ(Ids(board.rows), std::vector{txid}) << "the chain has it in the former week, this cabinet here";
+    EXPECT_FALSE(board.rows[0].verified);
+    EXPECT_EQ(board.message, "No scores for this week yet.");
+
+    story.wallet.clock.AdvanceMs(604'800'000);
+    story.run = {};
+    board = story.Load();
+    EXPECT_TRUE(board.rows.empty());
+    EXPECT_EQ(board.best.txid, txid) << "entries of a former week count for the best";
+}
+
+TEST(BoardStory, ThirtyRowsAndALocalOneBelowTheTwentieth) {
+    Story story;
+    const TestPlayer bob = story.Publish(MakePlayer("bob"));
+    std::vector<std::string> list;
+    for (int i = 0; i < 30; ++i) {
+        list.push_back(TestTxid(static_cast<uint32_t>(i)));
+        story.Hold(list.back(), DumpRow(SignedScore(bob, 100 + i, kNow)));
+    }
+    story.List(list);
+    struct Row {
+        int64_t score;
+        std::size_t place;  // 20: it falls off
+    };
+    for (const Row row : {Row{109, 20}, Row{110, 20}, Row{111, 19}, Row{129, 1}, Row{130, 0}}) {
+        story.doc = json::object();
+        story.EndRun(row.score);
+        const std::vector<std::string> ids = Ids(story.Load().rows);
+        ASSERT_EQ(ids.size(), 20u);
+        const auto own = std::find(ids.begin(), ids.end(), "");
+        EXPECT_EQ(static_cast<std::size_t>(own - ids.begin()), row.place) << row.score;
+    }
+}
+
+TEST(BoardStory, AFaceForEachPlayerAndTheBest) {
+    Story story;
+    const std::string picture = "https://ordinals.gorillapool.test/content/";
+    std::vector<std::string> list;
+    for (const char* alias : {"bob", "cyd"}) {
+        const TestPlayer player = MakePlayer(alias);
+        story.box.Publish(IdentityOf(player, picture + alias));
+        story.box.AddFault(Service::kContent, ReplyTo(alias, std::string(100, alias[0])));
+        const bool is_bob = alias == std::string("bob");
+        for (int i = 0; i < 3; ++i) {
+            list.push_back(TestTxid(static_cast<uint32_t>(list.size())));
+            const json row =
+                SignedScore(player, is_bob ? 5 : 900, kNow, is_bob ? kTestWeek : kTestWeek - 604'800);
+            story.Hold(list.back(), DumpRow(row));
+        }
+    }
+    story.List(list);
+    const BoardResult board = story.Load();
+    EXPECT_EQ(board.rows.size(), 3u);
+    EXPECT_EQ(board.best.handle, "cyd");
+    EXPECT_EQ(board.face_bytes, (FaceBytes{{"bob", std::string(100, 'b')}, {"cyd", std::string(100, 'c')}}));
+    EXPECT_EQ(story.Asked(Service::kContent).size(), 2u);
+}
+
+// The main thread ends runs and lists scores while loads read what it had when each of them started.
+TEST(BoardStoryConcurrent, LoadsBesideRunsThatEnd) {
+    Story story;
+    const TestPlayer bob = story.Publish(MakePlayer("bob"));
+    std::vector<std::string> list;
+    for (uint32_t i = 1; i <= 5; ++i) {
+        list.push_back(TestTxid(i));
+        story.Hold(list.back(), DumpRow(SignedScore(bob, i, kNow)));
+    }
+    story.List(list);
+
+    std::mutex mutex;
+    std::vector<std::unique_ptr<BoardResult>> results;  // guarded by mutex
+    std::string saved;
+    int64_t score = 1'000;
+    const auto id_of = [](int64_t number) { return TestTxid(static_cast<uint32_t>(number)); };
+    for (int load = 0; load < 4; ++load) {
+        StartWorker([&, snapshot = TakeBoardSnapshot(story.doc, story.run)] {
+            BoardWorker(snapshot, [&](std::unique_ptr<BoardResult> result) {
+                const std::lock_guard lock(mutex);
+                results.push_back(std::move(result));
+            });
+        });
+        do {
+            story.run.final_score = ++score;
+            story.run.record_txid = score % 2 == 0 ? id_of(score) : "";
+            RecordLocalScore(story.doc, score, story.run.record_txid, [&] { saved = story.doc.dump(2); });
+            if (score % 50 == 0) story.doc["week_scores"].clear();
+        } while (WorkersRunning() > 1 || (load == 3 && WorkersRunning() > 0));
+    }
+    WaitForWorkers();
+    ASSERT_EQ(results.size(), 4u);
+    for (const auto& result : results) {
+        ASSERT_FALSE(result->rows.empty());
+        EXPECT_TRUE(result->has_best);
+        for (const ScoreRow& row : result->rows) {
+            EXPECT_EQ(row.verified, row.score <= 5);
+            EXPECT_EQ(row.txid, row.score <= 5 || row.score % 2 == 0 ? id_of(row.score) : "") << row.score;
+        }
+    }
+    EXPECT_EQ(json::parse(saved)["best_ever"]["score"], score);
+}
+
+}  // namespace
+}  // namespace brickfall
