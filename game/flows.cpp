@@ -9,6 +9,7 @@
 #include "deployment/deployment.h"
 #include "game/input_tape.h"
 #include "game/week.h"
+#include "messages/direct_message.h"
 #include "messages/row.h"
 #include "messages/signing.h"
 #include "net/http_client.h"
@@ -24,6 +25,7 @@ namespace {
 using nlohmann::json;
 
 constexpr char kAlreadyWorkingText[] = "Already working...";
+constexpr std::size_t kMaxReportBytes = 2'000;  // of UTF-8
 constexpr char kEnterQuestion[] =
     "Enter Brickfall for 5000 sats?\n\n2000 to the house\n3000 to this week's pot\n\nPouch will prompt. "
     "Three "
@@ -67,6 +69,19 @@ json ScoreRow(const RunControl& run, Player player) {
     return row;
 }
 
+json ReportRow(const std::string& handle) {
+    return {
+        {"protocol", "Cairn-Wire"},      {"type", "report"},     {"app", "Brickfall"},  {"handle", handle},
+        {"to_handle", kArchitectHandle}, {"location", "arcade"}, {"game", "brickfall"}, {"ts", UnixSeconds()},
+    };
+}
+
+ReportOutcome RefuseReport(std::string text) { return {false, std::move(text), /*is_warning=*/false}; }
+
+ReportOutcome FailReport(std::string error, const char* fallback) {
+    return {false, error.empty() ? fallback : std::move(error), /*is_warning=*/true};
+}
+
 void OnEnterPaid(RunControl& run, const FlowDriver& driver, std::string txid) {
     run.enter_txid = std::move(txid);
     StartRun(run, driver.run);
@@ -85,6 +100,8 @@ void OnScoreRecorded(RunControl& run, const FlowDriver& driver, std::string txid
 }
 
 }  // namespace
+
+std::string PlayerHandle() { return CurrentPlayer().handle; }
 
 std::string FindTxid(std::string_view text) {
     constexpr std::size_t kTxidLength = 64;
@@ -133,7 +150,7 @@ void OnPlayClicked(RunControl& run, const FlowDriver& driver) {
     if (run.busy) return SetStatus(driver, kAlreadyWorkingText);
     if (run.mode == kModePlaying) return SetStatus(driver, "Finish this run first.");
     if (!IsConnected()) return SetStatus(driver, "Connect a Pouch wallet first.");
-    if (CurrentPlayer().handle.empty()) {
+    if (PlayerHandle().empty()) {
         return SetStatus(driver, std::string("Publish a @") + kPaymailDomain + " name before you play.");
     }
     std::string note;
@@ -165,6 +182,32 @@ void OnRecordClicked(RunControl& run, const FlowDriver& driver) {
     SetStatus(driver, "Recording score on-chain (1 sat)...");
     StartPay(driver, kPayRecord,
              [text = std::move(text)] { return PayArcadeScore(kArcadeWatchAddress, text); });
+}
+
+ReportOutcome OnSendReport(RunControl& run, const FlowDriver& driver, std::string_view text) {
+    if (run.busy) {
+        SetStatus(driver, kAlreadyWorkingText);
+        return {};
+    }
+    std::string handle;
+    if (IsConnected()) handle = PlayerHandle();
+    if (handle.empty()) {
+        return RefuseReport(std::string("Connect Pouch and publish a @") + kPaymailDomain + " name first.");
+    }
+    text = Trim(text);
+    if (text.empty() || text.size() > kMaxReportBytes) {
+        return RefuseReport("Write a report (max 2000 characters).");
+    }
+    json row = ReportRow(handle);
+    std::string error;
+    if (!EncryptDirectMessage({std::string(text)}, handle, kArchitectHandle, row, error)) {
+        return FailReport(std::move(error), "Could not encrypt the report.");
+    }
+    if (!SignMessage(row, error)) return FailReport(std::move(error), "Could not sign the report.");
+    SetBusy(run, driver, true);
+    SetStatus(driver, "Sending report in Pouch...");
+    StartPay(driver, kPayReport, [payload = DumpRow(row)] { return PayReport(payload); });
+    return {/*sent=*/true, {}, false};
 }
 
 void OnUnbindClicked(RunControl& run, const FlowDriver& driver) {

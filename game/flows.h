@@ -1,5 +1,5 @@
-// flows.h - connect, enter, record and unbind: the checks on the main thread, the worker, and what becomes of
-// its result. Everything here runs on the main thread but the workers' bodies.
+// flows.h - connect, enter, record, report and unbind: the checks on the main thread, the worker, and what
+// becomes of its result. Everything here runs on the main thread but the workers' bodies.
 #pragma once
 
 #include <functional>
@@ -28,13 +28,27 @@ struct FlowDriver {
     std::function<void(PayKind, ResultText)> post_pay_done;
 };
 
+// What becomes of a report. Not sent and without a refusal: the status line has told why.
+struct ReportOutcome {
+    bool sent = false;
+    std::string refusal;  // for a message box
+    bool is_warning = false;
+};
+
 void OnConnectClicked(RunControl& run, const FlowDriver& driver);
 void OnPlayClicked(RunControl& run, const FlowDriver& driver);
 void OnRecordClicked(RunControl& run, const FlowDriver& driver);
 void OnUnbindClicked(RunControl& run, const FlowDriver& driver);
 void OnConnectResult(RunControl& run, const FlowDriver& driver, ResultText result);
 void OnPayResult(RunControl& run, const FlowDriver& driver, PayKind kind, ResultText result);
+// `text` is UTF-8; blanks around it are dropped. Seals it to the architect, signs its row and starts the
+// payment. Blocks for the key look-up of the signature's self-check.
+ReportOutcome OnSendReport(RunControl& run, const FlowDriver& driver, std::string_view text);
 void SetBusy(RunControl& run, const FlowDriver& driver, bool on);
+
+// The wallet's published handle after a fresh sync, without "@" and domain; empty when there is none. Takes
+// wallet_mutex.
+std::string PlayerHandle();
 
 bool IsFrozen(std::string& note);  // blocks for up to 14 s
 
