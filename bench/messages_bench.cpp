@@ -1,18 +1,15 @@
 // Verification beside the library's bare call, and the heaviest row that a run can leave.
 #include <benchmark/benchmark.h>
 
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/workers.h"
+#include "bench/services_program.h"
 #include "deployment/deployment.h"
-#include "deployment/sandbox_route.h"
 #include "messages/row.h"
 #include "messages/signing.h"
 #include "messages/verification.h"
-#include "net/http_client.h"
-#include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/curve.h"
 #include "wallet/identity_signature.h"
@@ -64,40 +61,6 @@ void VerifyOwnForm(benchmark::State& state) {
 }
 BENCHMARK(VerifyOwnForm)->Unit(benchmark::kMicrosecond);
 
-double PeakMegabytes() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) / 1024;
-    }
-    return -1;
-}
-
-// The services in a process of their own, so that the memory measured is the program's alone.
-class SandboxProgram {
-  public:
-    SandboxProgram()
-        : program_(BRICKFALL_BINARY_DIR "/sandbox/brickfall-sandbox",
-                   {"--folder", folder_.Path() + "/authority"}) {
-        constexpr std::string_view kReady = "sandbox ready on ";
-        const std::string line = program_.ReadUntil(kReady).value_or("");
-        const std::size_t comma = line.find(',');
-        if (comma == std::string::npos) return;
-        SetConnectRoute({"::" + line.substr(kReady.size(), comma - kReady.size()),
-                         folder_.Path() + "/authority/authority.pem", 1});
-    }
-
-    void Fund(const std::string& address, int64_t satoshis) {
-        std::string response;
-        std::string error;
-        HttpPostJson("https://control.sandbox.test/fund",
-                     json{{"address", address}, {"satoshis", satoshis}}.dump(), response, error, 10, 1);
-    }
-
-  private:
-    TempFolder folder_;
-    ChildProcess program_;
-};
-
 // The row of 200,000 events built, signed, dumped and sent to the sandbox, which checks it, in wall time. The
 // memory peak counts from the first round on.
 void RecordAFullTape(benchmark::State& state) {
@@ -105,7 +68,7 @@ void RecordAFullTape(benchmark::State& state) {
     SandboxProgram services;
     services.Fund(CurrentAddress(), 1'000'000'000);
     StatusRefresh();  // publishes the name
-    std::ofstream("/proc/self/clear_refs") << "5";
+    ResetPeak();
     for (auto _ : state) {
         json row = {{"type", "arcade_score"},
                     {"protocol", "Cairn-Wire"},
