@@ -12,6 +12,8 @@ namespace brickfall {
 
 void PumpMessages();  // everything that is due now: posted messages, paints, due timers
 
+void WaitMessage();  // sleeps until something is due, then handles it
+
 void FireTimer(WindowId window, int timer);  // as if it were due; nothing when it is not running
 bool TimerRunning(WindowId window, int timer);
 
@@ -29,6 +31,8 @@ bool CloseByFrame(WindowId window);  // the frame's close button
 
 // What is on show.
 Image GrabWindow(WindowId window);
+Image GrabScreen();  // the whole desktop, other programs' windows included
+bool SavePng(const Image& image, const std::string& path);
 Rect ControlRect(WindowId window, int id);
 bool ControlEnabled(WindowId window, int id);
 bool ControlExists(WindowId window, int id);

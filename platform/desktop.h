@@ -7,6 +7,10 @@
 
 namespace brickfall {
 
+// Whether a window could be opened here at all: the display that the environment names takes connections. To be
+// asked before Platform is made, which ends the program where there is none. Blocks for at most a second or so.
+bool DisplayAvailable();
+
 // Makes this process the one that the other functions find under a window class name, until its end. False
 // when another process of this user has that name. `raise` runs on the main thread each time that somebody
 // asks for the window to be raised; it needs the message loop.

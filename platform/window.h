@@ -81,13 +81,13 @@ struct Message {
     MessageType type;
     int id = 0;
     int64_t value = 0;
-    Size size;
+    Size size = {};
     Key key = Key::kOther;
     bool is_repeat = false;
     Canvas* canvas = nullptr;
-    ButtonState button;
-    TextStyle style;
-    std::unique_ptr<Payload> payload;
+    ButtonState button = {};
+    TextStyle style = {};
+    std::unique_ptr<Payload> payload = nullptr;
 };
 
 // True when it has handled the message.

@@ -1,0 +1,209 @@
+#include "platform/automation.h"
+
+#include <QAccessible>
+#include <QAccessibleInterface>
+#include <QCloseEvent>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPixmap>
+#include <QPointer>
+#include <QWindow>
+#include <utility>
+
+#include "platform/qt/application.h"
+#include "platform/qt/convert.h"
+#include "platform/qt/key_tracker.h"
+#include "platform/qt/picture.h"
+#include "platform/qt/window_widget.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int kPumpRounds = 3;  // what a message sets off is due as well
+
+QWindow* HandleOf(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr ? widget->window()->windowHandle() : nullptr;
+}
+
+void SendKey(QWindow* handle, QEvent::Type type, int key, Qt::KeyboardModifiers modifiers,
+             const QString& text, bool is_repeat) {
+    if (handle == nullptr || State().focus_pretended_lost) return;
+    QKeyEvent event(type, key, modifiers, text, is_repeat);
+    QCoreApplication::sendEvent(handle, &event);
+}
+
+void StrokeKey(int key, const QString& text, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    SendKey(QGuiApplication::focusWindow(), QEvent::KeyPress, key, modifiers, text, false);
+    SendKey(QGuiApplication::focusWindow(), QEvent::KeyRelease, key, modifiers, text, false);
+}
+
+void SendPointer(WindowId window, QEvent::Type type, Point at, Qt::MouseButton button,
+                 Qt::MouseButtons buttons) {
+    const WindowWidget* const widget = FindWindow(window);
+    QWindow* const handle = HandleOf(window);
+    if (handle == nullptr) return;
+    const QPointF local = widget->mapTo(widget->window(), QPointF(at.x, at.y));
+    const QPointF global = handle->mapToGlobal(local);
+    QMouseEvent event(type, local, local, global, button, buttons, Qt::NoModifier);
+    QCoreApplication::sendEvent(handle, &event);
+}
+
+QString TextOf(Key key) {
+    if (key == Key::kSpace) return QStringLiteral(" ");
+    if (key == Key::kP) return QStringLiteral("p");
+    return {};
+}
+
+QPointer<QWidget>& WindowBeforeLoss() {
+    static auto& window = *new QPointer<QWidget>;
+    return window;
+}
+
+Qt::MouseButtons held_buttons = Qt::NoButton;
+
+}  // namespace
+
+void PumpMessages() {
+    for (int round = 0; round < kPumpRounds; ++round) {
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
+void FireTimer(WindowId window, int timer) {
+    if (!TimerRunning(window, timer)) return;
+    Message message{.type = MessageType::kTimer, .id = timer};
+    FindWindow(window)->Dispatch(message);
+}
+
+bool TimerRunning(WindowId window, int timer) {
+    const WindowWidget* const widget = FindWindow(window);
+    if (widget == nullptr) return false;
+    const auto found = widget->timers.find(timer);
+    return found != widget->timers.end() && found->second->isActive();
+}
+
+void PressKey(WindowId window, Key key, bool is_repeat) {
+    SendKey(HandleOf(window), QEvent::KeyPress, ToolkitKey(key), Qt::NoModifier, TextOf(key), is_repeat);
+}
+
+void ReleaseKey(WindowId window, Key key, bool made_up_by_repeat) {
+    SendKey(HandleOf(window), QEvent::KeyRelease, ToolkitKey(key), Qt::NoModifier, TextOf(key),
+            made_up_by_repeat);
+}
+
+void PressTab(bool backwards) {
+    StrokeKey(backwards ? Qt::Key_Backtab : Qt::Key_Tab, QStringLiteral("\t"),
+              backwards ? Qt::ShiftModifier : Qt::NoModifier);
+}
+
+void TypeText(std::string_view text) {
+    const QString units = ToQString(text);
+    for (qsizetype at = 0; at < units.size(); ++at) {
+        if (units[at] == QLatin1Char('\n')) {
+            StrokeKey(Qt::Key_Return, QStringLiteral("\r"));
+            continue;
+        }
+        const qsizetype length = units[at].isHighSurrogate() && at + 1 < units.size() ? 2 : 1;
+        const int key =
+            units[at].unicode() < 0x80 ? int{units[at].toUpper().unicode()} : int{Qt::Key_unknown};
+        StrokeKey(key, units.mid(at, length));
+        at += length - 1;
+    }
+}
+
+void MovePointer(WindowId window, Point at) {
+    SendPointer(window, QEvent::MouseMove, at, Qt::NoButton, held_buttons);
+}
+
+void PressPointer(WindowId window, Point at) {
+    MovePointer(window, at);
+    held_buttons = Qt::LeftButton;
+    SendPointer(window, QEvent::MouseButtonPress, at, Qt::LeftButton, held_buttons);
+}
+
+void ReleasePointer(WindowId window, Point at) {
+    MovePointer(window, at);
+    held_buttons = Qt::NoButton;
+    SendPointer(window, QEvent::MouseButtonRelease, at, Qt::LeftButton, held_buttons);
+}
+
+void ClickControl(WindowId window, int id) {
+    const Rect rect = ControlRect(window, id);
+    const Point middle = {rect.x + rect.w / 2, rect.y + rect.h / 2};
+    PressPointer(window, middle);
+    ReleasePointer(window, middle);
+    DeliverCommands();
+}
+
+void PretendFocusLost(bool lost) {
+    if (lost == State().focus_pretended_lost) return;
+    if (lost) {
+        WindowBeforeLoss() = QApplication::activeWindow();
+        QApplication::setActiveWindow(nullptr);
+        ReleaseAllKeys();
+    }
+    State().focus_pretended_lost = lost;
+    if (!lost && WindowBeforeLoss() != nullptr) QApplication::setActiveWindow(WindowBeforeLoss());
+}
+
+bool CloseByFrame(WindowId window) {
+    if (QWindow* const handle = HandleOf(window)) {
+        QCloseEvent event;
+        QCoreApplication::sendEvent(handle, &event);
+    }
+    return !WindowExists(window);
+}
+
+Image GrabWindow(WindowId window) {
+    WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr ? FromQImage(widget->grab().toImage()) : Image();
+}
+
+Rect ControlRect(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    const QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
+    return control != nullptr ? FromQRect(control->geometry()) : Rect{};
+}
+
+bool ControlEnabled(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    const QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
+    return control != nullptr && control->isEnabled();
+}
+
+bool ControlExists(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr && widget->Control(id) != nullptr;
+}
+
+int FocusedControl(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr ? widget->ControlOf(widget->window()->focusWidget()) : 0;
+}
+
+std::string AccessibleName(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
+    QAccessibleInterface* const access =
+        control != nullptr ? QAccessible::queryAccessibleInterface(control) : nullptr;
+    return access != nullptr ? access->text(QAccessible::Name).toStdString() : std::string();
+}
+
+std::string WindowTitle(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr ? widget->windowTitle().toStdString() : std::string();
+}
+
+Rect ChildRect(WindowId child) {
+    const WindowWidget* const widget = FindWindow(child);
+    return widget != nullptr ? FromQRect(widget->geometry()) : Rect{};
+}
+
+Size MinimumClientSize(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr ? FromQSize(widget->minimumSize()) : Size{};
+}
+
+}  // namespace brickfall

@@ -1,0 +1,124 @@
+#include "platform/image.h"
+
+#include <QBuffer>
+#include <QByteArray>
+#include <QImageReader>
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <mutex>
+
+#include "platform/qt/picture.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int64_t kDecodeBudget = 150'000'000;
+constexpr int kToolkitLimitMb = 128;  // of the toolkit for one picture
+
+struct Format {
+    const char* decoder;
+    std::string_view magic;
+    std::size_t second_at;  // where a second one stands
+    std::string_view second;
+    int bytes_a_pixel;  // that decoding holds at most, with the result: frames, coefficients, 16-bit channels
+};
+constexpr Format kFormats[] = {
+    {"png", "\x89PNG\r\n\x1a\n", 0, "", 12},
+    {"jpeg", "\xFF\xD8\xFF", 0, "", 16},
+    {"gif", "GIF8", 0, "", 16},
+    {"bmp", "BM", 0, "", 12},
+    {"webp", "RIFF", 8, "WEBP", 20},
+};
+
+const Format* FormatOf(std::string_view file) {
+    for (const Format& format : kFormats) {
+        if (!file.starts_with(format.magic)) continue;
+        if (file.size() < format.second_at + format.second.size()) continue;
+        if (file.substr(format.second_at, format.second.size()) == format.second) return &format;
+    }
+    return nullptr;
+}
+
+bool SizeAllowed(const QSize& size, const Format& format) {
+    if (size.width() < 1 || size.height() < 1) return false;
+    if (size.width() > kMaxImageSide || size.height() > kMaxImageSide) return false;
+    return int64_t{size.width()} * size.height() * format.bytes_a_pixel <= kDecodeBudget;
+}
+
+QtMessageHandler former_handler = nullptr;
+
+void QuietHandler(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+    const std::string_view category = context.category != nullptr ? context.category : "";
+    if (category.starts_with("qt.gui.image") || category.starts_with("qt.imageformats") ||
+        category.starts_with("qt.gui.icc")) {
+        return;
+    }
+    former_handler(type, context, text);
+}
+
+}  // namespace
+
+void SilenceDecoders() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        former_handler = qInstallMessageHandler(nullptr);
+        qInstallMessageHandler(QuietHandler);
+        QImageReader::setAllocationLimit(kToolkitLimitMb);
+    });
+}
+
+bool IsWhole(const Image& image) {
+    return image.w > 0 && image.h > 0 &&
+           image.pixels.size() == static_cast<std::size_t>(image.w) * static_cast<std::size_t>(image.h);
+}
+
+QImage OnPixelsOf(const Image& image) {
+    return QImage(reinterpret_cast<const uchar*>(image.pixels.data()), image.w, image.h,
+                  qsizetype{image.w} * 4, QImage::Format_ARGB32);
+}
+
+QImage SmoothlyScaled(const Image& image, int w, int h) {
+    // Premultiplied first, so that transparent pixels lend no colour to their neighbours.
+    const QImage picture = OnPixelsOf(image).convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    if (w == image.w && h == image.h) return picture;
+    return picture.scaled(w, h, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+}
+
+Image FromQImage(QImage picture) {
+    picture.convertTo(QImage::Format_ARGB32);
+    if (picture.isNull()) return {};
+    Image image = {picture.width(), picture.height(), {}};
+    const auto row_pixels = static_cast<std::size_t>(image.w);
+    image.pixels.resize(row_pixels * static_cast<std::size_t>(image.h));
+    for (int y = 0; y < image.h; ++y) {
+        std::memcpy(image.pixels.data() + row_pixels * static_cast<std::size_t>(y), picture.constScanLine(y),
+                    row_pixels * sizeof(uint32_t));
+    }
+    return image;
+}
+
+std::optional<Image> DecodeImage(std::string_view file) {
+    SilenceDecoders();
+    const Format* const format = FormatOf(file);
+    if (format == nullptr) return std::nullopt;
+    QByteArray bytes = QByteArray::fromRawData(file.data(), static_cast<qsizetype>(file.size()));
+    QBuffer buffer(&bytes);
+    if (!buffer.open(QIODevice::ReadOnly)) return std::nullopt;
+    QImageReader reader(&buffer, format->decoder);
+    reader.setAutoDetectImageFormat(false);
+    reader.setAutoTransform(false);
+    if (!SizeAllowed(reader.size(), *format)) return std::nullopt;
+    QImage picture = reader.read();
+    if (picture.isNull() || !SizeAllowed(picture.size(), *format)) return std::nullopt;
+    Image image = FromQImage(std::move(picture));
+    if (!IsWhole(image)) return std::nullopt;
+    return image;
+}
+
+Image ResizeImage(const Image& image, int w, int h) {
+    if (!IsWhole(image) || w < 1 || h < 1) return {};
+    return FromQImage(SmoothlyScaled(image, w, h));
+}
+
+}  // namespace brickfall

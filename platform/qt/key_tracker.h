@@ -1,0 +1,17 @@
+// key_tracker.h - watches every key event of the program. Main thread only.
+#pragma once
+
+#include <QObject>
+#include <memory>
+
+#include "platform/keyboard.h"
+
+namespace brickfall {
+
+std::unique_ptr<QObject> MakeKeyTracker();
+
+Key KeyOf(int toolkit_key);
+int ToolkitKey(Key key);
+void ReleaseAllKeys();
+
+}  // namespace brickfall

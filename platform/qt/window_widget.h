@@ -1,0 +1,78 @@
+// window_widget.h - a top-level window or a child window of the cabinet as a widget. Main thread only.
+#pragma once
+
+#include <QTimer>
+#include <QWidget>
+#include <map>
+#include <optional>
+
+#include "platform/window.h"
+
+namespace brickfall {
+
+class WindowWidget : public QWidget {
+  public:
+    WindowWidget(WindowId id, const WindowOptions& options, QWidget* owner, WindowProcedure procedure);
+    WindowWidget(WindowId id, WindowWidget& parent, Color background, WindowProcedure procedure);
+
+    WindowId Id() const { return id_; }
+    Color Background() const { return background_; }
+    bool IsTopLevel() const { return top_level_; }
+    bool Resizable() const { return resizable_; }
+
+    // False when it is not handled or the window is gone.
+    bool Dispatch(Message& message);
+    bool Dispatch(MessageType type) {
+        Message message{.type = type};
+        return Dispatch(message);
+    }
+
+    void Open();                     // counts as a window from now on; sends kCreate
+    void Destroy();                  // counts as none; the widget goes when no procedure runs
+    void Forget() { gone_ = true; }  // its procedure is not called any more
+
+    QWidget* Control(int id) const;
+    void AddControl(int id, QWidget* control);
+    int ControlOf(const QWidget* widget) const;  // 0: not on one of them
+
+    // What is typed goes to the window itself.
+    void TakeFocus();
+
+    void SetClientSize(QSize size);
+    void SetOuterSize(Size size);
+    void CheckSize();  // sends kSize if it has changed
+    QMargins Frame() const;
+
+    std::map<int, QTimer*> timers;
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+
+  private:
+    void Prepare();
+    void FitToFrame();
+    void PlacedByUser();
+    void OnQuiet();
+
+    const WindowId id_;
+    const bool top_level_;
+    const bool resizable_;
+    const Color background_;
+    WindowProcedure procedure_;
+    std::map<int, QWidget*> controls_;
+    bool destroying_ = false;
+    bool gone_ = false;
+    QSize told_size_;
+    // Asked for with the frame, before the frame was known.
+    std::optional<QSize> wanted_outer_;
+    QTimer quiet_;        // runs while the window is moved or sized
+    QRect settled_rect_;  // where it stood when it was last quiet
+};
+
+}  // namespace brickfall
