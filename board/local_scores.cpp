@@ -92,45 +92,52 @@ void UpdateBestEver(json& ui_doc, const LocalScore& now) {
     }
 }
 
-// What the rows in hand say of a local score, without going through them for each. Points into the rows, so
-// they must not move meanwhile.
-class KnownRows {
-  public:
-    explicit KnownRows(const std::vector<ScoreRow>& rows) {
-        for (const ScoreRow& row : rows) Add(row);
-    }
-
-    void Add(const ScoreRow& row) {
-        if (!row.txid.empty()) txids_.insert(row.txid);
-        if (!row.paymail.empty()) paymails_.insert({row.score, row.paymail});
-        if (!row.pay_addr.empty()) pay_addrs_.insert({row.score, row.pay_addr});
-    }
-
-    // The same record, or, for a score that has no record yet, the same player's same score.
-    bool StandFor(const LocalScore& local) const {
-        if (!local.txid.empty()) return txids_.contains(local.txid);
-        return paymails_.contains({local.score, local.paymail}) ||
-               pay_addrs_.contains({local.score, local.pay_addr});
-    }
-
-  private:
-    struct NamedScore {
-        int64_t score;
-        std::string_view name;
-        bool operator==(const NamedScore&) const = default;
-    };
-    struct HashNamedScore {
-        std::size_t operator()(const NamedScore& named) const {
-            return std::hash<std::string_view>()(named.name) ^
-                   static_cast<std::size_t>(static_cast<uint64_t>(named.score) * 0x9E37'79B9'7F4A'7C15);
-        }
-    };
-    using NamedScores = std::unordered_set<NamedScore, HashNamedScore>;
-
-    std::unordered_set<std::string_view> txids_;
-    NamedScores paymails_;
-    NamedScores pay_addrs_;
+struct NamedScore {
+    int64_t score;
+    std::string_view name;
+    bool operator==(const NamedScore&) const = default;
 };
+
+struct HashNamedScore {
+    std::size_t operator()(const NamedScore& named) const {
+        return std::hash<std::string_view>()(named.name) ^
+               static_cast<std::size_t>(static_cast<uint64_t>(named.score) * 0x9E37'79B9'7F4A'7C15);
+    }
+};
+
+using NamedScores = std::unordered_set<NamedScore, HashNamedScore>;
+
+// What is looked for in the rows, so that a long list need not go through them for each entry. Points into
+// the rows and scores that were noted, which must not move meanwhile.
+struct KnownRows {
+    std::unordered_set<std::string_view> txids;
+    NamedScores paymails;
+    NamedScores pay_addrs;
+};
+
+template <typename RowOrScore>
+void Note(const RowOrScore& row, KnownRows& known) {
+    if (!row.txid.empty()) known.txids.insert(row.txid);
+    if (!row.paymail.empty()) known.paymails.insert({row.score, row.paymail});
+    if (!row.pay_addr.empty()) known.pay_addrs.insert({row.score, row.pay_addr});
+}
+
+KnownRows NoteAll(const std::vector<ScoreRow>& rows) {
+    KnownRows known;
+    for (const ScoreRow& row : rows) Note(row, known);
+    return known;
+}
+
+// True when the score is a row of its own; from then on it is one of the known. A row stands for it already
+// when it is of the same record, or, for a score that has no record yet, the same player's same score.
+bool Admit(const LocalScore& local, KnownRows& known) {
+    if (local.score < 1) return false;
+    const bool stands = local.txid.empty() ? known.paymails.contains({local.score, local.paymail}) ||
+                                                 known.pay_addrs.contains({local.score, local.pay_addr})
+                                           : known.txids.contains(local.txid);
+    if (!stands) Note(local, known);
+    return !stands;
+}
 
 ScoreRow LocalRow(const LocalScore& local) {
     ScoreRow row;
@@ -143,19 +150,6 @@ ScoreRow LocalRow(const LocalScore& local) {
     return row;
 }
 
-ScoreRow BestCandidate(const LocalScore& local) {
-    ScoreRow row = LocalRow(local);
-    row.ts = local.ts;
-    return row;
-}
-
-// `rows` has room for one more.
-void AddUnlessKnown(std::vector<ScoreRow>& rows, KnownRows& known, const LocalScore& local) {
-    if (local.score < 1 || known.StandFor(local)) return;
-    rows.push_back(LocalRow(local));
-    known.Add(rows.back());
-}
-
 LocalScore OwnScore(const BoardSnapshot& snapshot, int64_t now) {
     WalletNames names = ReadWalletNames();
     return {WeekStart(now),           snapshot.final_score,
@@ -163,19 +157,38 @@ LocalScore OwnScore(const BoardSnapshot& snapshot, int64_t now) {
             snapshot.record_txid,     now};
 }
 
-// The highest scores; equal ones keep their order. Only what stays is moved.
-void SortAndCut(std::vector<ScoreRow>& rows) {
-    std::vector<std::size_t> order(rows.size());
+// The rows with the scores behind them, cut to the highest; equal ones keep their order. Of a long list only
+// what stays is made a row.
+std::vector<ScoreRow> SortAndCut(std::vector<ScoreRow> rows, const std::vector<const LocalScore*>& added) {
+    const auto score_at = [&](std::size_t i) {
+        return i < rows.size() ? rows[i].score : added[i - rows.size()]->score;
+    };
+    std::vector<std::size_t> order(rows.size() + added.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
     const std::size_t count = std::min(order.size(), kBoardRowCap);
     std::partial_sort(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(count), order.end(),
-                      [&rows](std::size_t a, std::size_t b) {
-                          return rows[a].score != rows[b].score ? rows[a].score > rows[b].score : a < b;
+                      [&](std::size_t a, std::size_t b) {
+                          return score_at(a) != score_at(b) ? score_at(a) > score_at(b) : a < b;
                       });
-    std::vector<ScoreRow> best;
-    best.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) best.push_back(std::move(rows[order[i]]));
-    rows = std::move(best);
+    order.resize(count);
+    std::vector<ScoreRow> board;
+    for (const std::size_t i : order) {
+        board.push_back(i < rows.size() ? std::move(rows[i]) : LocalRow(*added[i - rows.size()]));
+    }
+    return board;
+}
+
+bool BecomesBest(const ScoreRow& best, bool has_best, int64_t score, int64_t ts) {
+    if (score < 1) return false;
+    if (!has_best || score > best.score) return true;
+    return score == best.score && (ts > best.ts || best.txid.empty());
+}
+
+void ConsiderLocalBest(ScoreRow& best, bool& has_best, const LocalScore& local) {
+    if (!BecomesBest(best, has_best, local.score, local.ts)) return;
+    best = LocalRow(local);
+    best.ts = local.ts;
+    has_best = true;
 }
 
 }  // namespace
@@ -184,6 +197,7 @@ BoardSnapshot TakeBoardSnapshot(const json& ui_doc, const RunControl& run) {
     BoardSnapshot snapshot;
     const json* const list = FindJsonKey(ui_doc, "week_scores");
     if (list != nullptr && list->is_array()) {
+        snapshot.week_scores.reserve(list->size());
         for (const json& entry : *list) {
             if (entry.is_object()) snapshot.week_scores.push_back(ReadLocalScore(entry));
         }
@@ -211,36 +225,33 @@ void RecordLocalScore(json& ui_doc, int64_t final_score, std::string_view txid,
 
 void MergeWeek(const BoardSnapshot& snapshot, std::vector<ScoreRow>& rows) {
     const int64_t now = UnixSeconds();
-    rows.reserve(rows.size() + snapshot.week_scores.size() + 1);  // so that no row moves
-    KnownRows known(rows);
+    const LocalScore own = snapshot.final_score < 1 ? LocalScore() : OwnScore(snapshot, now);
+    KnownRows known = NoteAll(rows);
+    std::vector<const LocalScore*> added;
     for (const LocalScore& local : snapshot.week_scores) {
-        if (local.week == WeekStart(now)) AddUnlessKnown(rows, known, local);
+        if (local.week == WeekStart(now) && Admit(local, known)) added.push_back(&local);
     }
-    if (snapshot.final_score >= 1) AddUnlessKnown(rows, known, OwnScore(snapshot, now));
-    SortAndCut(rows);
+    if (Admit(own, known)) added.push_back(&own);
+    rows = SortAndCut(std::move(rows), added);
 }
 
 void MergeBest(const BoardSnapshot& snapshot, ScoreRow& best, bool& has_best) {
-    if (snapshot.best_ever) ConsiderBest(best, has_best, BestCandidate(*snapshot.best_ever));
-    for (const LocalScore& local : snapshot.week_scores) ConsiderBest(best, has_best, BestCandidate(local));
+    if (snapshot.best_ever) ConsiderLocalBest(best, has_best, *snapshot.best_ever);
+    for (const LocalScore& local : snapshot.week_scores) ConsiderLocalBest(best, has_best, local);
     if (snapshot.final_score >= 1) {
-        ConsiderBest(best, has_best, BestCandidate(OwnScore(snapshot, UnixSeconds())));
+        ConsiderLocalBest(best, has_best, OwnScore(snapshot, UnixSeconds()));
     }
 }
 
 void AddLocalRow(std::vector<ScoreRow>& rows, const std::string& paymail, const std::string& pay_addr,
                  int64_t score, const std::string& txid) {
-    rows.reserve(rows.size() + 1);
-    KnownRows known(rows);
-    AddUnlessKnown(rows, known, {0, score, paymail, pay_addr, txid, 0});
+    const LocalScore local = {0, score, paymail, pay_addr, txid, 0};
+    KnownRows known = NoteAll(rows);
+    if (Admit(local, known)) rows.push_back(LocalRow(local));
 }
 
 void ConsiderBest(ScoreRow& best, bool& has_best, const ScoreRow& candidate) {
-    if (candidate.score < 1) return;
-    if (has_best) {
-        if (candidate.score < best.score) return;
-        if (candidate.score == best.score && candidate.ts <= best.ts && !best.txid.empty()) return;
-    }
+    if (!BecomesBest(best, has_best, candidate.score, candidate.ts)) return;
     best = candidate;
     has_best = true;
 }
