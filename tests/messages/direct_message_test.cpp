@@ -1,0 +1,510 @@
+// Expected values were computed by another program: the curve by hand, hashes from a library, ciphers by the
+// command-line tool. Private keys and draws are hashes of words.
+#include "messages/direct_message.h"
+
+#include <gtest/gtest.h>
+#include <openssl/rand.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/files.h"
+#include "tests/support/sealed_message.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/connect_handshake.h"
+#include "wallet/encodings.h"
+#include "wallet/ov_pouch_wallet.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define BRICKFALL_SHADOW_MEMORY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define BRICKFALL_SHADOW_MEMORY 1
+#endif
+#endif
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
+
+// The recipient: SHA-256 of "recipient" as the private key.
+constexpr char kRecipientPrivate[] = "665d0698dbc8fb95afc25c3a4d9cf280d87a585b7999243ca6008fd03258975f";
+const std::string kRecipientX = "befb68703f3927062d65dd0139fd2b2c6be2fdf31a1adeb3a5e9c7e2cae0b6f1";
+const std::string kRecipient = "02" + kRecipientX;
+const std::string kRecipientY = "7c366ff7b0f2f1d492eaaf330dcbf2bf20c625d68461a92168a0268851515c2c";
+
+// m/44'/236'/101'/0/0 of the test phrase.
+constexpr char kOwnPrivate[] = "a90296c62fa6d7cc8a8813d3d18e4c4ea82c9f9420bdad446b26de813c9c1b13";
+constexpr char kOwn[] = "0343bdc4700d96c8084bff1ac971ecfd505e2c606e56b158e92b232a2af92b56ad";
+
+// The draws: SHA-256 of "ephemeral" for the first sealing, 5a throughout for every later one.
+constexpr char kEphemeral[] = "8341425cafede9d24b0599aefdfdeff1c1526ed75b07217eb99bf8c0b7498b81";
+constexpr char kContentKey[] = "404142434445464748494a4b4c4d4e4f505152535455565758595a5b5c5d5e5f";
+constexpr char kVector[] = "a0a1a2a3a4a5a6a7a8a9aaabacadaeaf";
+const std::string kZero(64, '0');
+constexpr char kFailure[] = "";
+
+// What SealToKey gives for the content key, to the recipient.
+constexpr char kSealedContentKey[] =
+    "42494531039c7a3a75b43dfa0c28c911a4ff1ff157a176116c4e4d00ca15fead57b4806c03198f59cecbbd9e83b6e1010a38f1b6"
+    "069c0cb1708b83f455ce56f83e78f781feadc9d95853a76dc3d101e24457c971a2d2203090486f677f3d7fefe37658eef2f150ae"
+    "fbb1465a5961b04a9e7f8344e8";
+
+// Every draw of this process comes from here in its scope. The curve's own arithmetic draws 32 bytes as well,
+// behind the first draw of a sealing: they change no result.
+class FixedDraws {
+  public:
+    // Hexadecimal draws of 32 bytes; an empty one fails. Each byte is given XOR `mask`.
+    explicit FixedDraws(std::deque<std::string> draws, uint8_t mask = 0) : former_(RAND_get_rand_method()) {
+        draws_ = std::move(draws);
+        mask_ = mask;
+        static const RAND_METHOD method = {nullptr, Give, nullptr, nullptr, Give, Ready};
+        RAND_set_rand_method(&method);
+    }
+    ~FixedDraws() { RAND_set_rand_method(former_); }
+    FixedDraws(const FixedDraws&) = delete;
+    FixedDraws& operator=(const FixedDraws&) = delete;
+
+  private:
+    static int Give(unsigned char* out, int size) {
+        if (size == 16) return Put(out, kVector, 0);
+        std::fill_n(out, size, uint8_t{0x5a});
+        if (draws_.empty()) return 1;
+        const std::string draw = draws_.front();
+        draws_.pop_front();
+        return size == 32 && !draw.empty() ? Put(out, draw, mask_) : 0;
+    }
+    static int Put(unsigned char* out, std::string_view hex, uint8_t mask) {
+        for (const uint8_t byte : HexDecode(hex)) *out++ = byte ^ mask;
+        return 1;
+    }
+    static int Ready() { return 1; }
+
+    static inline std::deque<std::string> draws_;
+    static inline uint8_t mask_;
+    const RAND_METHOD* const former_;
+};
+
+std::string Sha256Hex(std::string_view text) { return HexEncode(Sha256Once(AsBytes(text))); }
+
+std::string Seal(std::string_view data, const std::string& key = kRecipient) {
+    std::string sealed = "former";
+    const bool done = SealToKey(AsBytes(data), key, sealed);
+    EXPECT_EQ(done, !sealed.empty());
+    return sealed;
+}
+
+std::string Part(std::string_view text) {
+    const ByteBuffer key = HexDecode(kContentKey);
+    return EncryptPart(text, std::span<const uint8_t, 32>(key));
+}
+
+const ByteBuffer kContentKeyBytes = HexDecode(kContentKey);
+const std::string kContentKeyText(kContentKeyBytes.begin(), kContentKeyBytes.end());
+
+TEST(SealedValue, KnownAnswers) {
+    const std::string head = "42494531039c7a3a75b43dfa0c28c911a4ff1ff157a176116c4e4d00ca15fead57b4806c03";
+    const std::pair<std::string, std::string> rows[] = {
+        {kContentKeyText, kSealedContentKey},
+        {"", head + "25c194809ddb7910b5da8ba602cc0d1737af7114b05f2d2ee9f9bbafe0d601102f8bc440cbeee8df6704a29c"
+                    "24a68802"},
+        {std::string(15, 'r'), head +
+                                   "95b6ec369dbf2ace919ebd37a9f47507ba62b4d7350bca3f5c86213a6fb5931be413b23"
+                                   "8a938cb1edfa2587a460c841f"},
+        {std::string(16, 'r'), head +
+                                   "eefa2e1843a930bea1a48ad3dea65b6599ad98fce8be06b0ee1538a3bcfb46dd4ff7490"
+                                   "617708dce53211bb719a5024a1bda1bb81eeff5c81f04857fd11640de"},
+    };
+    for (const auto& [data, sealed] : rows) {
+        const FixedDraws draws({kEphemeral});
+        EXPECT_EQ(Seal(data), sealed);
+    }
+    const FixedDraws draws({kEphemeral});
+    EXPECT_EQ(Sha256Hex(Seal(std::string(2'000, 'r'))),
+              "a954acd720e5a9a7cdd2a28eb62318f404951ff97ac06ed4ff1046ea5b9f2c16");
+}
+
+TEST(SealedValue, FormsOfTheRecipientsKey) {
+    const std::pair<std::string, bool> rows[] = {
+        {"04" + kRecipientX + kRecipientY, true},
+        {" 0X02\t" + kRecipientX.substr(0, 32) + "\r\n" + kRecipientX.substr(32) + " ", true},
+        {"04" + kRecipientX + kRecipientX, false},  // no point of the curve
+        {"02" + std::string(64, 'f'), false},       // beyond the field
+        {"05" + kRecipientX, false},
+        {"00", false},  // the point at infinity
+        {kRecipientX, false},
+        {kRecipient + "0", false},
+        {"", false},
+    };
+    for (const auto& [key, good] : rows) {
+        const FixedDraws draws({kEphemeral});
+        EXPECT_EQ(Seal(kContentKeyText, key), good ? kSealedContentKey : "") << key;
+    }
+}
+
+TEST(SealedValue, ADrawOfZeroIsDrawnAgainUpToEightTimes) {
+    std::deque<std::string> draws(7, kZero);
+    draws.push_back(kEphemeral);
+    EXPECT_EQ((FixedDraws(draws), Seal(kContentKeyText)), kSealedContentKey);
+    draws.push_front(kZero);
+    EXPECT_EQ((FixedDraws(draws), Seal(kContentKeyText)), "");
+    EXPECT_EQ((FixedDraws({kFailure}), Seal("")), "");
+    EXPECT_EQ((FixedDraws({kZero, kFailure}), Seal("")), "");
+}
+
+TEST(SealedValue, AnyBitChangedIsNoticed) {
+    const std::string sealed = Seal(kContentKeyText);
+    EXPECT_EQ(OpenSealed(sealed, kRecipientPrivate), kContentKeyText);
+    EXPECT_EQ(OpenSealed(sealed, kOwnPrivate), std::nullopt) << "by somebody else";
+    ByteBuffer bytes = HexDecode(sealed);
+    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+        bytes[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+        EXPECT_EQ(OpenSealed(HexEncode(bytes), kRecipientPrivate), std::nullopt) << bit;
+        bytes[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+    }
+}
+
+TEST(SealedValue, EverySizeOpensAgain) {
+    for (std::size_t size = 0; size <= 2'000; size += size < 34 ? 1 : 983) {
+        std::string text(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7);
+        EXPECT_EQ(OpenSealed(Seal(text), kRecipientPrivate), text);
+        EXPECT_EQ(OpenPart(Part(text), kContentKeyText), text);
+    }
+}
+
+TEST(SealedPart, KnownAnswers) {
+    const FixedDraws draws({});
+    const std::string vector = kVector;
+    EXPECT_EQ(Part(""), vector + "4afea6c0f81de087b6b99f7c191a3ec4");
+    EXPECT_EQ(Part(std::string(15, 'r')), vector + "a76c569fea8ba325cb3779ba6ea2b154");
+    EXPECT_EQ(Part(std::string(16, 'r')),
+              vector + "8d744351e70f6d93fd9c0fb66bb1e3a60fce79cf70d067f1f7d412efbb74fe6c");
+    EXPECT_EQ(Sha256Hex(Part(std::string(2'000, 'r'))),
+              "65dab491ee86eaa53c3bbfd5f8bdf76b2cc61b65cd6435d544ae32521aaa8c61");
+}
+
+TEST(EncryptionKey, CanonicalText) {
+    const std::string upper =
+        "02" + std::string("BEFB68703F3927062D65DD0139FD2B2C6BE2FDF31A1ADEB3A5E9C7E2CAE0B6F1");
+    const std::pair<std::string, bool> rows[] = {
+        {kRecipient, true},
+        {" \v\f0x" + upper.substr(0, 7) + "\n " + upper.substr(7) + "\r\t", true},
+        {"0 X" + upper, true},
+        {"0x0x" + kRecipient, false},
+        {"04" + kRecipientX + kRecipientY, false},
+        {kRecipient + "0", false},
+        {kRecipient + "00", false},
+        {kRecipient.substr(2), false},
+        {kRecipient.substr(1) + "g", false},
+        {"0x", false},
+        {"", false},
+    };
+    for (const auto& [text, good] : rows) {
+        EXPECT_EQ(CanonicalEncryptionKey(text), good ? kRecipient : "") << text;
+    }
+}
+
+// A working folder and a wallet named "ada"; no key is known.
+struct DirectMessage : testing::Test {
+    DirectMessage() { ClearEncryptionKeys(); }
+    ~DirectMessage() override { ClearEncryptionKeys(); }
+
+    static std::string FileOf(const std::string& name) { return "userinfo/encpub-" + name + ".txt"; }
+
+    static void PutFile(const std::string& name, const std::string& content) {
+        MakeFolders("userinfo");
+        ASSERT_TRUE(WriteFile(FileOf(name), content));
+    }
+
+    bool Encrypt(const MessageParts& parts, const std::string& to = "bob") {
+        row = {{"type", "report"}};
+        error = "former";
+        return EncryptDirectMessage(parts, "ada", to, row, error);
+    }
+
+    const WorkingFolder folder;
+    WalletFixture wallet{"ada"};
+    json row;
+    std::string error;
+    std::string public_hex;
+    SecretString private_hex;
+};
+
+TEST_F(DirectMessage, AWholeMessageOfFixedDraws) {
+    StoreEncryptionKey("@Bob", kRecipient, 5);
+    ASSERT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error)) << error;
+    const FixedDraws draws({kContentKey, kEphemeral});
+    ASSERT_TRUE(Encrypt({std::string(15, 'r'), std::string(16, 'r')})) << error;
+    EXPECT_EQ(error, "");
+    const std::string vector = kVector;
+    const json expected = {
+        {"type", "report"},
+        {"pmessage1", vector + "a76c569fea8ba325cb3779ba6ea2b154"},
+        {"pmessage2", vector + "8d744351e70f6d93fd9c0fb66bb1e3a60fce79cf70d067f1f7d412efbb74fe6c"},
+        {"enc_v", 2},
+        {"enc_pub", kOwn},
+        {"wrap_to", kSealedContentKey},
+        {"wrap_me",
+         "42494531029c5530e4385ebc41cdaf8257edf9a2baaf8506a4099103211e6ed7382103ed67a10a03e6d1095a09d19339026"
+         "567e"
+         "d6501fd4c3d360cb8d92ea4efbf0a83c8ffdf4a8fd92b1e76c2c2d83fc5e9dec5c4f1315bcef66037b226c2ae896854a352"
+         "77d"
+         "523a2f6af4923fdea58e63d93d015"},
+    };
+    EXPECT_EQ(row, expected);
+}
+
+TEST_F(DirectMessage, PartsEndAtTheFirstEmptyOne) {
+    StoreEncryptionKey("bob", kRecipient, 5);
+    const std::string bytes("\0\xff\n", 3);
+    ASSERT_TRUE(Encrypt({"one ", bytes, std::string(2'000, 'x'), "", "never"})) << error;
+    EXPECT_EQ(row.size(), 8u) << "three parts, four fields and what the caller had set";
+    EXPECT_FALSE(row.contains("pmessage4") || row.contains("pmessage5"));
+    for (const auto& [wrap, key] : {std::pair("wrap_to", kRecipientPrivate), {"wrap_me", kOwnPrivate}}) {
+        EXPECT_EQ(OpenMessage(row, wrap, key), "one " + bytes + std::string(2'000, 'x'));
+    }
+    ASSERT_TRUE(Encrypt({"1", "2", "3", "4", "5", "6", "7", "8"})) << error;
+    EXPECT_EQ(OpenMessage(row, "wrap_to", kRecipientPrivate), "12345678");
+    ASSERT_TRUE(Encrypt({"", "never"}));
+    EXPECT_FALSE(row.contains("pmessage1") || row.contains("pmessage2"));
+}
+
+TEST_F(DirectMessage, TwoOfOneTextShareNothing) {
+    StoreEncryptionKey("bob", kRecipient, 5);
+    const std::string text(48, 'r');
+    std::set<std::string> seen;
+    std::size_t blocks = 0;
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(Encrypt({text, text})) << error;
+        // Whatever comes behind the magic: points, vectors, blocks and codes.
+        for (const auto& [key, from] :
+             {std::pair("pmessage1", 0), {"pmessage2", 0}, {"wrap_to", 10}, {"wrap_me", 10}}) {
+            const std::string value = row[key].get<std::string>().substr(static_cast<std::size_t>(from));
+            for (std::size_t at = 0; at + 32 <= value.size(); at += 32, ++blocks)
+                seen.insert(value.substr(at, 32));
+        }
+    }
+    EXPECT_EQ(seen.size(), blocks);
+    EXPECT_EQ(blocks, 2u * (2 * 5 + 2 * 7));
+}
+
+TEST_F(DirectMessage, EveryFailureHasItsWords) {
+    EXPECT_FALSE(Encrypt({"text"}, " @Bob"));
+    EXPECT_EQ(
+        error,
+        "no encryption key on file for @Bob. They need to join a channel once with this version so their key "
+        "is published.");
+    EXPECT_EQ(FindEncryptionKey("ada"), kOwn) << "the sender's own key stays";
+    EXPECT_FALSE(Encrypt({"text"}, ""));
+
+    PutFile("bob", "02" + std::string(64, 'f') + "\n5\n");
+    EXPECT_FALSE(Encrypt({"text"}));
+    EXPECT_EQ(error, "failed to wrap direct-message key") << "the key is no point";
+
+    StoreEncryptionKey("bob", kRecipient, 6);
+    EXPECT_FALSE((FixedDraws({kFailure}), Encrypt({"text"})));
+    EXPECT_EQ(error, "RNG failed");
+    EXPECT_FALSE((FixedDraws({kContentKey, kFailure}), Encrypt({"text"})));
+    EXPECT_EQ(error, "failed to wrap direct-message key");
+    EXPECT_TRUE(Encrypt({"text"})) << error;
+
+    json no_object = json::array();
+    EXPECT_FALSE(EncryptDirectMessage({"text"}, "ada", "bob", no_object, error));
+    UnbindWallet();
+    EXPECT_FALSE(Encrypt({"text"}));
+    EXPECT_EQ(error, "Connect Pouch");
+}
+
+TEST_F(DirectMessage, TheOwnPairIsDerivedOnceForAName) {
+    ASSERT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error)) << error;
+    EXPECT_EQ(public_hex, kOwn);
+    EXPECT_EQ(private_hex, kOwnPrivate);
+    EXPECT_EQ(ReadFile(FileOf("ada")), kOwn + std::string("\n1790000000\n"));
+
+    // From memory: another phrase under the same name is not looked at.
+    const auto use = [&](const char* name, const char* phrase) {
+        const WalletLock lock(wallet_mutex);
+        ClearWalletState();
+        const json file = {{"mnemonic", phrase}, {"paymail", name}};
+        WriteFile(WalletFilePath(), file.dump());
+        return LoadWallet();
+    };
+    constexpr char kOther[] = "legal winner thank year wave sausage worth useful legal winner thank yellow";
+    ASSERT_TRUE(use("ada", kOther));
+    EXPECT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_EQ(public_hex, kOwn);
+    ASSERT_TRUE(use("eve", kOther));
+    EXPECT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_NE(public_hex, kOwn);
+    EXPECT_EQ(FindEncryptionKey("eve"), public_hex);
+    EXPECT_EQ(FindEncryptionKey("ada"), kOwn);
+
+    // Without a name the pair is forgotten.
+    ASSERT_TRUE(use("", "letter advice cage absurd amount doctor acoustic avoid letter advice cage above"));
+    EXPECT_FALSE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_EQ(error, "Connect Pouch");
+    ASSERT_TRUE(use("eve", kTestPhrase));
+    EXPECT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_EQ(public_hex, kOwn);
+}
+
+TEST_F(DirectMessage, AWalletOfOneKeyHasNoPair) {
+    {
+        const WalletLock lock(wallet_mutex);
+        ClearWalletState();
+        const json file = {{"priv", kOwnPrivate},
+                           {"pub", kOwn},
+                           {"address", AddressFromPublicKey(kOwn)},
+                           {"paymail", "ada"}};
+        ASSERT_TRUE(WriteFile(WalletFilePath(), file.dump()));
+        ASSERT_TRUE(LoadWallet());
+    }
+    EXPECT_FALSE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_EQ(error, "Connect Pouch");
+}
+
+TEST_F(DirectMessage, FileAndMemoryTheNewerKeyWins) {
+    struct Row {
+        const char* why;
+        std::string file;   // empty: there is none
+        int64_t memory_ts;  // of the own key as the recipient's; -1: nothing known
+        std::string found;
+    };
+    const std::string blanks = " 0x02 " + kRecipientX.substr(0, 9) + "\t" + kRecipientX.substr(9) + "\r";
+    const Row rows[] = {
+        {"neither", "", -1, ""},
+        {"memory only", "", 7, kOwn},
+        {"file only", kRecipient + "\n7\n", -1, kRecipient},
+        {"file newer", kRecipient + "\n8\n", 7, kRecipient},
+        {"both as new: the file", kRecipient + "\n7\n", 7, kRecipient},
+        {"file older", kRecipient + "\n6\n", 7, kOwn},
+        {"no second line, no time", kRecipient, 7, kOwn},
+        {"no second line, but it is as new", kRecipient, 0, kRecipient},
+        {"bad second line", kRecipient + "\n9x\n", 7, kOwn},
+        {"a time out of range", kRecipient + "\n99999999999999999999\n", 7, kOwn},
+        {"blanks and line ends of another system", blanks + "\n 8\r\n", 7, kRecipient},
+        {"key in upper case", "02BEFB68703F3927062D65DD0139FD2B2C6BE2FDF31A1ADEB3A5E9C7E2CAE0B6F1\n8", 7,
+         kRecipient},
+        {"65-byte key", "04" + kRecipientX + kRecipientY + "\n8\n", 7, kOwn},
+        {"65-byte key, nothing else", "04" + kRecipientX + kRecipientY + "\n8\n", -1, ""},
+        {"an empty line first", "\n" + kRecipient + "\n8\n", 7, kOwn},
+        {"a byte of no text", "\xff\n8\n", -1, ""},
+    };
+    for (const Row& shown : rows) {
+        ClearEncryptionKeys();
+        if (shown.memory_ts >= 0) StoreEncryptionKey("bob", kOwn, shown.memory_ts);
+        RemoveFile(FileOf("bob"));
+        if (!shown.file.empty()) PutFile("bob", shown.file);
+        EXPECT_EQ(FindEncryptionKey("bob"), shown.found) << shown.why;
+        RemoveFile(FileOf("bob"));
+        EXPECT_EQ(FindEncryptionKey("@BOB "), shown.found) << shown.why << ", once the file is gone";
+    }
+    PutFile("bob", kRecipient + "\n9\n");
+    EXPECT_EQ(FindEncryptionKey(" $Bob"), kRecipient) << "a file that has come since is seen at once";
+    EXPECT_EQ(FindEncryptionKey("@@bob"), "") << "another handle";
+    EXPECT_EQ(FindEncryptionKey(" @ "), "");
+}
+
+TEST_F(DirectMessage, WhatIsStoredStandsInItsFile) {
+    StoreEncryptionKey("@Bob", " 0x" + kRecipient, 7);
+    EXPECT_EQ(ReadFile(FileOf("bob")), kRecipient + "\n7\n");
+    struct stat status = {};
+    ASSERT_EQ(::stat("userinfo", &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700u);
+    ASSERT_EQ(::stat(FileOf("bob").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+    StoreEncryptionKey("bob", kOwn, 6);
+    EXPECT_EQ(ReadFile(FileOf("bob")), kRecipient + "\n7\n") << "an older key";
+    EXPECT_EQ(FindEncryptionKey("bob"), kRecipient);
+    RemoveFile(FileOf("bob"));
+    StoreEncryptionKey("bob", kRecipient, 7);
+    EXPECT_FALSE(FileExists(FileOf("bob"))) << "nothing new";
+    StoreEncryptionKey("bob", kOwn, 7);
+    EXPECT_EQ(ReadFile(FileOf("bob")), kOwn + std::string("\n7\n")) << "another key, as new";
+
+    StoreEncryptionKey("", kOwn, 7);
+    StoreEncryptionKey("eve", "no key", 7);
+    StoreEncryptionKey("..//../x", kOwn, 7);
+    StoreEncryptionKey(std::string_view("bob.txt\0", 8), kRecipient, 9);
+    EXPECT_EQ(FindEncryptionKey("bob"), kOwn) << "no handle writes to another's file";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("userinfo"), {}), 1);
+
+    std::filesystem::create_directory(FileOf("carol"));
+    StoreEncryptionKey("carol", kOwn, 7);
+    EXPECT_EQ(FindEncryptionKey("carol"), kOwn) << "memory has it all the same";
+}
+
+// ---- Memory. Each secret stands here masked, so that a search does not find what it searches for.
+
+constexpr uint8_t kMask = 0xa5;
+constexpr std::size_t kPiece = 16;  // bytes of a secret that count as a find
+
+bool MemoryHolds(std::string_view masked_hex) {
+    const ByteBuffer masked = HexDecode(masked_hex);
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        uintptr_t begin = 0;
+        uintptr_t end = 0;
+        char mode[5] = {};
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, mode) != 3) continue;
+        if (mode[0] != 'r' || mode[1] != 'w') continue;
+        const auto* const memory = reinterpret_cast<const uint8_t*>(begin);
+        for (std::size_t at = 0; at + kPiece <= end - begin; ++at) {
+            for (std::size_t from = 0; from < masked.size(); from += kPiece) {
+                // Forward, and in reverse: the limbs of a big number lie low end first.
+                std::size_t same = 0;
+                while (same < kPiece && (memory[at + same] ^ kMask) == masked[from + same]) ++same;
+                if (same == kPiece) return true;
+                same = 0;
+                while (same < kPiece && (memory[at + same] ^ kMask) == masked[from + kPiece - 1 - same])
+                    ++same;
+                if (same == kPiece) return true;
+            }
+        }
+    }
+    return false;
+}
+
+TEST_F(DirectMessage, NoSecretOfASealingIsLeftInMemory) {
+#ifdef BRICKFALL_SHADOW_MEMORY
+    GTEST_SKIP() << "the sanitizer's own memory is too large to search, and keeps what is freed";
+#endif
+    constexpr char kMaskedContentKey[] = "61404c6baa8963a2df22e5e4629e091edbb6e1652e4bd4f5fc90f380556b2500";
+    constexpr char kMaskedEphemeral[] = "623f445db820266a6e446f73a05b01a8af72250306bd173827798848965f6f24";
+    const std::pair<const char*, const char*> secrets[] = {
+        {"content key", kMaskedContentKey},
+        {"ephemeral key", kMaskedEphemeral},
+        {"shared point", "09b308eed13ea3fe302aadc5f197676b7d78bb372ea5162801ad878bdc66a89c"},
+        {"derived keys",
+         "6c34a4b16e927343103fd69ff477f382eeaa199c1ca0ad18c2dfb8a3cdfbbf54"
+         "dde3919b43d3a314c34e3dbce7130f9243ade06850c52ffc11be292348cf337e"},
+    };
+    StoreEncryptionKey("bob", kRecipient, 5);
+    ASSERT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error)) << error;
+    {
+        const FixedDraws draws({kMaskedContentKey, kMaskedEphemeral}, kMask);
+        ASSERT_TRUE(Encrypt({"text"})) << error;
+    }
+    for (const auto& [name, masked] : secrets) EXPECT_FALSE(MemoryHolds(masked)) << name;
+
+    ByteBuffer seen = HexDecode(kMaskedContentKey);
+    for (uint8_t& byte : seen) byte ^= kMask;
+    EXPECT_TRUE(MemoryHolds(kMaskedContentKey)) << "the search is blind";
+}
+
+}  // namespace
+}  // namespace brickfall
