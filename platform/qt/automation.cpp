@@ -2,6 +2,7 @@
 
 #include <QAccessible>
 #include <QAccessibleInterface>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -111,6 +112,16 @@ void TypeText(std::string_view text) {
         StrokeKey(key, units.mid(at, length));
         at += length - 1;
     }
+}
+
+void PasteText(std::string_view text) {
+    QGuiApplication::clipboard()->setText(ToQString(text));
+    PressControl('V');
+}
+
+void PressControl(char letter) {
+    // A control key makes a control character, as window systems have it.
+    StrokeKey(letter, QString(QChar(letter & 0x1F)), Qt::ControlModifier);
 }
 
 void MovePointer(WindowId window, Point at) {

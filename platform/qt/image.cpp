@@ -54,6 +54,7 @@ void QuietHandler(QtMsgType type, const QMessageLogContext& context, const QStri
         category.starts_with("qt.gui.icc")) {
         return;
     }
+    if (text.startsWith(QLatin1String("QStandardPaths: XDG_RUNTIME_DIR"))) return;  // it finds another
     former_handler(type, context, text);
 }
 
