@@ -114,12 +114,12 @@ bool WindowExists(WindowId window);
 // ---- Windows. Sizes and positions of top-level windows include their frames, unless told otherwise.
 
 struct WindowOptions {
-    std::string title;
-    Size size;
+    std::string title = {};
+    Size size = {};
     bool size_is_client = false;
     bool resizable = true;  // false: caption and system menu only, and Escape closes it
     WindowId owner = 0;     // stays above its owner and goes with it
-    Color background;
+    Color background = {};
 };
 
 WindowId OpenWindow(const WindowOptions& options, WindowProcedure procedure);  // 0 when it cannot be made

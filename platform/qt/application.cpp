@@ -10,6 +10,7 @@
 #include "platform/qt/desktop_server.h"
 #include "platform/qt/font.h"
 #include "platform/qt/key_tracker.h"
+#include "platform/qt/message_boxes.h"
 #include "platform/qt/picture.h"
 #include "platform/qt/window_widget.h"
 
@@ -102,7 +103,7 @@ PlatformState& State() {
 
 Platform::Platform(int& argument_count, char** arguments) {
     PlatformState& state = State();
-    SilenceDecoders();
+    PrepareDecoders();
     QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     state.application = std::make_unique<QApplication>(argument_count, arguments);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
@@ -139,15 +140,23 @@ Platform::~Platform() {
 }
 
 int RunMessageLoop() {
-    if (!State().quitting) QCoreApplication::exec();
-    State().quitting = false;
-    return State().exit_code;
+    PlatformState& state = State();
+    if (!state.quitting) {
+        state.loop_running = true;
+        QApplication::exec();
+        state.loop_running = false;
+    }
+    state.quitting = false;
+    return state.exit_code;
 }
 
 void QuitMessageLoop(int code) {
-    State().quitting = true;
-    State().exit_code = code;
-    QCoreApplication::exit(code);
+    PlatformState& state = State();
+    state.quitting = true;
+    state.exit_code = code;
+    CloseMessageBoxes();
+    if (state.loop_running)
+        QCoreApplication::exit(code);  // out of it, it would keep later loops from running
 }
 
 bool PostWindowMessage(WindowId window, int number, int64_t value, std::unique_ptr<Payload> payload) {

@@ -34,6 +34,7 @@ struct PlatformState {
     int procedures_running = 0;
     std::vector<QPointer<QWidget>> buried;  // gone windows, deleted when no procedure runs
 
+    bool loop_running = false;
     bool quitting = false;
     int exit_code = 0;
     bool focus_pretended_lost = false;

@@ -46,21 +46,73 @@ bool SizeAllowed(const QSize& size, const Format& format) {
     return int64_t{size.width()} * size.height() * format.bytes_a_pixel <= kDecodeBudget;
 }
 
+constexpr std::array<uint32_t, 256> kCrcTable = [] {
+    std::array<uint32_t, 256> table{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t crc = byte;
+        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc % 2 == 1 ? 0xEDB88320 : 0);
+        table[byte] = crc;
+    }
+    return table;
+}();
+
+uint32_t Crc32(std::string_view bytes) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (const char byte : bytes) crc = crc >> 8 ^ kCrcTable[(crc ^ static_cast<uint8_t>(byte)) & 255];
+    return ~crc;
+}
+
+uint32_t BigEndian32(std::string_view bytes) {
+    uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[i]);
+    return value;
+}
+
+// The chunks of a PNG, up to the one that ends it: a file that was cut short or damaged is known here, where
+// the decoder would complain on the terminal.
+bool PngIsSound(std::string_view file) {
+    constexpr std::size_t kMagicSize = 8;
+    constexpr std::size_t kAroundData = 12;  // length, name and checksum
+    std::size_t at = kMagicSize;
+    while (at + kAroundData <= file.size()) {
+        const std::size_t length = BigEndian32(file.substr(at));
+        if (length > file.size() - at - kAroundData) return false;
+        const std::string_view checked = file.substr(at + 4, 4 + length);
+        const bool is_critical = checked[0] >= 'A' && checked[0] <= 'Z';
+        if (is_critical && Crc32(checked) != BigEndian32(file.substr(at + 8 + length))) return false;
+        if (checked == "IEND") return true;
+        at += kAroundData + length;
+    }
+    return false;
+}
+
+thread_local bool decoding = false;
 QtMessageHandler former_handler = nullptr;
 
 void QuietHandler(QtMsgType type, const QMessageLogContext& context, const QString& text) {
-    const std::string_view category = context.category != nullptr ? context.category : "";
-    if (category.starts_with("qt.gui.image") || category.starts_with("qt.imageformats") ||
-        category.starts_with("qt.gui.icc")) {
-        return;
+    constexpr const char* kNoise[] = {
+        "QStandardPaths: XDG_RUNTIME_DIR",  // it finds another
+        "This plugin does not support",     // off screen
+    };
+    if (decoding && type != QtFatalMsg) return;
+    for (const char* const noise : kNoise) {
+        if (text.startsWith(QLatin1String(noise))) return;
     }
-    if (text.startsWith(QLatin1String("QStandardPaths: XDG_RUNTIME_DIR"))) return;  // it finds another
     former_handler(type, context, text);
 }
 
+// Nothing that the decoders say about broken pictures is shown in its scope.
+class QuietScope {
+  public:
+    QuietScope() { decoding = true; }
+    ~QuietScope() { decoding = false; }
+    QuietScope(const QuietScope&) = delete;
+    QuietScope& operator=(const QuietScope&) = delete;
+};
+
 }  // namespace
 
-void SilenceDecoders() {
+void PrepareDecoders() {
     static std::once_flag once;
     std::call_once(once, [] {
         former_handler = qInstallMessageHandler(nullptr);
@@ -100,9 +152,11 @@ Image FromQImage(QImage picture) {
 }
 
 std::optional<Image> DecodeImage(std::string_view file) {
-    SilenceDecoders();
+    PrepareDecoders();
+    const QuietScope quiet;
     const Format* const format = FormatOf(file);
     if (format == nullptr) return std::nullopt;
+    if (format->decoder == std::string_view("png") && !PngIsSound(file)) return std::nullopt;
     QByteArray bytes = QByteArray::fromRawData(file.data(), static_cast<qsizetype>(file.size()));
     QBuffer buffer(&bytes);
     if (!buffer.open(QIODevice::ReadOnly)) return std::nullopt;

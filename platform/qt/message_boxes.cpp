@@ -2,7 +2,9 @@
 
 #include <QMessageBox>
 #include <QPointer>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -62,7 +64,8 @@ QMessageBox::Icon IconOf(BoxIcon icon) {
 
 void CloseMessageBoxes(const WindowWidget* owner) {
     for (const OpenBox& open : std::vector<OpenBox>(OpenBoxes())) {
-        if (open.owner == owner && open.box != nullptr) open.box->done(QMessageBox::Cancel);
+        const bool is_meant = owner == nullptr || open.owner == owner;
+        if (is_meant && open.box != nullptr) open.box->done(QMessageBox::Cancel);
     }
 }
 

@@ -1,13 +1,11 @@
 // message_boxes.h - message boxes on show, and who answers them in a test. Main thread only.
 #pragma once
 
-#include <functional>
-#include <string_view>
-
 namespace brickfall {
 
 class WindowWidget;
 
-void CloseMessageBoxes(const WindowWidget* owner);  // as refused
+// As refused: those of an owner, or all.
+void CloseMessageBoxes(const WindowWidget* owner = nullptr);
 
 }  // namespace brickfall

@@ -69,10 +69,15 @@ void PainterCanvas::Line(Point from, Point to, Color color, int width) {
 
 void PainterCanvas::FrameRoundRect(const Rect& rect, int corner, Color color, int width) {
     if (width < 1 || rect.w < width || rect.h < width) return;
+    if (corner <= 0) {
+        Fill({rect.x, rect.y, rect.w, width}, color);
+        Fill({rect.x, rect.Bottom() - width, rect.w, width}, color);
+        Fill({rect.x, rect.y, width, rect.h}, color);
+        Fill({rect.Right() - width, rect.y, width, rect.h}, color);
+        return;
+    }
     const Smooth smooth(painter_);
-    QPen pen(ToQColor(color), width);
-    pen.setJoinStyle(Qt::MiterJoin);
-    painter_.setPen(pen);
+    painter_.setPen(QPen(ToQColor(color), width));
     painter_.setBrush(Qt::NoBrush);
     const double radius = std::max(0.0, (corner - width) / 2.0);
     painter_.drawRoundedRect(Inside(rect, width), radius, radius);

@@ -17,7 +17,7 @@ QImage SmoothlyScaled(const Image& image, int w, int h);  // premultiplied
 
 Image FromQImage(QImage picture);
 
-// Keeps quiet what the decoders say about broken pictures. Once is enough.
-void SilenceDecoders();
+// Sets the decoders' limit, and keeps what is only noise off the terminal. Does it once.
+void PrepareDecoders();
 
 }  // namespace brickfall

@@ -221,7 +221,8 @@ void StopTimer(WindowId window, int timer) {
 
 bool HasFocus(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    return widget != nullptr && ApplicationActive() && QApplication::focusWidget() == widget;
+    return widget != nullptr && ApplicationActive() && QApplication::activeModalWidget() == nullptr &&
+           QApplication::focusWidget() == widget;
 }
 
 void FocusWindow(WindowId window) {

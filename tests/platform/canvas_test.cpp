@@ -1,0 +1,257 @@
+// Drawing, by probes of pixels whose colour follows from the geometry.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/platform/platform_fixture.h"
+
+namespace brickfall {
+namespace {
+
+constexpr Color kInk = Rgb(0xFF8C28);
+constexpr Color kPaper = Rgb(0x040A08);
+
+Image Drawn(const std::function<void(Canvas&)>& body, int scale = 1) {
+    return DrawToImage(
+        {40, 30},
+        [&](Canvas& canvas) {
+            EXPECT_EQ(canvas.Extent(), (Size{40, 30}));
+            canvas.Fill({0, 0, 40, 30}, kPaper);
+            body(canvas);
+        },
+        scale);
+}
+
+// The picture as rows of '#' for ink, '.' for paper and '+' for anything between.
+std::vector<std::string> Rows(const Image& image, const Rect& part) {
+    std::vector<std::string> rows;
+    for (int y = part.y; y < part.Bottom(); ++y) {
+        std::string row;
+        for (int x = part.x; x < part.Right(); ++x) {
+            const Color pixel = PixelOf(image, x, y);
+            row += pixel == kInk ? '#' : pixel == kPaper ? '.' : '+';
+        }
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+TEST(Canvas, DrawsStraightThingsSharp) {
+    const struct {
+        const char* what;
+        std::function<void(Canvas&)> body;
+        std::vector<std::string> expected;
+    } kCases[] = {
+        {"fill",
+         [](Canvas& c) {
+             c.Fill({1, 1, 3, 2}, kInk);
+         },
+         {".....", ".###.", ".###.", "....."}},
+        {"empty fill",
+         [](Canvas& c) {
+             c.Fill({3, 3, -2, 0}, kInk);
+         },
+         {".....", ".....", ".....", "....."}},
+        {"pixel",
+         [](Canvas& c) {
+             c.Pixel({4, 3}, kInk);
+         },
+         {".....", ".....", ".....", "....#"}},
+        {"line with both ends",
+         [](Canvas& c) {
+             c.Line({3, 1}, {1, 1}, kInk);
+         },
+         {".....", ".###.", ".....", "....."}},
+        {"line down",
+         [](Canvas& c) {
+             c.Line({2, 0}, {2, 2}, kInk);
+         },
+         {"..#..", "..#..", "..#..", "....."}},
+        {"line of one",
+         [](Canvas& c) {
+             c.Line({2, 2}, {2, 2}, kInk);
+         },
+         {".....", ".....", "..#..", "....."}},
+        {"wide line",
+         [](Canvas& c) {
+             c.Line({1, 1}, {2, 1}, kInk, 3);
+         },
+         {".##..", ".##..", ".##..", "....."}},
+        {"bevel",
+         [](Canvas& c) {
+             Bevel(c, {0, 0, 4, 4}, kInk, Rgb(0xFFFFFF));
+         },
+         {"###+.", "#..+.", "#..+.", "++++."}},
+        {"frame without corners",
+         [](Canvas& c) {
+             c.FrameRoundRect({1, 0, 4, 4}, 0, kInk);
+         },
+         {".####", ".#..#", ".#..#", ".####"}},
+        {"thick frame",
+         [](Canvas& c) {
+             c.FrameRoundRect({0, 0, 5, 4}, 0, kInk, 2);
+         },
+         {"#####", "#####", "#####", "#####"}},
+    };
+    for (const auto& a_case : kCases) {
+        EXPECT_EQ(Rows(Drawn(a_case.body), {0, 0, 5, 4}), a_case.expected) << a_case.what;
+    }
+}
+
+TEST(Canvas, RoundsWithinTheGivenRectangle) {
+    const auto around = [](const Image& image) {  // the pixels next to 5,5 20x20, outside
+        int inked = 0;
+        for (int i = 4; i <= 25; ++i) {
+            for (const auto& [x, y] :
+                 {std::pair(i, 4), std::pair(i, 25), std::pair(4, i), std::pair(25, i)}) {
+                inked += !(PixelOf(image, x, y) == kPaper);
+            }
+        }
+        return inked;
+    };
+    const Rect box = {5, 5, 20, 20};
+    const struct {
+        const char* what;
+        std::function<void(Canvas&)> body;
+        bool middle;
+        bool corner;
+    } kCases[] = {
+        {"disc", [&](Canvas& c) { c.FillEllipse(box, kInk); }, true, false},
+        {"ring", [&](Canvas& c) { c.FrameEllipse(box, kInk, 2); }, false, false},
+        {"round frame", [&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); }, false, false},
+        {"round clip", [&](Canvas& c) { c.ClipRoundRect(box, 14, [&] {
+                                            c.Fill({0, 0, 40, 30}, kInk);
+                                        }); },
+         true, false},
+        {"clipped disc", [&](Canvas& c) { c.ClipEllipse(box, [&] {
+                                              c.Fill({0, 0, 40, 30}, kInk);
+                                          }); }, true,
+         false},
+        {"a clip that has ended",
+         [&](Canvas& c) {
+             c.ClipEllipse(box, [] {});
+             c.Fill(box, kInk);
+         },
+         true, true},
+    };
+    for (const auto& a_case : kCases) {
+        SCOPED_TRACE(a_case.what);
+        const Image image = Drawn(a_case.body);
+        EXPECT_EQ(around(image), 0);
+        EXPECT_EQ(PixelOf(image, 15, 15) == kInk, a_case.middle);
+        EXPECT_EQ(PixelOf(image, 5, 5) == kInk, a_case.corner);
+        EXPECT_FALSE(PixelOf(image, 15, 5) == kPaper) << "it touches the edge of its box";
+        EXPECT_FALSE(PixelOf(image, 24, 15) == kPaper);
+    }
+    // The straight parts of a round frame are as sharp as a line.
+    const Image frame = Drawn([&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); });
+    EXPECT_EQ(Rows(frame, {13, 5, 4, 2}), (std::vector<std::string>{"####", "...."}));
+}
+
+TEST(Canvas, CoversMoreOfADenserDevice) {
+    const Image image = Drawn([](Canvas& c) { c.Pixel({1, 1}, kInk); }, 2);
+    EXPECT_EQ(image.w, 80);
+    EXPECT_EQ(Rows(image, {1, 1, 4, 4}), (std::vector<std::string>{"....", ".##.", ".##.", "...."}));
+    EXPECT_TRUE(DrawToImage({0, 5}, [](Canvas&) {}).Empty());
+}
+
+TEST(Canvas, PutsPicturesOverWhatIsThere) {
+    const Image picture = {2, 2, {0xFFFF0000, 0x00FFFFFF, 0x8000FF00, 0xFF0000FF}};
+    const Image image = Drawn([&](Canvas& c) {
+        c.Fill({0, 0, 40, 30}, Rgb(0x000000));
+        c.Draw(picture, {1, 1, 2, 2});
+        c.Draw(Image{2, 2, {1}}, {10, 10, 2, 2});  // not as many pixels as it says
+        c.Draw(picture, {10, 10, 0, 2});
+    });
+    EXPECT_EQ(PixelOf(image, 1, 1), Rgb(0xFF0000));
+    EXPECT_EQ(PixelOf(image, 2, 1), Rgb(0x000000));
+    EXPECT_NEAR(PixelOf(image, 1, 2).g, 128, 1);
+    EXPECT_EQ(PixelOf(image, 2, 2), Rgb(0x0000FF));
+    EXPECT_EQ(PixelOf(image, 10, 10), Rgb(0x000000));
+
+    const Image wide = {64, 64, std::vector<uint32_t>(64 * 64, 0xFF38D48C)};
+    const Image scaled = Drawn([&](Canvas& c) { c.Draw(wide, {3, 3, 16, 16}); });
+    EXPECT_EQ(PixelOf(scaled, 3, 3), Rgb(0x38D48C));
+    EXPECT_EQ(PixelOf(scaled, 18, 18), Rgb(0x38D48C));
+    EXPECT_EQ(PixelOf(scaled, 19, 18), kPaper);
+}
+
+TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {
+    const struct {
+        const char* family;
+        int height;
+        int weight;
+    } kAsked[] = {{"Segoe UI", 16, 400}, {"Segoe UI", 18, 400},    {"Segoe UI", 40, 700},
+                  {"Segoe UI", 72, 900}, {"Georgia", 28, 700},     {"Georgia", 32, 700},
+                  {"Consolas", 22, 600}, {"No Such Face", 20, 400}};
+    for (const auto& asked : kAsked) {
+        SCOPED_TRACE(asked.family + std::to_string(asked.height));
+        const Font font = MakeFont(asked.family, asked.height, asked.weight, FontQuality::kClearType);
+        const Size size = MeasureText(font, "Wg");
+        EXPECT_LE(size.h, asked.height);
+        EXPECT_GE(size.h, asked.height - 2) << "the largest that fits";
+        EXPECT_GT(size.w, asked.height / 2);
+        EXPECT_EQ(MeasureText(font, "").w, 0);
+        // A line holds its glyphs, from the ascenders to the descenders.
+        const int h = size.h;
+        const Image image = DrawToImage({size.w + 20, h + 20}, [&](Canvas& c) {
+            c.Fill({0, 0, size.w + 20, h + 20}, kPaper);
+            c.Text({10, 10, size.w, h}, "Wg", font, kInk);
+        });
+        EXPECT_EQ(PixelOf(image, 10 + size.w / 2, 9), kPaper);
+        int inked = 0;
+        for (int x = 0; x < image.w; ++x) inked += !(PixelOf(image, x, 10 + h * 2 / 3) == kPaper);
+        EXPECT_GT(inked, 0);
+    }
+    const Font mono = MakeFont("Consolas", 22, 600, FontQuality::kClearType);
+    EXPECT_EQ(MeasureText(mono, "iiii").w, MeasureText(mono, "WWWW").w);
+    const Font bold = MakeFont("Segoe UI", 40, 900, FontQuality::kAntialiased);
+    const Font regular = MakeFont("Segoe UI", 40, 400, FontQuality::kAntialiased);
+    EXPECT_GT(MeasureText(bold, "GAME OVER").w, MeasureText(regular, "GAME OVER").w);
+}
+
+// The leftmost and rightmost columns with ink, or -1.
+std::pair<int, int> InkedColumns(const Image& image) {
+    std::pair<int, int> columns = {-1, -1};
+    for (int x = 0; x < image.w; ++x) {
+        for (int y = 0; y < image.h; ++y) {
+            if (PixelOf(image, x, y) == kPaper) continue;
+            if (columns.first < 0) columns.first = x;
+            columns.second = x;
+        }
+    }
+    return columns;
+}
+
+TEST(Canvas, AlignsTextClipsItAndEndsItInAnEllipsis) {
+    const Font font = MakeFont("Segoe UI", 18, 400, FontQuality::kAntialiased);
+    const Rect box = {10, 10, 100, 20};
+    const auto columns = [&](std::string_view text, AlignX x, bool ellipsis = false) {
+        return InkedColumns(DrawToImage({140, 40}, [&](Canvas& c) {
+            c.Fill({0, 0, 140, 40}, kPaper);
+            c.Text(box, text, font, kInk, x, AlignY::kCentre, ellipsis);
+        }));
+    };
+    EXPECT_NEAR(columns("HH", AlignX::kLeft).first, 11, 2);
+    EXPECT_NEAR(columns("HH", AlignX::kRight).second, 108, 2);
+    const auto centred = columns("HH", AlignX::kCentre);
+    EXPECT_NEAR(centred.first - 10, 109 - centred.second, 2);
+
+    const std::string text(60, 'H');
+    for (const AlignX x : {AlignX::kLeft, AlignX::kCentre, AlignX::kRight}) {
+        const auto cut = columns(text, x);
+        EXPECT_GE(cut.first, 10);
+        EXPECT_LE(cut.second, 109);
+    }
+    const auto ended = columns(text, AlignX::kLeft, /*ellipsis=*/true);
+    EXPECT_LE(ended.second, 109);
+    EXPECT_GE(ended.second, 109 - MeasureText(font, "H").w);
+    EXPECT_EQ(columns("HH", AlignX::kLeft, true), columns("HH", AlignX::kLeft)) << "what fits stays";
+    EXPECT_EQ(columns("\x01\n\t", AlignX::kLeft), std::pair(-1, -1)) << "control characters are blanks";
+    EXPECT_NE(columns("\xFF\xFE", AlignX::kLeft), std::pair(-1, -1)) << "no UTF-8, and seen as such";
+    EXPECT_LE(columns(std::string(1'000'000, 'H'), AlignX::kLeft, true).second, 109);
+    EXPECT_EQ(columns("HH", AlignX::kLeft).first, columns(std::string("HH\0H", 4), AlignX::kLeft).first);
+}
+
+}  // namespace
+}  // namespace brickfall

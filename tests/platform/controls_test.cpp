@@ -1,0 +1,274 @@
+// Controls as a person uses them, by pointer and by keyboard, and what a screen reader is told.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/platform/platform_fixture.h"
+
+namespace brickfall {
+namespace {
+
+const Font& SmallFont() {
+    static const Font& font = *new Font(MakeFont("Segoe UI", 16, 400, FontQuality::kClearType));
+    return font;
+}
+
+bool operator==(const ButtonState& a, const ButtonState& b) {
+    return a.hot == b.hot && a.pressed == b.pressed && a.disabled == b.disabled && a.focused == b.focused;
+}
+
+struct ButtonStory : NotedWindow {
+    ButtonStory() {
+        CreateButton(id, 1, {20, 20, 100, 30}, "One", SmallFont());
+        CreateButton(id, 2, {20, 60, 100, 30}, "Two", SmallFont());
+        EnableWindowControl(id, 2, false);
+        PumpMessages();
+        Take();
+    }
+    ButtonState Look(int control) {
+        InvalidateControl(id, control);
+        PumpMessages();
+        return button;
+    }
+};
+
+TEST(Buttons, ClickOnlyWhenReleasedInside) {
+    ButtonStory window;
+    const Point inside = {30, 30}, outside = {300, 200};
+    EXPECT_TRUE(window.Look(1) == ButtonState{});
+    MovePointer(window.id, inside);
+    EXPECT_TRUE(window.Look(1) == (ButtonState{.hot = true}));
+    PressPointer(window.id, inside);
+    EXPECT_TRUE(window.Look(1) == (ButtonState{.hot = true, .pressed = true}));
+    MovePointer(window.id, outside);
+    EXPECT_TRUE(window.Look(1) == (ButtonState{.hot = true})) << "still held, and off it";
+    ReleasePointer(window.id, outside);
+    PumpMessages();
+    EXPECT_TRUE(window.Look(1) == ButtonState{});
+    EXPECT_EQ(window.Take(), Notes{}) << "dragged off";
+
+    PressPointer(window.id, inside);
+    MovePointer(window.id, outside);
+    ReleasePointer(window.id, inside);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"command 1"})) << "dragged off and back";
+    PressPointer(window.id, outside);
+    ReleasePointer(window.id, inside);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), Notes{}) << "pressed elsewhere";
+    EXPECT_TRUE(HasFocus(window.id)) << "the pointer leaves the focus where it is";
+
+    PressPointer(window.id, inside);
+    EnableWindowControl(window.id, 1, false);
+    ReleasePointer(window.id, inside);
+    ClickControl(window.id, 2);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), Notes{}) << "disabled";
+    EXPECT_TRUE(window.Look(2) == (ButtonState{.disabled = true}));
+}
+
+TEST(Buttons, ArePressedByReturnAndBlankAndLeaveTheArrowsToTheWindow) {
+    ButtonStory window;
+    PressTab();
+    EXPECT_EQ(FocusedControl(window.id), 1);
+    EXPECT_FALSE(HasFocus(window.id));
+    EXPECT_TRUE(window.Look(1) == (ButtonState{.focused = true}));
+    window.Take();  // the release of the key that has brought the focus is the new one's
+
+    PressKey(window.id, Key::kSpace);
+    EXPECT_TRUE(window.Look(1).pressed);
+    PressKey(window.id, Key::kSpace, /*is_repeat=*/true);
+    EXPECT_EQ(window.Take(), Notes{});
+    ReleaseKey(window.id, Key::kSpace);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"command 1"}));
+    TypeText("\n");
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"command 1"}));
+
+    PressKey(window.id, Key::kLeft);
+    ReleaseKey(window.id, Key::kLeft);
+    PressKey(window.id, Key::kP);
+    EXPECT_EQ(window.Take(), (Notes{"down left", "up left", "down p"}));
+    EXPECT_EQ(FocusedControl(window.id), 1);
+    ReleaseKey(window.id, Key::kP);
+
+    // A blank that is under way when the button is disabled presses nothing, and the focus does not wander.
+    CreateButton(window.id, 3, {20, 100, 100, 30}, "Three", SmallFont());
+    PressKey(window.id, Key::kSpace);
+    EnableWindowControl(window.id, 1, false);
+    EXPECT_TRUE(HasFocus(window.id));
+    window.Take();
+    ReleaseKey(window.id, Key::kSpace);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"up space"}));
+}
+
+TEST(Controls, TakeTheFocusInTheOrderOfTheirCreation) {
+    NotedWindow window;
+    CreateText(window.id, 1, {0, 0, 80, 20}, "plain", SmallFont());
+    CreateButton(window.id, 2, {0, 120, 80, 20}, "last on screen", SmallFont());
+    CreateTrackBar(window.id, 3, {0, 20, 80, 20}, 0, 10, 5);
+    CreateText(window.id, 4, {0, 40, 80, 20}, "link", SmallFont(), /*clickable=*/true);
+    CreateEdit(window.id, 5, {0, 60, 80, 40}, SmallFont(), 10, {}, {});
+    CreateButton(window.id, 6, {0, 100, 80, 20}, "off", SmallFont());
+    EnableWindowControl(window.id, 6, false);
+    std::vector<int> order;
+    for (int i = 0; i < 5; ++i) {
+        PressTab();
+        order.push_back(FocusedControl(window.id));
+    }
+    EXPECT_EQ(order, (std::vector<int>{2, 3, 4, 5, 2}));
+    PressTab(/*backwards=*/true);
+    EXPECT_EQ(FocusedControl(window.id), 5);
+    FocusWindow(window.id);
+    EXPECT_EQ(FocusedControl(window.id), 0);
+    EXPECT_TRUE(HasFocus(window.id));
+}
+
+TEST(Controls, TellAScreenReaderTheirNames) {
+    NotedWindow window;
+    CreateText(window.id, 1, {0, 0, 80, 20}, "Wallet: not connected", SmallFont());
+    CreateButton(window.id, 2, {0, 20, 80, 20}, "Play", SmallFont());
+    CreateButton(window.id, 3, {0, 40, 80, 20}, "", SmallFont());
+    CreateTrackBar(window.id, 4, {0, 60, 80, 20}, 0, 10, 5);
+    CreateEdit(window.id, 5, {0, 80, 80, 40}, SmallFont(), 10, {}, {});
+    for (const auto& [id, name] :
+         {std::pair(3, "Settings"), std::pair(4, "Volume"), std::pair(5, "Report")}) {
+        SetAccessibleControlName(window.id, id, name);
+        EXPECT_EQ(AccessibleName(window.id, id), name);
+    }
+    EXPECT_EQ(AccessibleName(window.id, 1), "Wallet: not connected");
+    EXPECT_EQ(AccessibleName(window.id, 2), "Play");
+    SetControlText(window.id, 1, "Wallet: connected");
+    EXPECT_EQ(AccessibleName(window.id, 1), "Wallet: connected");
+}
+
+// How many pixels of a rectangle are not the background.
+int Inked(const Image& image, const Rect& rect, Color background) {
+    int inked = 0;
+    for (int y = rect.y; y < rect.Bottom(); ++y) {
+        for (int x = rect.x; x < rect.Right(); ++x) inked += !(PixelOf(image, x, y) == background);
+    }
+    return inked;
+}
+
+TEST(Texts, ShowTheirStyleAndKeepWithinTheirRectangle) {
+    NotedWindow window;
+    const Rect rect = {20, 20, 200, 40};
+    CreateText(window.id, 1, rect, "", SmallFont());
+    const Color ground = window.style.background;
+    const auto inked = [&](std::string_view text, const Rect& where) {
+        SetControlText(window.id, 1, text);
+        EXPECT_EQ(ControlText(window.id, 1), text);
+        return Inked(GrabWindow(window.id), where, ground);
+    };
+    EXPECT_EQ(inked("", rect), 0);
+    const Rect first = {20, 20, 200, 18}, second = {20, 38, 200, 18};
+    EXPECT_GT(inked("one line", first), 0);
+    EXPECT_EQ(inked("one line", second), 0);
+    EXPECT_GT(inked("two\nlines", second), 0);
+    EXPECT_GT(inked("words that are many more than fit into a row", second), 0);
+    EXPECT_EQ(inked("<b></b>", first), inked("<b></b>", first));
+    EXPECT_GT(inked("<b></b>", first), 0) << "plain text only";
+    EXPECT_EQ(inked("\x01\x02\t\x7F", rect), 0) << "control characters are blanks";
+    EXPECT_EQ(inked(std::string(100'000, 'W'), {20, 61, 200, 200}), 200 * 200) << "the window's own ground";
+    std::string hostile;
+    while (hostile.size() < 100'000) hostile += "\xE2\x80\xAE\xF0\x9F\xFF\xCC\x81\r\n\x1B[2J";
+    inked(hostile, rect);
+
+    window.style = {Rgb(0xFF0000), Rgb(0x0000FF), true};
+    SetControlText(window.id, 1, "II");
+    const Image shot = GrabWindow(window.id);
+    EXPECT_EQ(PixelOf(shot, 219, 59), Rgb(0x0000FF));
+    EXPECT_GT(Inked(shot, first, Rgb(0x0000FF)), 0);
+}
+
+TEST(Texts, AreClickedOnlyWhenMadeForIt) {
+    NotedWindow window;
+    CreateText(window.id, 1, {0, 0, 80, 20}, "plain", SmallFont());
+    CreateText(window.id, 2, {0, 20, 80, 20}, "link", SmallFont(), /*clickable=*/true);
+    window.Take();
+    ClickControl(window.id, 1);
+    EXPECT_EQ(window.Take(), Notes{});
+    ClickControl(window.id, 2);
+    EXPECT_EQ(window.Take(), (Notes{"command 2"}));
+    FocusControl(window.id, 2);
+    TypeText("\n");
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"command 2"}));
+}
+
+TEST(TrackBars, AreMovedByTheArrowsWithinTheirRange) {
+    NotedWindow window;
+    CreateTrackBar(window.id, 7, {0, 0, 200, 30}, 0, 100, 99);
+    FocusControl(window.id, 7);
+    window.Take();
+    for (int i = 0; i < 3; ++i) {
+        PressKey(window.id, Key::kRight);
+        ReleaseKey(window.id, Key::kRight);
+    }
+    PressKey(window.id, Key::kLeft);
+    ReleaseKey(window.id, Key::kLeft);
+    const Notes notes = window.Take();
+    EXPECT_EQ(std::count(notes.begin(), notes.end(), "scroll 7 100"), 1);
+    EXPECT_EQ(std::count(notes.begin(), notes.end(), "scroll 7 99"), 1);
+    EXPECT_FALSE(std::count(notes.begin(), notes.end(), "down left")) << "the key is the bar's";
+}
+
+struct EditStory : NotedWindow {
+    EditStory() {
+        CreateEdit(id, 1, {0, 0, 200, 80}, SmallFont(), 10, Rgb(0xDCF0E4), Rgb(0x0C1612));
+        FocusControl(id, 1);
+        Take();
+    }
+    std::string Content() { return ControlText(id, 1); }
+};
+
+TEST(Edits, HoldNoMoreThanTheirLimitHoweverItComesIn) {
+    const std::string smile = "\xF0\x9F\x98\x80";  // two units
+    EditStory edit;
+    TypeText("12345\n789");
+    EXPECT_EQ(edit.Content(), "12345\n789");
+    TypeText(smile);
+    EXPECT_EQ(edit.Content(), "12345\n789") << "half of it would be a broken character";
+    TypeText("0\nX");
+    EXPECT_EQ(edit.Content(), "12345\n7890");
+    PasteText("more");
+    EXPECT_EQ(edit.Content(), "12345\n7890");
+
+    PressControl('A');
+    PasteText("ab\r\n" + smile + "cde" + smile + smile);
+    EXPECT_EQ(edit.Content(), "ab\n" + smile + "cde" + smile) << "in place of the selection";
+    PressControl('Z');
+    EXPECT_EQ(edit.Content(), "12345\n7890");
+    PressControl('Y');
+    EXPECT_EQ(edit.Content(), "ab\n" + smile + "cde" + smile);
+
+    PressControl('A');
+    PasteText("<b>9</b>" + std::string(4'000'000, 'x'));
+    EXPECT_EQ(edit.Content(), "<b>9</b>xx");
+    SetControlText(edit.id, 1, "123456789" + smile);
+    EXPECT_EQ(edit.Content(), "123456789");
+    PasteText(smile);
+    EXPECT_EQ(edit.Content(), "123456789");
+}
+
+TEST(Edits, UseTheKeysOfTheirTextAndLeaveTheOthers) {
+    EditStory edit;
+    for (const Key key : {Key::kP, Key::kSpace, Key::kLeft, Key::kRight}) {
+        PressKey(edit.id, key);
+        ReleaseKey(edit.id, key);
+    }
+    EXPECT_EQ(edit.Content(), "p ");
+    const Notes notes = edit.Take();
+    for (const std::string& note : notes) EXPECT_NE(note.substr(0, 4), "down") << note;
+    PressKey(edit.id, Key::kEscape);
+    EXPECT_TRUE(edit.Noted("down escape"));
+    const Image shot = GrabWindow(edit.id);
+    EXPECT_EQ(PixelOf(shot, 100, 60), Rgb(0x0C1612));
+}
+
+}  // namespace
+}  // namespace brickfall

@@ -1,0 +1,157 @@
+// One instance, found by the name of its window, also after a crash; and what the desktop starts for us.
+#include "platform/desktop.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <future>
+#include <string>
+
+#include "base/files.h"
+#include "tests/platform/platform_fixture.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+
+namespace brickfall {
+namespace {
+
+class Variable {
+  public:
+    Variable(const char* name, const std::string& value) : name_(name) {
+        if (const char* const former = std::getenv(name)) former_ = former;
+        value.empty() ? ::unsetenv(name) : ::setenv(name, value.c_str(), 1);
+    }
+    ~Variable() { former_.empty() ? ::unsetenv(name_) : ::setenv(name_, former_.c_str(), 1); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+  private:
+    const char* name_;
+    std::string former_;
+};
+
+TEST(WindowClass, IsClaimedOnceAndRaisedFromAnywhere) {
+    const TempFolder folder;
+    const Variable runtime("XDG_RUNTIME_DIR", folder.Path());
+    EXPECT_FALSE(RaiseWindowOfClass("CabinetShell")) << "nobody is there";
+    int raised = 0;
+    ASSERT_TRUE(ClaimWindowClass("CabinetShell", [&] { ++raised; }));
+    EXPECT_FALSE(ClaimWindowClass("CabinetShell", {}));
+    EXPECT_TRUE(ClaimWindowClass("Another", {}));
+
+    auto from_a_worker = std::async(std::launch::async, [] { return RaiseWindowOfClass("CabinetShell"); });
+    EXPECT_TRUE(from_a_worker.get());
+    PumpMessages();
+    EXPECT_EQ(raised, 1);
+    EXPECT_TRUE(RaiseWindowOfClass("CabinetShell"));
+    PumpMessages();
+    EXPECT_EQ(raised, 2);
+    EXPECT_FALSE(RaiseWindowOfClass("../CabinetShell"));
+    EXPECT_FALSE(RaiseWindowOfClass(""));
+}
+
+// A second process claims a class, is found, and is killed: its place can be had again.
+TEST(WindowClass, IsFreeAgainAfterACrash) {
+    const TempFolder folder;
+    const Variable runtime("XDG_RUNTIME_DIR", "");  // the one in the temporary folder
+    const Variable temporary("TMPDIR", folder.Path());
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t other = ::fork();
+    if (other == 0) {
+        const char claimed = ClaimWindowClass("Crashing", {}) ? 'y' : 'n';
+        if (::write(ready[1], &claimed, 1) == 1) ::pause();
+        ::_exit(1);
+    }
+    char claimed = '?';
+    ASSERT_EQ(::read(ready[0], &claimed, 1), 1);
+    EXPECT_EQ(claimed, 'y');
+    EXPECT_FALSE(ClaimWindowClass("Crashing", {}));
+    EXPECT_TRUE(RaiseWindowOfClass("Crashing"));
+    ::kill(other, SIGKILL);
+    ::waitpid(other, nullptr, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    EXPECT_FALSE(RaiseWindowOfClass("Crashing"));
+    int raised = 0;
+    EXPECT_TRUE(ClaimWindowClass("Crashing", [&] { ++raised; }));
+    EXPECT_TRUE(RaiseWindowOfClass("Crashing"));
+    PumpMessages();
+    EXPECT_EQ(raised, 1);
+}
+
+TEST(WindowClass, ComesUpEvenWhereNothingCanBeClaimed) {
+    const TempFolder folder;
+    const Variable runtime("XDG_RUNTIME_DIR", folder.Path());
+    ::chmod(folder.Path().c_str(), 0777);  // anybody could take its place
+    EXPECT_TRUE(ClaimWindowClass("Shared", {}));
+    EXPECT_FALSE(RaiseWindowOfClass("Shared"));
+    const Variable missing("XDG_RUNTIME_DIR", folder.Path() + "/none");
+    EXPECT_TRUE(ClaimWindowClass("Shared", {}));
+}
+
+TEST(Programs, StartDetachedInTheirFolderOrSayThatTheyDoNot) {
+    const TempFolder folder;
+    const std::string program = folder.Path() + "/program", told = folder.Path() + "/told";
+    ASSERT_EQ(::mkfifo(told.c_str(), 0600), 0);
+    ASSERT_TRUE(WriteFile(
+        program, "#!/bin/sh\necho \"$(pwd) $(ps -o ppid= -p $$ 2>/dev/null | tr -d ' ')\" > told\n"));
+    EXPECT_FALSE(StartProgram(program, folder.Path())) << "not executable";
+    ::chmod(program.c_str(), 0700);
+    EXPECT_FALSE(StartProgram(folder.Path() + "/none", folder.Path()));
+    EXPECT_FALSE(StartProgram(program, folder.Path() + "/none"));
+    ASSERT_TRUE(StartProgram(program, folder.Path()));
+    std::ifstream reader(told);  // waits for the program
+    std::string where, parent;
+    reader >> where >> parent;
+    EXPECT_EQ(where, folder.Path());
+    EXPECT_NE(parent, std::to_string(::getpid()));
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "it leaves nothing to wait for";
+    EXPECT_TRUE(FileExists(ExecutableFolder() + "/platform_tests"));
+}
+
+TEST(Addresses, AreOpenedOnlyWhenTheyAreOfTheWeb) {
+    TakeOpenedAddresses();
+    for (const char* const url : {"https://downloads.test/game?a=1", "file:///etc/passwd",
+                                  "javascript:alert(1)", "", "not an address", "http://downloads.test"}) {
+        OpenAddress(url);
+    }
+    EXPECT_EQ(TakeOpenedAddresses(), (Notes{"https://downloads.test/game?a=1", "http://downloads.test"}));
+    EXPECT_EQ(TakeOpenedAddresses(), Notes{});
+}
+
+TEST(Display, IsThereWhenItsSocketTakesConnections) {
+    const Variable wayland("WAYLAND_DISPLAY", "");
+    EXPECT_TRUE(DisplayAvailable()) << "off screen there always is one";
+    const Variable toolkit("QT_QPA_PLATFORM", "");
+    for (const char* const name :
+         {"", "nonsense", ":", ":x", ":9731", "unix:9731.0", ":99999999", "127.0.0.1:59000"}) {
+        const Variable display("DISPLAY", name);
+        EXPECT_FALSE(DisplayAvailable()) << name;
+    }
+    // A display server of our own, at the place where this machine's displays are looked for.
+    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = "/tmp/.X11-unix/X9732";
+    std::memcpy(address.sun_path + 1, path.data(), path.size());
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + path.size());
+    if (::bind(server, reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
+        ::listen(server, 1) == 0) {
+        const Variable display("DISPLAY", ":9732.0");
+        EXPECT_TRUE(DisplayAvailable());
+    }
+    ::close(server);
+}
+
+}  // namespace
+}  // namespace brickfall

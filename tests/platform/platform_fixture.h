@@ -1,0 +1,48 @@
+// platform_fixture.h - a window that writes down what it is told, in a process with the platform off screen.
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/automation.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+std::string Describe(const Message& message);  // one word for the type, and what belongs to it
+
+// Paints and styles are answered without a note.
+struct NotedWindow {
+    explicit NotedWindow(WindowOptions options = {.title = "Noted", .size = {400, 300}}, bool show = true);
+    ~NotedWindow();
+    NotedWindow(const NotedWindow&) = delete;
+    NotedWindow& operator=(const NotedWindow&) = delete;
+
+    // The notes since the last call.
+    std::vector<std::string> Take() { return std::exchange(notes, {}); }
+    bool Noted(const std::string& note) const {
+        return std::find(notes.begin(), notes.end(), note) != notes.end();
+    }
+
+    WindowId id = 0;
+    std::vector<std::string> notes;
+    std::function<bool(Message&)> handle;  // asked first
+    ButtonState button;                    // as last painted
+    TextStyle style = {Rgb(0xDCF0E4), Rgb(0x102030), false};
+
+  private:
+    bool OnMessage(Message& message);
+};
+
+using Notes = std::vector<std::string>;
+
+Color PixelOf(const Image& image, int x, int y);
+void PrintTo(const Color& color, std::ostream* out);
+void PrintTo(const Size& size, std::ostream* out);
+void PrintTo(const Rect& rect, std::ostream* out);
+
+}  // namespace brickfall

@@ -1,0 +1,254 @@
+// Windows: what they are told and in which order, their sizes, and their end at any moment.
+#include <gtest/gtest.h>
+
+#include "tests/platform/platform_fixture.h"
+
+namespace brickfall {
+namespace {
+
+constexpr WindowOptions Tool(WindowId owner) {
+    return {.title = "Tool", .size = {300, 200}, .size_is_client = true, .resizable = false, .owner = owner};
+}
+
+TEST(Windows, EndInOrderAndLeaveIdsThatDoNothing) {
+    Notes order;
+    const auto noting = [&](std::string name) {
+        return [&order, name](WindowId window, Message& message) {
+            if (message.type != MessageType::kDestroy) return false;
+            // Its controls still stand.
+            order.push_back(name + " " + ControlText(window, 1));
+            EXPECT_TRUE(WindowExists(window));
+            DestroyWindow(window);  // it is at it already
+            return true;
+        };
+    };
+    const WindowId main = OpenWindow({.size = {400, 300}}, noting("main"));
+    const WindowId child = OpenChild(main, {0, 0, 50, 50}, {}, noting("child"));
+    const WindowId tool = OpenWindow(Tool(main), noting("tool"));
+    for (const WindowId window : {main, child, tool})
+        CreateText(window, 1, {0, 0, 80, 20}, "stands", nullptr);
+    ShowWindow(main);
+    ShowWindow(tool);
+    PumpMessages();
+    DestroyWindow(main);
+    EXPECT_EQ(order, (Notes{"tool stands", "main stands", "child stands"}));
+    PumpMessages();
+
+    for (const WindowId gone : {main, child, tool, WindowId{0}, tool + 1'000}) {
+        EXPECT_FALSE(WindowExists(gone));
+        DestroyWindow(gone);
+        ShowWindow(gone, ShowState::kMaximized);
+        BringToFront(gone);
+        MoveWindow(gone, {1, 1});
+        ResizeWindow(gone, {1, 1});
+        MoveChild(gone, {1, 1, 1, 1});
+        StartTimer(gone, 1, 1);
+        FocusWindow(gone);
+        CreateButton(gone, 1, {}, "x", nullptr);
+        SetControlText(gone, 1, "x");
+        EnableWindowControl(gone, 1, false);
+        EXPECT_FALSE(HasFocus(gone) || IsMaximized(gone) || TimerRunning(gone, 1));
+        EXPECT_EQ(OpenChild(gone, {}, {}, nullptr), 0u);
+        EXPECT_EQ(ClientSize(gone), Size{});
+        EXPECT_EQ(ControlText(gone, 1), "");
+    }
+}
+
+// The window goes within each message that a program may end it by, and the toolkit carries on with its own
+// work.
+TEST(Windows, MayBeDestroyedByWhateverTheyAreTold) {
+    const struct {
+        const char* what;
+        MessageType type;
+        std::function<void(WindowId)> cause;
+    } kCases[] = {
+        {"a key", MessageType::kKeyDown, [](WindowId id) { PressKey(id, Key::kP); }},
+        {"a key's release", MessageType::kKeyUp, [](WindowId id) { ReleaseKey(id, Key::kP); }},
+        {"a button", MessageType::kCommand, [](WindowId id) { ClickControl(id, 1); }},
+        {"a button by key", MessageType::kCommand,
+         [](WindowId id) {
+             FocusControl(id, 1);
+             TypeText("\n");
+         }},
+        {"a track bar", MessageType::kScroll,
+         [](WindowId id) {
+             FocusControl(id, 2);
+             PressKey(id, Key::kRight);
+         }},
+        {"a timer", MessageType::kTimer, [](WindowId id) { FireTimer(id, 1); }},
+        {"a post", MessageType::kPosted, [](WindowId id) { PostWindowMessage(id, 1); }},
+        {"its frame", MessageType::kClose, [](WindowId id) { CloseByFrame(id); }},
+        {"escape", MessageType::kClose, [](WindowId id) { PressKey(id, Key::kEscape); }},
+        {"a text's paint", MessageType::kTextStyle, [](WindowId id) { InvalidateControl(id, 3); }},
+    };
+    for (const auto& a_case : kCases) {
+        SCOPED_TRACE(a_case.what);
+        const NotedWindow owner;
+        NotedWindow window(Tool(owner.id));
+        CreateButton(window.id, 1, {0, 0, 80, 30}, "End", nullptr);
+        CreateTrackBar(window.id, 2, {0, 40, 80, 30}, 0, 100, 50);
+        CreateText(window.id, 3, {0, 80, 80, 30}, "text", nullptr);
+        StartTimer(window.id, 1, 60'000);
+        PumpMessages();
+        int told = 0;
+        window.handle = [&](Message& message) {
+            if (message.type != a_case.type) return false;
+            ++told;
+            DestroyWindow(window.id);
+            return true;
+        };
+        a_case.cause(window.id);
+        PumpMessages();
+        EXPECT_EQ(told, 1);
+        EXPECT_FALSE(WindowExists(window.id));
+        EXPECT_TRUE(window.Noted("destroy"));
+        EXPECT_TRUE(WindowExists(owner.id));
+    }
+}
+
+TEST(Windows, CloseUnlessTheProcedureSaysOtherwise) {
+    NotedWindow main;
+    main.handle = [](Message& message) { return message.type == MessageType::kClose; };
+    EXPECT_FALSE(CloseByFrame(main.id));
+    PressKey(main.id, Key::kEscape);
+    EXPECT_TRUE(main.Noted("down escape")) << "a key like another where it closes nothing";
+
+    NotedWindow tool(Tool(main.id));
+    PressKey(tool.id, Key::kEscape);
+    EXPECT_EQ(tool.Take(), (Notes{"create", "close", "destroy"}));
+    EXPECT_FALSE(WindowExists(tool.id));
+    main.handle = nullptr;
+    EXPECT_TRUE(CloseByFrame(main.id));
+}
+
+TEST(Windows, CountTheirFrameOrNotAsAskedAndTellEachSizeOnce) {
+    NotedWindow window({.title = "Sized", .size = {500, 400}});
+    const Size frame = FrameSize(window.id);
+    EXPECT_EQ(WindowRect(window.id).w, 500);
+    EXPECT_EQ(WindowRect(window.id).h, 400);
+    EXPECT_EQ(ClientSize(window.id), (Size{500 - frame.w, 400 - frame.h}));
+    EXPECT_EQ(window.Take(), (Notes{"create"})) << "the size that it was made with is no change";
+
+    ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
+    ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
+    EXPECT_EQ(window.Take(), (Notes{"size 300 200"})) << "at once, and once";
+    SetMinimumClientSize(window.id, {320, 100});
+    EXPECT_EQ(window.Take(), (Notes{"size 320 200"}));
+    ResizeWindow(window.id, {10, 10});
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"size 320 100"}));
+
+    MoveWindow(window.id, {40, 30});
+    PumpMessages();
+    const Rect normal = {40, 30, 320 + frame.w, 100 + frame.h};
+    EXPECT_EQ(WindowRect(window.id), normal);
+    ShowWindow(window.id, ShowState::kMaximized);
+    PumpMessages();
+    EXPECT_TRUE(IsMaximized(window.id));
+    EXPECT_GT(ClientSize(window.id).w, 320);
+    EXPECT_EQ(NormalRect(window.id), normal);
+    ShowWindow(window.id, ShowState::kMinimized);
+    PumpMessages();
+    EXPECT_TRUE(IsMinimized(window.id));
+    EXPECT_EQ(NormalRect(window.id), normal);
+    BringToFront(window.id);
+    EXPECT_FALSE(IsMinimized(window.id));
+
+    NotedWindow tool(Tool(window.id));
+    EXPECT_EQ(ClientSize(tool.id), (Size{300, 200}));
+}
+
+TEST(Windows, PaintTheirChildrenAboveThemselves) {
+    NotedWindow window({.size = {200, 100}, .size_is_client = true});
+    const WindowId child = OpenChild(window.id, {50, 20, 60, 40}, Rgb(0xFF0000), nullptr);
+    CreateText(child, 1, {10, 10, 20, 20}, "", nullptr);
+    PumpMessages();
+    Image shot = GrabWindow(window.id);
+    EXPECT_EQ(PixelOf(shot, 49, 20), Rgb(0x060C0A));
+    EXPECT_EQ(PixelOf(shot, 50, 20), Rgb(0xFF0000)) << "unpainted, it shows its background";
+    EXPECT_EQ(PixelOf(shot, 109, 59), Rgb(0xFF0000));
+    MoveChild(child, {0, 0, 10, 10});
+    EXPECT_EQ(ChildRect(child), (Rect{0, 0, 10, 10}));
+    shot = GrabWindow(window.id);
+    EXPECT_EQ(PixelOf(shot, 50, 20), Rgb(0x060C0A));
+}
+
+TEST(Timers, AreReplacedStoppedAndGoneWithTheirWindow) {
+    NotedWindow window;
+    window.Take();
+    FireTimer(window.id, 41);
+    EXPECT_EQ(window.Take(), Notes{}) << "not running";
+    StartTimer(window.id, 41, 60'000);
+    StartTimer(window.id, 41, 60'000);
+    FireTimer(window.id, 41);
+    EXPECT_EQ(window.Take(), (Notes{"timer 41"}));
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kTimer) StopTimer(window.id, message.id);
+        return false;
+    };
+    FireTimer(window.id, 41);
+    EXPECT_FALSE(TimerRunning(window.id, 41));
+    StartTimer(window.id, 42, 1);  // a real one
+    while (!window.Noted("timer 42")) WaitMessage();
+    EXPECT_FALSE(TimerRunning(window.id, 42));
+}
+
+TEST(Monitors, AreFoundByWhereTheWindowIsMost) {
+    const Monitor left = {{0, 0, 1'000, 800}, {0, 0, 1'000, 760}};
+    const Monitor right = {{1'000, 0, 600, 800}, {1'000, 40, 600, 760}};
+    PretendMonitors({left, right});
+    NotedWindow window({.size = {200, 100}});
+    const struct {
+        Point at;
+        const Monitor& expected;
+    } kCases[] = {{{10, 10}, left},   {{850, 10}, left},      {{950, 10}, right},
+                  {{-500, 10}, left}, {{2'000, -900}, right}, {{1'300, 900}, right}};
+    for (const auto& a_case : kCases) {
+        MoveWindow(window.id, a_case.at);
+        EXPECT_EQ(MonitorOf(window.id).work, a_case.expected.work) << a_case.at.x << "," << a_case.at.y;
+    }
+    PretendMonitors({});
+    EXPECT_FALSE(Monitors().empty());
+}
+
+TEST(MessageBoxes, AreAnsweredByATestAndEndWithTheirOwner) {
+    std::string asked;
+    AnswerMessageBoxes([&](std::string_view title, std::string_view text) {
+        asked = std::string(title) + "/" + std::string(text);
+        return true;
+    });
+    EXPECT_TRUE(ShowMessageBox(0, "Title", "Text?", BoxButtons::kYesNo, BoxIcon::kQuestion));
+    EXPECT_EQ(asked, "Title/Text?");
+    AnswerMessageBoxes({});
+
+    // Shown: messages go on meanwhile, and so may its owner.
+    NotedWindow window;
+    window.Take();
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kPosted && message.id == 1) {
+            FocusWindow(window.id);
+            EXPECT_FALSE(HasFocus(window.id)) << "the box keeps the focus";
+        }
+        if (message.type == MessageType::kPosted && message.id == 2) DestroyWindow(window.id);
+        return false;
+    };
+    PostWindowMessage(window.id, 1);
+    PostWindowMessage(window.id, 2);
+    EXPECT_FALSE(ShowMessageBox(window.id, "Title", std::string(100'000, 'x'), BoxButtons::kOkCancel,
+                                BoxIcon::kWarning));
+    EXPECT_EQ(window.Take(), (Notes{"posted 1 0", "destroy", "posted 2 0"}));
+
+    // The program's end ends it too, and no new one comes up on the way out.
+    NotedWindow other;
+    other.handle = [](Message& message) {
+        if (message.type == MessageType::kPosted) QuitMessageLoop(3);
+        return false;
+    };
+    PostWindowMessage(other.id, 1);
+    EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
+    EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
+    EXPECT_EQ(RunMessageLoop(), 3);
+}
+
+}  // namespace
+}  // namespace brickfall
