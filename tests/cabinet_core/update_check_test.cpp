@@ -1,0 +1,163 @@
+#include "cabinet/update_check.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+#include "tests/support/wallet_fixture.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int32_t kHighest = 2'147'483'646;
+
+std::string Repeat(std::size_t times, std::string_view piece) {
+    std::string text;
+    for (std::size_t i = 0; i < times; ++i) text += piece;
+    return text;
+}
+
+TEST(UpdateCheck, PagesAndTheirBuild) {
+    const std::string filler = Repeat(5'000, "<p>free bricks</p>\n ");  // 100,000 bytes
+    struct Row {
+        const char* why;
+        std::string page;
+        int32_t build;
+    };
+    const Row rows[] = {
+        // As pages are written.
+        {"a sentence", "Current build: Version 0.002", 2},
+        {"a page",
+         "<!DOCTYPE html><html><head><title>Brickfall</title></head><body>\n<h1>Download</h1>\n<p><b>Current "
+         "build:</b> <span class=\"v\">Version&nbsp;<em>0.012</em></span></p><p>Older: version "
+         "0.011</p></body></html>",
+         12},
+        {"a table", "<table><tr><td>Version</td><td>1.500</td></tr></table>", 1500},
+        {"shouted", "VERSION = 0.002", 2},
+        {"mixed case", "cUrRent BuILd vErSiOn:0.3", 300},
+        {"whole number", "version 2", 2},
+        {"with a point", "version 2.0", 2000},
+        {"this build", "version 0.001", 1},
+        {"tab, colon, equals sign", "version:\t= : 0.004", 4},
+        {"every blank that is spelled out", "version&nbsp;&#160;&NBSP;0.005", 5},
+        {"a comma ends the number", "version 1,500", 1},
+        {"a letter ends it", "version 0.006beta", 6},
+        {"three numbers", "version 1.2.3", 1200},
+        {"version numbers of other things", "<?xml version=\"1.0\"?><p>Version 0.007</p>", 7},
+
+        // Several versions: the one behind "current build", else the last.
+        {"behind the mark", "version 0.9 current build is version 0.2, was version 0.1", 200},
+        {"the mark twice", "current build version 1 current build version 2", 1},
+        {"nothing behind the mark", "version 0.8, then version 0.009 - the current build", 9},
+        {"two blanks in the mark", "current  build version 1, version 2", 2},
+        {"a line end in the mark", "current\nbuild version 1, version 2", 2},
+        {"no mark, the last", "version 0.3 is out, version 0.4 is planned", 400},
+        {"the last has no number", "version 0.3 and other versions", -1},
+
+        // Tags.
+        {"in the word, it splits it", "ver<b>sion 0.5", -1},
+        {"in the number, it splits it", "version 0.<i>00</i>2", 0},
+        {"in the mark", "current<br>build version 1, version 2", 1},
+        {"an attribute before the number", "version <a title=\"0.5\">0.6</a>", 600},
+        {"the word in a tag only", "<meta name=\"version\" content=\"0.5\">", -1},
+        {"a tag that never ends", "version 0.5 <div version 0.6", 500},
+        {"the number in a tag that never ends", "version <div 0.6", -1},
+        {"an end without a begin", "version> 0.5", 500},
+        {"a tag in a tag", "version <<b>0.5", 500},
+        {"a spelled-out blank in a tag", "version<x&nbsp;y>1", 1},
+
+        // Size: the last 24,000 bytes are read.
+        {"100,000 bytes, the word in front", "version 0.5" + filler, -1},
+        {"100,000 bytes, the word behind", filler + "version 0.5", 500},
+        {"the word is cut", "version 0.5" + std::string(24'000 - 10, ' '), -1},
+        {"the word just fits", "version 0.5" + std::string(24'000 - 11, ' '), 500},
+        {"the tail begins in a tag", "<a title='" + filler + "version 0.5' >version 0.6", 600},
+        {"all of it tags", Repeat(50'000, "<>") + "version 8", 8},
+        {"all of it one tag", "version 8" + Repeat(12'000, "<<"), -1},
+        {"all of it spelled-out blanks", Repeat(16'000, "&nbsp;"), -1},
+        {"all of it words", Repeat(14'000, "version"), -1},
+        {"all of it digits", "version " + std::string(23'000, '9'), -1},
+        {"all of it zeros", "version " + std::string(23'000, '0') + "7", 7},
+        {"decimals beyond every number", "version 0." + std::string(23'000, '0') + "7", -1},
+
+        // No number, and numbers that are none.
+        {"nothing", "", -1},
+        {"another page", "<html><body><h1>404 Not Found</h1></body></html>", -1},
+        {"the end behind the word", "the newest version", -1},
+        {"a line end before the number", "version\n0.5", -1},
+        {"a v", "version v0.5", -1},
+        {"points", "version ...", -1},
+        {"a point in front", "version .5", 500},
+        {"a point behind", "version 5.", 5000},
+        {"two points in front", "version ..5", -1},
+        {"a negative one", "version -1", -1},
+        {"an exponent", "version 1e999", 1},
+        {"an exponent behind a point", "version 1.0e999", 1000},
+        {"beyond every integer", "version 99999999999999999999", -1},
+        {"beyond every integer, with a point", "version 99999999999999999999.0", -1},
+        {"the highest", "version 2147483646", kHighest},
+        {"one more, which the message could not carry", "version 2147483647", -1},
+        {"the highest, with a point", "version 2147483.646", kHighest},
+        {"one more, with a point", "version 2147483.647", -1},
+        {"zero", "version 0.000", 0},
+        {"rounded", "version 0.0026", 3},
+        {"digits of another script", "version \xD9\xA1", -1},
+        {"a byte of no text", "version \xff\x80", -1},
+        {"a zero byte", std::string("version\0 5", 10), -1},
+    };
+    for (const Row& row : rows) EXPECT_EQ(FindPageBuild(row.page), row.build) << row.why;
+}
+
+TEST(UpdateCheck, NumbersAsText) {
+    const std::pair<std::string, int32_t> rows[] = {
+        {" \t0.002\r\n", 2}, {std::string("\0\x01 7", 4), 7},
+        {"7 apples", 7},     {"", -1},
+        {" \x1f ", -1},      {"-1", -1},
+        {"-0.5", -1},        {"1.0e999", -1},
+        {"1.0e-999", -1},     {"nan.", -1},
+        {"inf.", -1},        {"seven", -1},
+        {".", -1},           {"1e999", 1},
+    };
+    for (const auto& [text, build] : rows) EXPECT_EQ(ParseBuild(text), build) << text;
+}
+
+TEST(UpdateCheck, BuildsAsText) {
+    const std::pair<int32_t, const char*> rows[] = {
+        {1, "0.001"},
+        {0, "0.000"},
+        {999, "0.999"},
+        {1000, "1.000"},
+        {1500, "1.500"},
+        {12'034, "12.034"},
+        {-1, "0.001"},
+        {-2'147'483'647, "0.001"},
+        {kHighest, "2147483.646"},
+    };
+    for (const auto& [build, text] : rows) EXPECT_EQ(FormatBuild(build), text);
+    EXPECT_EQ(VersionText(false), "Version 0.001");
+    EXPECT_EQ(VersionText(true), "Update available, https://brickfall.test/download");
+    EXPECT_EQ(UpdateQuestion(1500),
+              "A newer Brickfall is available.\n\nThis build:  0.001\nLatest:      1.500\n\nOpen "
+              "https://brickfall.test/download to download it?");
+}
+
+TEST(UpdateCheck, ThePageIsFetched) {
+    SandboxFixture services;
+    const auto answer = [&](sandbox::FaultKind kind, int status, const char* body) {
+        sandbox::Fault fault;
+        fault.kind = kind;
+        fault.status = status;
+        fault.body = body;
+        services.box.ClearFaults();
+        services.box.AddFault(sandbox::Service::kDownload, fault);
+        return LatestBuild();
+    };
+    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 200, "<p>Version 0.002</p>"), 2);
+    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 200, ""), -1);
+    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 404, "<p>Version 0.002</p>"), -1);
+    EXPECT_EQ(answer(sandbox::FaultKind::kDrop, 0, ""), -1);
+}
+
+}  // namespace
+}  // namespace brickfall
