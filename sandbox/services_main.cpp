@@ -1,11 +1,12 @@
 // brickfall-sandbox - every remote service of the game on 127.0.0.1, until SIGTERM or SIGINT.
 //
-//   brickfall-sandbox --folder DIR [--port N] [--journal FILE] [--port-file FILE]
+//   brickfall-sandbox --folder DIR [--port N] [--journal FILE] [--port-file FILE] [--seed-board]
 //
 //   --folder DIR      keeps the certificate authority; made at the first start
 //   --port N          the port to serve on; 0, which is the default, takes a free one
 //   --journal FILE    keeps the chain and the names, and goes on with them at the next start
 //   --port-file FILE  receives the port, in decimal, once it serves
+//   --seed-board      fills the weekly board with players, faces and runs, once for each week
 //
 // The line "sandbox ready on 127.0.0.1:PORT, authority PEMFILE" says that it serves. Exit code 0 after a
 // signal, 1 when it cannot serve, 2 for a wrong command line.
@@ -16,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/clock.h"
 #include "base/files.h"
 #include "sandbox/server/sandbox.h"
 
@@ -24,6 +26,7 @@ namespace {
 struct ProgramOptions {
     brickfall::sandbox::Options sandbox;
     std::string port_file;
+    bool seed_board = false;
 };
 
 bool ParsePort(std::string_view text, int& port) {
@@ -33,15 +36,19 @@ bool ParsePort(std::string_view text, int& port) {
 }
 
 bool ParseCommandLine(int count, char** arguments, ProgramOptions& options, std::string& error) {
-    for (int i = 1; i < count; i += 2) {
+    for (int i = 1; i < count; ++i) {
         const std::string_view name = arguments[i];
+        if (name == "--seed-board") {
+            options.seed_board = true;
+            continue;
+        }
         const bool known =
             name == "--folder" || name == "--port" || name == "--journal" || name == "--port-file";
         if (!known || i + 1 == count || arguments[i + 1][0] == '\0') {
             error = known ? std::string(name) + " needs a value" : "unknown option " + std::string(name);
             return false;
         }
-        const char* const value = arguments[i + 1];
+        const char* const value = arguments[++i];
         if (name == "--folder") options.sandbox.folder = value;
         if (name == "--journal") options.sandbox.journal_file = value;
         if (name == "--port-file") options.port_file = value;
@@ -75,6 +82,9 @@ int main(int count, char** arguments) {
 
     brickfall::sandbox::Sandbox sandbox(options.sandbox);
     if (!sandbox.Start(error)) return Fail(1, error);
+    if (options.seed_board && !sandbox.SeedBoard(brickfall::UnixSeconds())) {
+        return Fail(1, "cannot fill the board");
+    }
     const std::string port = std::to_string(sandbox.Port());
     if (!options.port_file.empty() &&
         !brickfall::ReplaceFile(options.port_file, options.port_file + ".new", port + "\n")) {

@@ -11,29 +11,48 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t kHistoryPage = 1000;
+constexpr std::size_t kPage = 1000;
 
-enum class Part { kAll, kConfirmed, kUnconfirmed };
+enum class Part { kConfirmed, kUnconfirmed };
 
-bool IsIn(Part part, const ChainTx& entry) {
-    return part == Part::kAll || (part == Part::kConfirmed) == (entry.height > 0);
-}
+bool IsIn(Part part, const ChainTx& entry) { return (part == Part::kConfirmed) == (entry.height > 0); }
 
 // Electrum's script hash: the single SHA-256 in reversed byte order.
 std::string ScriptHash(const KeyHash& owner) { return IdText(Sha256(PayToKeyHash(owner))); }
 
-json Envelope(std::string_view address, const KeyHash& owner, json result) {
-    return {
-        {"address", address}, {"script", ScriptHash(owner)}, {"result", std::move(result)}, {"error", ""}};
+// The part of a list that a request asks for, with the token of the next one behind it.
+struct Page {
+    json rows = json::array();
+    bool first = true;
+    std::string next;  // empty: nothing more
+};
+
+Page TakePage(const HttpRequest& request, const json& whole, std::size_t limit) {
+    Page page;
+    const std::size_t from = std::min(CountParameter(request, "token", 0), whole.size());
+    const std::size_t to = from + std::min(limit, whole.size() - from);
+    const auto at = [&whole](std::size_t index) {
+        return whole.begin() + static_cast<std::ptrdiff_t>(index);
+    };
+    page.rows.insert(page.rows.end(), at(from), at(to));
+    page.first = from == 0;
+    if (to < whole.size()) page.next = std::to_string(to);
+    return page;
+}
+
+HttpReply EnvelopeReply(std::string_view address, const KeyHash& owner, Page page) {
+    json body = {
+        {"address", address}, {"script", ScriptHash(owner)}, {"result", std::move(page.rows)}, {"error", ""}};
+    if (!page.next.empty()) body["nextPageToken"] = page.next;
+    return JsonReply(200, body);
 }
 
 // Outputs that no mined transaction has spent. Of the address listings the current generation flags what a
 // mempool transaction spends; the legacy one knows no flags and no mempool.
 json UnspentList(const Chain& chain, const KeyHash& owner, Part part, bool legacy, const Bend& bend) {
-    json confirmed = json::array();
-    json unconfirmed = json::array();
+    json list = json::array();
     const auto outpoints = chain.paid_to.find(owner);
-    if (outpoints == chain.paid_to.end()) return confirmed;
+    if (outpoints == chain.paid_to.end()) return list;
     for (const Outpoint& outpoint : outpoints->second) {
         const ChainTx& entry = *FindTransaction(chain, outpoint.id);
         const ChainCoin& coin = chain.coins.at(outpoint);
@@ -47,10 +66,9 @@ json UnspentList(const Chain& chain, const KeyHash& owner, Part part, bool legac
             row["status"] = entry.height > 0 ? "confirmed" : "unconfirmed";
             if (entry.height == 0) row["hex"] = ToHex(coin.output.locking);
         }
-        (entry.height > 0 ? confirmed : unconfirmed).push_back(std::move(row));
+        list.push_back(std::move(row));
     }
-    confirmed.insert(confirmed.end(), unconfirmed.begin(), unconfirmed.end());
-    return confirmed;
+    return list;
 }
 
 json HistoryList(const Chain& chain, const KeyHash& owner, Part part, const Bend& bend) {
@@ -65,22 +83,12 @@ json HistoryList(const Chain& chain, const KeyHash& owner, Part part, const Bend
     return list;
 }
 
-// Newest first unless asked otherwise, in pages.
-json HistoryPage(const HttpRequest& request, std::string_view address, const KeyHash& owner, json whole) {
+// Newest first unless asked otherwise.
+Page HistoryPage(const HttpRequest& request, json whole) {
     const auto order = request.query.find("order");
     if (order == request.query.end() || order->second != "asc") std::reverse(whole.begin(), whole.end());
-    const std::size_t limit =
-        std::clamp<std::size_t>(CountParameter(request, "limit", kHistoryPage), 1, kHistoryPage);
-    const std::size_t from = std::min(CountParameter(request, "token", 0), whole.size());
-    const std::size_t to = std::min(whole.size(), from + limit);
-    const auto at = [&whole](std::size_t index) {
-        return whole.begin() + static_cast<std::ptrdiff_t>(index);
-    };
-    json page = json::array();
-    page.insert(page.end(), at(from), at(to));
-    json body = Envelope(address, owner, std::move(page));
-    if (to < whole.size()) body["nextPageToken"] = std::to_string(to);
-    return body;
+    return TakePage(request, whole,
+                    std::clamp<std::size_t>(CountParameter(request, "limit", kPage), 1, kPage));
 }
 
 HttpReply AnswerAddress(const World& world, const HttpRequest& request, std::string_view path,
@@ -89,21 +97,23 @@ HttpReply AnswerAddress(const World& world, const HttpRequest& request, std::str
     const auto owner = ParseAddress(address);
     if (!owner) return NotFound();
     const Chain& listed = bend.listed != nullptr ? *bend.listed : world.chain;
-    const auto unspent = [&](Part part) {
-        return JsonReply(200, Envelope(address, *owner, UnspentList(listed, *owner, part, false, bend)));
-    };
+    const auto unspent = [&](Part part) { return UnspentList(listed, *owner, part, false, bend); };
     const auto history = [&](Part part) { return HistoryList(world.chain, *owner, part, bend); };
-    if (path == "unspent/all") return unspent(Part::kAll);
-    if (path == "confirmed/unspent") return unspent(Part::kConfirmed);
-    if (path == "unconfirmed/unspent") return unspent(Part::kUnconfirmed);
+    const auto reply = [&](Page page) { return EnvelopeReply(address, *owner, std::move(page)); };
+    // What is mined comes in pages; what waits stands whole in the first one.
+    if (path == "unspent/all" || path == "confirmed/unspent") {
+        Page page = TakePage(request, unspent(Part::kConfirmed), kPage);
+        if (path == "unspent/all" && page.first) {
+            const json waiting = unspent(Part::kUnconfirmed);
+            page.rows.insert(page.rows.end(), waiting.begin(), waiting.end());
+        }
+        return reply(std::move(page));
+    }
+    if (path == "unconfirmed/unspent") return reply({unspent(Part::kUnconfirmed), true, ""});
     if (path == "unspent") return JsonReply(200, UnspentList(listed, *owner, Part::kConfirmed, true, bend));
     if (path == "history") return JsonReply(200, history(Part::kConfirmed));
-    if (path == "unconfirmed/history") {
-        return JsonReply(200, Envelope(address, *owner, history(Part::kUnconfirmed)));
-    }
-    if (path == "confirmed/history") {
-        return JsonReply(200, HistoryPage(request, address, *owner, history(Part::kConfirmed)));
-    }
+    if (path == "unconfirmed/history") return reply({history(Part::kUnconfirmed), true, ""});
+    if (path == "confirmed/history") return reply(HistoryPage(request, history(Part::kConfirmed)));
     return NotFound();
 }
 

@@ -68,6 +68,11 @@ HttpReply AnswerControl(Sandbox& sandbox, const HttpRequest& request) {
         sandbox.Mine();
         return JsonReply(200, {{"ok", true}});
     }
+    if (request.method == "POST" && path == "build") {
+        return sandbox.SetBuild(TextField(ParseBody(request), "build"))
+                   ? JsonReply(200, {{"ok", true}})
+                   : Refuse("build takes a number such as \"0.002\"");
+    }
     if (request.method == "POST" && path == "fault") return AddFault(sandbox, request);
     if (request.method == "DELETE" && path == "fault") {
         sandbox.ClearFaults();

@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 #include "deployment/deployment.h"
+#include "sandbox/server/faces.h"
 #include "sandbox/server/services.h"
 
 namespace brickfall::sandbox {
@@ -94,6 +95,15 @@ HttpReply Capabilities() {
                {{"pki", base + "id/" + handle}, {"f12f968c92d6", base + "public-profile/" + handle}}}});
 }
 
+HttpReply FacePicture(std::string_view name) {
+    const Face* const face = FindFace(name);
+    if (face == nullptr) return NotFound();
+    HttpReply reply;
+    reply.body.assign(face->bytes.begin(), face->bytes.end());
+    reply.content_type = FaceType(*face);
+    return reply;
+}
+
 HttpReply Claim(World& world, const HttpRequest& request) {
     std::string error;
     const int status = TakeClaim(world, ParseBody(request), error);
@@ -139,6 +149,7 @@ HttpReply AnswerPaymail(World& world, const HttpRequest& request) {
     if (last == std::string_view::npos) return NotFound();
     const std::string_view folder = path.substr(0, last);
     const std::string_view name = path.substr(last + 1);
+    if (folder == "faces") return FacePicture(name);
     if (folder == "api/bsvalias/id") return KeyDocument(world, name);
     if (folder == "api/bsvalias/public-profile") return PublicProfile(world, name);
     if (!IsHexText(name, 66)) return NotFound();

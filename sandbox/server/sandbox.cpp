@@ -7,6 +7,7 @@
 #include "sandbox/server/certificates.h"
 #include "sandbox/server/control.h"
 #include "sandbox/server/https_server.h"
+#include "sandbox/server/seed_board.h"
 #include "sandbox/server/services.h"
 #include "sandbox/server/world.h"
 
@@ -198,6 +199,21 @@ void Sandbox::MarkOrdinal(std::string_view address, const OrdinalMark& mark) {
 void Sandbox::SetIndexerKnows(bool every_transaction) {
     const std::lock_guard lock(impl_->mutex);
     impl_->world.indexer_knows = every_transaction;
+}
+
+bool Sandbox::SeedBoard(int64_t now) {
+    const std::lock_guard lock(impl_->mutex);
+    return sandbox::SeedBoard(impl_->world, now);
+}
+
+bool Sandbox::SetBuild(std::string_view build) {
+    constexpr std::size_t kLongest = 32;
+    if (build.empty() || build.size() > kLongest || build.find_first_not_of("0123456789.") != build.npos) {
+        return false;
+    }
+    const std::lock_guard lock(impl_->mutex);
+    impl_->world.build = build;
+    return true;
 }
 
 void Sandbox::AddFault(Service service, const Fault& fault) {

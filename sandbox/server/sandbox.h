@@ -109,6 +109,14 @@ class Sandbox {
     void MarkOrdinal(std::string_view address, const OrdinalMark& mark);
     void SetIndexerKnows(bool every_transaction);  // false: the indexer answers 404 for transactions
 
+    // Fills the board: twelve players with faces, more than thirty signed rows over this week and the one
+    // before `now` (Unix seconds), and four rows that no board may show. Once for each week, as the journal
+    // knows.
+    bool SeedBoard(int64_t now);
+
+    // What the download page says, as text such as "0.002". Digits and points; false for anything else.
+    bool SetBuild(std::string_view build);
+
     // Faults and what was asked.
     void AddFault(Service service, const Fault& fault);
     void ClearFaults();

@@ -1,30 +1,17 @@
 #include "sandbox/server/script_check.h"
 
-#include <openssl/bn.h>
-#include <openssl/ec.h>
-#include <openssl/ecdsa.h>
 #include <openssl/obj_mac.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <string>
+
+#include "sandbox/server/curve_ptr.h"
 
 namespace brickfall::sandbox {
 namespace {
 
 constexpr uint8_t kOpPushData1 = 0x4c;
-
-template <auto Free>
-struct FreeWith {
-    template <typename T>
-    void operator()(T* object) const {
-        Free(object);
-    }
-};
-using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
-using KeyPtr = std::unique_ptr<EC_KEY, FreeWith<EC_KEY_free>>;
-using SignaturePtr = std::unique_ptr<ECDSA_SIG, FreeWith<ECDSA_SIG_free>>;
 
 KeyPtr DecodeKey(ByteView bytes) {
     const bool compressed = bytes.size() == 33 && (bytes[0] == 2 || bytes[0] == 3);
@@ -169,16 +156,20 @@ ScriptFault CheckInput(const ParsedTx& tx, std::size_t input, const SharedDigest
 
 bool IsPublicKey(ByteView public_key) { return DecodeKey(public_key) != nullptr; }
 
-bool VerifySignedText(std::string_view text, ByteView public_key, ByteView signature) {
+Digest SignedTextDigest(std::string_view text) {
     constexpr std::string_view kMagic = "Bitcoin Signed Message:\n";
-    const KeyPtr key = DecodeKey(public_key);
-    if (!key || signature.size() != 64) return false;
     Bytes message;
     PutCompactSize(message, kMagic.size());
     PutBytes(message, ViewOf(kMagic));
     PutCompactSize(message, text.size());
     PutBytes(message, ViewOf(text));
-    const Digest digest = DoubleSha256(message);
+    return DoubleSha256(message);
+}
+
+bool VerifySignedText(std::string_view text, ByteView public_key, ByteView signature) {
+    const KeyPtr key = DecodeKey(public_key);
+    if (!key || signature.size() != 64) return false;
+    const Digest digest = SignedTextDigest(text);
 
     const SignaturePtr pair(ECDSA_SIG_new());
     BignumPtr r(BN_bin2bn(signature.data(), 32, nullptr));

@@ -44,6 +44,9 @@ ScriptFault CheckInput(const ParsedTx& tx, std::size_t input, const SharedDigest
 // True when `public_key` is a point of secp256k1 in one of the forms of SEC 1.
 bool IsPublicKey(ByteView public_key);
 
+// What is signed of a text in the form of Bitcoin signed messages.
+Digest SignedTextDigest(std::string_view text);
+
 // A signature of r and s, 32 big-endian bytes each, over a text in the form of Bitcoin signed messages.
 bool VerifySignedText(std::string_view text, ByteView public_key, ByteView signature);
 

@@ -12,8 +12,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int kDownloadBuild = 1;
-
 struct UrlParts {
     std::string_view host;
     std::string_view path;
@@ -44,13 +42,13 @@ Service FamilyService(std::string_view path) {
     return path.starts_with("/oi/") ? Service::kIndexer : Service::kPaymail;
 }
 
-HttpReply DownloadPage() {
+HttpReply DownloadPage(const std::string& build) {
     HttpReply reply;
     reply.content_type = "text/html; charset=utf-8";
     reply.body =
         "<!DOCTYPE html>\n<html><head><title>Brickfall</title></head>\n"
-        "<body><h1>Brickfall</h1><p>Build " +
-        std::to_string(kDownloadBuild) + "</p></body></html>\n";
+        "<body><h1>Brickfall</h1><p>Current build: Version " +
+        build + "</p></body></html>\n";
     return reply;
 }
 
@@ -117,7 +115,7 @@ HttpReply AnswerFor(Service service, World& world, const HttpRequest& request, c
         case Service::kPaymail:
             return AnswerPaymail(world, request);
         case Service::kDownload:
-            return DownloadPage();
+            return DownloadPage(world.build);
     }
     return NotFound();
 }

@@ -79,7 +79,16 @@ bool Replay(World& world, const json& line) {
         const auto claim = line.find("claim");
         return claim != line.end() && TakeClaim(world, *claim, error) == 0;
     }
+    if (kind == "seeded") {
+        world.seeded_week = IntegerOf(line, "week");
+        return true;
+    }
     return false;
+}
+
+int64_t BlockTime(const World& world, std::optional<int64_t> wanted) {
+    if (!wanted) return Now();
+    return world.chain.blocks.empty() ? *wanted : std::max(*wanted, world.chain.blocks.back().time);
 }
 
 }  // namespace
@@ -89,20 +98,21 @@ bool OpenJournal(World& world, const std::string& path, std::string& error) {
         path, [&world](const json& line) { return Replay(world, line); }, error);
 }
 
-std::string FundAddress(World& world, std::string_view address, int64_t satoshis) {
+std::string FundAddress(World& world, std::string_view address, int64_t satoshis,
+                        std::optional<int64_t> time) {
     const auto hash = ParseAddress(address);
     if (!hash) return "";
     const Bytes raw = MakeFundingTx(world.chain, *hash, satoshis);
-    const int64_t now = Now();
-    if (!AddFunding(world.chain, raw, now)) return "";
-    world.journal.Write({{"kind", "funding"}, {"raw", ToHex(raw)}, {"time", now}});
+    const int64_t block_time = BlockTime(world, time);
+    if (!AddFunding(world.chain, raw, block_time)) return "";
+    world.journal.Write({{"kind", "funding"}, {"raw", ToHex(raw)}, {"time", block_time}});
     return IdText(world.chain.order.back());
 }
 
-void Mine(World& world) {
-    const int64_t now = Now();
-    MineBlock(world.chain, now);
-    world.journal.Write({{"kind", "block"}, {"time", now}});
+void Mine(World& world, std::optional<int64_t> time) {
+    const int64_t block_time = BlockTime(world, time);
+    MineBlock(world.chain, block_time);
+    world.journal.Write({{"kind", "block"}, {"time", block_time}});
 }
 
 bool Forget(World& world, std::string_view txid) {
@@ -137,6 +147,11 @@ const PublishedIdentity* IdentityOfKey(const World& world, std::string_view pubk
         if (Lower(identity.pubkey) == Lower(pubkey)) return &identity;
     }
     return nullptr;
+}
+
+void RememberSeeding(World& world, int64_t week) {
+    world.seeded_week = week;
+    world.journal.Write({{"kind", "seeded"}, {"week", week}});
 }
 
 int TakeClaim(World& world, const json& claim, std::string& error) {

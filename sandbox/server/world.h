@@ -4,6 +4,7 @@
 
 #include <map>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,8 @@ struct World {
     std::map<std::string, PublishedIdentity> identities;       // by alias
     std::map<std::string, std::vector<OrdinalMark>> ordinals;  // by address
     bool indexer_knows = true;
+    int64_t seeded_week = 0;      // the start of the latest week whose board was filled; 0: none
+    std::string build = "0.001";  // on the download page
     Journal journal;
 };
 
@@ -31,8 +34,11 @@ struct Bend {
 
 bool OpenJournal(World& world, const std::string& path, std::string& error);
 
-std::string FundAddress(World& world, std::string_view address, int64_t satoshis);  // empty when refused
-void Mine(World& world);
+// Empty when refused. Blocks are made at `time` in Unix seconds, or now; none is older than the one before
+// it.
+std::string FundAddress(World& world, std::string_view address, int64_t satoshis,
+                        std::optional<int64_t> time = {});
+void Mine(World& world, std::optional<int64_t> time = {});
 bool Forget(World& world, std::string_view txid);
 
 // As from a service. `txid` is empty when the text is no transaction. With `lose` a good transaction is
@@ -41,6 +47,9 @@ Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::
 
 void PublishIdentity(World& world, const PublishedIdentity& identity);
 const PublishedIdentity* IdentityOfKey(const World& world, std::string_view pubkey);
+
+// Keeps in mind that the board of the week has been filled.
+void RememberSeeding(World& world, int64_t week);
 
 // Publishes what a signed claim says. 0 when it is good, else the HTTP status and what is wrong with it.
 int TakeClaim(World& world, const nlohmann::json& claim, std::string& error);

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <thread>
 
 #include "base/files.h"
@@ -140,6 +141,38 @@ TEST_F(ServiceTest, TheChainApiListsWhatTheChainHolds) {
     EXPECT_FALSE(Get(kChain + "/address/nobody/unspent/all").good);
     const Answer empty = Get(kChain + "/address/" + std::string(kReportFeeAddress) + "/unspent/all");
     EXPECT_EQ(empty.document["result"], json::array());
+}
+
+TEST_F(ServiceTest, TheChainApiPagesWhatIsMined) {
+    std::string txid, reason;
+    ASSERT_TRUE(box.Submit(payment_hex, txid, reason)) << reason;
+    for (int i = 0; i < 1'001; ++i) box.Fund(receive, 1'000 + i);
+    // 1,002 mined outputs in pages of 1,000, and the waiting change in the first page of the combined list.
+    const auto sizes = [this](const std::string& tail, const char* join) {
+        std::vector<std::size_t> list;
+        std::set<std::string> seen;
+        for (std::string token; list.size() < 10;) {
+            const json page =
+                Get(AddressUrl(tail + (token.empty() ? "" : join + ("token=" + token)))).document;
+            list.push_back(page["result"].size());
+            for (const json& row : page["result"]) {
+                const json position = row.value("tx_pos", json());
+                EXPECT_TRUE(seen.insert(row["tx_hash"].get<std::string>() + position.dump()).second);
+            }
+            token = page.value("nextPageToken", std::string());
+            if (token.empty()) break;
+        }
+        return list;
+    };
+    using Sizes = std::vector<std::size_t>;
+    EXPECT_EQ(sizes("/unspent/all", "?"), (Sizes{1'001, 2}));
+    EXPECT_EQ(sizes("/confirmed/unspent", "?"), (Sizes{1'000, 2}));
+    EXPECT_EQ(sizes("/confirmed/history", "?"), (Sizes{1'000, 2}));
+    EXPECT_EQ(sizes("/confirmed/history?limit=400", "&"), (Sizes{400, 400, 202}));
+    EXPECT_EQ(Get(AddressUrl("/unspent")).document.size(), 1'002u);
+    for (const char* token : {"5000", "99999999999999999999", "x"}) {
+        EXPECT_TRUE(Get(AddressUrl("/confirmed/unspent?token=" + std::string(token))).good);
+    }
 }
 
 TEST_F(ServiceTest, TransactionsAreShownInBothForms) {
@@ -440,6 +473,13 @@ TEST_F(ServiceTest, TheControlEndpointDoesWhatTheInterfaceDoes) {
     EXPECT_TRUE(Get(kDownloadPageUrl).good);
     EXPECT_EQ(Get(kControl + "/requests/download").document["requests"],
               json::array({"GET /download", "GET /download"}));
+
+    EXPECT_NE(Get(kDownloadPageUrl).body.find("Current build: Version 0.001<"), std::string::npos);
+    EXPECT_TRUE(Post(kControl + "/build", {{"build", "0.002"}}).good);
+    EXPECT_NE(Get(kDownloadPageUrl).body.find("Current build: Version 0.002<"), std::string::npos);
+    for (const json& build : {json(2), json(""), json("<b>"), json(std::string(33, '1'))}) {
+        EXPECT_FALSE(Post(kControl + "/build", {{"build", build}}).good) << build;
+    }
 
     json bad_fund = fund;
     for (const json& value : {json(-5), json(1.5), json("5"), json()}) {

@@ -1,0 +1,158 @@
+// A filled board as the services give it: who plays, what they recorded, which rows are no good, and faces.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "deployment/deployment.h"
+#include "messages/verification.h"
+#include "net/http_client.h"
+#include "sandbox/server/seed_board.h"
+#include "sandbox/server/services.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/encodings.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+using sandbox::HttpRequest;
+
+const std::string kFamily = kApiBaseUrl;
+constexpr int64_t kMonday = 1'789'948'800;  // 2026-09-21 00:00 UTC
+constexpr int64_t kWeek = 7 * 86'400;
+
+json Get(const std::string& url) {
+    std::string body, error;
+    EXPECT_TRUE(HttpGetOnce(url, body, error)) << url << " " << error;
+    return json::parse(body, nullptr, false);
+}
+
+std::string Text(const json& object, const char* key) {
+    return object.is_object() ? object.value(key, std::string()) : "";
+}
+
+TEST(SeededBoard, HoldsGoodRowsOfTwoWeeksAndFourBadOnes) {
+    const SandboxFixture services;
+    ASSERT_TRUE(services.box.SeedBoard(kMonday + 4 * 86'400));
+    const json ids = Get(kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=0")["txids"];
+    std::map<int64_t, int> good_in_week;
+    std::set<std::string> players;
+    int good = 0, forged = 0, foreign = 0, unread = 0;
+    for (const json& id : ids) {
+        const json outputs = Get(kFamily + "/oi/tx/" + id.get<std::string>())["vout"];
+        EXPECT_EQ(outputs[0]["scriptPubKey"]["addresses"], json::array({kArcadeWatchAddress}));
+        const std::string script = Text(outputs[1]["scriptPubKey"], "hex");
+        ASSERT_TRUE(script.starts_with("006a")) << script.substr(0, 20);
+        if (script.starts_with("006a4e")) {
+            EXPECT_GT(script.size(), 2u * 65'536);
+            ++unread;
+            continue;
+        }
+        ASSERT_TRUE(script.starts_with("006a4d"));
+        const ByteBuffer bytes = HexDecode(script.substr(10));
+        const json row = json::parse(bytes.begin(), bytes.end(), nullptr, false);
+        ASSERT_EQ(Text(row, "type"), "arcade_score");
+        const std::string entry = Text(row, "entry");
+        EXPECT_EQ(Get(std::string(kChainApiBaseUrl) + "/tx/" + entry)["vout"][1]["value"], 0.00003);
+        EXPECT_EQ(Text(row, "tape_hash"), HexEncode(Sha256Once(HexDecode(Text(row, "tape")))));
+        const int64_t week = row["week"].get<int64_t>();
+        EXPECT_TRUE(row["ts"] >= week && row["ts"] < week + kWeek);
+        if (!VerifyMessage(row)) {
+            ++forged;
+        } else if (Text(row, "game") != "brickfall") {
+            ++foreign;
+        } else {
+            ++good;
+            ++good_in_week[week];
+            players.insert(Text(row, "actor"));
+        }
+    }
+    EXPECT_GE(good, 30);
+    EXPECT_EQ(players.size(), 12u);
+    EXPECT_EQ(good_in_week.size(), 2u);
+    EXPECT_GE(good_in_week[kMonday], 20);
+    EXPECT_GE(good_in_week[kMonday - kWeek], 10);
+    EXPECT_EQ(forged, 2) << "a key that is not the published one, and a bent score";
+    EXPECT_EQ(foreign, 1);
+    EXPECT_EQ(unread, 1);
+}
+
+HttpRequest Ask(std::string_view url) {
+    HttpRequest request;
+    request.method = "GET";
+    const std::size_t host = url.find("://") + 3;
+    request.host = url.substr(host, url.find('/', host) - host);
+    request.path = url.substr(url.find('/', host));
+    request.target = request.path;
+    return request;
+}
+
+TEST(SeededBoard, FacesComeFromTheWebAndFromTheChain) {
+    sandbox::World world;
+    ASSERT_TRUE(sandbox::SeedBoard(world, kMonday));
+    const std::map<std::string, std::string> magic = {
+        {"image/png", "\x89PNG\r\n"}, {"image/jpeg", "\xff\xd8\xff"}, {"image/webp", "RIFF"}};
+    std::map<std::string, std::set<std::string>> sources;  // of each type
+    int without = 0;
+    for (const auto& [name, identity] : world.identities) {
+        SCOPED_TRACE(name);
+        const std::string profile_url =
+            kFamily + "/api/bsvalias/public-profile/" + name + "@" + kPaymailDomain;
+        const json profile =
+            json::parse(sandbox::AnswerPaymail(world, Ask(profile_url)).body, nullptr, false);
+        const std::string web = Text(profile, "avatar");
+        const std::string origin = Text(profile, "ord");
+        if (web.empty() && origin.empty()) {
+            ++without;
+            continue;
+        }
+        const sandbox::HttpReply picture =
+            !web.empty() ? sandbox::AnswerPaymail(world, Ask(web))
+                         : sandbox::AnswerContent(
+                               world, Ask(std::string(kOrdinalsContentBaseUrl) + "/content/" + origin));
+        EXPECT_EQ(picture.status, 200);
+        ASSERT_TRUE(magic.contains(picture.content_type)) << picture.content_type;
+        EXPECT_TRUE(picture.body.starts_with(magic.at(picture.content_type)));
+        EXPECT_EQ(picture.body.substr(8, 4) == "WEBP", picture.content_type == "image/webp");
+        sources[picture.content_type].insert(web.empty() ? "chain" : "web");
+    }
+    EXPECT_EQ(without, 4);
+    for (const auto& [type, where] : magic) EXPECT_EQ(sources[type].size(), 2u) << type;
+    EXPECT_EQ(sandbox::AnswerPaymail(world, Ask(kFamily + "/faces/nobody.png")).status, 404);
+}
+
+TEST(SeededBoard, IsFilledOnceAWeekWhateverRestarts) {
+    const TempFolder folder;
+    const std::string journal = folder.Path() + "/journal.jsonl";
+    std::map<std::string, std::string> avatars;
+    std::size_t before = 0;
+    for (const int64_t time : {kMonday, kMonday + kWeek - 1, kMonday + kWeek, kMonday + 5 * kWeek}) {
+        SCOPED_TRACE(time);
+        sandbox::World world;
+        std::string error;
+        ASSERT_TRUE(sandbox::OpenJournal(world, journal, error)) << error;
+        for (const auto& [name, avatar] : avatars) EXPECT_EQ(world.identities.at(name).avatar, avatar);
+        ASSERT_EQ(world.chain.order.size(), before);
+        ASSERT_TRUE(sandbox::SeedBoard(world, time));
+        const std::size_t added = world.chain.order.size() - before;
+        before += added;
+        if (time == kMonday) {
+            EXPECT_GT(added, 76u);
+            for (const auto& [name, identity] : world.identities) avatars[name] = identity.avatar;
+        } else if (time == kMonday + kWeek) {
+            EXPECT_TRUE(added > 50 && added < 76) << "the week before is there already: " << added;
+        } else {
+            EXPECT_EQ(added > 0, time != kMonday + kWeek - 1);
+        }
+        EXPECT_EQ(world.identities.size(), 12u);
+        for (std::size_t i = 1; i < world.chain.blocks.size(); ++i) {
+            ASSERT_GE(world.chain.blocks[i].time, world.chain.blocks[i - 1].time);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
