@@ -15,6 +15,11 @@ namespace brickfall {
 
 inline constexpr int kStepUnitMs = 118;  // one unit of the tune
 
+// MIDI channels, counted from 0.
+inline constexpr int kLeadChannel = 0;
+inline constexpr int kEffectChannel = 1;
+inline constexpr int kBassChannel = 2;
+
 extern std::atomic<bool>& music_running;
 extern std::atomic<bool>& music_on;
 extern std::atomic<bool>& sfx_on;
