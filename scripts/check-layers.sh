@@ -12,8 +12,8 @@ declare -A allowed=(
   [game]="game messages wallet net base deployment"
   [board]="board game messages wallet net base deployment"
   [platform]="platform base"
-  [cabinet]="cabinet platform board game messages wallet net base deployment"
-  [sandbox]="sandbox wallet base deployment"
+  [cabinet]="cabinet platform assets board game messages wallet net base deployment"
+  [sandbox]="sandbox platform wallet net base deployment"
   [sandbox/server]="sandbox base deployment"
 )
 bad=0

@@ -1,0 +1,114 @@
+#include "cabinet/board_window.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "board/faces.h"
+#include "cabinet/controls.h"
+#include "cabinet/face_drawing.h"
+#include "cabinet/images.h"
+#include "cabinet/theme.h"
+#include "cabinet/tool_window.h"
+#include "game/flows.h"
+#include "wallet/app_binds.h"
+#include "wallet/ov_pouch_wallet.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int kControlClose = 1102;
+
+struct RowLook {
+    std::string place;  // empty for the best row
+    Color edge;
+    Color score;
+    bool is_best = false;
+};
+
+// The y of the next row.
+int DrawBoardRow(Canvas& canvas, int y, const ScoreRow& row, const RowLook& look, std::string_view my_key) {
+    const std::string key = FaceKey(row);
+    const bool mine = !my_key.empty() && my_key == key;
+    const Rect box = FromEdges(20, y, canvas.Extent().w - 20, y + 50);
+    const Color fill = look.is_best ? BlendColor(kPanelColor, kGoldColor, 28)
+                       : mine       ? BlendColor(kPanelColor, kAccentColor, 40)
+                                    : kPanelColor;
+    canvas.Fill(box, fill);
+    canvas.FrameRoundRect(box, 10, look.edge, look.is_best ? 2 : 1);
+    int face_x = box.x + 16;
+    if (!look.place.empty()) {
+        canvas.Text(FromEdges(box.x + 10, y, box.x + 42, box.Bottom()), look.place, theme.font_title,
+                    look.edge, AlignX::kCentre, AlignY::kCentre);
+        face_x = box.x + 48;
+    }
+    DrawFace(canvas, face_x, y + 4, key);
+    canvas.Text(FromEdges(face_x + 52, y, box.Right() - 140, box.Bottom()), key, theme.font_button,
+                kTextColor, AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
+    canvas.Text(FromEdges(box.Right() - 132, y, box.Right() - 16, box.Bottom()), std::to_string(row.score),
+                theme.font_mono, look.score, AlignX::kRight, AlignY::kCentre);
+    return y + 54;
+}
+
+}  // namespace
+
+void UpdateMyFaceKey(std::string& key) {
+    const WalletLock lock(wallet_mutex, std::try_to_lock);
+    if (!lock.owns_lock()) return;
+    key = IsConnected() ? PlayerHandle() : std::string();
+    key.resize(std::min(key.find('@'), key.size()));
+}
+
+void PaintBoard(Canvas& canvas, const BoardView& view) {
+    const Size client = canvas.Extent();
+    canvas.Fill({0, 0, client.w, client.h}, kBgColor);
+    const int right = client.w - 28;
+    const auto rule = [&](int y) { canvas.Fill(FromEdges(28, y, right, y + 1), kBorderColor); };
+    int y = 16;
+    if (view.has_best && view.best.score >= 1) {
+        canvas.Text(FromEdges(28, 16, right, 42), "Highest Score Ever", theme.font_title, kGoldColor,
+                    AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
+        y = DrawBoardRow(canvas, 46, view.best, {"", kGoldColor, kGoldColor, true}, view.my_key);
+        rule(y + 10);
+        y += 24;
+    }
+    canvas.Text(FromEdges(28, y, right, y + 24), "Pot accumulates until Saturday noon, UK time.",
+                theme.font_small, kMutedColor);
+    canvas.Text(FromEdges(28, y + 26, right, y + 62), "Top scores for this week.", theme.font_title,
+                kTextColor);
+    rule(y + 66);
+    y += 80;
+    if (view.rows.empty()) {
+        canvas.Text(FromEdges(28, y, right, y + 40),
+                    view.message.empty() ? std::string_view("No scores posted yet.") : view.message,
+                    theme.font_button, kMutedColor);
+        return;
+    }
+    for (std::size_t i = 0; i < view.rows.size(); ++i) {
+        const bool first = i == 0;
+        y = DrawBoardRow(
+            canvas, y, view.rows[i],
+            {std::to_string(i + 1), first ? kGoldColor : kBorderColor, first ? kGoldColor : kAccentColor},
+            view.my_key);
+    }
+}
+
+WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
+    return OpenToolWindow(owner, {"Weekly top scores", kBoardWindowSize},
+                          [&view](WindowId window, Message& message) {
+                              switch (message.type) {
+                                  case MessageType::kCreate:
+                                      MakeButton(window, "Close", kControlClose, {400, 796, 110, 34});
+                                      return true;
+                                  case MessageType::kCommand:
+                                      if (message.id == kControlClose) DestroyWindow(window);
+                                      return true;
+                                  case MessageType::kPaint:
+                                      PaintBoard(*message.canvas, view);
+                                      return true;
+                                  default:
+                                      return false;
+                              }
+                          });
+}
+
+}  // namespace brickfall

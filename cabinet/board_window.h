@@ -1,0 +1,34 @@
+// board_window.h - the weekly board: one finished load, with its best score on top. Main thread only.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "board/watch_reader.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+inline constexpr Size kBoardWindowSize = {540, 878};
+
+// What the last load brought.
+struct BoardView {
+    std::vector<ScoreRow> rows;
+    ScoreRow best;
+    bool has_best = false;
+    std::string week_label;
+    std::string message;  // empty when there are rows
+    std::string my_key;   // the player's own face key, or empty
+};
+
+// Opens a window that shows `view` as it is at each paint; the caller keeps it and closes the one before.
+WindowId OpenBoardWindow(WindowId owner, const BoardView& view);
+
+void PaintBoard(Canvas& canvas, const BoardView& view);
+
+// Brings `key` to the face key of the connected wallet; empty without one. While a payment holds the wallet
+// it stays as it is, so that no paint ever waits for a network.
+void UpdateMyFaceKey(std::string& key);
+
+}  // namespace brickfall

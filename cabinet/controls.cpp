@@ -1,0 +1,100 @@
+#include "cabinet/controls.h"
+
+#include <cmath>
+#include <numbers>
+#include <string>
+#include <utility>
+
+namespace brickfall {
+namespace {
+
+constexpr Color kButtonTopColor = Rgb(0x146448);
+constexpr Color kButtonBottomColor = Rgb(0x020806);
+constexpr Color kButtonEdgeColor = Rgb(0x30A870);
+constexpr Color kButtonTextColor = Rgb(0xE6FFF4);
+constexpr Color kBlinkColor = Rgb(0xFFF4C8);
+constexpr int kCorner = 14;
+constexpr std::size_t kCaptionCap = 127;
+
+struct Gradient {
+    Color top;
+    Color bottom;
+};
+
+Gradient GradientOf(const ButtonState& button, const ButtonLook& look) {
+    if (look.blink) {
+        return {BlendColor(kAccentColor, kBlinkColor, 80), BlendColor(kButtonBottomColor, kAccentColor, 80)};
+    }
+    Gradient gradient = {kButtonTopColor, kButtonBottomColor};
+    if (button.hot) {
+        gradient = {BlendColor(kButtonTopColor, kAccentColor, 90),
+                    BlendColor(kButtonBottomColor, kAccentColor, 70)};
+    }
+    if (button.pressed) std::swap(gradient.top, gradient.bottom);
+    if (button.disabled) {
+        gradient.top = BlendColor(gradient.top, look.background, 120);
+        gradient.bottom = BlendColor(gradient.bottom, look.background, 120);
+    }
+    return gradient;
+}
+
+void DrawGear(Canvas& canvas, const Rect& rect, Color color) {
+    const Point centre = {rect.x + rect.w / 2, rect.y + rect.h / 2};
+    for (int spoke = 0; spoke < 8; ++spoke) {
+        const double angle = spoke * std::numbers::pi / 4;
+        const auto at = [&](double distance) {
+            return Point{centre.x + static_cast<int>(std::lround(distance * std::cos(angle))),
+                         centre.y + static_cast<int>(std::lround(distance * std::sin(angle)))};
+        };
+        canvas.Line(at(8), at(13), color, 2);
+    }
+    canvas.FrameEllipse({centre.x - 9, centre.y - 9, 19, 19}, color, 2);
+    canvas.FillEllipse({centre.x - 4, centre.y - 4, 9, 9}, color);
+}
+
+// The first characters of UTF-8 text, none of them cut in half.
+std::string FirstCharacters(std::string text, std::size_t count) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const bool begins = (static_cast<unsigned char>(text[at]) & 0xC0) != 0x80;
+        if (begins && count-- == 0) {
+            text.resize(at);
+            break;
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect) {
+    CreateButton(parent, id, rect, caption, theme.font_button);
+}
+
+void PaintButton(WindowId window, const Message& item, const ButtonLook& look) {
+    Canvas& canvas = *item.canvas;
+    const Rect all = {0, 0, item.size.w, item.size.h};
+    const ButtonState& button = item.button;
+    canvas.Fill(all, look.background);
+    const Gradient gradient = GradientOf(button, look);
+    canvas.ClipRoundRect(all, kCorner, [&] {
+        for (int y = 0; y < all.h; ++y) {
+            const int t = all.h > 1 ? y * 255 / (all.h - 1) : 0;
+            canvas.Fill({0, y, all.w, 1}, BlendColor(gradient.top, gradient.bottom, t));
+        }
+    });
+    canvas.FrameRoundRect(all, kCorner, button.hot || button.pressed ? kAccentColor : kButtonEdgeColor);
+    // Where the keyboard is: a second frame inside the first.
+    if (button.focused) canvas.FrameRoundRect(all.Grown(-3), kCorner - 4, kButtonTextColor);
+
+    const Color text = button.disabled ? kMutedColor : kButtonTextColor;
+    const int shift = button.pressed ? 1 : 0;
+    const Rect caption = {shift, shift, all.w, all.h};
+    if (item.id == kControlSettings) {
+        DrawGear(canvas, caption, text);
+    } else {
+        canvas.Text(caption, FirstCharacters(ControlText(window, item.id), kCaptionCap), theme.font_button,
+                    text, AlignX::kCentre, AlignY::kCentre);
+    }
+}
+
+}  // namespace brickfall

@@ -1,0 +1,78 @@
+#include "cabinet/report_window.h"
+
+#include <string_view>
+
+#include "cabinet/controls.h"
+#include "cabinet/shell.h"
+#include "cabinet/theme.h"
+#include "cabinet/tool_window.h"
+#include "game/flows.h"
+
+namespace brickfall {
+namespace {
+
+enum ReportControlId : int {
+    kControlText = 1401,
+    kControlSend = 1402,
+    kControlClose = 1403,
+};
+
+constexpr int kTextLimit = 2'000;
+
+constexpr std::string_view kWhatLines[] = {"Bug reports and abuse. Not email.",
+                                           "Encrypted to the architect."};
+constexpr std::string_view kIncludeLines[] = {"What broke, or who abused.", "A score txid if you have one.",
+                                              "2,000 characters at most."};
+
+void Create(WindowId window) {
+    CreateEdit(window, kControlText, {24, 402, 552, 148}, theme.font_button, kTextLimit, kTextColor,
+               kPanelColor);
+    MakeButton(window, "Send report", kControlSend, {24, 568, 150, 36});
+    MakeButton(window, "Close", kControlClose, {184, 568, 110, 36});
+    SetAccessibleControlName(window, kControlText, "Report text");
+    FocusControl(window, kControlText);
+}
+
+void Send(WindowId window) {
+    const ReportOutcome outcome = OnSendReport(shell.run, shell.driver, ControlText(window, kControlText));
+    if (outcome.sent) {
+        DestroyWindow(window);
+    } else if (!outcome.refusal.empty()) {
+        ShowMessageBox(window, "Report", outcome.refusal, BoxButtons::kOk,
+                       outcome.is_warning ? BoxIcon::kWarning : BoxIcon::kInformation);
+    }
+}
+
+}  // namespace
+
+void PaintReport(Canvas& canvas) {
+    DrawToolHeader(canvas);
+    const int right = canvas.Extent().w - 24;
+    const Rect what = FromEdges(24, 88, right, 216);
+    DrawLines(canvas, what, DrawPanel(canvas, what, "What this is"), kWhatLines);
+    const Rect include = FromEdges(24, 232, right, 386);
+    DrawLines(canvas, include, DrawPanel(canvas, include, "What to include"), kIncludeLines);
+    canvas.Text(FromEdges(310, 568, right, 604), "Report spam protection fee.", theme.font_small, kMutedColor,
+                AlignX::kRight, AlignY::kCentre);
+}
+
+WindowId OpenReportWindow(WindowId owner) {
+    return OpenToolWindow(owner, {"Report", kReportClientSize, true}, [](WindowId window, Message& message) {
+        switch (message.type) {
+            case MessageType::kCreate:
+                Create(window);
+                return true;
+            case MessageType::kCommand:
+                if (message.id == kControlSend) Send(window);
+                if (message.id == kControlClose) DestroyWindow(window);
+                return true;
+            case MessageType::kPaint:
+                PaintReport(*message.canvas);
+                return true;
+            default:
+                return false;
+        }
+    });
+}
+
+}  // namespace brickfall

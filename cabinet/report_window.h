@@ -1,0 +1,14 @@
+// report_window.h - takes a text for the operator, which goes on chain sealed. Main thread only.
+#pragma once
+
+#include "platform/window.h"
+
+namespace brickfall {
+
+inline constexpr Size kReportClientSize = {600, 640};
+
+WindowId OpenReportWindow(WindowId owner);  // not shown yet
+
+void PaintReport(Canvas& canvas);
+
+}  // namespace brickfall

@@ -1,0 +1,42 @@
+#include "cabinet/startup.h"
+
+#include <algorithm>
+
+#include "cabinet/images.h"
+#include "cabinet/shell.h"
+#include "cabinet/sound.h"
+#include "cabinet/ui_settings.h"
+#include "cabinet/window_placement.h"
+#include "net/http_client.h"
+#include "platform/desktop.h"
+#include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
+
+namespace brickfall {
+namespace {
+
+// On a screen smaller than the window the window takes what there is.
+void RestorePlacement(WindowId main) {
+    const RestoredPlacement placement = RestoreWindowPlacement(Monitors());
+    if (placement.position) MoveWindow(main, *placement.position);
+    const Rect work = MonitorOf(main).work;
+    ResizeWindow(main, {std::min(placement.size.w, work.w), std::min(placement.size.h, work.h)});
+}
+
+}  // namespace
+
+WindowId StartCabinet(const std::string& instance, std::unique_ptr<MidiOut> (*open_midi)()) {
+    LoadUiSettings();
+    BindAtStart(instance, "Brickfall");
+    InstallPouchDesktop({RaiseWindowOfClass, ExecutableFolder, StartProgram});
+    StartNetwork();
+    LoadLogo(LogoFile());
+    const WindowId main = OpenMainWindow();
+    if (main == 0) return 0;
+    RestorePlacement(main);
+    StartSound(open_midi());
+    ShowWindow(main, StartMaximized() ? ShowState::kMaximized : ShowState::kNormal);
+    return main;
+}
+
+}  // namespace brickfall

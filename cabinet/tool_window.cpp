@@ -1,0 +1,32 @@
+#include "cabinet/tool_window.h"
+
+#include <utility>
+
+#include "cabinet/controls.h"
+#include "cabinet/images.h"
+#include "cabinet/theme.h"
+
+namespace brickfall {
+
+void DressWindow(WindowId window) {
+    SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor);
+    SetWindowIcons(window, MakeIcon(32), MakeIcon(16));
+}
+
+WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure) {
+    const WindowOptions window = {.title = options.title,
+                                  .size = options.size,
+                                  .size_is_client = options.size_is_client,
+                                  .resizable = false,
+                                  .owner = owner,
+                                  .background = kBgColor};
+    return OpenWindow(window, [procedure = std::move(procedure)](WindowId id, Message& message) {
+        if (message.type == MessageType::kCreate) DressWindow(id);
+        if (procedure(id, message)) return true;
+        if (message.type != MessageType::kPaintButton) return false;
+        PaintButton(id, message);
+        return true;
+    });
+}
+
+}  // namespace brickfall

@@ -1,0 +1,23 @@
+// tool_window.h - what the cabinet's small windows have in common: their frame, their colours, their icons
+// and their buttons. Main thread only.
+#pragma once
+
+#include <string>
+
+#include "platform/window.h"
+
+namespace brickfall {
+
+struct ToolWindowOptions {
+    std::string title;
+    Size size;
+    bool size_is_client = false;
+};
+
+// The procedure need not care for the look of buttons and texts. The window is not shown yet.
+WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure);
+
+// The look that every window of the cabinet has.
+void DressWindow(WindowId window);
+
+}  // namespace brickfall

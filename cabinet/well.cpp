@@ -1,0 +1,200 @@
+#include "cabinet/well.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "cabinet/controls.h"
+#include "cabinet/theme.h"
+
+namespace brickfall {
+namespace {
+
+constexpr Color kFieldColor = Rgb(0x040A08);
+constexpr Color kStarColor = Rgb(0xA0DCBC);
+constexpr Color kStarWarmColor = Rgb(0xDC8C40);
+constexpr Color kPaddleColor = Rgb(0x38D48C);
+constexpr Color kPaddleLightColor = Rgb(0xB4FFD2);
+constexpr Color kBallColor = Rgb(0xFF8C28);
+constexpr Color kBallEdgeColor = Rgb(0xFFC85A);
+constexpr Color kBallLetterColor = Rgb(0x281004);
+constexpr Color kBannerColor = Rgb(0x08100C);
+constexpr Color kBannerEdgeColor = Rgb(0xDC2830);
+constexpr Color kTextShadowColor = Rgb(0x140000);
+constexpr Color kWhite = Rgb(0xFFFFFF);
+constexpr Color kBlack = Rgb(0x000000);
+constexpr uint64_t kBannerBlinkMs = 220;
+
+constexpr Color kBrickColors[kBrickRows] = {Rgb(0xC46C28), Rgb(0xBC7C30), Rgb(0xA89438), Rgb(0x78A848),
+                                            Rgb(0x48B064), Rgb(0x38B878), Rgb(0x30AC7C), Rgb(0x289C70)};
+
+struct Layer {
+    int grow;
+    Color color;
+};
+constexpr Layer kFrameLayers[] = {{10, Rgb(0x020806)}, {9, Rgb(0x081C14)}, {8, Rgb(0x8CE4BC)},
+                                  {7, Rgb(0x30A870)},  {5, Rgb(0x48C494)}, {3, Rgb(0x30A870)},
+                                  {2, Rgb(0x104030)},  {1, Rgb(0x020806)}, {0, kFieldColor}};
+
+// Where the run's field units lie in the well.
+struct Field {
+    int cw;
+    int ch;
+    Rect rect;
+
+    int X(int32_t units) const { return kFieldLeft + units * cw / kCellUnits; }
+    int Y(int32_t units) const { return kFieldTop + units * ch / kCellUnits; }
+};
+
+Field FieldOf(const RunControl& run, CellSize layout) {
+    const bool has_run = run.mode != kModeAttract;
+    const int cw = has_run && run.game.cell_w >= 1 ? run.game.cell_w : layout.w;
+    const int ch = has_run && run.game.cell_h >= 1 ? run.game.cell_h : layout.h;
+    return {cw, ch, {kFieldLeft, kFieldTop, kBrickCols * cw, kFieldH / kCellUnits * ch}};
+}
+
+// What of `outer` lies outside `inner`, so that no pixel is filled twice.
+void FillAround(Canvas& canvas, const Rect& outer, const Rect& inner, Color color) {
+    const int top = std::clamp(inner.y, outer.y, outer.Bottom());
+    const int bottom = std::clamp(inner.Bottom(), top, outer.Bottom());
+    const int left = std::clamp(inner.x, outer.x, outer.Right());
+    const int right = std::clamp(inner.Right(), left, outer.Right());
+    canvas.Fill(FromEdges(outer.x, outer.y, outer.Right(), top), color);
+    canvas.Fill(FromEdges(outer.x, bottom, outer.Right(), outer.Bottom()), color);
+    canvas.Fill(FromEdges(outer.x, top, left, bottom), color);
+    canvas.Fill(FromEdges(right, top, outer.Right(), bottom), color);
+}
+
+void DrawFrame(Canvas& canvas, const Rect& field) {
+    const Size size = canvas.Extent();
+    Rect outer = {0, 0, size.w, size.h};
+    Color color = kBgColor;
+    for (const Layer& layer : kFrameLayers) {
+        const Rect inner = field.Grown(layer.grow);
+        FillAround(canvas, outer, inner, color);
+        outer = inner;
+        color = layer.color;
+    }
+    canvas.Fill(field, kFieldColor);
+    for (const int grow : {8, 1}) Bevel(canvas, field.Grown(grow), Rgb(0xC8F4DC), Rgb(0x081C14));
+}
+
+void DrawStars(Canvas& canvas, const Rect& field) {
+    const auto width = static_cast<uint32_t>(std::max(field.w, 1));
+    const auto height = static_cast<uint32_t>(std::max(field.h, 1));
+    uint32_t s = 1'259'612'773;
+    for (int star = 0; star < 48; ++star) {
+        const Point at = {field.x + static_cast<int>(s % width),
+                          field.y + static_cast<int>((s >> 10) % height)};
+        canvas.Pixel(at, kStarColor);
+        if ((s & 7) == 0) canvas.Pixel({at.x + 1, at.y}, kStarWarmColor);
+        s += 3'283'182'455u;
+    }
+}
+
+void DrawBricks(Canvas& canvas, const GameState& game, const Field& field) {
+    for (int row = 0; row < kBrickRows; ++row) {
+        for (int column = 0; column < kBrickCols; ++column) {
+            const int hits = game.bricks[row][column];
+            if (hits == 0) continue;
+            const Rect brick = FromEdges(field.cw * column + 19, field.ch * (row + 1) + 15,
+                                         field.cw * (column + 1) + 17, field.ch * (row + 2) + 13);
+            const Color color = BlendColor(kBrickColors[row], kWhite, hits >= 3 ? 90 : hits == 2 ? 50 : 0);
+            canvas.Fill(brick, color);
+            Bevel(canvas, brick, BlendColor(color, kWhite, 70), BlendColor(color, kBlack, 80));
+        }
+    }
+}
+
+void DrawPaddle(Canvas& canvas, const GameState& game, const Field& field) {
+    const int left = field.X(game.paddle_x);
+    const int top = field.Y(kPaddleTop);
+    const Rect paddle = {left, top, field.X(game.paddle_x + game.paddle_w) - left,
+                         std::max(field.ch * 40 / kCellUnits, 6)};
+    canvas.Fill(paddle, kPaddleColor);
+    canvas.Fill({paddle.x, paddle.y, 1, paddle.h}, kPaddleLightColor);
+    canvas.Fill({paddle.x, paddle.y, paddle.w, 1}, kPaddleLightColor);
+}
+
+void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
+    const int radius = std::max(field.cw * 36 / kCellUnits, 5);
+    const Rect box = {field.X(game.ball_x) - radius, field.Y(game.ball_y) - radius, 2 * radius, 2 * radius};
+    canvas.FillEllipse(box, kBallColor);
+    canvas.FrameEllipse(box, kBallEdgeColor);
+    canvas.Text(box.Grown(8), "B", theme.font_mono, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
+}
+
+void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field) {
+    const int left = field.w + 62;
+    const auto line = [&](int y, int height, std::string_view text, const Font& font, Color color) {
+        canvas.Text(FromEdges(left, y, field.w + 266, y + height), text, font, color);
+    };
+    line(26, 36, "THIS RUN", theme.font_title, kPaddleColor);
+    const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
+    const bool attract = run.mode == kModeAttract;
+    const int64_t score = ended ? run.final_score : run.game.score;
+    int y = 70;
+    for (const std::string& text :
+         {"Score   " + std::to_string(score), "Level   " + std::to_string(attract ? 1 : run.game.level),
+          "Bricks  " + std::to_string(attract ? 0 : run.game.bricks_left),
+          "Lives   " + std::to_string(attract ? kStartLives : run.game.lives)}) {
+        line(y, 28, text, theme.font_mono, kTextColor);
+        y += 28;
+    }
+    y += 40 - 28;
+    line(y, 20, "Enter  2000 house + 3000 pot", theme.font_small, kMutedColor);
+    line(y + 20, 20, "Record  1 sat on the watch", theme.font_small, kMutedColor);
+}
+
+void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const Font& font, Color color) {
+    const auto draw = [&](int dx, int dy, Color ink) {
+        canvas.Text({rect.x + dx, rect.y + dy, rect.w, rect.h}, text, font, ink, AlignX::kCentre,
+                    AlignY::kCentre);
+    };
+    for (int dy = -2; dy <= 2; ++dy) {
+        for (int dx = -2; dx <= 2; ++dx) {
+            if (dx != 0 || dy != 0) draw(dx, dy, kTextShadowColor);
+        }
+    }
+    draw(0, 0, color);
+}
+
+void DrawBanner(Canvas& canvas, const RunControl& run, const Rect& field, uint64_t tick_ms) {
+    const int middle = field.y + field.h / 2;
+    const Rect box = FromEdges(field.x + 24, middle - 130, field.Right() - 24, middle + 150);
+    FillAround(canvas, box, box.Grown(-2), kBannerEdgeColor);
+    canvas.Fill(box.Grown(-2), kBannerColor);
+    const bool bright = BlinkOn(tick_ms, kBannerBlinkMs);
+    const auto line = [&](int from, int to, std::string_view text, const Font& font, Color color) {
+        DrawOutlined(canvas, {box.x, box.y + from, box.w, to - from}, text, font, color);
+    };
+    line(12, 102, "GAME OVER", theme.font_huge, bright ? Rgb(0xFF2424) : Rgb(0xB00808));
+    line(106, 162, "Score  " + std::to_string(run.final_score), theme.font_large, kTextColor);
+    line(170, 218, "Click  Record score", theme.font_large, bright ? Rgb(0xFFC86E) : Rgb(0xDC8C38));
+}
+
+void DrawOverlay(Canvas& canvas, const RunControl& run, const Rect& field, uint64_t tick_ms) {
+    if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms);
+    const std::string_view text = run.mode == kModeAttract    ? "INSERT 5000 SATS"
+                                  : run.mode == kModeRecorded ? "SCORE ON-CHAIN"
+                                  : run.game.paused           ? "PAUSED"
+                                                              : "";
+    canvas.Text(field, text, theme.font_title, kPaddleColor, AlignX::kCentre, AlignY::kCentre);
+}
+
+}  // namespace
+
+void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms) {
+    const Field field = FieldOf(run, layout);
+    DrawFrame(canvas, field.rect);
+    DrawStars(canvas, field.rect);
+    if (run.mode != kModeAttract) {
+        DrawBricks(canvas, run.game, field);
+        DrawPaddle(canvas, run.game, field);
+        DrawBall(canvas, run.game, field);
+    }
+    DrawHud(canvas, run, field.rect);
+    DrawOverlay(canvas, run, field.rect, tick_ms);
+}
+
+}  // namespace brickfall

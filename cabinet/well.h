@@ -1,0 +1,19 @@
+// well.h - the child window in which the game is shown: one whole frame from the run's state, each time.
+// Main thread only.
+#pragma once
+
+#include <cstdint>
+
+#include "game/run_control.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+// The field's top left corner inside the well.
+inline constexpr int kFieldLeft = 18;
+inline constexpr int kFieldTop = 14;
+
+// `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
+void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms);
+
+}  // namespace brickfall

@@ -1,0 +1,114 @@
+#include "cabinet/board_window.h"
+
+#include <gtest/gtest.h>
+
+#include "cabinet/face_drawing.h"
+#include "cabinet/theme.h"
+#include "tests/cabinet/cabinet_fixture.h"
+#include "wallet/encodings.h"
+
+namespace brickfall {
+
+namespace {
+
+constexpr Color kPictureColor = Rgb(0x2040C0);
+
+// A PNG of 8 by 8 pixels, all of that colour, made with zlib alone.
+std::string BluePicture() {
+    const ByteBuffer bytes = HexDecode(
+        "89504e470d0a1a0a0000000d49484452000000080000000808020000004b6d29dc0000001149444154789c6350703880"
+        "15310c2d0900fa5d4801a18f8e270000000049454e44ae426082");
+    return {bytes.begin(), bytes.end()};
+}
+
+Image Painted(const BoardView& view) {
+    MakeTheme();
+    return DrawToImage(kBoardWindowSize, [&view](Canvas& canvas) { PaintBoard(canvas, view); });
+}
+
+ScoreRow Row(const std::string& handle, int64_t score) {
+    ScoreRow row;
+    row.handle = handle;
+    row.score = score;
+    return row;
+}
+
+bool HasColor(const Image& image, const Rect& rect, Color color) {
+    for (int y = rect.y; y < rect.Bottom(); ++y) {
+        for (int x = rect.x; x < rect.Right(); ++x) {
+            if (PixelOf(image, x, y) == color) return true;
+        }
+    }
+    return false;
+}
+
+TEST(BoardWindow, PutsTheBestAboveTheWeek) {
+    BoardView view;
+    view.best = Row("ada", 900);
+    view.has_best = true;
+    view.rows = {Row("ada", 900), Row("bob", 80)};
+    view.my_key = "bob";
+    const Image image = Painted(view);
+    // Best row 46 to 96, rule at 110, week from 124: its rows begin at 204.
+    EXPECT_EQ(PixelOf(image, 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
+    EXPECT_EQ(PixelOf(image, 21, 70), kGoldColor);  // a pen of two pixels
+    EXPECT_EQ(PixelOf(image, 270, 110), kBorderColor);
+    EXPECT_EQ(PixelOf(image, 270, 190), kBorderColor);
+    EXPECT_EQ(PixelOf(image, 250, 208), kPanelColor);
+    EXPECT_EQ(PixelOf(image, 20, 230), kGoldColor);
+    EXPECT_EQ(PixelOf(image, 250, 262), BlendColor(kPanelColor, kAccentColor, 40));  // the player's own
+    EXPECT_EQ(PixelOf(image, 20, 284), kBorderColor);
+    EXPECT_TRUE(HasColor(image, {400, 258, 120, 50}, kAccentColor));  // its score
+
+    view.my_key = "ada";  // gold stays gold above the week
+    EXPECT_EQ(PixelOf(Painted(view), 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
+    view.best.score = 0;                                                                     // never on show
+    EXPECT_EQ(PixelOf(Painted(view), 250, 100), BlendColor(kPanelColor, kAccentColor, 40));  // rows from 96
+}
+
+TEST(BoardWindow, SaysWhyItIsEmpty) {
+    BoardView view;
+    const Image empty = Painted(view);
+    view.message = "No scores posted yet.";  // what it says by itself
+    EXPECT_EQ(Painted(view).pixels, empty.pixels);
+    view.message = "No scores for this week yet.";
+    EXPECT_NE(Painted(view).pixels, empty.pixels);
+    view.rows = {Row("ada", 5)};
+    EXPECT_EQ(PixelOf(Painted(view), 250, 100), kPanelColor);
+}
+
+TEST(BoardWindow, CutsLongNamesAndManyRows) {
+    BoardView view;
+    for (int i = 0; i < 20; ++i) view.rows.push_back(Row(std::string(200, 'W'), INT64_MAX - i));
+    const Image image = Painted(view);
+    // Nothing of the name comes into the score's column, which begins 140 pixels before the row's end.
+    EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
+    EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
+    EXPECT_EQ(PixelOf(image, 250, 96 + 14 * 54 + 4), kPanelColor);  // the last row that fits whole
+}
+
+TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
+    FaceBytes faces;
+    faces["ada"] = BluePicture();
+    faces["bad"] = "no picture at all, but long enough to be kept";
+    BuildFaceBitmaps(faces);
+    const auto face = [](std::string_view key) {
+        return DrawToImage({40, 40}, [key](Canvas& canvas) {
+            canvas.Fill({0, 0, 40, 40}, kPanelColor);
+            DrawFace(canvas, 0, 0, key);
+        });
+    };
+    const Color disc = Rgb(0x241A0A);
+    const Color letter = Rgb(0xF6E8C8);
+    EXPECT_EQ(PixelOf(face("ada"), 19, 19), kPictureColor);
+    EXPECT_EQ(PixelOf(face("ada"), 0, 0), kPanelColor);  // round
+    for (const std::string_view key : {"bad", "zoe", "1AddressOfNobody", ""}) {
+        EXPECT_EQ(PixelOf(face(key), 19, 5), disc) << key;
+        EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, letter)) << key;
+    }
+    BuildFaceBitmaps({});  // a new board: the old faces are gone
+    EXPECT_EQ(PixelOf(face("ada"), 19, 5), disc);
+}
+
+}  // namespace
+}  // namespace brickfall

@@ -1,0 +1,79 @@
+#include "tests/cabinet/cabinet_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "base/workers.h"
+#include "cabinet/ui_settings.h"
+#include "wallet/app_binds.h"
+
+namespace brickfall {
+
+CabinetFixture::CabinetFixture(Wallet with_wallet) {
+    if (with_wallet == Wallet::kBound) {
+        wallet.emplace();
+    } else {
+        data.emplace();
+        own_clock.emplace();
+        ResetBindingForTest();
+        BindAtStart("/cabinet", "Brickfall");
+    }
+    SetInlineWorkers(true);
+    LoadUiSettings();
+    main = OpenMainWindow();
+    ShowWindow(main);
+    PumpMessages();
+}
+
+CabinetFixture::~CabinetFixture() {
+    for (const Key key : {Key::kLeft, Key::kRight}) ReleaseKey(main, key);  // a test may end with one held
+    DestroyWindow(main);
+    PumpMessages();
+    SetInlineWorkers(false);
+}
+
+void CabinetFixture::Resize(Size client) {
+    const Size frame = FrameSize(main);
+    ResizeWindow(main, {client.w + frame.w, client.h + frame.h});
+    PumpMessages();
+}
+
+void CabinetFixture::BeginRun() {
+    StartRun(shell.run, shell.driver.run);
+    PumpMessages();
+}
+
+void CabinetFixture::Tick(int64_t milliseconds) {
+    (wallet ? wallet->clock : *own_clock).AdvanceMs(milliseconds);
+    FireTimer(main, kHeartbeatTimer);
+    PumpMessages();
+}
+
+std::vector<int> CabinetFixture::TapeCodes() const {
+    std::vector<int> codes;
+    for (const InputEvent& event : shell.run.tape.events) codes.push_back(event.code);
+    return codes;
+}
+
+void PrintTo(const Color& color, std::ostream* out) {
+    *out << int{color.r} << "," << int{color.g} << "," << int{color.b};
+}
+
+void PrintTo(const Rect& rect, std::ostream* out) {
+    *out << rect.x << "," << rect.y << " " << rect.w << "x" << rect.h;
+}
+
+Color PixelOf(const Image& image, int x, int y) {
+    return Rgb(image.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(image.w) +
+                            static_cast<std::size_t>(x)]);
+}
+
+}  // namespace brickfall
+
+int main(int count, char** arguments) {
+    ::setenv("QT_QPA_PLATFORM", "offscreen", /*overwrite=*/0);
+    ::testing::InitGoogleTest(&count, arguments);
+    const brickfall::Platform platform(count, arguments);
+    return RUN_ALL_TESTS();
+}

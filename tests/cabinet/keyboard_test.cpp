@@ -1,0 +1,144 @@
+// What the keyboard does is what the tape says, whatever the window system does around it.
+#include <gtest/gtest.h>
+
+#include "tests/cabinet/cabinet_fixture.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int kLeftDown = 1, kRightDown = 2, kServe = 7, kLeftUp = 9, kRightUp = 10;
+
+using Codes = std::vector<int>;
+
+struct Playing : CabinetFixture {
+    Playing() {
+        BeginRun();
+        Tick(160);
+    }
+};
+
+TEST(Keyboard, GivesOneEventAnEdgeUnderAutoRepeat) {
+    Playing cabinet;
+    PressKey(cabinet.main, Key::kLeft);
+    for (int i = 0; i < 5; ++i) {
+        ReleaseKey(cabinet.main, Key::kLeft, /*made_up_by_repeat=*/true);
+        PressKey(cabinet.main, Key::kLeft, /*is_repeat=*/true);
+        cabinet.Tick(32);
+    }
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown}));
+    ReleaseKey(cabinet.main, Key::kLeft);
+    cabinet.Tick(32);
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown, kLeftUp}));
+
+    PressKey(cabinet.main, Key::kSpace, /*is_repeat=*/true);  // held from before
+    EXPECT_EQ(cabinet.TapeCodes().size(), 2u);
+    PressKey(cabinet.main, Key::kSpace);
+    EXPECT_EQ(cabinet.TapeCodes().back(), kServe);
+}
+
+TEST(Keyboard, LetsGoOfAHeldKeyWhenAnotherProgramTakesTheFocus) {
+    Playing cabinet;
+    PressKey(cabinet.main, Key::kRight);
+    cabinet.Tick(16);
+    PretendFocusLost(true);
+    cabinet.Tick(16);
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kRightDown, kRightUp}));
+    cabinet.Tick(160);
+    EXPECT_FALSE(shell.run.game.paused);  // losing the focus pauses nothing
+    PretendFocusLost(false);
+    cabinet.Tick(16);
+    EXPECT_EQ(cabinet.TapeCodes().size(), 2u);
+    PressKey(cabinet.main, Key::kRight, /*is_repeat=*/true);  // still held, as its repeat tells
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kRightDown, kRightUp, kRightDown}));
+}
+
+TEST(Keyboard, WritesDownAtResumeWhatChangedDuringAPause) {
+    Playing cabinet;
+    PressKey(cabinet.main, Key::kLeft);
+    cabinet.Tick(16);
+    PressKey(cabinet.main, Key::kP);
+    const uint64_t standstill = shell.run.sim_clock_ms;
+    ReleaseKey(cabinet.main, Key::kLeft);
+    PressKey(cabinet.main, Key::kSpace);
+    ReleaseKey(cabinet.main, Key::kSpace);
+    PressKey(cabinet.main, Key::kRight);
+    ReleaseKey(cabinet.main, Key::kRight);
+    cabinet.Tick(5'000);
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown}));
+    PressKey(cabinet.main, Key::kP);
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown, kLeftUp}));
+    EXPECT_EQ(shell.run.tape.events.back().tick_ms, standstill);
+}
+
+TEST(Keyboard, KeepsBothKeysApart) {
+    Playing cabinet;
+    PressKey(cabinet.main, Key::kLeft);
+    cabinet.Tick(16);
+    PressKey(cabinet.main, Key::kRight);
+    cabinet.Tick(16);
+    EXPECT_TRUE(shell.run.game.left_held && shell.run.game.right_held);
+    ReleaseKey(cabinet.main, Key::kLeft);
+    ReleaseKey(cabinet.main, Key::kRight);
+    EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown, kRightDown, kLeftUp, kRightUp}));
+}
+
+TEST(Keyboard, RunsEveryStepOfATenSecondStallAtOnce) {
+    Playing cabinet;
+    const uint64_t before = shell.run.sim_clock_ms;
+    cabinet.Tick(10'000);
+    EXPECT_EQ(shell.run.sim_clock_ms - before, 10'000u);
+    PressKey(cabinet.main, Key::kSpace);
+    EXPECT_EQ(shell.run.tape.events.back().tick_ms, before + 10'000);
+}
+
+TEST(Keyboard, GoesOnPlayingBehindAModalBox) {
+    Playing cabinet;
+    PressKey(cabinet.main, Key::kLeft);
+    const uint64_t before = shell.run.sim_clock_ms;
+    AnswerMessageBoxes([&cabinet](std::string_view, std::string_view) {
+        cabinet.Tick(320);
+        return false;
+    });
+    PostWindowMessage(cabinet.main, kMsgUpdateDone, 100);
+    PumpMessages();
+    AnswerMessageBoxes({});
+    EXPECT_EQ(shell.run.sim_clock_ms - before, 320u);
+    EXPECT_EQ(cabinet.TapeCodes().front(), kLeftDown);
+}
+
+TEST(Keyboard, TakesTheFocusBackForTheGameUnlessAToolWindowIsOpen) {
+    Playing cabinet;
+    FocusControl(cabinet.main, 1013);
+    EXPECT_FALSE(HasFocus(cabinet.main));
+    cabinet.Tick(16);
+    EXPECT_TRUE(HasFocus(cabinet.main));
+    PressTab();
+    cabinet.Tick(16);
+    EXPECT_TRUE(HasFocus(cabinet.main));
+
+    ClickControl(cabinet.main, 1015);
+    PumpMessages();
+    PressKey(cabinet.main, Key::kP);  // resumed behind the settings
+    FocusControl(shell.settings, 1303);
+    cabinet.Tick(16);
+    EXPECT_EQ(FocusedControl(shell.settings), 1303);
+}
+
+TEST(Keyboard, WalksTheButtonsByTabAndPressesThem) {
+    CabinetFixture cabinet;
+    FocusWindow(cabinet.main);
+    std::vector<int> walked;
+    for (int i = 0; i < 8; ++i) {
+        PressTab();
+        walked.push_back(FocusedControl(cabinet.main));
+    }
+    EXPECT_EQ(walked, (std::vector<int>{1015, 1005, 1001, 1002, 1012, 1013, 1017, 1014}));
+    FocusControl(cabinet.main, 1013);
+    PressKey(cabinet.main, Key::kSpace);
+    ReleaseKey(cabinet.main, Key::kSpace);
+    PumpMessages();
+    EXPECT_TRUE(WindowExists(shell.help));
+}
+
+}  // namespace
+}  // namespace brickfall

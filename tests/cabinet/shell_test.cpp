@@ -1,0 +1,329 @@
+#include "cabinet/shell.h"
+
+#include <gtest/gtest.h>
+
+#include "base/files.h"
+#include "board/board_load.h"
+#include "cabinet/controls.h"
+#include "cabinet/images.h"
+#include "cabinet/theme.h"
+#include "cabinet/update_check.h"
+#include "deployment/deployment.h"
+#include "tests/cabinet/cabinet_fixture.h"
+#include "wallet/shared_store.h"
+#include "wallet/status_refresh.h"
+
+namespace brickfall {
+
+namespace {
+
+// Counts what is alive, so that a payload that nobody takes shows.
+class CountedPayload : public Payload {
+  public:
+    CountedPayload() { ++alive; }
+    ~CountedPayload() override { --alive; }
+    static inline int alive = 0;
+};
+
+TEST(Shell, LaysOutTheControlTableAtEverySize) {
+    CabinetFixture cabinet;
+    struct Case {
+        Size client;
+        int cell;  // worked out by hand from the layout's rule
+    };
+    for (const auto& [client, cell] :
+         {Case{{1320, 1300}, 55}, Case{{1200, 1040}, 40}, Case{{3840, 2160}, 102}}) {
+        SCOPED_TRACE(client.w);
+        cabinet.Resize(client);
+        ASSERT_EQ(ClientSize(cabinet.main), client);
+        const int w = client.w;
+        const int h = client.h;
+        const std::pair<int, Rect> controls[] = {{1008, {96, 14, 264, 36}},
+                                                 {1009, {96, 50, 220, 20}},
+                                                 {1015, {376, 20, 44, 38}},
+                                                 {1005, {428, 22, 150, 34}},
+                                                 {1001, {586, 22, 110, 34}},
+                                                 {1002, {704, 22, 100, 34}},
+                                                 {1011, {16, 116, w - 32, 22}},
+                                                 {1006, {16, 140, 140, 34}},
+                                                 {1012, {164, 140, 170, 34}},
+                                                 {1013, {342, 140, 90, 34}},
+                                                 {1017, {440, 140, 90, 34}},
+                                                 {1007, {16, h - 74, w - 32, 20}},
+                                                 {1014, {(w - 110) / 2, h - 50, 110, 34}},
+                                                 {1016, {16, h - 42, 240, 20}}};
+        for (const auto& [id, rect] : controls) EXPECT_EQ(ControlRect(cabinet.main, id), rect) << id;
+        EXPECT_EQ(ChildRect(shell.well), (Rect{16, 178, w - 32, h - 256}));
+        EXPECT_EQ(shell.cell.w, cell);
+        EXPECT_EQ(shell.cell.h, cell);
+    }
+    // The balance line follows the wallet line's end.
+    const Rect line = ControlRect(cabinet.main, 1003);
+    EXPECT_EQ(line.w, std::max(MeasureText(theme.font_small, "Wallet: not connected").w + 8, 80));
+    EXPECT_EQ(ControlRect(cabinet.main, 1004), (Rect{line.w + 36, 92, 360, 22}));
+}
+
+TEST(Shell, ComesUpWithItsTextsAndRecordDisabled) {
+    CabinetFixture cabinet;
+    EXPECT_EQ(WindowTitle(cabinet.main), "Brickfall");
+    const std::pair<int, const char*> texts[] = {{1008, "Brickfall"},
+                                                 {1009, "Orvane Arcade"},
+                                                 {1005, "Play  5000 sats"},
+                                                 {1001, "Connect"},
+                                                 {1002, "Unbind"},
+                                                 {1003, "Wallet: not connected"},
+                                                 {1004, "Pouch balance:  -"},
+                                                 {1006, "Record score"},
+                                                 {1012, "Weekly top scores"},
+                                                 {1013, "Help"},
+                                                 {1017, "Report"},
+                                                 {1007, "Connect Pouch, then Play."},
+                                                 {1014, "Close"},
+                                                 {1011, "Current weekly pot:  0.00000000 BSV"},
+                                                 {1016, "Version 0.001"}};
+    for (const auto& [id, text] : texts) EXPECT_EQ(cabinet.Text(id), text);
+    for (const int id : {1001, 1002, 1005, 1012, 1013, 1014, 1015, 1017}) {
+        EXPECT_TRUE(ControlEnabled(cabinet.main, id)) << id;
+        EXPECT_NE(AccessibleName(cabinet.main, id), "") << id;
+    }
+    EXPECT_FALSE(ControlEnabled(cabinet.main, 1006));
+    EXPECT_EQ(AccessibleName(cabinet.main, 1015), "Settings");
+}
+
+TEST(Shell, IsNeverSmallerThanTheRunInProgressNeeds) {
+    CabinetFixture cabinet;
+    const Size floor = MinimumClientSize(cabinet.main);
+    EXPECT_EQ(floor.w + FrameSize(cabinet.main).w, std::min(1200, MonitorOf(cabinet.main).work.w));
+    EXPECT_EQ(floor.h + FrameSize(cabinet.main).h, std::min(1040, MonitorOf(cabinet.main).work.h));
+    cabinet.Resize({2400, 1640});
+    const int cell = shell.cell.w;
+    ASSERT_EQ(cell, 74);  // (1640 - 256 - 52) / 18
+    cabinet.BeginRun();
+    EXPECT_EQ(MinimumClientSize(cabinet.main), (Size{std::max(cell * 13 + 322, floor.w), cell * 18 + 322}));
+    cabinet.Resize({1200, 1040});
+    EXPECT_GE(ClientSize(cabinet.main).h, cell * 18 + 322);
+    EXPECT_GE(ChildRect(shell.well).h, cell * 18 + 66);
+    EXPECT_EQ(shell.run.game.cell_w, cell);  // the run keeps the size that it began with
+
+    PretendMonitors({{{0, 0, 1024, 600}, {0, 0, 1024, 570}}});
+    shell.run.mode = kModeAttract;
+    RefreshLayout();
+    EXPECT_EQ(MinimumClientSize(cabinet.main).w, 1024 - FrameSize(cabinet.main).w);
+    PretendMonitors({});
+}
+
+TEST(Shell, TakesEachPrivateMessage) {
+    CabinetFixture cabinet;
+    const auto post = [&cabinet](int number, int64_t value, std::unique_ptr<Payload> payload) {
+        EXPECT_TRUE(PostWindowMessage(cabinet.main, number, value, std::move(payload)));
+        PumpMessages();
+    };
+    post(kMsgStatusText, 0, MakePayload(std::string("paying")));
+    EXPECT_EQ(cabinet.Text(1007), "paying");
+    post(kMsgConnectDone, 0, MakePayload(std::string("error: denied")));
+    EXPECT_EQ(cabinet.Text(1007), "error: denied");
+    post(kMsgConnectDone, 0, nullptr);
+    EXPECT_EQ(cabinet.Text(1007), "Connect failed.");
+    post(kMsgPayDone, kPayEnter, nullptr);
+    EXPECT_EQ(cabinet.Text(1007), "Pay failed.");
+    post(kMsgPayDone, kPayReport, MakePayload(std::string("success: ") + TestTxid(7)));
+    EXPECT_EQ(cabinet.Text(1007), "Report sent. " + TestTxid(7));
+    post(kMsgPotDone, 0, MakePayload(PotResult{123'456'789'012, ""}));
+    EXPECT_EQ(cabinet.Text(1011), "Current weekly pot:  1234.56789012 BSV");
+    post(kMsgPotDone, 0, MakePayload(PotResult{-1, "no answer"}));
+    EXPECT_EQ(cabinet.Text(1011), "Current weekly pot:  (lookup miss)");
+    post(kMsgPotDone, 0, MakePayload(PotResult{-1, ""}));
+    EXPECT_EQ(cabinet.Text(1011), "Current weekly pot:  -");
+    post(kMsgBalanceDone, 0, MakePayload(StatusResult{true, 95'000}));
+    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  0.00095000 BSV");
+    post(kMsgBalanceDone, 0, MakePayload(StatusResult{false, 95'000}));
+    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  (WhatsOnChain miss)");
+    post(kMsgBoardDone, 0, nullptr);
+    EXPECT_FALSE(WindowExists(shell.board));
+
+    // A payload of a foreign type, or with nobody to take it, is freed all the same.
+    for (int number = kMsgConnectDone; number <= kMsgUpdateDone + 1; ++number) {
+        post(number, 0, std::make_unique<CountedPayload>());
+    }
+    EXPECT_EQ(CountedPayload::alive, 0);
+    PostWindowMessage(cabinet.main, kMsgStatusText, 0, std::make_unique<CountedPayload>());
+    DestroyWindow(cabinet.main);
+    EXPECT_FALSE(PostWindowMessage(cabinet.main, kMsgStatusText, 0, std::make_unique<CountedPayload>()));
+    PumpMessages();
+    EXPECT_EQ(CountedPayload::alive, 0);
+}
+
+TEST(Shell, FormatsAmounts) {
+    const std::pair<int64_t, const char*> cases[] = {{0, "0.00000000"},
+                                                     {5'000, "0.00005000"},
+                                                     {-5'000, "-0.00005000"},
+                                                     {100'000'000, "1.00000000"},
+                                                     {INT64_MAX, "92233720368.54775807"},
+                                                     {INT64_MIN, "-92233720368.54775808"}};
+    for (const auto& [satoshis, text] : cases) EXPECT_EQ(FormatBsv(satoshis), text);
+}
+
+TEST(Shell, ColoursItsTextsByPlaceAndState) {
+    CabinetFixture cabinet;
+    const auto style = [&cabinet](int id) {
+        Message message{.type = MessageType::kTextStyle, .id = id};
+        MainWindowProc(cabinet.main, message);
+        return message.style;
+    };
+    EXPECT_EQ(style(1008).text, kTextColor);
+    EXPECT_EQ(style(1008).background, kHeaderColor);
+    EXPECT_EQ(style(1009).text, kMutedColor);
+    EXPECT_EQ(style(1009).background, kHeaderColor);
+    EXPECT_EQ(style(1003).text, kTextColor);
+    EXPECT_EQ(style(1003).background, kBgColor);
+    EXPECT_EQ(style(1011).text, kAccentColor);
+    EXPECT_EQ(style(1007).text, kMutedColor);
+    EXPECT_EQ(style(1004).text, kMutedColor);
+    shell.build_latest = -1;
+    EXPECT_EQ(style(1016).text, kMutedColor);
+    shell.build_latest = kBuildNumber;
+    EXPECT_EQ(style(1016).text, kAccentColor);
+    EXPECT_FALSE(style(1016).hand);
+    shell.update_available = true;
+    EXPECT_EQ(style(1016).text, kWarnColor);
+    EXPECT_TRUE(style(1016).hand);
+    const Image shown = GrabWindow(cabinet.main);
+    EXPECT_EQ(PixelOf(shown, 900, 85), kHeaderColor);
+    EXPECT_EQ(PixelOf(shown, 900, 86), kBgColor);
+}
+
+TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
+    TakeOpenedAddresses();
+    CabinetFixture cabinet;
+    std::string asked;
+    bool yes = false;
+    AnswerMessageBoxes([&](std::string_view title, std::string_view text) {
+        asked = std::string(title) + "|" + std::string(text);
+        return yes;
+    });
+    const auto found = [&cabinet](int64_t value) {
+        PostWindowMessage(cabinet.main, kMsgUpdateDone, value);
+        PumpMessages();
+    };
+    found(0);
+    EXPECT_EQ(cabinet.Text(1016), "Version 0.001");
+    found(2);  // this very build
+    EXPECT_EQ(asked, "");
+    ClickControl(cabinet.main, 1016);
+    PumpMessages();
+    found(1501);
+    EXPECT_EQ(
+        asked,
+        std::string("Brickfall update|A newer Brickfall is available.\n\nThis build:  0.001\nLatest:      "
+                    "1.500\n\nOpen ") +
+            kDownloadPageUrl + " to download it?");
+    EXPECT_EQ(cabinet.Text(1016), std::string("Update available, ") + kDownloadPageUrl);
+    EXPECT_TRUE(TakeOpenedAddresses().empty());
+    yes = true;
+    found(1501);
+    ClickControl(cabinet.main, 1016);
+    PumpMessages();
+    EXPECT_EQ(TakeOpenedAddresses(), (std::vector<std::string>{kDownloadPageUrl, kDownloadPageUrl}));
+    AnswerMessageBoxes({});
+}
+
+TEST(Shell, OpensEachToolWindowOncePausesTheRunAndLeavesItPaused) {
+    CabinetFixture cabinet;
+    struct Tool {
+        int button;
+        WindowId Shell::*slot;
+        const char* title;
+    };
+    for (const Tool& tool :
+         {Tool{1015, &Shell::settings, "Settings"}, Tool{1013, &Shell::help, "Brickfall - Help"},
+          Tool{1017, &Shell::report, "Report"}, Tool{1012, &Shell::board, "Weekly top scores"}}) {
+        SCOPED_TRACE(tool.title);
+        cabinet.BeginRun();
+        cabinet.Tick(160);
+        ClickControl(cabinet.main, tool.button);
+        PumpMessages();
+        const WindowId window = shell.*tool.slot;
+        ASSERT_TRUE(WindowExists(window));
+        EXPECT_EQ(WindowTitle(window), tool.title);
+        EXPECT_TRUE(shell.run.game.paused);
+        ClickControl(cabinet.main, tool.button);
+        PumpMessages();
+        EXPECT_EQ(shell.*tool.slot == window, tool.button != 1012);  // the board is made anew
+        EXPECT_EQ(WindowExists(window), tool.button != 1012);
+
+        PressKey(shell.*tool.slot, Key::kEscape);
+        PumpMessages();
+        EXPECT_FALSE(WindowExists(shell.*tool.slot));
+        EXPECT_TRUE(shell.run.game.paused);
+        FocusWindow(cabinet.main);
+        PressKey(cabinet.main, Key::kP);
+        EXPECT_FALSE(shell.run.game.paused);
+    }
+}
+
+TEST(Shell, LoadsTheBoardOnceMoreWhenAskedDuringALoad) {
+    CabinetFixture cabinet;
+    shell.board_busy = true;  // a load is in flight
+    StartBoardLoad();
+    EXPECT_TRUE(shell.board_again);
+    auto result = std::make_unique<BoardResult>();
+    result->message = "No scores posted yet.";
+    PostWindowMessage(cabinet.main, kMsgBoardDone, 0, MakePayload(std::move(result)));
+    PumpMessages();
+    EXPECT_FALSE(shell.board_again || shell.board_busy);
+    EXPECT_TRUE(WindowExists(shell.board));
+    EXPECT_EQ(cabinet.Text(1007), "No scores posted yet.");
+
+    result = std::make_unique<BoardResult>();
+    result->message = "No scores posted yet.";
+    result->rows.emplace_back().score = 5;
+    PostWindowMessage(cabinet.main, kMsgBoardDone, 0, MakePayload(std::move(result)));
+    PumpMessages();
+    EXPECT_EQ(cabinet.Text(1007), "Weekly board loaded.");
+}
+
+TEST(Shell, ShowsStatusTextsOfAnyKindUnharmed) {
+    CabinetFixture cabinet;
+    for (const std::string& text : {std::string(100'000, 'x'), std::string("a\r\nb\tc\x01\x7f"),
+                                    std::string("\xff\xfe<b>x"), std::string()}) {
+        SetStatus(text);
+        PumpMessages();
+        const Image shown = GrabWindow(cabinet.main);
+        EXPECT_EQ(PixelOf(shown, 4, shown.h - 64), kBgColor);  // nothing beyond its rectangle
+    }
+    EXPECT_EQ(ControlRect(cabinet.main, 1007).h, 20);
+}
+
+TEST(Shell, ShowsTheWalletAndItsBalance) {
+    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
+    EXPECT_EQ(cabinet.Text(1003), std::string("Wallet: ada@") + kPaymailDomain);
+    EXPECT_EQ(cabinet.Text(1001), "Connected");
+    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  0.00000000 BSV");
+    ClickControl(cabinet.main, 1001);
+    PumpMessages();
+    EXPECT_EQ(cabinet.Text(1007), "Already connected. Unbind to pick another wallet.");
+    ClickControl(cabinet.main, 1002);
+    PumpMessages();
+    EXPECT_EQ(cabinet.Text(1003), "Wallet: not connected");
+    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  -");
+    EXPECT_EQ(cabinet.Text(1001), "Connect");
+}
+
+TEST(Shell, ComesUpOnAStoreThatCannotBeWrittenAndWithoutALogo) {
+    CabinetFixture cabinet;
+    DestroyWindow(cabinet.main);
+    PumpMessages();
+    WriteFile(cabinet.data->Path() + "/Orvane", "a file where the store's folder belongs");
+    LoadLogo("no picture");
+    cabinet.main = OpenMainWindow();
+    ShowWindow(cabinet.main);
+    PumpMessages();
+    EXPECT_EQ(cabinet.Text(1008), "Brickfall");
+    ClickControl(cabinet.main, 1013);
+    PumpMessages();
+    EXPECT_TRUE(WindowExists(shell.help));
+    EXPECT_FALSE(MakeIcon(32).Empty());  // the stored one
+}
+
+}  // namespace
+}  // namespace brickfall
