@@ -162,6 +162,14 @@ void WindowWidget::SetOuterSize(Size size) {
     SetClientSize(Shrunk(outer, Frame()));
 }
 
+void WindowWidget::MoveOuter(QPoint at) {
+    QWindow* const handle = windowHandle();
+    if (handle == nullptr || !handle->frameMargins().isNull()) return move(at);
+    // The frame is still to come: the window manager is told that the place is that of the frame.
+    setAttribute(Qt::WA_Moved);
+    handle->setFramePosition(at);
+}
+
 void WindowWidget::CheckSize() {
     if (size() == told_size_ || !told_size_.isValid()) return;  // not open yet: the first size is no change
     told_size_ = size();
