@@ -35,6 +35,20 @@ HttpReply AddFault(Sandbox& sandbox, const HttpRequest& request) {
     return JsonReply(200, {{"ok", true}});
 }
 
+HttpReply Reports(const Sandbox& sandbox) {
+    json read = json::array();
+    json refused = json::array();
+    for (const Report& report : sandbox.Reports()) {
+        if (report.refusal.empty()) {
+            read.push_back(
+                {{"txid", report.txid}, {"handle", report.handle}, {"ts", report.ts}, {"text", report.text}});
+        } else {
+            refused.push_back({{"txid", report.txid}, {"refusal", report.refusal}});
+        }
+    }
+    return JsonReply(200, {{"reports", std::move(read)}, {"refused", std::move(refused)}});
+}
+
 HttpReply Read(const Sandbox& sandbox, std::string_view path) {
     const std::string_view subject = TakeSegment(path);
     if (subject == "transactions" && path.empty()) {
@@ -46,6 +60,7 @@ HttpReply Read(const Sandbox& sandbox, std::string_view path) {
                                {"fees", sandbox.TotalFees()},
                                {"transactions", sandbox.RawTransactions().size()}});
     }
+    if (subject == "reports" && path.empty()) return Reports(sandbox);
     if (subject == "balance") {
         if (!ParseAddress(path)) return Refuse("no such address");
         return JsonReply(200, {{"address", path}, {"satoshis", sandbox.BalanceOf(path)}});

@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "deployment/deployment.h"
+#include "sandbox/server/script_push.h"
 #include "sandbox/server/services.h"
 
 namespace brickfall::sandbox {
@@ -108,22 +109,6 @@ struct Inscription {
     std::string type;
     std::string body;
 };
-
-// One opcode off the front: the data of a push, or nothing for another opcode, which `opcode` then tells.
-std::optional<Bytes> TakeOpcode(ByteView& script, uint8_t& opcode) {
-    opcode = script[0];
-    const std::size_t width = opcode == 0x4c ? 1 : opcode == 0x4d ? 2 : opcode == 0x4e ? 4 : 0;
-    script = script.subspan(1);
-    if (opcode > 0x4e) return std::nullopt;
-    std::size_t length = width > 0 ? 0 : opcode;
-    if (width > script.size()) return std::nullopt;
-    for (std::size_t i = 0; i < width; ++i) length |= std::size_t{script[i]} << (8 * i);
-    script = script.subspan(width);
-    if (length > script.size()) return std::nullopt;
-    const Bytes data(script.begin(), script.begin() + static_cast<std::ptrdiff_t>(length));
-    script = script.subspan(length);
-    return data;
-}
 
 // The envelope: OP_FALSE OP_IF "ord" OP_1 <type> OP_0 <body, in one or more pushes> OP_ENDIF.
 std::optional<Inscription> ReadInscription(ByteView script) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "sandbox/server/architect.h"
 #include "sandbox/server/certificates.h"
 #include "sandbox/server/control.h"
 #include "sandbox/server/https_server.h"
@@ -90,6 +91,8 @@ bool Sandbox::Start(std::string& error) {
             if (!OpenJournal(impl_->world, journal, error)) return false;
             impl_->journal_open = true;
         }
+        // What stands in the journal has been told before.
+        impl_->world.on_report = impl_->options.on_report;
     }
     return impl_->server.Start(
         impl_->options.port, std::move(context),
@@ -204,6 +207,21 @@ void Sandbox::SetIndexerKnows(bool every_transaction) {
 bool Sandbox::SeedBoard(int64_t now) {
     const std::lock_guard lock(impl_->mutex);
     return sandbox::SeedBoard(impl_->world, now);
+}
+
+bool Sandbox::AppointArchitect(const std::string& folder) {
+    const std::lock_guard lock(impl_->mutex);
+    return sandbox::AppointArchitect(impl_->world, folder);
+}
+
+std::vector<Report> Sandbox::Reports() const {
+    const std::lock_guard lock(impl_->mutex);
+    std::vector<Report> list;
+    for (const Report& report : impl_->world.reports) {
+        const auto id = ParseIdText(report.txid);
+        if (id && FindTransaction(impl_->world.chain, *id) != nullptr) list.push_back(report);
+    }
+    return list;
 }
 
 bool Sandbox::SetBuild(std::string_view build) {

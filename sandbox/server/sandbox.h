@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,11 +40,23 @@ struct Fault {
     std::string path_contains;  // only requests whose target contains this; empty: all of the service
 };
 
+// A report to the architect as its transaction holds it.
+struct Report {
+    std::string txid;
+    std::string handle;   // of the sender
+    int64_t ts = 0;       // Unix seconds, as signed
+    std::string text;     // any bytes
+    std::string refusal;  // why it could not be read; empty: `text` is what was written
+};
+
 struct Options {
     std::string folder;        // keeps the certificate authority; made at the first start, 0700
     int port = 0;              // 0: a free one
     std::string journal_file;  // optional: raw transactions and claims, replayed at the start
     int64_t fee_per_kilobyte = 100;
+    // Called for each report that comes in while it serves, on the thread that brought it; must not call
+    // back.
+    std::function<void(const Report&)> on_report;
 };
 
 struct PublishedIdentity {
@@ -113,6 +126,11 @@ class Sandbox {
     // before `now` (Unix seconds), and four rows that no board may show. Once for each week, as the journal
     // knows.
     bool SeedBoard(int64_t now);
+
+    // Publishes the architect, whose keys are fixed, and writes the key file that senders need into `folder`.
+    bool AppointArchitect(const std::string& folder);
+    // What the architect has received and opened, in the order accepted.
+    std::vector<Report> Reports() const;
 
     // What the download page says, as text such as "0.002". Digits and points; false for anything else.
     bool SetBuild(std::string_view build);

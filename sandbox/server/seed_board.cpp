@@ -8,6 +8,7 @@
 
 #include "deployment/deployment.h"
 #include "sandbox/server/faces.h"
+#include "sandbox/server/script_push.h"
 #include "sandbox/server/test_key.h"
 
 namespace brickfall::sandbox {
@@ -106,18 +107,6 @@ bool OpenPurse(Seeding& seeding, const std::string& name, int64_t time) {
     if (!id) return false;
     purse.coin = {*id, 0};
     return seeding.purses.emplace(name, std::move(purse)).second;
-}
-
-void PutPush(Bytes& script, ByteView data) {
-    if (data.size() < 0x4c) {
-        script.push_back(static_cast<uint8_t>(data.size()));
-    } else {
-        const std::size_t width = data.size() <= 0xff ? 1 : data.size() <= 0xffff ? 2 : 4;
-        script.push_back(static_cast<uint8_t>(width == 1 ? 0x4c : width == 2 ? 0x4d : 0x4e));
-        for (std::size_t i = 0; i < width; ++i)
-            script.push_back(static_cast<uint8_t>(data.size() >> (8 * i)));
-    }
-    PutBytes(script, data);
 }
 
 TxOutput Payment(const char* address, int64_t satoshis) {

@@ -6,6 +6,7 @@
 
 #include "base/clock.h"
 #include "base/text.h"
+#include "sandbox/server/architect.h"
 
 namespace brickfall::sandbox {
 namespace {
@@ -59,7 +60,9 @@ bool Replay(World& world, const json& line) {
     if (kind == "funding") return raw && AddFunding(world.chain, *raw, IntegerOf(line, "time"));
     if (kind == "transaction") {
         Digest id{};
-        return raw && Submit(world.chain, *raw, id).Accepted();
+        if (!raw || !Submit(world.chain, *raw, id).Accepted()) return false;
+        NoticeReport(world, id);
+        return true;
     }
     if (kind == "block") {
         MineBlock(world.chain, IntegerOf(line, "time"));
@@ -131,7 +134,10 @@ Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::
     if (lose) return Judge(world.chain, *tx, raw->size());
     Digest id{};
     const Verdict verdict = Submit(world.chain, *raw, id);
-    if (verdict.Accepted()) world.journal.Write({{"kind", "transaction"}, {"raw", raw_hex}});
+    if (verdict.Accepted()) {
+        world.journal.Write({{"kind", "transaction"}, {"raw", raw_hex}});
+        NoticeReport(world, id);
+    }
     return verdict;
 }
 

@@ -2,6 +2,7 @@
 // goes into the journal. No lock of its own: the caller guards it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -22,6 +23,8 @@ struct World {
     bool indexer_knows = true;
     int64_t seeded_week = 0;      // the start of the latest week whose board was filled; 0: none
     std::string build = "0.001";  // on the download page
+    std::vector<Report> reports;  // to the architect, as accepted
+    std::function<void(const Report&)> on_report;
     Journal journal;
 };
 

@@ -558,12 +558,15 @@ TEST(SandboxProgram, ServesUntilASignalAndRefusesWrongCommandLines) {
     const std::string port_file = folder.Path() + "/port";
     const std::string authority = folder.Path() + "/authority";
     {
-        ChildProcess program(kProgram, {"--folder", authority, "--port-file", port_file});
+        const std::string users = folder.Path() + "/userinfo";
+        ChildProcess program(
+            kProgram, {"--folder", authority, "--seed-board", "--port-file", port_file, "--userinfo", users});
         const auto ready = program.ReadUntil("sandbox ready on 127.0.0.1:");
         ASSERT_TRUE(ready.has_value());
         const std::string port = *ReadFile(port_file);
         EXPECT_EQ(*ready + "\n", "sandbox ready on 127.0.0.1:" + port.substr(0, port.size() - 1) +
                                      ", authority " + authority + "/authority.pem\n");
+        EXPECT_TRUE(FileExists(users + "/encpub-architect.txt"));
         program.Signal(SIGTERM);
         EXPECT_EQ(program.Wait(), 0);
     }

@@ -1,0 +1,129 @@
+// The recipient of reports: reads what the cabinet has sealed and paid for, refuses what somebody has
+// touched.
+#include "sandbox/server/architect.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "base/files.h"
+#include "deployment/deployment.h"
+#include "deployment/sandbox_route.h"
+#include "messages/direct_message.h"
+#include "messages/row.h"
+#include "messages/signing.h"
+#include "messages/verification.h"
+#include "net/http_client.h"
+#include "tests/support/sealed_message.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/encodings.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/pay_drivers.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+constexpr char kSuccess[] = "success: ";
+
+json SignedReport(const std::string& text) {
+    json row = {{"protocol", "Cairn-Wire"}, {"type", "report"},         {"app", "Brickfall"},
+                {"handle", "ada"},          {"to_handle", "architect"}, {"location", "arcade"},
+                {"game", "brickfall"},      {"ts", 1'790'000'000}};
+    std::string error;
+    EXPECT_TRUE(EncryptDirectMessage({text}, "ada", kArchitectHandle, row, error)) << error;
+    EXPECT_TRUE(SignMessage(row, error)) << error;
+    return row;
+}
+
+// The id of the transaction that carries the row.
+std::string Send(const json& row) {
+    const std::string result = PayReport(DumpRow(row));
+    EXPECT_TRUE(result.starts_with(kSuccess)) << result;
+    return result.substr(std::min(result.size(), sizeof kSuccess - 1));
+}
+
+TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
+    const WorkingFolder working;
+    const SandboxFixture route;  // its end closes the way to the services again
+    WalletFixture wallet;
+    ClearIdentityKeyCache();
+    ClearEncryptionKeys();
+    const TempFolder folder;
+    std::vector<std::string> told;
+    sandbox::Options options;
+    options.folder = folder.Path() + "/authority";
+    options.journal_file = folder.Path() + "/journal.jsonl";
+    options.on_report = [&told](const sandbox::Report& report) { told.push_back(report.txid); };
+    std::string error;
+    std::vector<std::string> sent;
+    std::size_t refused = 0;
+    const std::string text = "the ball went \"through\" the wall\nat 3 o'clock \xF0\x9F\xA7\xB1";
+    {
+        sandbox::Sandbox box(options);
+        ASSERT_TRUE(box.Start(error)) << error;
+        SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
+        sandbox::PublishedIdentity identity;
+        identity.alias = "ada";
+        {
+            const WalletLock lock(wallet_mutex);
+            identity.pubkey = wallet_keys.identity_pub;
+        }
+        box.Publish(identity);
+        ASSERT_TRUE(box.AppointArchitect("userinfo"));
+        ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
+
+        const json row = SignedReport(text);
+        sent.push_back(Send(row));
+        sent.push_back(Send(SignedReport(std::string(2'000, 'x'))));
+        EXPECT_EQ(told, sent);
+
+        const auto flip_last = [](std::string value) {
+            value.back() = value.back() == '0' ? '1' : '0';
+            return value;
+        };
+        json changes = {{"ts", 1'790'000'001}, {"location", "lobby"},
+                        {"handle", "eve"},     {"actor", "eve"},
+                        {"protocol", "other"}, {"sig", "AAAA"},
+                        {"pmessage1", "00"},   {"enc_pub", flip_last(row["enc_pub"].get<std::string>())}};
+        changes["wrap_to"] = flip_last(row["wrap_to"].get<std::string>());
+        changes["pubkey"] = flip_last(row["pubkey"].get<std::string>());
+        for (const auto& [key, value] : changes.items()) {
+            SCOPED_TRACE(key);
+            json bent = row;
+            bent[key] = value;
+            const std::string txid = Send(bent);
+            ASSERT_FALSE(told.empty());
+            EXPECT_EQ(told.back(), txid);
+            EXPECT_EQ(box.Reports().back().txid, txid);
+            EXPECT_NE(box.Reports().back().refusal, "");
+            EXPECT_EQ(box.Reports().back().text, "");
+            ++refused;
+        }
+        json elsewhere = row;
+        elsewhere["to_handle"] = "bob";
+        Send(elsewhere);
+        EXPECT_EQ(box.Reports().size(), sent.size() + refused) << "another's letter is no business of its";
+
+        std::string body;
+        ASSERT_TRUE(HttpGetOnce("https://control.sandbox.test/reports", body, error)) << error;
+        const json answer = json::parse(body, nullptr, false);
+        ASSERT_EQ(answer["reports"].size(), sent.size());
+        EXPECT_EQ(answer["reports"][0],
+                  (json{{"handle", "ada"}, {"text", text}, {"ts", 1'790'000'000}, {"txid", sent[0]}}));
+        EXPECT_EQ(answer["reports"][1]["text"], std::string(2'000, 'x'));
+        EXPECT_EQ(answer["refused"].size(), refused);
+    }
+    // The next start has them again, and does not tell them again.
+    told.clear();
+    sandbox::Sandbox again(options);
+    ASSERT_TRUE(again.Start(error)) << error;
+    ASSERT_EQ(again.Reports().size(), sent.size() + refused);
+    EXPECT_EQ(again.Reports()[0].text, text);
+    EXPECT_EQ(again.Identity("architect")->alias, "architect");
+    EXPECT_TRUE(told.empty());
+}
+
+}  // namespace
+}  // namespace brickfall
