@@ -1,24 +1,30 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, starts the sandbox and the companion in a private folder, and plays on it.
-#   ./run.sh [--headless] [--out DIR]
-# --headless plays one whole paid run without a window and prints it. --out DIR leaves transactions.json, wallet.json,
-# row.json and run.json there. The private folder is out/sandbox, or the one named by BRICKFALL_SANDBOX_HOME; a second
-# run on it goes on with the same wallet and the same chain.
+# Installs what is missing, builds, starts the sandbox in a private folder, and opens the cabinet and the companion on it.
+#   ./run.sh                                          the cabinet; closing it ends everything
+#   ./run.sh --headless [--out DIR] [--report TEXT]   one whole paid run without a window, printed
+# Without a display the headless run is played. --out DIR leaves transactions.json, wallet.json, row.json and run.json
+# there; --report sends TEXT to the architect and prints what was read. The private folder is out/sandbox, or the one
+# named by BRICKFALL_SANDBOX_HOME; a second run on it goes on with the same wallet and the same chain.
 set -euo pipefail
 
 usage() {
-  echo "run.sh: $1; usage: ./run.sh [--headless] [--out DIR]" >&2
+  echo "run.sh: $1; usage: ./run.sh [--headless [--out DIR] [--report TEXT]]" >&2
   exit 2
 }
 
 headless=no
-out=""
+arguments=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --headless) headless=yes ;;
     --out)
       [ $# -ge 2 ] || usage "--out needs a folder"
-      out=$(realpath -m -- "$2")
+      arguments+=(--out "$(realpath -m -- "$2")")
+      shift
+      ;;
+    --report)
+      [ $# -ge 2 ] || usage "--report needs a text"
+      arguments+=(--report "$2")
       shift
       ;;
     *) usage "unknown argument \"$1\"" ;;
@@ -29,13 +35,22 @@ done
 cd "$(dirname "$0")"
 # A clone in another folder finds what ccache holds already.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
-[ "$headless" = yes ] || echo "run.sh: this build has no window; playing the headless loop"
+[ "$headless" = yes ] || [ "${#arguments[@]}" -eq 0 ] || usage "--out and --report go with --headless"
+if [ "$headless" = no ] && [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+  echo "run.sh: there is no display; playing the headless loop"
+  headless=yes
+fi
 
+if [ "$headless" = yes ]; then
+  targets=(brickfall-sandbox brickfall-companion headless)
+else
+  targets=(brickfall-sandbox brickfall-companion-window brickfall)
+fi
 scripts/install-deps.sh
 mkdir -p build
 echo "run.sh: building (a first build takes some minutes; its output goes to build/run.log)"
 if ! { cmake --preset release &&
-       cmake --build --preset release --target brickfall-sandbox brickfall-companion headless; } >build/run.log 2>&1; then
+       cmake --build --preset release --target "${targets[@]}"; } >build/run.log 2>&1; then
   tail -n 40 build/run.log >&2
   echo "run.sh: the build failed; build/run.log has all of it" >&2
   exit 1
@@ -71,7 +86,8 @@ wait_for() {
 }
 
 export LOCALAPPDATA=$home/store
-"$build/sandbox/brickfall-sandbox" --folder "$home/authority" --journal "$home/journal.jsonl" \
+"$build/sandbox/brickfall-sandbox" --folder "$home/authority" --journal "$home/journal.jsonl" --seed-board \
+  --userinfo "$build/cabinet/userinfo" --userinfo "$build/tools/userinfo" \
   --port-file "$home/port" >"$home/sandbox.log" 2>&1 9>&- &
 pids+=($!)
 wait_for "$home/sandbox.log" "sandbox ready" "${pids[0]}" "the sandbox"
@@ -79,9 +95,22 @@ BRICKFALL_SANDBOX_CONNECT="::127.0.0.1:$(cat "$home/port")"
 BRICKFALL_SANDBOX_CA=$(sed -n 's/^sandbox ready on .*, authority //p' "$home/sandbox.log" | tail -n 1)
 export BRICKFALL_SANDBOX_CONNECT BRICKFALL_SANDBOX_CA
 
+if [ "$headless" = no ]; then
+  "$build/sandbox/brickfall-companion-window" player >"$home/companion.log" 2>&1 9>&- &
+  pids+=($!)
+  wait_for "$home/companion.log" "companion ready" "${pids[1]}" "the companion"
+  "$build/cabinet/brickfall" 9>&-
+  exit
+fi
+
 "$build/sandbox/brickfall-companion" --auto-approve --create-on-connect --name player \
   >"$home/companion.log" 2>&1 9>&- &
 pids+=($!)
 wait_for "$home/companion.log" "companion ready" "${pids[1]}" "the companion"
+"$build/tools/headless" "${arguments[@]}" 9>&-
 
-"$build/tools/headless" ${out:+--out "$out"} 9>&-
+echo
+echo "The sandbox is stopped; the board once more, from the local list alone:"
+kill "${pids[0]}"
+wait "${pids[0]}" 2>/dev/null || true
+"$build/tools/headless" --board 9>&-

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "base/clock.h"
@@ -183,11 +184,14 @@ void OpenOnce(WindowId& slot, WindowId (*open)(WindowId owner), bool beside = fa
 
 // ---- Messages.
 
-// The wallet core's progress texts go to the status line, from any thread.
+// The wallet core's progress texts go to the status line, from any thread; from this one at once, so that
+// what a flow says afterwards stands.
 void InstallLogHook(WindowId main) {
     const std::lock_guard lock(wallet_sink_mutex);
-    wallet_log_hook = [main](std::string_view text) {
-        if (!text.empty()) PostWindowMessage(main, kMsgStatusText, 0, MakePayload(std::string(text)));
+    wallet_log_hook = [main, main_thread = std::this_thread::get_id()](std::string_view text) {
+        if (text.empty()) return;
+        if (std::this_thread::get_id() == main_thread) return SetStatus(text);
+        PostWindowMessage(main, kMsgStatusText, 0, MakePayload(std::string(text)));
     };
 }
 

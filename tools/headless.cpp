@@ -1,11 +1,18 @@
-// headless.cpp - the whole paid loop without a window: connect, claim, pay, play, record, read back.
+// headless.cpp - the whole paid loop without a window: connect, claim, pay, play, record, read back, the
+// board.
+//
+//   headless [--out DIR] [--report TEXT]   one paid run; DIR gets its files, TEXT goes to the architect,
+//   sealed headless --board                       only loads the board and prints it
+//
 // It drives the same flows as the cabinet, supplies the operations that they ask of a driver, and prints what
 // happens. Exit 0 only when every step held; 1 with the step and the reason; 2 for a wrong command line.
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -17,7 +24,10 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "base/workers.h"
+#include "board/board_load.h"
+#include "board/local_scores.h"
 #include "board/watch_reader.h"
+#include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "game/flows.h"
 #include "game/week.h"
@@ -118,11 +128,61 @@ class RunClock {
     Clock clock_;
 };
 
+struct Options {
+    std::string out_folder;
+    std::string report;
+    bool only_board = false;
+};
+
+// As the board shows it: the name as text, whatever its bytes, in a column of its own.
+std::string NameColumn(const ScoreRow& row) {
+    constexpr std::size_t kWidth = 24;
+    std::string name;
+    for (const char c : FaceKey(row)) name += static_cast<unsigned char>(c) < 0x20 || c == 0x7f ? '?' : c;
+    if (name.size() > kWidth) name = name.substr(0, kWidth - 3) + "...";
+    name.resize(kWidth, ' ');
+    return name;
+}
+
+std::string TimeColumn(int64_t unix_seconds) {
+    if (unix_seconds <= 0) return "-";
+    const auto time = static_cast<std::time_t>(unix_seconds);
+    std::tm utc{};
+    if (::gmtime_r(&time, &utc) == nullptr) return "-";
+    char text[64];
+    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &utc) > 0 ? text : "-";
+}
+
+void SayRow(const std::string& place, const ScoreRow& row, const std::string& my_key) {
+    const bool mine = !my_key.empty() && FaceKey(row) == my_key;
+    std::printf("     %4s  %s  %12s  %-20s  %-7s%s\n", place.c_str(), NameColumn(row).c_str(),
+                Grouped(row.score).c_str(), TimeColumn(row.ts).c_str(), row.verified ? "chain" : "local",
+                mine ? " <- you" : "");
+}
+
+void SayBoard(const BoardResult& board) {
+    const std::string handle = IsConnected() ? PlayerHandle() : std::string();
+    const std::string my_key = handle.substr(0, handle.find('@'));
+    SayField("week", board.week_label);
+    if (board.has_best) {
+        Say("Highest score ever:");
+        SayRow("", board.best, my_key);
+    }
+    if (board.rows.empty()) {
+        Say(board.message.empty() ? "No scores posted yet." : board.message);
+        return;
+    }
+    Say("Top scores for this week:");
+    for (std::size_t i = 0; i < board.rows.size(); ++i) SayRow(std::to_string(i + 1), board.rows[i], my_key);
+    SayField("faces", std::to_string(board.face_bytes.size()) + " pictures");
+}
+
 class Session {
   public:
-    explicit Session(std::string out_folder) : out_folder_(std::move(out_folder)) { MakeDriver(); }
+    explicit Session(const Options& options) : options_(options) { MakeDriver(); }
 
     void Run() {
+        if (options_.only_board) return Step("Board", [this] { Board(); });
         Step("Connect", [this] { Connect(); });
         Step("Play money", [this] { TakePlayMoney(); });
         Step("Name", [this] { ClaimName(); });
@@ -131,7 +191,9 @@ class Session {
         Step("Record", [this] { Record(); });
         Step("Read back", [this] { ReadBack(); });
         Step("Who holds what", [this] { Holdings(); });
-        if (!out_folder_.empty()) Step("Files", [this] { WriteFiles(); });
+        Step("Board", [this] { Board(); });
+        if (!options_.report.empty()) Step("Report", [this] { Report(); });
+        if (!options_.out_folder.empty()) Step("Files", [this] { WriteFiles(); });
     }
 
   private:
@@ -145,13 +207,17 @@ class Session {
     void Record();
     void ReadBack();
     void Holdings();
+    void Board();
+    void Report();
     void WriteFiles();
     int64_t WalletHolds();
     void WaitForFlow() {
         main_queue.RunWhile([this] { return run_.busy; });
     }
 
-    const std::string out_folder_;
+    const Options options_;
+    std::unique_ptr<BoardResult> board_;  // of the last load
+    bool board_busy_ = false;
     RunClock clock_;
     int step_ = 0;
     RunControl run_;
@@ -180,7 +246,9 @@ void Session::MakeDriver() {
     run.main_has_focus = [] { return true; };
     run.any_tool_window_open = [] { return false; };
     run.play_effect = [](std::span<const int>, std::span<const int>) {};
-    run.record_local_score = [](const std::string&) {};
+    run.record_local_score = [this](const std::string& txid) {
+        RecordLocalScore(ui_doc, run_.final_score, txid, SaveUiSettings);
+    };
     run.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_held_ : right_held_; };
     driver_.confirm = [](std::string_view, std::string_view question) {
         const std::size_t line = question.find('\n');
@@ -188,10 +256,22 @@ void Session::MakeDriver() {
         SayField("answered", "OK");
         return true;
     };
-    // The labels, the pot and the board belong to a window; the last two steps read the chain instead.
+    // The labels and the pot belong to a window; a later step reads the chain instead.
     driver_.refresh_wallet_labels = [] {};
     driver_.start_pot_refresh = [] {};
-    driver_.start_board_load = [] {};
+    driver_.start_board_load = [this] {
+        if (board_busy_) return;
+        board_busy_ = true;
+        StartWorker([this, snapshot = TakeBoardSnapshot(ui_doc, run_)] {
+            BoardWorker(snapshot, [this](std::unique_ptr<BoardResult> result) {
+                auto shared = std::make_shared<std::unique_ptr<BoardResult>>(std::move(result));
+                main_queue.Post([this, shared] {
+                    board_ = std::move(*shared);
+                    board_busy_ = false;
+                });
+            });
+        });
+    };
     driver_.post_connect_done = [this](ResultText result) {
         auto shared = std::make_shared<ResultText>(std::move(result));
         main_queue.Post([this, shared] { OnConnectResult(run_, driver_, std::move(*shared)); });
@@ -360,6 +440,45 @@ void Session::Holdings() {
     }
 }
 
+// A record has started a load already; the board shows the row just recorded, as the chain holds it.
+void Session::Board() {
+    driver_.start_board_load();
+    main_queue.RunWhile([this] { return board_busy_; });
+    Require(board_ != nullptr, "the board's load brought nothing");
+    SayBoard(*board_);
+    if (run_.record_txid.empty() || run_.final_score < 1) return;
+    const auto is_mine = [this](const ScoreRow& row) { return row.txid == run_.record_txid; };
+    const auto mine = std::find_if(board_->rows.begin(), board_->rows.end(), is_mine);
+    if (mine == board_->rows.end()) {
+        Require(board_->rows.size() == kBoardRowCap && board_->rows.back().score >= run_.final_score,
+                "the row just recorded is not on the board");
+        return Say("The row just recorded is below the last place.");
+    }
+    Require(mine->verified, "the row just recorded stands there from the local list only");
+    Say("The row just recorded stands there, read from the chain.");
+}
+
+void Session::Report() {
+    const ReportOutcome outcome = OnSendReport(run_, driver_, options_.report);
+    Require(outcome.sent, outcome.refusal.empty() ? last_status_ : outcome.refusal);
+    WaitForFlow();
+    const std::string txid = FindTxid(last_status_);
+    Require(!txid.empty(), last_status_);
+    Json answer;
+    Require(FetchJson(std::string(kControlUrl) + "/reports", answer) && answer.is_object() &&
+                answer.contains("reports") && answer["reports"].is_array(),
+            "the sandbox does not give its reports");
+    for (const Json& report : answer["reports"]) {
+        if (JsonString(report, "txid") != txid) continue;
+        SayField("read by", std::string("@") + kArchitectHandle);
+        SayField("from", JsonString(report, "handle"));
+        SayField("text", JsonString(report, "text"));
+        Require(JsonString(report, "text") == Trim(options_.report), "the recipient read another text");
+        return;
+    }
+    throw StepFailed("the recipient has not read the report");
+}
+
 void Session::WriteFiles() {
     Json answer;
     Require(FetchJson(std::string(kControlUrl) + "/transactions", answer) && answer.is_object() &&
@@ -373,11 +492,11 @@ void Session::WriteFiles() {
                       {"tape", TapeToHex(run_.tape)},
                       {"tape_hash", TapeHash(TapeToHex(run_.tape))}};
     const auto write = [this](const char* name, std::string_view content) {
-        const std::string path = out_folder_ + "/" + name;
+        const std::string path = options_.out_folder + "/" + name;
         Require(WriteFile(path, content), "cannot write " + path);
         Say(path);
     };
-    Require(MakeFolders(out_folder_), "cannot make the folder " + out_folder_);
+    Require(MakeFolders(options_.out_folder), "cannot make the folder " + options_.out_folder);
     write("transactions.json", answer["transactions"].dump(2));
     write("wallet.json", *wallet);
     write("row.json", DumpRow(recorded_row_));
@@ -392,20 +511,21 @@ int64_t PeakMemoryKb() {
     return -1;
 }
 
-int Main(const std::string& out_folder) {
+int Main(const Options& options) {
     // The executable's folder is the working folder and, as the installation's key, names its bind.
     const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
     if (::chdir(folder.c_str()) != 0) throw StepFailed("cannot enter " + folder);
+    LoadUiSettings();
     BindAtStart(folder, "Brickfall");
     StartNetwork();
     {
         const std::lock_guard lock(wallet_sink_mutex);
         wallet_log_hook = [](std::string_view text) { SayField("Pouch", Trim(text)); };
     }
-    std::printf("Brickfall without a window: one paid run, with play money\n");
+    if (!options.only_board) std::printf("Brickfall without a window: one paid run, with play money\n");
     std::string failure;
     try {
-        Session(out_folder).Run();
+        Session(options).Run();
     } catch (const StepFailed& failed) {
         failure = failed.what();
     }
@@ -416,7 +536,8 @@ int Main(const std::string& out_folder) {
         std::fprintf(stderr, "\nFailed at %s\n", failure.c_str());
         return 1;
     }
-    std::printf("\nAll of it held. Peak memory %.1f MB.\n", static_cast<double>(PeakMemoryKb()) / 1024);
+    if (!options.only_board)
+        std::printf("\nAll of it held. Peak memory %.1f MB.\n", static_cast<double>(PeakMemoryKb()) / 1024);
     return 0;
 }
 
@@ -424,19 +545,25 @@ int Main(const std::string& out_folder) {
 }  // namespace brickfall
 
 int main(int count, char** arguments) {
-    std::string out_folder;
+    brickfall::Options options;
     for (int i = 1; i < count; ++i) {
         const std::string argument = arguments[i];
         if (argument == "--out" && i + 1 < count) {
-            out_folder = std::filesystem::absolute(arguments[++i]).string();
+            options.out_folder = std::filesystem::absolute(arguments[++i]).string();
+        } else if (argument == "--report" && i + 1 < count) {
+            options.report = arguments[++i];
+        } else if (argument == "--board" && count == 2) {
+            options.only_board = true;
         } else {
-            std::fprintf(stderr, "headless: bad argument \"%s\"; usage: headless [--out DIR]\n",
-                         argument.c_str());
+            std::fprintf(
+                stderr,
+                "headless: bad argument \"%s\"; usage: headless [--out DIR] [--report TEXT] | --board\n",
+                argument.c_str());
             return 2;
         }
     }
     try {
-        return brickfall::Main(out_folder);
+        return brickfall::Main(options);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "headless: %s\n", failure.what());
         return 1;

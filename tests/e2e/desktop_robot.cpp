@@ -1,0 +1,140 @@
+#include "tests/e2e/desktop_robot.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "platform/automation.h"
+#include "tests/support/child_process.h"
+
+namespace brickfall {
+namespace {
+
+std::mutex& midi_mutex = *new std::mutex;
+std::vector<uint32_t>& midi_messages = *new std::vector<uint32_t>;  // guarded by midi_mutex
+
+class RecordingMidi : public MidiOut {
+  public:
+    void ShortMessage(uint32_t message) override {
+        const std::lock_guard lock(midi_mutex);
+        midi_messages.push_back(message);
+    }
+    void Reset() override {}
+};
+
+std::string WindowOfTitle(const std::string& title) {
+    std::string pattern;
+    for (const char c : title) {
+        if (std::string_view("()[].*+?^$\\").find(c) != std::string_view::npos) pattern += '\\';
+        pattern += c;
+    }
+    const std::string ids = Xdotool("search --onlyvisible --name '^" + pattern + "$'");
+    return ids.substr(ids.rfind('\n') + 1);
+}
+
+}  // namespace
+
+JumpingClock::JumpingClock() : clock_(SystemClock()) {
+    clock_.self = this;
+    clock_.monotonic_ns = [](void* self) {
+        return SystemClock().monotonic_ns(SystemClock().self) +
+               static_cast<JumpingClock*>(self)->jumped_ms_ * 1'000'000;
+    };
+    clock_.tick_ms = [](void* self) {
+        return SystemClock().tick_ms(SystemClock().self) +
+               static_cast<uint64_t>(static_cast<JumpingClock*>(self)->jumped_ms_.load());
+    };
+    clock_.unix_millis = [](void*) { return SystemClock().unix_millis(SystemClock().self); };
+    clock_.sleep_ms = [](void*, int64_t ms) { SystemClock().sleep_ms(SystemClock().self, ms); };
+    InstallClock(&clock_);
+}
+
+JumpingClock::~JumpingClock() { InstallClock(nullptr); }
+
+bool WaitFor(std::string_view what, const std::function<bool()>& condition, int seconds) {
+    for (int step = 0; step < seconds * 200; ++step) {
+        PumpMessages();
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    Screenshot("failed");
+    ADD_FAILURE() << "waited in vain: " << what;
+    return false;
+}
+
+void RunFor(int milliseconds) {
+    for (int passed = 0; passed < milliseconds; passed += 5) {
+        PumpMessages();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+std::string Xdotool(const std::string& arguments) {
+    // In a thread of its own, since xdotool waits for what the windows answer.
+    std::string output;
+    std::atomic<bool> done = false;
+    std::thread runner([&] {
+        ChildProcess shell("/bin/sh", {"-c", "xdotool " + arguments});
+        while (const std::optional<std::string> line = shell.ReadLine())
+            output += (output.empty() ? "" : "\n") + *line;
+        shell.Wait();
+        done = true;
+    });
+    while (!done) RunFor(5);
+    runner.join();
+    RunFor(30);
+    return output;
+}
+
+bool WindowIsUp(const std::string& title) { return !WindowOfTitle(title).empty(); }
+
+void MoveTo(const std::string& title, Point at) {
+    const std::string window = WindowOfTitle(title);
+    ASSERT_NE(window, "") << "no window " << title;
+    Xdotool("mousemove --window " + window + " " + std::to_string(at.x) + " " + std::to_string(at.y));
+}
+
+void Click(const std::string& title, Point at) {
+    MoveTo(title, at);
+    Xdotool("click 1");
+}
+
+void ClickBehind(const std::string& title, Point at) {
+    Xdotool("windowactivate --sync " + WindowOfTitle(title));
+    Click(title, at);
+}
+
+void ClickOn(WindowId window, int control) {
+    const Rect rect = ControlRect(window, control);
+    Click(WindowTitle(window), {rect.x + rect.w / 2, rect.y + rect.h / 2});
+}
+
+void PressKeys(const std::string& keys) { Xdotool("key " + keys); }
+
+void PressKeysSoon(const std::string& keys) {
+    std::thread([keys] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(800));
+        ChildProcess("/bin/sh", {"-c", "xdotool key " + keys}).Wait();
+    }).detach();
+}
+
+void TypeKeys(const std::string& text) { Xdotool("type --delay 5 '" + text + "'"); }
+
+void Screenshot(const std::string& name) {
+    const char* const folder = std::getenv("BRICKFALL_SCREENSHOTS");
+    if (folder != nullptr) SavePng(GrabScreen(), std::string(folder) + "/" + name + ".png");
+}
+
+std::unique_ptr<MidiOut> OpenRecordingMidi() { return std::make_unique<RecordingMidi>(); }
+
+std::vector<uint32_t> TakeMidiMessages() {
+    const std::lock_guard lock(midi_mutex);
+    return std::exchange(midi_messages, {});
+}
+
+}  // namespace brickfall

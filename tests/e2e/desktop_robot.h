@@ -1,0 +1,56 @@
+// desktop_robot.h - a person at the desktop: real pointer and key events into real windows, through the
+// window system, while the cabinet of this process goes on running.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/clock.h"
+#include "platform/midi_out.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+// Real time with jumps: the test need not play for minutes.
+class JumpingClock {
+  public:
+    JumpingClock();
+    ~JumpingClock();
+    JumpingClock(const JumpingClock&) = delete;
+    JumpingClock& operator=(const JumpingClock&) = delete;
+    void JumpMs(int64_t milliseconds) { jumped_ms_ += milliseconds; }
+
+  private:
+    Clock clock_;
+    std::atomic<int64_t> jumped_ms_ = 0;
+};
+
+// Runs the message loop until the condition holds; a failure of the test after `seconds` of real time.
+bool WaitFor(std::string_view what, const std::function<bool()>& condition, int seconds = 20);
+void RunFor(int milliseconds);
+
+// One xdotool command line, while the message loop runs. Its output without the last newline.
+std::string Xdotool(const std::string& arguments);
+
+// `title` is the window's whole title. Coordinates are client pixels.
+bool WindowIsUp(const std::string& title);
+void MoveTo(const std::string& title, Point at);
+void Click(const std::string& title, Point at);
+void ClickBehind(const std::string& title, Point at);  // brings the window to the front first
+void ClickOn(WindowId window, int control);            // a control of this process
+void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
+// For a modal box: the keys come a moment later, while the box runs its own loop.
+void PressKeysSoon(const std::string& keys);
+void TypeKeys(const std::string& text);
+
+// Keeps a picture of the desktop in the folder that BRICKFALL_SCREENSHOTS names, if any.
+void Screenshot(const std::string& name);
+
+// The messages that the cabinet sends to its synthesiser.
+std::unique_ptr<MidiOut> OpenRecordingMidi();
+std::vector<uint32_t> TakeMidiMessages();
+
+}  // namespace brickfall

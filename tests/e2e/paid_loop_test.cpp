@@ -1,0 +1,201 @@
+// The whole cabinet on a desktop: window manager, pointer, keyboard, the companion's window, every service.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/files.h"
+#include "cabinet/shell.h"
+#include "cabinet/sound.h"
+#include "cabinet/startup.h"
+#include "cabinet/ui_settings.h"
+#include "deployment/deployment.h"
+#include "platform/automation.h"
+#include "tests/e2e/desktop_robot.h"
+#include "tests/support/child_process.h"
+#include "tests/support/wallet_fixture.h"
+#include "wallet/app_binds.h"
+#include "wallet/ov_pouch_wallet.h"
+
+namespace brickfall {
+namespace {
+
+constexpr char kMainTitle[] = "Brickfall";
+constexpr char kCompanionTitle[] = "Pouch (sandbox)";
+constexpr Point kAddMoney = {400, 88};
+constexpr Point kApprove = {95, 229};
+
+std::string Text(int control) { return ControlText(shell.main, control); }
+
+bool WaitForStatus(const std::string& text, int seconds = 30) {
+    return WaitFor(
+        "status \"" + text + "\", not \"" + Text(1007) + "\"",
+        [&text] { return Text(1007).starts_with(text); }, seconds);
+}
+
+std::string SandboxProgram(const char* name) {
+    return std::string(BRICKFALL_BINARY_DIR) + "/sandbox/" + name;
+}
+
+// A store, the services, the companion and the cabinet, each as on a player's desktop.
+struct Desktop {
+    Desktop() {
+        ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
+        ::setenv("BRICKFALL_SANDBOX_CA", services.box.CaFile().c_str(), 1);
+        ResetBindingForTest();
+        companion.emplace(SandboxProgram("brickfall-companion-window"), std::vector<std::string>{"player"});
+        companion->ReadUntil("companion ready");
+        Start();
+    }
+
+    ~Desktop() { Stop(); }
+
+    void Start() {
+        StartCabinet(data.Path() + "/cabinet", OpenRecordingMidi);
+        WaitFor("the window", [] { return WindowIsUp(kMainTitle); });
+    }
+
+    void Stop() {
+        if (WindowExists(shell.main)) DestroyWindow(shell.main);
+        PumpMessages();
+    }
+
+    SandboxFixture services;
+    TempUserData data;
+    JumpingClock clock;
+    std::optional<ChildProcess> companion;
+};
+
+// Plays on, serving whenever the ball rests, until the run is over.
+void LoseTheRun(Desktop& desktop) {
+    for (int serve = 0; serve < 20 && shell.run.mode == kModePlaying; ++serve) {
+        PressKeys("space");
+        for (int jump = 0; jump < 60 && shell.run.mode == kModePlaying && shell.run.game.ball_live; ++jump) {
+            desktop.clock.JumpMs(1'000);
+            RunFor(40);
+        }
+    }
+}
+
+TEST(PaidLoop, FromConnectToUnbind) {
+    Desktop desktop;
+    sandbox::Sandbox& box = desktop.services.box;
+    EXPECT_EQ(Text(1007), "Connect Pouch, then Play.");
+    EXPECT_EQ(Text(1003), "Wallet: not connected");
+    Screenshot("1-attract");
+
+    // Play money first, then Connect: approved in the companion's window.
+    ClickBehind(kCompanionTitle, kAddMoney);
+    ASSERT_TRUE(WaitFor("play money", [&] { return box.TotalFunded() == 100'000; }));
+    ClickOn(shell.main, 1001);
+    ASSERT_TRUE(WaitForStatus("Waiting for Pouch to approve"));
+    EXPECT_FALSE(ControlEnabled(shell.main, 1005));
+    RunFor(700);
+    Screenshot("2-connect");
+    ClickBehind(kCompanionTitle, kApprove);
+    ASSERT_TRUE(WaitForStatus("Connected. Play when you are funded."));
+    EXPECT_EQ(Text(1001), "Connected");
+    EXPECT_EQ(Text(1003), std::string("Wallet: player@") + kPaymailDomain);
+    std::string address;
+    std::string paymail;
+    bool is_hd = false;
+    ASSERT_TRUE(WalletSummary(address, paymail, is_hd));
+    EXPECT_EQ(box.BalanceOf(address), 100'000);
+    ASSERT_TRUE(WaitFor("the name on the host", [&] { return box.Identity("player").has_value(); }));
+    EXPECT_TRUE(WaitFor("the balance", [] { return Text(1004) == "Pouch balance:  0.00100000 BSV"; }));
+
+    // Enter: the confirmation is a real box.
+    PressKeysSoon("Return");
+    ClickOn(shell.main, 1005);
+    ASSERT_TRUE(WaitForStatus("Entered. Blocks incoming."));
+    EXPECT_EQ(box.BalanceOf(kArcadeHouseAddress), 2'000);
+    EXPECT_EQ(box.BalanceOf(kArcadePotAddress), 3'000);
+    EXPECT_TRUE(WaitFor("the pot", [] { return Text(1011) == "Current weekly pot:  0.00003000 BSV"; }));
+
+    // Play.
+    ASSERT_EQ(shell.run.mode, kModePlaying);
+    EXPECT_FALSE(shell.run.game.ball_live);
+    PressKeys("space");
+    EXPECT_TRUE(shell.run.game.ball_live);
+    const int32_t paddle = shell.run.game.paddle_x;
+    Xdotool("keydown Left");
+    RunFor(150);
+    Xdotool("keyup Left");
+    RunFor(60);
+    EXPECT_LT(shell.run.game.paddle_x, paddle);
+    EXPECT_FALSE(shell.run.game.left_held);
+    Screenshot("4-playing");
+    PressKeys("p");
+    EXPECT_TRUE(shell.run.game.paused);
+    EXPECT_EQ(Text(1007), "Paused.");
+    RunFor(50);
+    Screenshot("5-paused");
+    PressKeys("p");
+    EXPECT_FALSE(shell.run.game.paused);
+    EXPECT_EQ(Text(1007), "Back.");
+    LoseTheRun(desktop);
+    ASSERT_EQ(shell.run.mode, kModeGameOver);
+    EXPECT_EQ(Text(1007), "Game over. Record this score on-chain (1 sat).");
+    EXPECT_TRUE(ControlEnabled(shell.main, 1006));
+    ASSERT_GE(shell.run.final_score, 1);
+    EXPECT_EQ(ui_doc["week_scores"].size(), 1u);
+    Screenshot("6-game-over");
+
+    // Record, and the board beside the window.
+    ClickOn(shell.main, 1006);
+    ASSERT_TRUE(WaitFor(
+        "the board", [] { return WindowExists(shell.board); }, 60));
+    EXPECT_EQ(shell.run.mode, kModeRecorded);
+    EXPECT_FALSE(ControlEnabled(shell.main, 1006));
+    EXPECT_EQ(box.BalanceOf(kArcadeWatchAddress), 1);
+    ASSERT_EQ(shell.board_view.rows.size(), 1u);
+    EXPECT_EQ(shell.board_view.rows[0].txid, shell.run.record_txid);
+    EXPECT_TRUE(shell.board_view.rows[0].verified);
+    EXPECT_EQ(shell.board_view.my_key, "player");
+    RunFor(200);
+    EXPECT_GE(WindowRect(shell.board).x, 0);
+    Screenshot("7-recorded");
+    ClickOn(shell.board, 1102);
+    EXPECT_TRUE(WaitFor("the board's end", [] { return !WindowExists(shell.board); }));
+
+    // Unbind.
+    ClickOn(shell.main, 1002);
+    ASSERT_TRUE(WaitForStatus("Unbound. Connect again to pick a wallet in Pouch."));
+    EXPECT_EQ(Text(1003), "Wallet: not connected");
+    EXPECT_EQ(box.TotalFunded(), box.TotalUnspent() + box.TotalFees());
+}
+
+TEST(PaidLoop, ButtonsLookAlive) {
+    Desktop desktop;
+    const auto button_row = [] {
+        const Image shown = GrabWindow(shell.main);
+        return shown.pixels[static_cast<std::size_t>(142) * static_cast<std::size_t>(shown.w) + 342 + 20];
+    };
+    MoveTo(kMainTitle, {600, 600});
+    RunFor(100);
+    const uint32_t rest = button_row();
+    MoveTo(kMainTitle, {380, 157});
+    RunFor(100);
+    const uint32_t hot = button_row();
+    Screenshot("8-button-hot");
+    Xdotool("mousedown 1");
+    RunFor(100);
+    const uint32_t pressed = button_row();
+    Screenshot("9-button-pressed");
+    EXPECT_NE(rest, hot);
+    EXPECT_NE(hot, pressed);
+    MoveTo(kMainTitle, {600, 600});  // dragged off: no click
+    Xdotool("mouseup 1");
+    RunFor(100);
+    EXPECT_FALSE(WindowExists(shell.help));
+    EXPECT_EQ(button_row(), rest);
+}
+
+}  // namespace
+}  // namespace brickfall
+
+int main(int count, char** arguments) {
+    ::testing::InitGoogleTest(&count, arguments);
+    const brickfall::Platform platform(count, arguments);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,177 @@
+// picture_book.cpp - draws the README's pictures off screen: the cabinet in every mode, its tool windows, and
+// its buttons in every state.   picture_book FOLDER
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+#include "base/clock.h"
+#include "board/board_load.h"
+#include "cabinet/controls.h"
+#include "cabinet/images.h"
+#include "cabinet/shell.h"
+#include "cabinet/theme.h"
+#include "cabinet/ui_settings.h"
+#include "platform/automation.h"
+#include "tools/autopilot.h"
+#include "wallet/app_binds.h"
+
+namespace brickfall {
+namespace {
+
+std::string& folder = *new std::string;
+uint64_t& tick_ms = *new uint64_t(1'000);
+
+void Keep(const std::string& name, const Image& image) {
+    const std::string path = folder + "/" + name + ".png";
+    if (!SavePng(image, path)) {
+        std::fprintf(stderr, "picture_book: cannot write %s\n", path.c_str());
+        std::exit(1);
+    }
+    std::printf("%s\n", path.c_str());
+}
+
+void KeepMain(const std::string& name) {
+    InvalidateWindow(shell.main);
+    InvalidateWindow(shell.well);
+    PumpMessages();
+    Keep(name, GrabWindow(shell.main));
+}
+
+void PlayFor(uint64_t milliseconds, bool to_win) {
+    for (uint64_t passed = 0; passed < milliseconds && shell.run.mode == kModePlaying; passed += kTickMs) {
+        tick_ms += kTickMs;
+        CatchUp(shell.run, shell.driver.run);
+        const AutopilotKeys keys = to_win ? AutopilotPlay(shell.run.game) : AutopilotLose(shell.run.game);
+        shell.run.game.left_held = keys.left;
+        shell.run.game.right_held = keys.right;
+        if (keys.serve) SendInput(shell.run, shell.driver.run, kInputServe);
+    }
+}
+
+std::unique_ptr<BoardResult> SampleBoard() {
+    auto board = std::make_unique<BoardResult>();
+    const std::pair<const char*, int64_t> players[] = {{"ada", 18'420},
+                                                       {"grace", 15'975},
+                                                       {"player", shell.run.final_score},
+                                                       {"linus", 640},
+                                                       {"edsger", 410},
+                                                       {"barbara", 395},
+                                                       {"a-handle-too-long-for-its-column-by-far", 260},
+                                                       {"ken", 120}};
+    for (const auto& [handle, score] : players) {
+        ScoreRow row;
+        row.handle = handle;
+        row.score = score;
+        board->rows.push_back(row);
+    }
+    board->best = board->rows.front();
+    board->best.score = 23'310;
+    board->has_best = true;
+    return board;
+}
+
+void KeepButtons() {
+    const std::pair<const char*, ButtonState> states[] = {{"at rest", {}},
+                                                          {"hot", {.hot = true}},
+                                                          {"pressed", {.hot = true, .pressed = true}},
+                                                          {"disabled", {.disabled = true}},
+                                                          {"blinking", {}},
+                                                          {"with the keyboard", {.focused = true}}};
+    constexpr Size kButton = {140, 34};
+    Keep("buttons", DrawToImage({6 * 160 + 20, 84}, [&](Canvas& canvas) {
+             canvas.Fill({0, 0, 980, 84}, kBgColor);
+             int x = 20;
+             for (const auto& [name, button] : states) {
+                 Message item;
+                 item.type = MessageType::kPaintButton;
+                 item.id = kControlRecord;
+                 item.size = kButton;
+                 item.button = button;
+                 const Image image = DrawToImage(kButton, [&](Canvas& face) {
+                     item.canvas = &face;
+                     PaintButton(shell.main, item, {kBgColor, std::string_view(name) == "blinking"});
+                 });
+                 canvas.Draw(image, {x, 14, kButton.w, kButton.h});
+                 canvas.Text({x, 54, kButton.w, 20}, name, theme.font_small, kMutedColor, AlignX::kCentre);
+                 x += 160;
+             }
+         }));
+}
+
+void KeepTools() {
+    for (const auto& [control, slot, name] :
+         {std::tuple(static_cast<int>(kControlHelp), &Shell::help, "help"),
+          std::tuple(int{kControlSettings}, &Shell::settings, "settings"),
+          std::tuple(static_cast<int>(kControlReport), &Shell::report, "report")}) {
+        ClickControl(shell.main, control);
+        PumpMessages();
+        Keep(name, GrabWindow(shell.*slot));
+        DestroyWindow(shell.*slot);
+    }
+}
+
+void DrawAll() {
+    BindAtStart("/picture-book", "Brickfall");
+    LoadUiSettings();
+    LoadLogo(LogoFile());
+    OpenMainWindow();
+    ShowWindow(shell.main);
+    PumpMessages();
+    KeepMain("attract");
+    StartRun(shell.run, shell.driver.run);
+    PlayFor(60'000, true);
+    KeepMain("playing");
+    TogglePause(shell.run, shell.driver.run);
+    KeepMain("paused");
+    TogglePause(shell.run, shell.driver.run);
+    PlayFor(600'000, false);
+    tick_ms = (tick_ms / 440 + 1) * 440 + 220;  // the bright half of the blinking
+    KeepMain("game-over");
+    shell.run.mode = kModeRecorded;
+    shell.run.record_pending = false;
+    SetStatus("Score recorded.");
+    KeepMain("recorded");
+    PostWindowMessage(shell.main, kMsgBoardDone, 0, MakePayload(SampleBoard()));
+    PumpMessages();
+    shell.board_view.my_key = "player";
+    InvalidateWindow(shell.board);
+    PumpMessages();
+    Keep("board", GrabWindow(shell.board));
+    KeepTools();
+    KeepButtons();
+    DestroyWindow(shell.main);
+    PumpMessages();
+}
+
+}  // namespace
+}  // namespace brickfall
+
+int main(int count, char** arguments) {
+    using namespace brickfall;
+    if (count != 2) {
+        std::fprintf(stderr, "picture_book: usage: picture_book FOLDER\n");
+        return 2;
+    }
+    folder = arguments[1];
+    // A store of its own, no network, and a clock that moves by what is played.
+    const std::filesystem::path store = std::filesystem::temp_directory_path() / "brickfall-picture-book";
+    ::setenv("LOCALAPPDATA", store.c_str(), 1);
+    ::setenv("BRICKFALL_SANDBOX_CONNECT", "::127.0.0.1:9", 1);
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    Clock clock = SystemClock();
+    clock.tick_ms = [](void*) { return tick_ms; };
+    InstallClock(&clock);
+    {
+        const Platform platform(count, arguments);
+        DrawAll();
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(store, ignored);
+    InstallClock(nullptr);
+    return 0;
+}
