@@ -163,11 +163,9 @@ void WindowWidget::SetOuterSize(Size size) {
 }
 
 void WindowWidget::MoveOuter(QPoint at) {
-    QWindow* const handle = windowHandle();
-    if (handle == nullptr || !handle->frameMargins().isNull()) return move(at);
-    // The frame is still to come: the window manager is told that the place is that of the frame.
-    setAttribute(Qt::WA_Moved);
-    handle->setFramePosition(at);
+    move(at);
+    const QWindow* const handle = windowHandle();
+    if (handle != nullptr && handle->frameMargins().isNull()) wanted_place_ = at;
 }
 
 void WindowWidget::CheckSize() {
@@ -183,6 +181,7 @@ void WindowWidget::FitToFrame() {
     const QMargins frame = handle->frameMargins();
     if (frame.isNull() || isMaximized() || isMinimized() || isFullScreen()) return;
     seen_frames[resizable_] = frame;
+    if (wanted_place_) move(*std::exchange(wanted_place_, std::nullopt));
     if (!wanted_outer_) return;
     const QSize client = Shrunk(*std::exchange(wanted_outer_, std::nullopt), frame);
     if (client != size()) SetClientSize(client);

@@ -72,6 +72,7 @@ class WindowWidget : public QWidget {
     QSize told_size_;
     // Asked for with the frame, before the frame was known.
     std::optional<QSize> wanted_outer_;
+    std::optional<QPoint> wanted_place_;  // of the frame, while that is still to come
     QTimer quiet_;        // runs while the window is moved or sized
     QRect settled_rect_;  // where it stood when it was last quiet
 };

@@ -153,7 +153,8 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_TRUE(shell.board_view.rows[0].verified);
     EXPECT_EQ(shell.board_view.my_key, "player");
     RunFor(200);
-    EXPECT_GE(WindowRect(shell.board).x, 0);
+    EXPECT_EQ(WindowRect(shell.board).x, WindowRect(shell.main).Right() + 8);  // beside the main window
+    EXPECT_EQ(WindowRect(shell.board).y, WindowRect(shell.main).y);
     Screenshot("7-recorded");
     ClickOn(shell.board, 1102);
     EXPECT_TRUE(WaitFor("the board's end", [] { return !WindowExists(shell.board); }));
