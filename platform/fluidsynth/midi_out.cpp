@@ -28,7 +28,8 @@ class FluidMidiOut : public MidiOut {
     DriverPtr driver_;  // ends before the synthesiser that it reads
 };
 
-// A sound server or a card that can be opened; asking a library where there is neither makes it complain and wait.
+// A sound server or a card that can be opened; asking a library where there is neither makes it complain and
+// wait.
 const char* AudioDriver() {
     std::error_code error;
     if (std::filesystem::is_directory("/dev/snd", error)) {

@@ -6,8 +6,9 @@ namespace brickfall {
 namespace {
 
 constexpr const char* kSoundFonts[] = {
-    "/usr/share/sounds/sf2/TimGM6mb.sf2", "/usr/share/sounds/sf2/default-GM.sf2", "/usr/share/sounds/sf3/default-GM.sf3",
-    "/usr/share/sounds/sf2/FluidR3_GM.sf2", "/usr/share/soundfonts/default.sf2"};
+    "/usr/share/sounds/sf2/TimGM6mb.sf2", "/usr/share/sounds/sf2/default-GM.sf2",
+    "/usr/share/sounds/sf3/default-GM.sf3", "/usr/share/sounds/sf2/FluidR3_GM.sf2",
+    "/usr/share/soundfonts/default.sf2"};
 
 constexpr double kSampleRate = 44'100;
 constexpr double kGain = 0.4;
@@ -15,7 +16,8 @@ constexpr double kGain = 0.4;
 bool LoadSoundFont(fluid_synth_t* synth) {
     for (const char* const path : kSoundFonts) {
         std::error_code error;
-        if (std::filesystem::is_regular_file(path, error) && fluid_synth_sfload(synth, path, 1) != FLUID_FAILED) {
+        if (std::filesystem::is_regular_file(path, error) &&
+            fluid_synth_sfload(synth, path, 1) != FLUID_FAILED) {
             return true;
         }
     }

@@ -1,0 +1,178 @@
+#include "cabinet/ui_settings.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "base/files.h"
+#include "cabinet/sound.h"
+#include "cabinet/window_placement.h"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_folder.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+struct Settings {
+    Settings() { Reset(); }
+    ~Settings() { Reset(); }
+    static void Reset() {
+        music_on = sfx_on = true;
+        music_vol = 70;
+        sfx_vol = 85;
+        ui_doc = json::object();
+    }
+    std::string Path() const { return data.Path() + "/Orvane/brickfall_ui.json"; }
+    void Load(const std::string& content) {
+        Reset();
+        MakeFolders(data.Path() + "/Orvane");
+        WriteFile(Path(), content);
+        LoadUiSettings();
+    }
+    static bool AreDefaults() { return music_on && sfx_on && music_vol == 70 && sfx_vol == 85; }
+    TempUserData data;
+};
+
+TEST(UiSettings, ComeBackAsTheyWereSavedWithForeignKeys) {
+    Settings settings;
+    LoadUiSettings();
+    EXPECT_FALSE(FileExists(settings.Path()));  // made by the first save
+    settings.Load(
+        R"({"music": false, "sfx": false, "music_vol": 0, "sfx_vol": 100, "theirs": {"a": [1, "x"]}})");
+    EXPECT_FALSE(music_on || sfx_on);
+    EXPECT_EQ(music_vol, 0);
+    EXPECT_EQ(sfx_vol, 100);
+    music_vol = 33;
+    SaveUiSettings();
+    Settings::Reset();
+    LoadUiSettings();
+    EXPECT_EQ(music_vol, 33);
+    EXPECT_FALSE(music_on);
+    EXPECT_EQ(ui_doc["theirs"], json::parse(R"({"a": [1, "x"]})"));
+    EXPECT_EQ(ReadFile(settings.Path())->substr(0, 4), "{\n  ");  // for people to read
+}
+
+TEST(UiSettings, KeepDefaultsForEveryDamage) {
+    Settings settings;
+    const std::string whole =
+        R"({"music":false,"sfx":false,"music_vol":1,"sfx_vol":2,"week_scores":[{"score":"é"}]})";
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        settings.Load(whole.substr(0, length));
+        EXPECT_TRUE(Settings::AreDefaults() && ui_doc.is_object()) << length;
+    }
+    for (const char* content :
+         {"[]", "null", "3", "\"x\"", "\xff\xfe{}", "{\"music\":false}x", "{\"music\":0,\"sfx\":\"no\"}",
+          "{\"music_vol\":150,\"sfx_vol\":-1}", "{\"music_vol\":\"70\",\"sfx_vol\":1.0}",
+          "{\"music_vol\":18446744073709551615,\"sfx_vol\":9223372036854775808}",
+          "{\"music_vol\":1e2,\"sfx_vol\":null}"}) {
+        settings.Load(content);
+        EXPECT_TRUE(Settings::AreDefaults() && ui_doc.is_object()) << content;
+        SaveUiSettings();
+    }
+    for (const char* opening : {"[", "{\"a\":"}) {
+        std::string nested;
+        while (nested.size() < 10'000'000) nested += opening;
+        settings.Load(nested);
+        EXPECT_TRUE(Settings::AreDefaults());
+    }
+    std::string deep = "{\"theirs\":" + std::string(2'000'000, '[') + std::string(2'000'000, ']') + "}";
+    settings.Load(deep);
+    const json copied = ui_doc;  // what is in memory can be copied and written
+    SaveUiSettings();
+    EXPECT_TRUE(ReadFile(settings.Path()).has_value());
+}
+
+TEST(UiSettings, AreWholeWhateverHappensToASave) {
+    Settings settings;
+    settings.Load(R"({"theirs": 1})");
+    SaveUiSettings();
+    const std::string former = *ReadFile(settings.Path());
+    // The temporary file cannot be made: the former stays, without a word.
+    std::filesystem::create_directory(settings.Path() + "." + std::to_string(::getpid()) + ".tmp");
+    music_vol = 5;
+    SaveUiSettings();
+    EXPECT_EQ(ReadFile(settings.Path()), former);
+
+    ChildProcess one(BRICKFALL_BINARY_DIR "/tests/settings_writer", {"11"});
+    ChildProcess other(BRICKFALL_BINARY_DIR "/tests/settings_writer", {"22"});
+    for (int look = 0; look < 200; ++look) {
+        const json seen = json::parse(*ReadFile(settings.Path()), nullptr, false);
+        ASSERT_TRUE(seen.is_object());
+    }
+    EXPECT_EQ(one.Wait(), 0);
+    EXPECT_EQ(other.Wait(), 0);
+    LoadUiSettings();
+    EXPECT_TRUE(music_vol == 11 || music_vol == 22);
+}
+
+TEST(WindowPlacement, IsSavedUnlessItSaysNothing) {
+    Settings settings;
+    SaveWindowPlacement({{10, -20, 900, 700}, true, false});
+    EXPECT_EQ(ui_doc["x"], 10);
+    EXPECT_EQ(ui_doc["y"], -20);
+    EXPECT_EQ(ui_doc["w"], 900);
+    EXPECT_EQ(ui_doc["h"], 700);
+    EXPECT_TRUE(StartMaximized());
+    const json before = ui_doc;
+    SaveWindowPlacement({{1, 1, 900, 700}, false, true});
+    SaveWindowPlacement({{1, 1, 79, 700}, false, false});
+    SaveWindowPlacement({{1, 1, 900, 79}, false, false});
+    EXPECT_EQ(ui_doc, before);
+}
+
+TEST(WindowPlacement, ComesBackOnlyOntoAMonitorThatIsThere) {
+    Settings settings;
+    const Monitor monitors[] = {{{0, 0, 1920, 1080}, {0, 0, 1920, 1040}},
+                                {{1920, 0, 1280, 1024}, {1920, 0, 1280, 1024}}};
+    struct Case {
+        const char* document;
+        std::optional<Point> position;
+        int height;
+        bool maximize;
+    };
+    const Case cases[] = {
+        {"{}", std::nullopt, 1300, false},
+        {R"({"x":5,"y":6})", Point{5, 6}, 1300, false},
+        {R"({"x":5,"y":6,"w":200,"h":1500,"max":true})", Point{5, 6}, 1500, true},
+        {R"({"x":5,"y":6,"h":399})", Point{5, 6}, 1300, false},
+        {R"({"x":5,"y":6,"h":800})", Point{5, 6}, 1300, false},
+        {R"({"x":3000,"y":900})", Point{3000, 900}, 1300, false},
+        {R"({"x":3200,"y":6,"max":true})", std::nullopt, 1300, false},
+        {R"({"x":-1320,"y":0})", std::nullopt, 1300, false},  // its right edge touches nothing
+        {R"({"x":-1319,"y":0})", Point{-1319, 0}, 1300, false},
+        {R"({"x":-199,"y":0,"w":200})", Point{-199, 0}, 1300, false},
+        {R"({"x":-1000,"y":0,"w":200})", std::nullopt, 1300, false},
+        {R"({"x":-1000,"y":0,"w":80})", Point{-1000, 0}, 1300, false},  // too narrow counts as 1320
+        {R"({"x":5})", std::nullopt, 1300, false},
+        {R"({"x":5,"y":"6","h":1500})", std::nullopt, 1300, false},
+        {R"({"x":5,"y":6,"max":1})", std::nullopt, 1300, false},
+        {R"({"x":5.0,"y":6})", std::nullopt, 1300, false},
+        {R"({"x":9223372036854775807,"y":-9223372036854775808})", std::nullopt, 1300, false},
+        {R"({"x":18446744073709551615,"y":0,"w":99999999999,"h":99999999999})", std::nullopt, 1300, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.document);
+        ui_doc = json::parse(c.document);
+        const RestoredPlacement restored = RestoreWindowPlacement(monitors);
+        EXPECT_EQ(restored.position, c.position);
+        EXPECT_EQ(restored.size, (Size{1320, c.height}));
+        EXPECT_EQ(restored.maximize, c.maximize);
+    }
+}
+
+TEST(WindowPlacement, PutsAToolWindowBesideTheMainOne) {
+    const Rect work = {0, 0, 1920, 1040};
+    const Size size = {540, 878};
+    EXPECT_EQ(PlaceBeside({100, 50, 1000, 900}, work, size), (Point{1108, 50}));
+    EXPECT_EQ(PlaceBeside({800, 50, 1000, 900}, work, size), (Point{252, 50}));  // no room to the right
+    EXPECT_EQ(PlaceBeside({100, 50, 1800, 900}, work, size), (Point{0, 50}));    // nor to the left
+    EXPECT_EQ(PlaceBeside({100, 400, 1000, 900}, work, size), (Point{1108, 162}));
+    EXPECT_EQ(PlaceBeside({100, -40, 1000, 900}, work, size), (Point{1108, 0}));
+    EXPECT_EQ(PlaceBeside({100, 50, 1272, 900}, work, size), (Point{1380, 50}));  // fits to the pixel
+}
+
+}  // namespace
+}  // namespace brickfall
