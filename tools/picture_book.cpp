@@ -124,7 +124,7 @@ void DrawAll() {
     PumpMessages();
     KeepMain("attract");
     StartRun(shell.run, shell.driver.run);
-    PlayFor(60'000, true);
+    PlayFor(900'000, true);
     KeepMain("playing");
     TogglePause(shell.run, shell.driver.run);
     KeepMain("paused");
