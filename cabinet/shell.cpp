@@ -46,7 +46,7 @@ constexpr Point kWellAt = {16, 178};
 
 enum class ControlKind { kText, kClickableText, kButton };
 
-struct ControlSpec {
+struct ControlRow {
     int id;
     ControlKind kind;
     Rect rect;  // at creation; the layout moves it
@@ -54,7 +54,7 @@ struct ControlSpec {
     const Font Theme::*font;
 };
 
-constexpr ControlSpec kControls[] = {
+constexpr ControlRow kControls[] = {
     {kControlTitle, ControlKind::kText, {96, 14, 280, 36}, "Brickfall", &Theme::font_title},
     {kControlMaker, ControlKind::kText, {96, 50, 160, 20}, "Orvane Arcade", &Theme::font_small},
     {kControlWalletLine, ControlKind::kText, {16, 92, 280, 22}, "Wallet: not connected", &Theme::font_small},
@@ -74,9 +74,9 @@ constexpr ControlSpec kControls[] = {
 };
 
 bool IsInHeader(int id) {
-    const auto* const spec = std::find_if(std::begin(kControls), std::end(kControls),
-                                          [id](const ControlSpec& control) { return control.id == id; });
-    return spec != std::end(kControls) && spec->rect.y < kHeaderBottom;
+    const auto* const row = std::find_if(std::begin(kControls), std::end(kControls),
+                                         [id](const ControlRow& control) { return control.id == id; });
+    return row != std::end(kControls) && row->rect.y < kHeaderBottom;
 }
 
 // ---- Layout.
@@ -209,7 +209,7 @@ void OnCreate(WindowId window) {
         });
     SetAccessibleWindowName(shell.well, "Play field",
                             "Left and Right move the paddle, Space serves, P pauses");
-    for (const ControlSpec& control : kControls) {
+    for (const ControlRow& control : kControls) {
         if (control.kind == ControlKind::kButton) {
             MakeButton(window, control.text, control.id, control.rect);
         } else {

@@ -21,7 +21,7 @@ bool TimerRunning(WindowId window, int timer);
 void PressKey(WindowId window, Key key, bool is_repeat = false);
 void ReleaseKey(WindowId window, Key key, bool made_up_by_repeat = false);
 void PressTab(bool backwards = false);
-void TypeText(std::string_view text);  // into the control with the focus
+void TypeText(std::string_view text);   // into the control with the focus
 void PasteText(std::string_view text);  // the same, by the clipboard
 void PressControl(char letter);         // the same, with the control key held: undo is 'Z'
 void MovePointer(WindowId window, Point at);

@@ -7,8 +7,9 @@
 
 namespace brickfall {
 
-// Whether a window could be opened here at all: the display that the environment names takes connections. To be
-// asked before Platform is made, which ends the program where there is none. Blocks for at most a second or so.
+// Whether a window could be opened here at all: the display that the environment names takes connections. To
+// be asked before Platform is made, which ends the program where there is none. Blocks for at most a second
+// or so.
 bool DisplayAvailable();
 
 // Makes this process the one that the other functions find under a window class name, until its end. False

@@ -14,7 +14,7 @@ run() {  # run PRESET [ctest arguments]
   ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j 2 "$@"
 }
 case "${1:-all}" in
-  address) run asan -E '^game/Determinism$' ;;
+  address) LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 run asan -E '^game/Determinism$' ;;
   thread) TSAN_OPTIONS=suppressions=$PWD/scripts/tsan.supp run tsan -E '^game/Determinism$|^fuzz/' ;;
   all) scripts/sanitize.sh address && scripts/sanitize.sh thread ;;
   *) echo "usage: scripts/sanitize.sh [address|thread|all]" >&2; exit 2 ;;

@@ -53,6 +53,7 @@ std::vector<Monitor>& PretendedMonitors() {
 WindowId OpenWindow(const WindowOptions& options, WindowProcedure procedure) {
     PlatformState& state = State();
     if (state.application == nullptr) return 0;
+    if (options.owner == 0) state.quitting = false;  // somebody is there again
     const WindowId id = ++state.last_id;
     auto* const widget = new WindowWidget(id, options, FindWindow(options.owner), std::move(procedure));
     widget->Open();

@@ -73,8 +73,8 @@ class WindowWidget : public QWidget {
     // Asked for with the frame, before the frame was known.
     std::optional<QSize> wanted_outer_;
     std::optional<QPoint> wanted_place_;  // of the frame, while that is still to come
-    QTimer quiet_;        // runs while the window is moved or sized
-    QRect settled_rect_;  // where it stood when it was last quiet
+    QTimer quiet_;                        // runs while the window is moved or sized
+    QRect settled_rect_;                  // where it stood when it was last quiet
 };
 
 }  // namespace brickfall

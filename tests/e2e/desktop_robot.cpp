@@ -116,9 +116,9 @@ void ClickOn(WindowId window, int control) {
 
 void PressKeys(const std::string& keys) { Xdotool("key " + keys); }
 
-void PressKeysSoon(const std::string& keys) {
-    std::thread([keys] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(800));
+void PressKeysSoon(const std::string& keys, int after_ms) {
+    std::thread([keys, after_ms] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(after_ms));
         ChildProcess("/bin/sh", {"-c", "xdotool key " + keys}).Wait();
     }).detach();
 }

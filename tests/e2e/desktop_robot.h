@@ -43,7 +43,7 @@ void ClickBehind(const std::string& title, Point at);  // brings the window to t
 void ClickOn(WindowId window, int control);            // a control of this process
 void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
 // For a modal box: the keys come a moment later, while the box runs its own loop.
-void PressKeysSoon(const std::string& keys);
+void PressKeysSoon(const std::string& keys, int after_ms = 800);
 void TypeKeys(const std::string& text);
 
 // Keeps a picture of the desktop in the folder that BRICKFALL_SCREENSHOTS names, if any.

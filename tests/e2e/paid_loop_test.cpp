@@ -1,6 +1,7 @@
 // The whole cabinet on a desktop: window manager, pointer, keyboard, the companion's window, every service.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -13,6 +14,7 @@
 #include "platform/automation.h"
 #include "tests/e2e/desktop_robot.h"
 #include "tests/support/child_process.h"
+#include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/app_binds.h"
 #include "wallet/ov_pouch_wallet.h"
@@ -55,6 +57,22 @@ struct Desktop {
         WaitFor("the window", [] { return WindowIsUp(kMainTitle); });
     }
 
+    // A funded wallet, connected; answers in the companion's window.
+    void ConnectFunded() {
+        ClickBehind(kCompanionTitle, kAddMoney);
+        ASSERT_TRUE(WaitFor("play money", [this] { return services.box.TotalFunded() == 100'000; }));
+        ClickOn(shell.main, 1001);
+        ASSERT_TRUE(WaitForStatus("Waiting for Pouch to approve"));
+        EXPECT_FALSE(ControlEnabled(shell.main, 1005));
+        RunFor(700);
+        Screenshot("2-connect");
+        Click(kCompanionTitle, kApprove);
+        ASSERT_TRUE(WaitForStatus("Connected. Play when you are funded."));
+        ASSERT_TRUE(
+            WaitFor("the name on the host", [this] { return services.box.Identity("player").has_value(); }));
+        EXPECT_TRUE(WaitFor("the balance", [] { return Text(1004) == "Pouch balance:  0.00100000 BSV"; }));
+    }
+
     void Stop() {
         if (WindowExists(shell.main)) DestroyWindow(shell.main);
         PumpMessages();
@@ -84,16 +102,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_EQ(Text(1003), "Wallet: not connected");
     Screenshot("1-attract");
 
-    // Play money first, then Connect: approved in the companion's window.
-    ClickBehind(kCompanionTitle, kAddMoney);
-    ASSERT_TRUE(WaitFor("play money", [&] { return box.TotalFunded() == 100'000; }));
-    ClickOn(shell.main, 1001);
-    ASSERT_TRUE(WaitForStatus("Waiting for Pouch to approve"));
-    EXPECT_FALSE(ControlEnabled(shell.main, 1005));
-    RunFor(700);
-    Screenshot("2-connect");
-    ClickBehind(kCompanionTitle, kApprove);
-    ASSERT_TRUE(WaitForStatus("Connected. Play when you are funded."));
+    desktop.ConnectFunded();
     EXPECT_EQ(Text(1001), "Connected");
     EXPECT_EQ(Text(1003), std::string("Wallet: player@") + kPaymailDomain);
     std::string address;
@@ -101,8 +110,6 @@ TEST(PaidLoop, FromConnectToUnbind) {
     bool is_hd = false;
     ASSERT_TRUE(WalletSummary(address, paymail, is_hd));
     EXPECT_EQ(box.BalanceOf(address), 100'000);
-    ASSERT_TRUE(WaitFor("the name on the host", [&] { return box.Identity("player").has_value(); }));
-    EXPECT_TRUE(WaitFor("the balance", [] { return Text(1004) == "Pouch balance:  0.00100000 BSV"; }));
 
     // Enter: the confirmation is a real box.
     PressKeysSoon("Return");
@@ -164,6 +171,84 @@ TEST(PaidLoop, FromConnectToUnbind) {
     ASSERT_TRUE(WaitForStatus("Unbound. Connect again to pick a wallet in Pouch."));
     EXPECT_EQ(Text(1003), "Wallet: not connected");
     EXPECT_EQ(box.TotalFunded(), box.TotalUnspent() + box.TotalFees());
+}
+
+bool WasHeard(uint32_t message) {
+    const std::vector<uint32_t> heard = TakeMidiMessages();
+    return std::find(heard.begin(), heard.end(), message) != heard.end();
+}
+
+TEST(PaidLoop, EveryOtherButton) {
+    constexpr uint32_t kAllNotesOffLead = 0x7BB0;
+    constexpr uint32_t kVolumeOfLead = 0x07B0;
+    const WorkingFolder folder;  // where the architect's key file lies
+    Desktop desktop;
+    sandbox::Sandbox& box = desktop.services.box;
+    ASSERT_TRUE(box.AppointArchitect("userinfo"));
+    desktop.ConnectFunded();
+
+    // Settings: both switches by mouse, one slider by mouse, the other by keyboard.
+    ClickOn(shell.main, 1015);
+    ASSERT_TRUE(WaitFor("the settings", [] { return WindowIsUp("Settings"); }));
+    RunFor(500);  // until it stands where it will
+    Screenshot("10-settings");
+    TakeMidiMessages();
+    ClickOn(shell.settings, 1301);
+    EXPECT_EQ(ControlText(shell.settings, 1301), "Music  Off");
+    EXPECT_TRUE(WasHeard(kAllNotesOffLead));
+    ClickOn(shell.settings, 1302);
+    EXPECT_EQ(ControlText(shell.settings, 1302), "Sound  Off");
+    const Rect bar = ControlRect(shell.settings, 1303);
+    Click("Settings", {bar.x + bar.w / 4, bar.y + bar.h / 2});
+    const int32_t slid = music_vol;
+    EXPECT_LT(slid, 70);
+    EXPECT_TRUE(WasHeard(kVolumeOfLead | static_cast<uint32_t>(slid * 127 / 100) << 16));
+    FocusControl(shell.settings, 1304);
+    PressKeys("Left");
+    EXPECT_LT(sfx_vol, 85);
+    const int32_t stepped = sfx_vol;
+    ClickOn(shell.settings, 1307);
+    EXPECT_TRUE(WaitFor("the settings' end", [] { return !WindowExists(shell.settings); }));
+
+    // Help.
+    ClickOn(shell.main, 1013);
+    ASSERT_TRUE(WaitFor("the help", [] { return WindowIsUp("Brickfall - Help"); }));
+    RunFor(500);
+    Screenshot("11-help");
+    PressKeys("Escape");
+    EXPECT_TRUE(WaitFor("the help's end", [] { return !WindowExists(shell.help); }));
+
+    // A report, typed; the architect reads it word for word.
+    ClickOn(shell.main, 1017);
+    ASSERT_TRUE(WaitFor("the report window", [] { return WindowIsUp("Report"); }));
+    RunFor(500);
+    TypeKeys("The ball went through the wall.");
+    ASSERT_EQ(ControlText(shell.report, 1401), "The ball went through the wall.");
+    Screenshot("12-report");
+    ClickOn(shell.report, 1402);
+    ASSERT_TRUE(WaitForStatus("Report sent. "));
+    EXPECT_FALSE(WindowExists(shell.report));
+    ASSERT_EQ(box.Reports().size(), 1u);
+    EXPECT_EQ(box.Reports()[0].text, "The ball went through the wall.");
+    EXPECT_EQ(box.Reports()[0].handle, "player");
+    EXPECT_EQ(box.BalanceOf(kReportFeeAddress), 1'000);
+
+    // A newer build: asked at each start, opened on Yes only; and the settings have lasted.
+    TakeOpenedAddresses();
+    ASSERT_TRUE(box.SetBuild("0.002"));
+    for (const auto& [key, opened] : {std::pair("Escape", 0u), std::pair("Return", 1u)}) {
+        desktop.Stop();
+        PressKeysSoon(key, 2'500);
+        desktop.Start();
+        ASSERT_TRUE(WaitFor("the prompt's end", [] {
+            return Text(1016) == std::string("Update available, ") + kDownloadPageUrl;
+        }));
+        EXPECT_EQ(TakeOpenedAddresses().size(), opened);
+    }
+    EXPECT_FALSE(music_on || sfx_on);
+    EXPECT_EQ(music_vol, slid);
+    EXPECT_EQ(sfx_vol, stepped);
+    EXPECT_EQ(Text(1001), "Connected");
 }
 
 TEST(PaidLoop, ButtonsLookAlive) {
