@@ -1,7 +1,9 @@
 #include "cabinet/sound.h"
 
 #include <algorithm>
+#include <iterator>
 #include <mutex>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -52,7 +54,7 @@ constexpr Step kTune[] = {
     {69, 38}, {72, 38}, {76, 38}, {69, 38}, {67, 36}, {69, 36}, {72, 36}, {67, 36},
     {64, 33}, {67, 33}, {69, 33}, {64, 33}, {62, 38}, {64, 38}, {67, 38}, {69, 45, 4},
     {76, 45}, {81, 45}, {88, 45}, {81, 45}, {84, 41}, {81, 41}, {79, 41}, {76, 41},
-    {74, 43}, {72, 43}, {74, 43}, {72, 43}, {72, 45}, {69, 45}, {67, 40}, {64, 40},
+    {74, 43}, {76, 43}, {79, 43}, {74, 43}, {72, 45}, {69, 45}, {67, 40}, {64, 40},
     {69, 45}, {64, 45}, {67, 43}, {69, 45}, {72, 41}, {76, 41}, {74, 41}, {72, 41},
     {69, 45}, {76, 45}, {72, 43}, {69, 45}, {64, 40}, {67, 43}, {69, 45, 4}, {57, 45, 4},
     {81, 33}, {76, 33}, {79, 36}, {76, 36}, {72, 38}, {69, 38}, {74, 41}, {72, 41},
@@ -62,6 +64,8 @@ constexpr Step kTune[] = {
 };
 // clang-format on
 static_assert(std::size(kTune) == 128);
+static_assert(std::accumulate(std::begin(kTune), std::end(kTune), 0,
+                              [](int units, const Step& step) { return units + step.units; }) == kTuneUnits);
 
 std::mutex& midi_lock = *new std::mutex;
 std::unique_ptr<MidiOut>& midi_out = *new std::unique_ptr<MidiOut>;  // guarded by midi_lock
@@ -171,7 +175,7 @@ void StartSound(std::unique_ptr<MidiOut> output) {
 }
 
 void StopSound() {
-    if (!music_running.exchange(false)) return;
+    music_running = false;
     AllNotesOff();
     SleepMs(kClosingPauseMs);
     const std::lock_guard lock(midi_lock);

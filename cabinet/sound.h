@@ -14,6 +14,7 @@
 namespace brickfall {
 
 inline constexpr int kStepUnitMs = 118;  // one unit of the tune
+inline constexpr int kTuneUnits = 272;   // one pass, about 32.1 s
 
 // MIDI channels, counted from 0.
 inline constexpr int kLeadChannel = 0;

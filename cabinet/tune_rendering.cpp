@@ -9,7 +9,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int64_t kOnePassMs = 272 * kStepUnitMs;
+constexpr int64_t kOnePassMs = int64_t{kTuneUnits} * kStepUnitMs;
 constexpr int64_t kTailMs = 400;  // the last notes die away
 
 // Hands every message on; the sound code owns it and lets it go.
@@ -53,17 +53,17 @@ RenderedTune RenderTune(std::unique_ptr<MidiRenderer> renderer) {
     RenderedTune rendered;
     {
         RenderingClock clock(*renderer);
-        SetInlineWorkers(true);
         const bool music_was_on = music_on.exchange(true);
-        StartSound(std::make_unique<SharedMidi>(*renderer));  // returns after one pass
+        StartSound(std::make_unique<SharedMidi>(*renderer));
+        WaitForWorkers();  // one pass
         rendered.tune_samples = renderer->Samples().size();
         clock.left_ms = INT64_MAX;
         music_running = true;
         PlayEffect(kNotes, kDurationsMs);
+        WaitForWorkers();
         renderer->Render(kTailMs);
         StopSound();
         music_on = music_was_on;
-        SetInlineWorkers(false);
     }
     rendered.samples = renderer->Samples();
     return rendered;

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -21,29 +20,6 @@ namespace {
 using nlohmann::json;
 
 std::string SettingsPath() { return StoreRoot() + "/brickfall_ui.json"; }
-
-constexpr int kMaxNesting = 64;
-
-// Whether a JSON text is nested deeper than anything that belongs here. Copying and writing a value go one
-// call deeper a level, so such a text is taken for a broken one.
-bool IsNestedTooDeep(const std::string& text) {
-    int depth = 0;
-    bool in_string = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (in_string) {
-            if (c == '\\') ++i;
-            if (c == '"') in_string = false;
-        } else if (c == '"') {
-            in_string = true;
-        } else if ((c == '[' || c == '{') && ++depth > kMaxNesting) {
-            return true;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return false;
-}
 
 void TakeSwitch(const char* key, std::atomic<bool>& value) {
     const auto found = ui_doc.find(key);
@@ -62,9 +38,7 @@ void TakeVolume(const char* key, std::atomic<int32_t>& value) {
 
 void LoadUiSettings() {
     ui_doc = json::object();
-    const std::optional<std::string> text = ReadFile(SettingsPath());
-    if (!text || IsNestedTooDeep(*text)) return;
-    json read = json::parse(*text, nullptr, /*allow_exceptions=*/false);
+    json read = ReadStoreJson(SettingsPath());
     if (!read.is_object()) return;
     ui_doc = std::move(read);
     TakeSwitch("music", music_on);
@@ -81,7 +55,8 @@ void SaveUiSettings() {
     // Through a file of this process's own, so that an interrupted save, or two programs at once, leave one
     // whole file.
     const std::string path = SettingsPath();
-    ReplaceFile(path, path + "." + std::to_string(::getpid()) + ".tmp", StoreDump(ui_doc));
+    const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
+    if (!ReplaceFile(path, temporary, StoreDump(ui_doc))) RemoveFile(temporary);
 }
 
 }  // namespace brickfall

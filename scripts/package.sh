@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the production deployment's libraries from an operator's values and checks that nothing of the sandbox is in
+# Builds the production program from an operator's values and checks that nothing of the sandbox is in
 # them: scripts/package.sh VALUES.cmake
 set -euo pipefail
 [ $# -eq 1 ] || { echo "package.sh: usage: scripts/package.sh VALUES.cmake" >&2; exit 2; }
@@ -8,8 +8,8 @@ cd "$(dirname "$0")/.."
 cmake -S . -B build/production -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -g1" \
   -DBRICKFALL_DEPLOYMENT=production -DBRICKFALL_PRODUCTION_VALUES="$values"
 cmake --build build/production
-if grep -lE 'BRICKFALL_SANDBOX|\.test\b' build/production/*.a; then
-  echo "package.sh: a library of the production build names the sandbox" >&2
+if grep -lE 'BRICKFALL_SANDBOX|\.test\b' build/production/*.a build/production/cabinet/brickfall; then
+  echo "package.sh: the production build names the sandbox" >&2
   exit 1
 fi
-echo "package.sh: production libraries are in build/production"
+echo "package.sh: the program is build/production/cabinet/brickfall; put the architect's key file into userinfo/ beside it"

@@ -16,9 +16,10 @@ class FluidRenderer : public MidiRenderer {
     void Reset() override { fluid_synth_system_reset(synth_.synth.get()); }
 
     void Render(int64_t milliseconds) override {
-        const int64_t frames = milliseconds * kRenderRate / 1'000;
+        rendered_ms_ += milliseconds;
         const std::size_t from = samples_.size();
-        samples_.resize(from + static_cast<std::size_t>(2 * frames));
+        samples_.resize(static_cast<std::size_t>(2 * (rendered_ms_ * kRenderRate / 1'000)));
+        const std::size_t frames = (samples_.size() - from) / 2;
         int16_t* const out = samples_.data() + from;
         fluid_synth_write_s16(synth_.synth.get(), static_cast<int>(frames), out, 0, 2, out, 1, 2);
     }
@@ -28,6 +29,7 @@ class FluidRenderer : public MidiRenderer {
   private:
     Synth synth_;
     std::vector<int16_t> samples_;
+    int64_t rendered_ms_ = 0;
 };
 
 void AppendLe(std::string& file, uint32_t value, int bytes) {
@@ -37,7 +39,7 @@ void AppendLe(std::string& file, uint32_t value, int bytes) {
 }  // namespace
 
 std::unique_ptr<MidiRenderer> OpenMidiRenderer() {
-    Synth synth = OpenSynth(nullptr);
+    Synth synth = OpenSynth();
     return synth.synth != nullptr ? std::make_unique<FluidRenderer>(std::move(synth)) : nullptr;
 }
 

@@ -32,14 +32,13 @@ void SilenceTheLibrary() {
 
 }  // namespace
 
-Synth OpenSynth(const char* driver) {
+Synth OpenSynth() {
     SilenceTheLibrary();
     Synth opened;
     opened.settings.reset(new_fluid_settings());
     if (opened.settings == nullptr) return {};
     fluid_settings_setnum(opened.settings.get(), "synth.sample-rate", kSampleRate);
     fluid_settings_setnum(opened.settings.get(), "synth.gain", kGain);
-    if (driver != nullptr) fluid_settings_setstr(opened.settings.get(), "audio.driver", driver);
     opened.synth.reset(new_fluid_synth(opened.settings.get()));
     if (opened.synth == nullptr || !LoadSoundFont(opened.synth.get())) return {};
     return opened;

@@ -20,8 +20,8 @@ struct Synth {
     std::unique_ptr<fluid_synth_t, SynthDeleter> synth;  // empty when there is no sound font
 };
 
-// `driver` may be nullptr for none. Says nothing, whatever fails.
-Synth OpenSynth(const char* driver);
+// Says nothing, whatever fails.
+Synth OpenSynth();
 
 void PlayShortMessage(const Synth& synth, uint32_t message);
 
