@@ -144,7 +144,7 @@ Size ClientSize(WindowId window) {
 }
 
 void MoveWindow(WindowId window, Point at) {
-    if (WindowWidget* const widget = FindWindow(window)) widget->move(at.x, at.y);
+    if (WindowWidget* const widget = FindWindow(window)) widget->MoveOuter({at.x, at.y});
 }
 
 void ResizeWindow(WindowId window, Size size) {

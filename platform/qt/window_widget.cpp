@@ -162,6 +162,12 @@ void WindowWidget::SetOuterSize(Size size) {
     SetClientSize(Shrunk(outer, Frame()));
 }
 
+void WindowWidget::MoveOuter(QPoint at) {
+    move(at);
+    const QWindow* const handle = windowHandle();
+    if (handle != nullptr && handle->frameMargins().isNull()) wanted_place_ = at;
+}
+
 void WindowWidget::CheckSize() {
     if (size() == told_size_ || !told_size_.isValid()) return;  // not open yet: the first size is no change
     told_size_ = size();
@@ -200,10 +206,6 @@ void WindowWidget::moveEvent(QMoveEvent* event) {
 void WindowWidget::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     if (!top_level_ || event->spontaneous()) return;
-    // The frame is still to come: the window manager is told that the place is the frame's.
-    if (testAttribute(Qt::WA_Moved) && windowHandle()->frameMargins().isNull()) {
-        windowHandle()->setFramePosition(pos());
-    }
     for (const int delay : kFrameLookMs) QTimer::singleShot(delay, this, [this] { FitToFrame(); });
 }
 

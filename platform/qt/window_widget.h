@@ -40,6 +40,7 @@ class WindowWidget : public QWidget {
 
     void SetClientSize(QSize size);
     void SetOuterSize(Size size);
+    void MoveOuter(QPoint at);
     void CheckSize();  // sends kSize if it has changed
     QMargins Frame() const;
 
