@@ -1,17 +1,40 @@
 // Listens to the tune as the synthesiser plays it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <memory>
 #include <numbers>
+#include <utility>
+#include <vector>
 
 #include "cabinet/sound.h"
 #include "cabinet/tune_rendering.h"
+#include "tests/support/tune_text.h"
 
 namespace brickfall {
 namespace {
 
+using Pcm = std::vector<int16_t>;
+
+// Lets no note of the bass through, so that the lead can be heard alone.
+class LeadOnly : public MidiRenderer {
+  public:
+    explicit LeadOnly(std::unique_ptr<MidiRenderer> renderer) : renderer_(std::move(renderer)) {}
+    void ShortMessage(uint32_t message) override {
+        if ((message & 0xFF) != (0x90 | kBassChannel)) renderer_->ShortMessage(message);
+    }
+    void Reset() override { renderer_->Reset(); }
+    void Render(int64_t milliseconds) override { renderer_->Render(milliseconds); }
+    const Pcm& Samples() const override { return renderer_->Samples(); }
+
+  private:
+    std::unique_ptr<MidiRenderer> renderer_;
+};
+
 // How strong one frequency is in a stretch of the left channel (Goertzel).
-double Strength(const std::vector<int16_t>& samples, double from_s, double length_s, double hertz) {
+double Strength(const Pcm& samples, double from_s, double length_s, double hertz) {
     const auto from = static_cast<std::size_t>(from_s * kRenderRate);
     const auto length = static_cast<std::size_t>(length_s * kRenderRate);
     const double factor = 2 * std::cos(2 * std::numbers::pi * hertz / kRenderRate);
@@ -19,63 +42,76 @@ double Strength(const std::vector<int16_t>& samples, double from_s, double lengt
     double last = 0;
     for (std::size_t i = 0; i < length; ++i) {
         const double next = samples[2 * (from + i)] + factor * last - before;
-        before = last;
-        last = next;
+        before = std::exchange(last, next);
     }
     return std::sqrt(before * before + last * last - factor * before * last) / static_cast<double>(length);
 }
 
-double Hertz(int note) { return 440 * std::pow(2, (note - 69) / 12.0); }
-
-// The note from the lead's range whose fundamental is strongest.
-int HeardNote(const std::vector<int16_t>& samples, double from_s, double length_s) {
+// The note from the tune's range whose fundamental is strongest.
+int HeardNote(const Pcm& samples, double from_s, double length_s) {
     int best = 0;
     double strongest = 0;
-    for (int note = 56; note <= 90; ++note) {
-        const double strength = Strength(samples, from_s, length_s, Hertz(note));
-        if (strength > strongest) {
-            strongest = strength;
-            best = note;
-        }
+    for (int note = 33; note <= 90; ++note) {
+        const double hertz = 440 * std::pow(2, (note - 69) / 12.0);
+        const double strength = Strength(samples, from_s, length_s, hertz);
+        if (strength > strongest) best = note, strongest = strength;
     }
     return best;
 }
 
-TEST(Listening, HearsTheTuneAndTheJingle) {
-    std::unique_ptr<MidiRenderer> renderer = OpenMidiRenderer();
-    if (renderer == nullptr) GTEST_SKIP() << "no sound font";
-    const RenderedTune tune = RenderTune(std::move(renderer));
-    const double seconds = static_cast<double>(tune.tune_samples) / 2 / kRenderRate;
-    EXPECT_NEAR(seconds, 32.1, 0.321);
-
-    // Lead notes of single steps, by their place in units of 118 ms: steps before have 2 units, with a
-    // star 4.
-    struct Heard {
-        int unit;
-        int lead;
-    };
-    int right = 0;
-    int wrong = 0;
-    for (const auto& [unit, lead] :
-         {Heard{0, 69}, Heard{2, 72}, Heard{4, 76}, Heard{12, 81}, Heard{32, 81}, Heard{70, 81},
-          Heard{78, 84}, Heard{132, 76}, Heard{136, 88}, Heard{140, 84}}) {
-        const double from = unit * 0.118 + 0.06;
-        HeardNote(tune.samples, from, 0.15) == lead ? ++right : ++wrong;
-    }
-    EXPECT_GE(right, 9) << wrong << " notes sounded otherwise";  // the bass's overtones may hide one
-
-    const double jingle = seconds;
-    EXPECT_EQ(HeardNote(tune.samples, jingle + 0.02, 0.065), 72);
-    EXPECT_EQ(HeardNote(tune.samples, jingle + 0.09 * 3 + 0.03, 0.12), 57);
+// The loudest sample of a stretch.
+int Peak(const Pcm& samples, double from_s, double to_s) {
+    const auto at = [](double s) { return 2 * static_cast<std::ptrdiff_t>(s * kRenderRate); };
+    int peak = 0;
+    std::for_each(samples.begin() + at(from_s), samples.begin() + at(to_s),
+                  [&peak](int16_t sample) { peak = std::max(peak, std::abs(int{sample})); });
+    return peak;
 }
 
-TEST(Listening, IsSilentWithoutAnAudioDeviceAtOnce) {
-    // Whatever this machine has: opening neither throws nor takes long, and nothing is heard of a missing
-    // one.
+TEST(Listening, HearsTheWholeTuneAndTheJingle) {
+    std::unique_ptr<MidiRenderer> renderer = OpenMidiRenderer();
+    if (renderer == nullptr) GTEST_SKIP() << "no General MIDI sound font";
+    const RenderedTune tune = RenderTune(std::make_unique<LeadOnly>(std::move(renderer)));
+
+    double at = 0;
+    for (const TuneNote& note : WrittenTune()) {
+        const int heard = HeardNote(tune.samples, at + 0.05, 0.15);
+        if (note.lead != 0) EXPECT_EQ(heard, note.lead) << "at " << at << " s";
+        at += note.milliseconds / 1e3;
+    }
+    EXPECT_NEAR(at, 32.1, 0.321);
+    EXPECT_NEAR(static_cast<double>(tune.tune_samples) / 2 / kRenderRate, at, 0.001);
+    // Heard from the first moment to the last.
+    EXPECT_GT(Peak(tune.samples, 0, 0.1), 500);
+    EXPECT_GT(Peak(tune.samples, at - 0.1, at), 500);
+
+    for (const auto& [note, milliseconds] : {std::pair{72, 90}, {67, 90}, {64, 90}, {57, 160}}) {
+        EXPECT_EQ(HeardNote(tune.samples, at + 0.03, milliseconds / 1e3 - 0.03), note) << "at " << at << " s";
+        at += milliseconds / 1e3;
+    }
+    // It dies away.
+    EXPECT_LT(Peak(tune.samples, at + 0.35, at + 0.42), 300);
+}
+
+TEST(Listening, IsNeverDistortedAtFullVolume) {
+    std::unique_ptr<MidiRenderer> renderer = OpenMidiRenderer();
+    if (renderer == nullptr) GTEST_SKIP() << "no General MIDI sound font";
+    music_vol = sfx_vol = 100;
+    const RenderedTune tune = RenderTune(std::move(renderer));
+    music_vol = 70;
+    sfx_vol = 85;
+    const int peak = Peak(tune.samples, 0, static_cast<double>(tune.samples.size()) / 2 / kRenderRate);
+    EXPECT_LT(peak, 32'767);
+    EXPECT_GT(peak, 3'000);  // and not lost either
+}
+
+TEST(Listening, SaysNothingWhereThereIsNothingToPlayOn) {
     testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
     std::unique_ptr<MidiOut> out = OpenMidiOut();
     if (out != nullptr) out->ShortMessage(0x64'45'90);
     out.reset();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
