@@ -76,7 +76,7 @@ TEST(Listening, HearsTheWholeTuneAndTheJingle) {
     double at = 0;
     for (const TuneNote& note : WrittenTune()) {
         const int heard = HeardNote(tune.samples, at + 0.05, 0.15);
-        if (note.lead != 0) EXPECT_EQ(heard, note.lead) << "at " << at << " s";
+        EXPECT_TRUE(note.lead == 0 || heard == note.lead) << heard << " at " << at << " s";
         at += note.milliseconds / 1e3;
     }
     EXPECT_NEAR(at, 32.1, 0.321);

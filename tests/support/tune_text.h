@@ -1,5 +1,5 @@
-// tune_text.h - the tune as it is written down: lead/bass of each step as MIDI notes, 0 for silence, 2 units of
-// 118 ms long or, with a star, 4.
+// tune_text.h - the tune as it is written down: lead/bass of each step as MIDI notes, 0 for silence; 2 units
+// of 118 ms long or, with a star, 4.
 #pragma once
 
 #include <cstdio>
