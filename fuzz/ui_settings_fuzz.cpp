@@ -1,29 +1,48 @@
-// Any settings file is loaded to an object, and what is saved from it loads to the same.
-#include <array>
-#include <cstddef>
+// The settings file as another program may have left it: what is loaded stays inside its limits, places the
+// window, and lasts through a save.
 #include <cstdint>
-#include <string>
+#include <string_view>
 
+#include "base/files.h"
 #include "cabinet/sound.h"
 #include "cabinet/ui_settings.h"
 #include "cabinet/window_placement.h"
 #include "fuzz/support.h"
 
+namespace {
+
+using namespace brickfall;
+
+void CheckPlacement() {
+    const Monitor monitors[] = {{{0, 0, 1920, 1080}, {0, 0, 1920, 1040}},
+                                {{-1280, 0, 1280, 1024}, {-1280, 0, 1280, 1024}}};
+    const RestoredPlacement placed = RestoreWindowPlacement(monitors);
+    Require(placed.size.w == 1320 && placed.size.h >= 1300);
+    // Only a place on a monitor's own side of its right and bottom edges shows anything there.
+    Require(!placed.position || (placed.position->x < 1920 && placed.position->y < 1080));
+    Require(placed.position || !placed.maximize);
+    (void)StartMaximized();
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace brickfall;
     static const FuzzStore store;
     const std::string path = store.Path() + "/Orvane/brickfall_ui.json";
-    WriteFile(path, std::string_view(reinterpret_cast<const char*>(data), size));
+    music_on = sfx_on = true;
+    music_vol = 70;
+    sfx_vol = 85;
+    Require(WriteFile(path, std::string_view(reinterpret_cast<const char*>(data), size)));
     LoadUiSettings();
     Require(ui_doc.is_object());
     Require(music_vol >= 0 && music_vol <= 100 && sfx_vol >= 0 && sfx_vol <= 100);
-    const std::array monitors = {Monitor{{0, 0, 1920, 1080}, {0, 0, 1920, 1080}}};
-    const RestoredPlacement placement = RestoreWindowPlacement(monitors);
-    Require(placement.size.w == kDefaultWindowW && placement.size.h >= kDefaultWindowH);
+    CheckPlacement();
+
     SaveUiSettings();
-    const std::string saved = *ReadFile(path);
+    const nlohmann::json saved = ui_doc;
+    const int volume = music_vol;
+    music_vol = 70;
     LoadUiSettings();
-    SaveUiSettings();
-    Require(*ReadFile(path) == saved);
+    Require(ui_doc == saved && music_vol == volume);
     return 0;
 }

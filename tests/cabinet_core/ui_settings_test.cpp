@@ -1,9 +1,13 @@
 #include "cabinet/ui_settings.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <filesystem>
+#include <iterator>
+#include <optional>
+#include <string>
 
 #include "base/files.h"
 #include "cabinet/sound.h"
@@ -85,27 +89,68 @@ TEST(UiSettings, KeepDefaultsForEveryDamage) {
     EXPECT_TRUE(ReadFile(settings.Path()).has_value());
 }
 
-TEST(UiSettings, AreWholeWhateverHappensToASave) {
-    Settings settings;
-    settings.Load(R"({"theirs": 1})");
-    SaveUiSettings();
-    const std::string former = *ReadFile(settings.Path());
-    // The temporary file cannot be made: the former stays, without a word.
-    std::filesystem::create_directory(settings.Path() + "." + std::to_string(::getpid()) + ".tmp");
-    music_vol = 5;
-    SaveUiSettings();
-    EXPECT_EQ(ReadFile(settings.Path()), former);
+// No file of this process grows beyond `bytes`; what would write on gets an error.
+struct FullDisk {
+    explicit FullDisk(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit limit = {bytes, before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &before);
+        std::signal(SIGXFSZ, handler);
+    }
+    rlimit before = {};
+    void (*const handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+};
 
+TEST(UiSettings, AreTheFormerOnesAfterASaveThatFails) {
+    Settings settings;
+    settings.Load("{\"music_vol\": 44, \"theirs\": \"" + std::string(10'000, 'x') + "\"}");
+    const std::optional<std::string> former = ReadFile(settings.Path());
+    music_vol = 5;
+    {
+        const FullDisk full(4'096);
+        SaveUiSettings();
+    }
+    EXPECT_EQ(ReadFile(settings.Path()), former);
+    const std::filesystem::directory_iterator folder(settings.data.Path() + "/Orvane");
+    EXPECT_EQ(std::distance(begin(folder), end(folder)), 1);  // nothing half written lies about
+
+    // Ended by the system in the middle of its writing.
+    ChildProcess ended(BRICKFALL_BINARY_DIR "/tests/settings_writer", {"11", "4096"});
+    EXPECT_EQ(ended.Wait(), -SIGXFSZ);
+    EXPECT_EQ(ReadFile(settings.Path()), former);
+    Settings::Reset();
+    LoadUiSettings();
+    EXPECT_EQ(music_vol, 44);
+
+    // The file cannot be replaced at all; what is in memory lasts.
+    std::filesystem::remove(settings.Path());
+    std::filesystem::create_directories(settings.Path() + "/in_the_way");
+    SaveUiSettings();
+    LoadUiSettings();
+    EXPECT_EQ(music_vol, 44);
+    EXPECT_EQ(ui_doc, json::object());
+}
+
+TEST(UiSettings, AreWholeWhileTwoProgramsSave) {
+    Settings settings;
+    settings.Load("{\"theirs\": \"" + std::string(200'000, 'x') + "\"}");
     ChildProcess one(BRICKFALL_BINARY_DIR "/tests/settings_writer", {"11"});
     ChildProcess other(BRICKFALL_BINARY_DIR "/tests/settings_writer", {"22"});
-    for (int look = 0; look < 200; ++look) {
-        const json seen = json::parse(*ReadFile(settings.Path()), nullptr, false);
-        ASSERT_TRUE(seen.is_object());
+    int saves = 0;
+    for (bool more = true; more;) {
+        const bool first = one.ReadLine().has_value();
+        more = other.ReadLine().has_value() || first;
+        const json seen = json::parse(ReadFile(settings.Path()).value_or(""), nullptr, false);
+        ASSERT_TRUE(seen.is_object() && (seen["music_vol"] == 11 || seen["music_vol"] == 22));
+        ASSERT_EQ(seen["theirs"].get_ref<const std::string&>().size(), 200'000u);
+        saves += more;
     }
+    EXPECT_EQ(saves, 30);
     EXPECT_EQ(one.Wait(), 0);
     EXPECT_EQ(other.Wait(), 0);
-    LoadUiSettings();
-    EXPECT_TRUE(music_vol == 11 || music_vol == 22);
 }
 
 TEST(WindowPlacement, IsSavedUnlessItSaysNothing) {
