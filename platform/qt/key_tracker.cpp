@@ -1,9 +1,14 @@
 #include "platform/qt/key_tracker.h"
 
+#include <xcb/xcb.h>
+
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QWindow>
 #include <array>
+#include <cstdlib>
+#include <memory>
+#include <utility>
 
 namespace brickfall {
 namespace {
@@ -23,27 +28,76 @@ void SetDown(Key key, bool is_down) {
     if (key != Key::kOther) down[static_cast<std::size_t>(key)] = is_down;
 }
 
+// Has the X server itself look at a key. False on other window systems.
+bool ServerSaysDown(quint32 key_code) {
+    const auto* const x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (x11 == nullptr || key_code < 8 || key_code > 255) return false;
+    xcb_connection_t* const connection = x11->connection();
+    const std::unique_ptr<xcb_query_keymap_reply_t, void (*)(void*)> reply(
+        xcb_query_keymap_reply(connection, xcb_query_keymap(connection), nullptr), std::free);
+    return reply != nullptr && (reply->keys[key_code / 8] >> key_code % 8 & 1) != 0;
+}
+
+// For its auto-repeat an X server makes up a release and a press, of the same time. The toolkit knows them
+// when it sees both at once; on a busy machine it often does not, and gives them as real. So a release of a
+// key that the server holds for down waits for the press behind it, whose time tells.
 class KeyTracker : public QObject {
   public:
     bool eventFilter(QObject* object, QEvent* event) override {
         const QEvent::Type type = event->type();
         if (type != QEvent::KeyPress && type != QEvent::KeyRelease) return false;
         if (!object->isWindowType()) return false;  // its way through the widgets is the same event again
-        const auto* const key_event = static_cast<QKeyEvent*>(event);
-        const Key key = KeyOf(key_event->key());
+        const auto& key_event = *static_cast<QKeyEvent*>(event);
+        if (!sending_ && !key_event.isAutoRepeat()) {
+            if (type == QEvent::KeyRelease && HoldBack(key_event)) return true;
+            if (type == QEvent::KeyPress && IsRepeatOfHeld(object, key_event)) return true;
+        }
         if (type == QEvent::KeyPress) {
-            SetDown(key, true);  // also by an auto-repeat: it was held when the focus came back
-        } else if (!key_event->isAutoRepeat()) {
-            SetDown(key, false);
+            SetDown(KeyOf(key_event.key()), true);  // also by an auto-repeat: held when the focus came back
+        } else if (!key_event.isAutoRepeat()) {
+            SetDown(KeyOf(key_event.key()), false);
         }
         return false;
     }
+
+    void Forget() { held_back_.reset(); }
+
+  private:
+    bool HoldBack(const QKeyEvent& release) {
+        if (!ServerSaysDown(release.nativeScanCode())) return false;
+        held_back_.reset(release.clone());
+        return true;
+    }
+
+    // True when the press has been sent on as what it is.
+    bool IsRepeatOfHeld(QObject* object, const QKeyEvent& press) {
+        if (held_back_ == nullptr || held_back_->nativeScanCode() != press.nativeScanCode()) return false;
+        const std::unique_ptr<QKeyEvent> release = std::move(held_back_);
+        sending_ = true;
+        const bool is_repeat = release->timestamp() == press.timestamp();
+        if (is_repeat) {
+            QKeyEvent repeat(QEvent::KeyPress, press.key(), press.modifiers(), press.nativeScanCode(),
+                             press.nativeVirtualKey(), press.nativeModifiers(), press.text(),
+                             /*autorep=*/true);
+            QCoreApplication::sendEvent(object, &repeat);
+        } else {  // let go and pressed again, faster than we looked
+            QCoreApplication::sendEvent(object, release.get());
+        }
+        sending_ = false;
+        return is_repeat;
+    }
+
+    std::unique_ptr<QKeyEvent> held_back_;
+    bool sending_ = false;  // our own events, not to be looked at again
 };
+
+KeyTracker* tracker_in_use = nullptr;
 
 }  // namespace
 
 std::unique_ptr<QObject> MakeKeyTracker() {
     auto tracker = std::make_unique<KeyTracker>();
+    tracker_in_use = tracker.get();
     qApp->installEventFilter(tracker.get());
     QObject::connect(qApp, &QGuiApplication::focusWindowChanged, tracker.get(), [](QWindow* window) {
         if (window == nullptr) ReleaseAllKeys();
@@ -69,7 +123,10 @@ int ToolkitKey(Key key) {
     return Qt::Key_F12;
 }
 
-void ReleaseAllKeys() { down.fill(false); }
+void ReleaseAllKeys() {
+    down.fill(false);
+    if (tracker_in_use != nullptr) tracker_in_use->Forget();
+}
 
 bool KeyIsDown(Key key) { return key != Key::kOther && down[static_cast<std::size_t>(key)]; }
 
