@@ -24,6 +24,9 @@ namespace {
 
 constexpr qsizetype kMaxSpokenUnits = 4'096;  // of a name that a screen reader gets
 
+constexpr int kEdgeWidth = 2;    // of the sunken edge of an edit
+constexpr int kEdgeLight = 170;  // percent of a button's colour, on its lit sides
+
 bool IsPressKey(const QKeyEvent& event) {
     return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter || event.key() == Qt::Key_Space;
 }
@@ -216,7 +219,9 @@ EditWidget::EditWidget(WindowWidget& window, const Font& font, int limit, Color 
     if (font != nullptr) setFont(font->font);
     setTabChangesFocus(true);
     setAcceptDrops(false);  // a text dragged within a full one would be lost
-    setFrameStyle(QFrame::StyledPanel | QFrame::Sunken);
+    setFrameStyle(QFrame::Panel |
+                  QFrame::Sunken);  // drawn over below: the style's cannot be seen on the dark
+    setLineWidth(kEdgeWidth);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     QPalette colors = palette();
@@ -224,6 +229,20 @@ EditWidget::EditWidget(WindowWidget& window, const Font& font, int limit, Color 
     colors.setColor(QPalette::Text, ToQColor(text));
     setPalette(colors);
     connect(this, &QPlainTextEdit::textChanged, this, [this] { CutToLimit(); });
+}
+
+bool EditWidget::event(QEvent* event) {
+    const QEvent::Type type = event->type();
+    if (type == QEvent::FocusIn || type == QEvent::FocusOut) update();
+    const bool handled = QPlainTextEdit::event(event);
+    if (type != QEvent::Paint) return handled;
+    QPainter painter(this);
+    PainterCanvas canvas(painter, FromQSize(size()));
+    const QColor shade = hasFocus() ? palette().color(QPalette::Highlight) : QColor(Qt::black);
+    const QColor light = hasFocus() ? shade : palette().color(QPalette::Button).lighter(kEdgeLight);
+    const Rect all = {0, 0, width(), height()};
+    for (int i = 0; i < kEdgeWidth; ++i) Bevel(canvas, all.Grown(-i), FromQColor(shade), FromQColor(light));
+    return handled;
 }
 
 void EditWidget::SetText(const QString& text) { setPlainText(CutUnits(text, limit_)); }

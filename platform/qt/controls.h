@@ -84,6 +84,7 @@ class EditWidget : public QPlainTextEdit {
     void SetText(const QString& text);
 
   protected:
+    bool event(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void inputMethodEvent(QInputMethodEvent* event) override;
     void insertFromMimeData(const QMimeData* source) override;

@@ -17,6 +17,7 @@ inline QString ToQString(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 inline QColor ToQColor(Color color) { return QColor(color.r, color.g, color.b); }
+inline Color FromQColor(const QColor& color) { return Rgb(color.rgb() & 0xFFFFFF); }
 inline QRect ToQRect(const Rect& rect) { return QRect(rect.x, rect.y, rect.w, rect.h); }
 inline Rect FromQRect(const QRect& rect) { return {rect.x(), rect.y(), rect.width(), rect.height()}; }
 inline Size FromQSize(const QSize& size) { return {size.width(), size.height()}; }

@@ -127,6 +127,20 @@ TEST(Controls, TakeTheFocusInTheOrderOfTheirCreation) {
     EXPECT_TRUE(HasFocus(window.id));
 }
 
+TEST(Controls, ShowWhereTheKeyboardIs) {
+    NotedWindow window;
+    CreateTrackBar(window.id, 1, {0, 0, 80, 20}, 0, 10, 5);
+    CreateText(window.id, 2, {0, 20, 80, 20}, "link", SmallFont(), /*clickable=*/true);
+    CreateEdit(window.id, 3, {0, 40, 80, 60}, SmallFont(), 10, {}, {});
+    const std::vector<uint32_t> none = GrabWindow(window.id).pixels;
+    for (int control = 1; control <= 3; ++control) {
+        PressTab();
+        ASSERT_EQ(FocusedControl(window.id), control);
+        EXPECT_NE(GrabWindow(window.id).pixels, none) << control;
+    }
+    EXPECT_FALSE(PixelOf(GrabWindow(window.id), 0, 70) == Rgb(0x000000)) << "the edge, not the caret alone";
+}
+
 TEST(Controls, TellAScreenReaderTheirNames) {
     NotedWindow window;
     CreateText(window.id, 1, {0, 0, 80, 20}, "Wallet: not connected", SmallFont());
