@@ -43,6 +43,8 @@ struct CommandEvent : QEvent {
 class Receiver : public QObject {
   public:
     bool event(QEvent* event) override {
+        // Whoever has posted held this lock, so what it wrote is seen from here on.
+        { const std::scoped_lock lock(State().mutex); }
         Message message{};
         WindowId to = 0;
         if (event->type() == kPostedEvent) {
