@@ -11,6 +11,8 @@
 #include "cabinet/startup.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
+#include "messages/direct_message.h"
+#include "messages/verification.h"
 #include "platform/automation.h"
 #include "tests/e2e/desktop_robot.h"
 #include "tests/support/child_process.h"
@@ -44,7 +46,10 @@ struct Desktop {
     Desktop() {
         ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
         ::setenv("BRICKFALL_SANDBOX_CA", services.box.CaFile().c_str(), 1);
+        // As in a new process: another wallet bears the same name in each story.
         ResetBindingForTest();
+        ClearIdentityKeyCache();
+        ClearEncryptionKeys();
         companion.emplace(SandboxProgram("brickfall-companion-window"), std::vector<std::string>{"player"});
         companion->ReadUntil("companion ready");
         Start();
