@@ -22,18 +22,11 @@
 
 #include "base/files.h"
 #include "tests/support/sealed_message.h"
+#include "tests/support/shadow_memory.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/connect_handshake.h"
 #include "wallet/encodings.h"
 #include "wallet/ov_pouch_wallet.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define BRICKFALL_SHADOW_MEMORY 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define BRICKFALL_SHADOW_MEMORY 1
-#endif
-#endif
 
 namespace brickfall {
 namespace {

@@ -11,20 +11,13 @@
 
 #include "base/files.h"
 #include "base/text.h"
+#include "tests/support/shadow_memory.h"
 #include "tests/support/temp_folder.h"
 #include "wallet/app_binds.h"
 #include "wallet/bip39_words.h"
 #include "wallet/identity_signature.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/transaction.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define BRICKFALL_SHADOW_MEMORY 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define BRICKFALL_SHADOW_MEMORY 1
-#endif
-#endif
 
 namespace brickfall {
 namespace {
