@@ -69,6 +69,12 @@ Color PixelOf(const Image& image, int x, int y) {
                             static_cast<std::size_t>(x)]);
 }
 
+Color PixelShown(WindowId window, int x, int y) {
+    const Image shown = GrabWindow(window);
+    const Size client = ClientSize(window);
+    return PixelOf(shown, x * shown.w / client.w, y * shown.h / client.h);
+}
+
 }  // namespace brickfall
 
 int main(int count, char** arguments) {

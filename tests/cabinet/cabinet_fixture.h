@@ -39,4 +39,7 @@ void PrintTo(const Rect& rect, std::ostream* out);
 
 Color PixelOf(const Image& image, int x, int y);
 
+// What a window shows at a place within it, in the desktop's units, at any density of the screen.
+Color PixelShown(WindowId window, int x, int y);
+
 }  // namespace brickfall

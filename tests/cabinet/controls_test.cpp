@@ -75,7 +75,7 @@ TEST(Buttons, CallThePlayerUntilTheScoreIsRecorded) {
     FinishRun(shell.run, shell.driver.run);
     const auto record_top = [&cabinet] {
         cabinet.Tick(280);
-        return PixelOf(GrabWindow(cabinet.main), 16 + 60, 142);
+        return PixelShown(cabinet.main, 16 + 60, 142);
     };
     const Color first = record_top();
     const Color second = record_top();

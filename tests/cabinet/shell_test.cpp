@@ -91,10 +91,11 @@ TEST(Shell, ComesUpWithItsTextsAndRecordDisabled) {
 }
 
 TEST(Shell, IsNeverSmallerThanTheRunInProgressNeeds) {
+    PretendMonitors({{{0, 0, 3840, 2160}, {0, 0, 3840, 2120}}});
     CabinetFixture cabinet;
     const Size floor = MinimumClientSize(cabinet.main);
-    EXPECT_EQ(floor.w + FrameSize(cabinet.main).w, std::min(1200, MonitorOf(cabinet.main).work.w));
-    EXPECT_EQ(floor.h + FrameSize(cabinet.main).h, std::min(1040, MonitorOf(cabinet.main).work.h));
+    const Size frame = FrameSize(cabinet.main);
+    EXPECT_EQ(floor, (Size{1200 - frame.w, 1040 - frame.h}));
     cabinet.Resize({2400, 1640});
     const int cell = shell.cell.w;
     ASSERT_EQ(cell, 74);  // (1640 - 256 - 52) / 18
@@ -108,7 +109,7 @@ TEST(Shell, IsNeverSmallerThanTheRunInProgressNeeds) {
     PretendMonitors({{{0, 0, 1024, 600}, {0, 0, 1024, 570}}});
     shell.run.mode = kModeAttract;
     RefreshLayout();
-    EXPECT_EQ(MinimumClientSize(cabinet.main).w, 1024 - FrameSize(cabinet.main).w);
+    EXPECT_EQ(MinimumClientSize(cabinet.main).w, 1024 - frame.w);
     PretendMonitors({});
 }
 
@@ -187,9 +188,8 @@ TEST(Shell, ColoursItsTextsByPlaceAndState) {
     shell.update_available = true;
     EXPECT_EQ(style(1016).text, kWarnColor);
     EXPECT_TRUE(style(1016).hand);
-    const Image shown = GrabWindow(cabinet.main);
-    EXPECT_EQ(PixelOf(shown, 900, 85), kHeaderColor);
-    EXPECT_EQ(PixelOf(shown, 900, 86), kBgColor);
+    EXPECT_EQ(PixelShown(cabinet.main, 900, 85), kHeaderColor);
+    EXPECT_EQ(PixelShown(cabinet.main, 900, 86), kBgColor);
 }
 
 TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
@@ -288,8 +288,8 @@ TEST(Shell, ShowsStatusTextsOfAnyKindUnharmed) {
                                     std::string("\xff\xfe<b>x"), std::string()}) {
         SetStatus(text);
         PumpMessages();
-        const Image shown = GrabWindow(cabinet.main);
-        EXPECT_EQ(PixelOf(shown, 4, shown.h - 64), kBgColor);  // nothing beyond its rectangle
+        // Nothing beyond its rectangle.
+        EXPECT_EQ(PixelShown(cabinet.main, 4, ClientSize(cabinet.main).h - 64), kBgColor);
     }
     EXPECT_EQ(ControlRect(cabinet.main, 1007).h, 20);
 }
