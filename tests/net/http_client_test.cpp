@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <openssl/ec.h>
-#include <openssl/pem.h>
-#include <openssl/x509v3.h>
 
 #include <functional>
 #include <future>
@@ -17,6 +14,7 @@
 #include "base/files.h"
 #include "base/workers.h"
 #include "deployment/sandbox_route.h"
+#include "sandbox/server/certificates.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
 
@@ -25,40 +23,10 @@ namespace {
 
 using nlohmann::json;
 
-struct Certificate {
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key{EVP_EC_gen("P-256"), EVP_PKEY_free};
-    std::unique_ptr<X509, decltype(&X509_free)> x509{X509_new(), X509_free};
-
-    // Self-signed, so that it is its own authority.
-    explicit Certificate(const char* names) {
-        ASN1_INTEGER_set(X509_get_serialNumber(x509.get()), 1);
-        X509_set_version(x509.get(), X509_VERSION_3);
-        X509_gmtime_adj(X509_getm_notBefore(x509.get()), -86'400);
-        X509_gmtime_adj(X509_getm_notAfter(x509.get()), 86'400);
-        X509_set_pubkey(x509.get(), key.get());
-        X509_NAME* const subject = X509_get_subject_name(x509.get());
-        X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC, reinterpret_cast<const uint8_t*>("test"), -1,
-                                   -1, 0);
-        X509_set_issuer_name(x509.get(), subject);
-        X509_EXTENSION* const hosts = X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, names);
-        X509_add_ext(x509.get(), hosts, -1);
-        X509_EXTENSION_free(hosts);
-        X509_sign(x509.get(), key.get(), EVP_sha256());
-    }
-
-    std::string Pem() const {
-        const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), BIO_free);
-        PEM_write_bio_X509(out.get(), x509.get());
-        char* text = nullptr;
-        const long size = BIO_get_mem_data(out.get(), &text);
-        return {text, static_cast<std::size_t>(size)};
-    }
-};
-
 struct Answer {
     int status = 200;
-    std::string body;
-    std::string location;
+    std::string body = {};
+    std::string location = {};
     bool cut = false;   // announces more than it sends
     bool hold = false;  // waits for Release
 };
@@ -66,10 +34,7 @@ struct Answer {
 // A TLS server on a free port that gives the scripted answers in turn, the last one again and again.
 class Server {
   public:
-    explicit Server(std::vector<Answer> answers = {})
-        : certificate_("DNS:service.test,DNS:orvane.test"),
-          server_(certificate_.x509.get(), certificate_.key.get()),
-          answers_(std::move(answers)) {
+    explicit Server(std::vector<Answer> answers = {}) : answers_(std::move(answers)) {
         const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
             Reply(request, response);
         };
@@ -78,7 +43,6 @@ class Server {
         server_.set_tcp_nodelay(true);
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
-        WriteFile(CaFile(), certificate_.Pem());
         Route(1);
     }
 
@@ -92,7 +56,8 @@ class Server {
     }
 
     void Route(int timeout_divisor) {
-        SetConnectRoute({"::127.0.0.1:" + std::to_string(port_), CaFile(), timeout_divisor});
+        SetConnectRoute({"::127.0.0.1:" + std::to_string(port_), sandbox::AuthorityFile(folder_.Path()),
+                         timeout_divisor});
     }
 
     // Begins anew.
@@ -113,7 +78,6 @@ class Server {
     }
 
     int Port() const { return port_; }
-    std::string CaFile() const { return folder_.Path() + "/ca.pem"; }
 
   private:
     void Reply(const httplib::Request& request, httplib::Response& response) {
@@ -138,8 +102,10 @@ class Server {
     }
 
     TempFolder folder_;
-    Certificate certificate_;
-    httplib::SSLServer server_;
+    std::string error_;
+    const sandbox::TlsContext tls_ =
+        sandbox::MakeServerContext(folder_.Path(), {"service.test", "orvane.test"}, error_);
+    httplib::SSLServer server_{SSL_CTX_get0_certificate(tls_.get()), SSL_CTX_get0_privatekey(tls_.get())};
     std::promise<void> release_;
     std::shared_future<void> held_ = release_.get_future().share();
     bool released_ = false;
@@ -151,32 +117,26 @@ class Server {
 };
 
 constexpr char kUrl[] = "https://service.test/start";
-constexpr char kTimedOut[] = "Timeout was reached";
 
 struct Function {
     const char* name;
     std::function<bool(const std::string& url)> call;
-    const char* method;
     const char* user_agent;
-    const char* content_type;
 };
 
 const std::vector<Function>& Functions() {
     static std::string text;
     static std::string error;
     static json parsed;
+    using Url = const std::string&;
     static const std::vector<Function> functions = {
-        {"HttpGet", [](const std::string& url) { return HttpGet(url, text, error, 10); }, "GET",
-         "Orvane-Pouch/0.1", ""},
-        {"HttpPostJson",
-         [](const std::string& url) { return HttpPostJson(url, "{\"ask\":1}", text, error, 10, 1); }, "POST",
-         "Orvane-Pouch/0.1", "application/json"},
-        {"HttpGetOnce", [](const std::string& url) { return HttpGetOnce(url, text, error); }, "GET", "", ""},
-        {"FetchJson", [](const std::string& url) { return FetchJson(url, parsed); }, "GET", "Brickfall/1",
-         ""},
-        {"FetchText", [](const std::string& url) { return FetchText(url, text); }, "GET", "Brickfall/1", ""},
-        {"FetchJsonStrict", [](const std::string& url) { return FetchJsonStrict(url, parsed); }, "GET", "",
-         ""},
+        {"HttpGet", [](Url url) { return HttpGet(url, text, error, 10); }, "Orvane-Pouch/0.1"},
+        {"HttpPostJson", [](Url url) { return HttpPostJson(url, "{\"ask\":1}", text, error, 10, 1); },
+         "Orvane-Pouch/0.1"},
+        {"HttpGetOnce", [](Url url) { return HttpGetOnce(url, text, error); }, ""},
+        {"FetchJson", [](Url url) { return FetchJson(url, parsed); }, "Brickfall/1"},
+        {"FetchText", [](Url url) { return FetchText(url, text); }, "Brickfall/1"},
+        {"FetchJsonStrict", [](Url url) { return FetchJsonStrict(url, parsed); }, ""},
     };
     return functions;
 }
@@ -185,6 +145,9 @@ class HttpClient : public testing::Test {
   protected:
     static void SetUpTestSuite() { StartNetwork(); }
     static void TearDownTestSuite() { StopNetwork(); }
+
+    bool Get() { return HttpGet(kUrl, body_, error_, 10); }
+    bool Post(int attempts) { return HttpPostJson(kUrl, "{}", body_, error_, 10, attempts); }
 
     ManualClock clock_;
     std::string body_ = "former";
@@ -195,16 +158,17 @@ TEST_F(HttpClient, EachFunctionSaysWhatItIs) {
     Server server;
     for (const Function& function : Functions()) {
         SCOPED_TRACE(function.name);
-        server.Script({{200, "{}", {}}});
+        server.Script({{200, "{}"}});
         EXPECT_TRUE(function.call("https://service.test/path?a=%20b"));
         ASSERT_EQ(server.Asked().size(), 1u);
         const httplib::Request asked = server.Asked()[0];
-        EXPECT_EQ(asked.method, function.method);
+        const bool posts = function.name == std::string("HttpPostJson");
+        EXPECT_EQ(asked.method, posts ? "POST" : "GET");
         EXPECT_EQ(asked.target, "/path?a=%20b");
         EXPECT_EQ(asked.get_header_value("Host"), "service.test");
         EXPECT_EQ(asked.get_header_value("User-Agent"), function.user_agent);
-        EXPECT_EQ(asked.get_header_value("Content-Type"), function.content_type);
-        EXPECT_EQ(asked.body, std::string_view(function.method) == "POST" ? "{\"ask\":1}" : "");
+        EXPECT_EQ(asked.get_header_value("Content-Type"), posts ? "application/json" : "");
+        EXPECT_EQ(asked.body, posts ? "{\"ask\":1}" : "");
     }
 }
 
@@ -214,21 +178,21 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
         std::vector<Answer> answers;
         const char* succeeds;  // HttpGet, HttpPostJson, HttpGetOnce, FetchJson, FetchText, FetchJsonStrict
     } rows[] = {
-        {"object", {{200, "{\"a\":1}", {}}}, "yyyyyy"},
-        {"other 2xx", {{201, "[1]", {}}}, "yyyyyn"},
-        {"number", {{200, "7", {}}}, "yyynyy"},
-        {"no JSON", {{200, "{\"a\":", {}}}, "yyynyn"},
-        {"number beyond a double", {{200, "[1e999]", {}}}, "yyynyn"},
-        {"no UTF-8", {{200, "[\"\xFF\"]", {}}}, "yyynyn"},
-        {"nesting", {{200, std::string(200'000, '['), {}}}, "yyynyn"},
-        {"closed nesting", {{200, std::string(200'000, '[') + std::string(200'000, ']'), {}}}, "yyyyyy"},
-        {"empty", {{200, "", {}}}, "yyynnn"},
-        {"redirect", {{302, "<html>", "/end"}, {200, "[]", {}}}, "ynyyyy"},
-        {"3xx without a target", {{300, "[]", {}}}, "nnnyyn"},
-        {"not found", {{404, "{}", {}}}, "nnnnnn"},
-        {"redirect to not found", {{302, "{}", "/end"}, {404, "{}", {}}}, "nnnnnn"},
-        {"server error", {{500, "{}", {}}}, "nnnnnn"},
-        {"cut", {{200, "{}", {}, true}}, "nnnnnn"},
+        {"object", {{200, "{\"a\":1}"}}, "yyyyyy"},
+        {"other 2xx", {{201, "[1]"}}, "yyyyyn"},
+        {"number", {{200, "7"}}, "yyynyy"},
+        {"no JSON", {{200, "{\"a\":"}}, "yyynyn"},
+        {"number beyond a double", {{200, "[1e999]"}}, "yyynyn"},
+        {"no UTF-8", {{200, "[\"\xFF\"]"}}, "yyynyn"},
+        {"nesting", {{200, std::string(200'000, '[')}}, "yyynyn"},
+        {"closed nesting", {{200, std::string(200'000, '[') + std::string(200'000, ']')}}, "yyyyyy"},
+        {"empty", {{200, ""}}, "yyynnn"},
+        {"redirect", {{302, "<html>", "/end"}, {200, "[]"}}, "ynyyyy"},
+        {"3xx without a target", {{300, "[]"}}, "nnnyyn"},
+        {"not found", {{404, "{}"}}, "nnnnnn"},
+        {"redirect to not found", {{302, "{}", "/end"}, {404, "{}"}}, "nnnnnn"},
+        {"server error", {{500, "{}"}}, "nnnnnn"},
+        {"cut", {{200, "{}", "", true}}, "nnnnnn"},
         {"redirect to a file", {{302, "{}", "file:///etc/passwd"}}, "nnnnnn"},
     };
     Server server;
@@ -241,52 +205,25 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
     }
 }
 
-TEST_F(HttpClient, NoFunctionReadsAFile) {
-    const TempFolder folder;
-    ASSERT_TRUE(WriteFile(folder.Path() + "/file", "[]"));
-    for (const Function& function : Functions()) {
-        EXPECT_FALSE(function.call("file://" + folder.Path() + "/file")) << function.name;
-    }
-}
-
 TEST_F(HttpClient, RateLimitIsWaitedOutByTheWalletFunctionsOnly) {
-    const Answer limited{429, "{\"error\":\"slow down\"}", {}};
-    using Pauses = std::vector<int64_t>;
+    const Answer limited{429, "{\"error\":\"slow down\"}"};
+    const auto get = [this] { return Get(); };
+    const auto post = [this](int attempts) { return [this, attempts] { return Post(attempts); }; };
     const struct {
         const char* name;
         std::function<bool()> call;
         std::vector<Answer> answers;
         bool succeeds;
         std::size_t requests;
-        Pauses pauses;
+        std::vector<int64_t> pauses;
     } rows[] = {
-        {"get", [this] { return HttpGet(kUrl, body_, error_, 10); }, {limited}, false, 4, {400, 800, 1600}},
-        {"get, in the end",
-         [this] { return HttpGet(kUrl, body_, error_, 10); },
-         {limited, limited, {200, "fine", {}}},
-         true,
-         3,
-         {400, 800}},
-        {"get, then an error",
-         [this] { return HttpGet(kUrl, body_, error_, 10); },
-         {limited, {500, "", {}}, {200, "", {}}},
-         false,
-         2,
-         {400}},
-        {"post 4",
-         [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 4); },
-         {limited},
-         false,
-         4,
-         {400, 800, 1600}},
-        {"post 2",
-         [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 2); },
-         {limited},
-         false,
-         2,
-         {400}},
-        {"post 1", [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 1); }, {limited}, false, 1, {}},
-        {"post 0", [this] { return HttpPostJson(kUrl, "", body_, error_, 10, 0); }, {limited}, false, 0, {}},
+        {"get", get, {limited}, false, 4, {400, 800, 1600}},
+        {"get, in the end", get, {limited, limited, {200, "fine"}}, true, 3, {400, 800}},
+        {"get, then an error", get, {limited, {500, ""}, {200, ""}}, false, 2, {400}},
+        {"post 4", post(4), {limited}, false, 4, {400, 800, 1600}},
+        {"post 2", post(2), {limited}, false, 2, {400}},
+        {"post 1", post(1), {limited}, false, 1, {}},
+        {"post 0", post(0), {limited}, false, 0, {}},
         {"once", [this] { return HttpGetOnce(kUrl, body_, error_); }, {limited}, false, 1, {}},
         {"text", [this] { return FetchText(kUrl, body_); }, {limited}, false, 1, {}},
     };
@@ -302,69 +239,62 @@ TEST_F(HttpClient, RateLimitIsWaitedOutByTheWalletFunctionsOnly) {
 }
 
 TEST_F(HttpClient, OutputsHoldTheLastAttemptOnly) {
-    Server server;
-    server.Script({{429, "first", {}}, {200, "second", {}}});
-    EXPECT_TRUE(HttpGet(kUrl, body_, error_, 10));
+    Server server({{429, "first"}, {200, "second"}});
+    EXPECT_TRUE(Get());
     EXPECT_EQ(body_, "second");
     EXPECT_EQ(error_, "");
 
-    server.Script({{400, "{\"error\":\"taken\"}", {}}});
-    EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 10, 2));
+    server.Script({{400, "{\"error\":\"taken\"}"}});
+    EXPECT_FALSE(Post(2));
     EXPECT_EQ(body_, "{\"error\":\"taken\"}") << "the body of a refusal is the caller's to read";
     EXPECT_EQ(error_, "HTTP 400 – {\"error\":\"taken\"}");
 
-    server.Script({{429, "x", {}}});
-    EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 10, 0));
+    server.Script({{429, "x"}});
+    EXPECT_FALSE(Post(0));
     EXPECT_EQ(body_, "");
     EXPECT_EQ(error_, kRateLimitText);
     EXPECT_FALSE(HttpGetOnce(kUrl, body_, error_));
     EXPECT_EQ(error_, "HTTP 429") << "no words of its own";
 
-    server.Script({{404, "nothing here", {}}});
+    server.Script({{404, "nothing here"}});
     EXPECT_TRUE(HttpGet(kUrl, body_, error_, 10, /*allow_404=*/true));
     EXPECT_EQ(body_, "nothing here");
-    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
-    EXPECT_EQ(error_, "HTTP 404 – nothing here");
 
-    server.Script({{500, "[1]", {}}});
+    server.Script({{500, "[1]"}});
     json answer = "former";
     EXPECT_FALSE(FetchJson(kUrl, answer));
     EXPECT_EQ(answer, "former");
     EXPECT_FALSE(FetchJsonStrict(kUrl, answer));
     EXPECT_EQ(answer, nullptr);
-}
 
-TEST_F(HttpClient, FailureTextsCarryNoHtmlAndAtMost120Bytes) {
-    const std::string long_body = "{\"error\":\"" + std::string(190, 'x');
-    const std::pair<std::pair<long, std::string>, std::string> rows[] = {
-        {{429, "{\"error\":\"any\"}"},
-         "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again."},
-        {{500, ""}, "HTTP 500"},
-        {{500, "<html><body>no"}, "HTTP 500"},
-        {{502, "proxy says <HTML>"}, "HTTP 502"},
-        {{502, "\n<!DOCTYPE html>"}, "HTTP 502"},
-        {{502, "<Html>"}, "HTTP 502 – <Html>"},
-        {{400, " bad \r\n \n"}, "HTTP 400 –  bad"},
-        {{400, "\r\n"}, "HTTP 400 – "},
-        {{500, long_body}, "HTTP 500 – " + long_body.substr(0, 120)},
-        {{500, std::string(119, 'a') + "  b"}, "HTTP 500 – " + std::string(119, 'a') + " "},
-    };
-    for (const auto& [reply, text] : rows) {
-        EXPECT_EQ(DescribeHttpFailure(reply.first, reply.second), text) << reply.second;
-    }
-}
-
-TEST_F(HttpClient, ARedirectLoopEnds) {
-    Server server({{302, "", "/again"}});
-    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
+    server.Script({{302, "", "/again"}});
+    EXPECT_FALSE(Get());
     EXPECT_EQ(error_, "Number of redirects hit maximum amount");
     EXPECT_EQ(server.Asked().size(), 6u) << "the request and five redirects";
 }
 
+TEST_F(HttpClient, FailureTextsCarryNoHtmlAndAtMost120Bytes) {
+    const std::string long_body = "{\"error\":\"" + std::string(190, 'x');
+    const std::tuple<long, std::string, std::string> rows[] = {
+        {429, "{}", "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again."},
+        {500, "", "HTTP 500"},
+        {500, "<html><body>no", "HTTP 500"},
+        {502, "proxy says <HTML>", "HTTP 502"},
+        {502, "\n<!DOCTYPE html>", "HTTP 502"},
+        {502, "<Html>", "HTTP 502 – <Html>"},
+        {400, " bad \r\n \n", "HTTP 400 –  bad"},
+        {400, "\r\n", "HTTP 400 – "},
+        {500, long_body, "HTTP 500 – " + long_body.substr(0, 120)},
+        {500, std::string(119, 'a') + "  b", "HTTP 500 – " + std::string(119, 'a') + " "},
+    };
+    for (const auto& [status, body, text] : rows) EXPECT_EQ(DescribeHttpFailure(status, body), text) << body;
+}
+
 TEST_F(HttpClient, ASilentServiceRunsIntoTheTimeOut) {
-    Server server({{200, "late", {}, false, true}});
+    constexpr char kTimedOut[] = "Timeout was reached";
+    Server server({{200, "late", "", false, true}});
     server.Route(/*timeout_divisor=*/100);
-    EXPECT_FALSE(HttpGet(kUrl, body_, error_, 10));
+    EXPECT_FALSE(Get());
     EXPECT_EQ(error_, kTimedOut);
     EXPECT_FALSE(HttpPostJson(kUrl, "{}", body_, error_, 2, 4));
     EXPECT_EQ(error_, kTimedOut);
@@ -376,14 +306,14 @@ TEST_F(HttpClient, ASilentServiceRunsIntoTheTimeOut) {
 
 TEST_F(HttpClient, TheServersNameAndAuthorityAreChecked) {
     constexpr char kUntrusted[] = "SSL peer certificate or SSH remote key was not OK";
-    Server server({{200, "{}", {}}});
+    Server server({{200, "{}"}});
     for (const Function& function : Functions()) {
         EXPECT_FALSE(function.call("https://other.test/"))
             << function.name << " took another host's certificate";
     }
     const TempFolder folder;
-    ASSERT_TRUE(WriteFile(folder.Path() + "/ca.pem", Certificate("DNS:service.test").Pem()));
-    SetConnectRoute({"::127.0.0.1:" + std::to_string(server.Port()), folder.Path() + "/ca.pem"});
+    ASSERT_TRUE(sandbox::MakeServerContext(folder.Path(), {"service.test"}, error_));
+    SetConnectRoute({"::127.0.0.1:" + std::to_string(server.Port()), sandbox::AuthorityFile(folder.Path())});
     for (const Function& function : Functions()) {
         EXPECT_FALSE(function.call(kUrl)) << function.name << " took an unknown authority";
     }
@@ -408,20 +338,22 @@ TEST_F(HttpClient, TheFamilysHostIsPinned) {
     }
 }
 
-TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAll) {
-    Server server({{200, "{}", {}}});
+TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAllAndNamesNoFile) {
+    Server server({{200, "{}"}});
+    const TempFolder folder;
+    ASSERT_TRUE(WriteFile(folder.Path() + "/file", "[]"));
     for (const std::string& bad :
          {std::string("https://service.test/a\0b", 24), std::string("https://service.test/a b"),
-          std::string("https://service.test/a\r\nX: y"), std::string()}) {
-        EXPECT_FALSE(HttpGet(bad, body_, error_, 10)) << bad;
-        EXPECT_EQ(error_, "URL using bad/illegal format or missing URL") << bad;
+          std::string("https://service.test/a\r\nX: y"), std::string(),
+          "file://" + folder.Path() + "/file"}) {
+        for (const Function& function : Functions()) EXPECT_FALSE(function.call(bad)) << function.name << bad;
     }
     EXPECT_TRUE(server.Asked().empty());
 }
 
 TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
     const std::string large(4'000'000, 'a');
-    Server server({{200, large, {}}});
+    Server server({{200, large}});
     std::atomic<int> good = 0;
     for (int i = 0; i < 4; ++i) {
         StartWorker([&] {
@@ -436,7 +368,7 @@ TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
 }
 
 TEST_F(HttpClient, StoppingTheNetworkLeavesARunningRequestAlone) {
-    Server server({{200, "fine", {}, false, true}});
+    Server server({{200, "fine", "", false, true}});
     std::string answer;
     StartWorker([&answer] {
         std::string error;
