@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace brickfall {
@@ -22,20 +23,31 @@ constexpr NamedKey kKeys[] = {
     {Key::kP, Qt::Key_P},       {Key::kEscape, Qt::Key_Escape},
 };
 
-std::array<bool, static_cast<std::size_t>(Key::kOther)> down{};
+struct KeyState {
+    bool down = false;        // as the events have it
+    quint32 server_code = 0;  // as the window system numbers it; 0 until the first press
+};
+std::array<KeyState, static_cast<std::size_t>(Key::kOther)> states{};
 
-void SetDown(Key key, bool is_down) {
-    if (key != Key::kOther) down[static_cast<std::size_t>(key)] = is_down;
+void NotePress(const QKeyEvent& event) {
+    const Key key = KeyOf(event.key());
+    if (key != Key::kOther) states[static_cast<std::size_t>(key)] = {true, event.nativeScanCode()};
 }
 
-// Has the X server itself look at a key. False on other window systems.
-bool ServerSaysDown(quint32 key_code) {
+void NoteRelease(const QKeyEvent& event) {
+    const Key key = KeyOf(event.key());
+    if (key != Key::kOther) states[static_cast<std::size_t>(key)].down = false;
+}
+
+// Has the X server itself look at a key. Nothing on other window systems, which do not tell.
+std::optional<bool> AskServer(quint32 key_code) {
     const auto* const x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr || key_code < 8 || key_code > 255) return false;
+    if (x11 == nullptr || key_code < 8 || key_code > 255) return std::nullopt;
     xcb_connection_t* const connection = x11->connection();
     const std::unique_ptr<xcb_query_keymap_reply_t, void (*)(void*)> reply(
         xcb_query_keymap_reply(connection, xcb_query_keymap(connection), nullptr), std::free);
-    return reply != nullptr && (reply->keys[key_code / 8] >> key_code % 8 & 1) != 0;
+    if (reply == nullptr) return std::nullopt;
+    return (reply->keys[key_code / 8] >> key_code % 8 & 1) != 0;
 }
 
 // For its auto-repeat an X server makes up a release and a press, of the same time. The toolkit knows them
@@ -53,9 +65,9 @@ class KeyTracker : public QObject {
             if (type == QEvent::KeyPress && IsRepeatOfHeld(object, key_event)) return true;
         }
         if (type == QEvent::KeyPress) {
-            SetDown(KeyOf(key_event.key()), true);  // also by an auto-repeat: held when the focus came back
+            NotePress(key_event);  // also by an auto-repeat: held when the focus came back
         } else if (!key_event.isAutoRepeat()) {
-            SetDown(KeyOf(key_event.key()), false);
+            NoteRelease(key_event);
         }
         return false;
     }
@@ -64,7 +76,7 @@ class KeyTracker : public QObject {
 
   private:
     bool HoldBack(const QKeyEvent& release) {
-        if (!ServerSaysDown(release.nativeScanCode())) return false;
+        if (!AskServer(release.nativeScanCode()).value_or(false)) return false;
         held_back_.reset(release.clone());
         return true;
     }
@@ -124,10 +136,14 @@ int ToolkitKey(Key key) {
 }
 
 void ReleaseAllKeys() {
-    down.fill(false);
+    for (KeyState& state : states) state.down = false;
     if (tracker_in_use != nullptr) tracker_in_use->Forget();
 }
 
-bool KeyIsDown(Key key) { return key != Key::kOther && down[static_cast<std::size_t>(key)]; }
+bool KeyIsDown(Key key) {
+    if (key == Key::kOther) return false;
+    const KeyState& state = states[static_cast<std::size_t>(key)];
+    return AskServer(state.server_code).value_or(state.down);
+}
 
 }  // namespace brickfall

@@ -36,7 +36,7 @@ TEST(Keyboard, GivesOneEventAnEdgeUnderAutoRepeat) {
     EXPECT_EQ(cabinet.TapeCodes().back(), kServe);
 }
 
-TEST(Keyboard, LetsGoOfAHeldKeyWhenAnotherProgramTakesTheFocus) {
+TEST(Keyboard, LetsGoOfAHeldKeyWithoutTheFocusWhereTheWindowSystemDoesNotTell) {
     Playing cabinet;
     PressKey(cabinet.main, Key::kRight);
     cabinet.Tick(16);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -116,9 +117,18 @@ void ClickOn(WindowId window, int control) {
 
 void PressKeys(const std::string& keys) { Xdotool("key " + keys); }
 
-void PressKeysSoon(const std::string& keys, int after_ms) {
-    std::thread([keys, after_ms] {
+void PressKeysSoon(const std::string& keys, int after_ms, const std::string& picture) {
+    // Never shown: it carries the wish for a picture into the loop of whatever box is up.
+    const WindowId photographer = OpenWindow({}, [picture](WindowId window, Message& message) {
+        if (message.type != MessageType::kPosted) return false;
+        if (!picture.empty()) Screenshot(picture);
+        DestroyWindow(window);
+        return true;
+    });
+    std::thread([keys, after_ms, photographer] {
         std::this_thread::sleep_for(std::chrono::milliseconds(after_ms));
+        PostWindowMessage(photographer, 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         ChildProcess("/bin/sh", {"-c", "xdotool key " + keys}).Wait();
     }).detach();
 }
@@ -128,6 +138,21 @@ void TypeKeys(const std::string& text) { Xdotool("type --delay 5 '" + text + "'"
 void Screenshot(const std::string& name) {
     const char* const folder = std::getenv("BRICKFALL_SCREENSHOTS");
     if (folder != nullptr) SavePng(GrabScreen(), std::string(folder) + "/" + name + ".png");
+}
+
+Color ColorOnScreen(const std::string& title, Point at) {
+    int x = 0;
+    int y = 0;
+    const std::string geometry = Xdotool("getwindowgeometry " + WindowOfTitle(title));
+    const std::size_t position = geometry.find("Position: ");
+    if (position == std::string::npos ||
+        std::sscanf(geometry.c_str() + position, "Position: %d,%d", &x, &y) != 2) {
+        ADD_FAILURE() << "no window " << title;
+        return {};
+    }
+    const Image screen = GrabScreen();
+    return Rgb(screen.pixels.at(static_cast<std::size_t>(y + at.y) * static_cast<std::size_t>(screen.w) +
+                                static_cast<std::size_t>(x + at.x)));
 }
 
 std::unique_ptr<MidiOut> OpenRecordingMidi() { return std::make_unique<RecordingMidi>(); }

@@ -42,12 +42,15 @@ void Click(const std::string& title, Point at);
 void ClickBehind(const std::string& title, Point at);  // brings the window to the front first
 void ClickOn(WindowId window, int control);            // a control of this process
 void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
-// For a modal box: the keys come a moment later, while the box runs its own loop.
-void PressKeysSoon(const std::string& keys, int after_ms = 800);
+// For a modal box: the keys come a moment later, while the box runs its own loop, after a picture if named.
+void PressKeysSoon(const std::string& keys, int after_ms = 800, const std::string& picture = "");
 void TypeKeys(const std::string& text);
 
 // Keeps a picture of the desktop in the folder that BRICKFALL_SCREENSHOTS names, if any.
 void Screenshot(const std::string& name);
+
+// What the desktop itself shows at a place within a window's client.
+Color ColorOnScreen(const std::string& title, Point at);
 
 // The messages that the cabinet sends to its synthesiser.
 std::unique_ptr<MidiOut> OpenRecordingMidi();

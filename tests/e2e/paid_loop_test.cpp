@@ -9,6 +9,7 @@
 #include "cabinet/shell.h"
 #include "cabinet/sound.h"
 #include "cabinet/startup.h"
+#include "cabinet/theme.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "messages/direct_message.h"
@@ -40,6 +41,16 @@ bool WaitForStatus(const std::string& text, int seconds = 30) {
 std::string SandboxProgram(const char* name) {
     return std::string(BRICKFALL_BINARY_DIR) + "/sandbox/" + name;
 }
+
+// The middle of a brick's place in the main window, by the cell size of the layout.
+Point BrickAt(int row, int column) {
+    const CellSize cell = shell.cell;
+    return {16 + 18 + cell.w * column + cell.w / 2, 178 + 14 + cell.h * (row + 1) + cell.h / 2};
+}
+
+constexpr Color kField = Rgb(0x040A08);
+constexpr Color kTopBrick = Rgb(0xC46C28);
+constexpr Color kBannerGround = Rgb(0x08100C);
 
 // A store, the services, the companion and the cabinet, each as on a player's desktop.
 struct Desktop {
@@ -105,6 +116,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     sandbox::Sandbox& box = desktop.services.box;
     EXPECT_EQ(Text(1007), "Connect Pouch, then Play.");
     EXPECT_EQ(Text(1003), "Wallet: not connected");
+    EXPECT_EQ(ColorOnScreen(kMainTitle, BrickAt(0, 6)), kField);  // no wall yet
     Screenshot("1-attract");
 
     desktop.ConnectFunded();
@@ -117,7 +129,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_EQ(box.BalanceOf(address), 100'000);
 
     // Enter: the confirmation is a real box.
-    PressKeysSoon("Return");
+    PressKeysSoon("Return", 800, "3-confirm");
     ClickOn(shell.main, 1005);
     ASSERT_TRUE(WaitForStatus("Entered. Blocks incoming."));
     EXPECT_EQ(box.BalanceOf(kArcadeHouseAddress), 2'000);
@@ -136,7 +148,27 @@ TEST(PaidLoop, FromConnectToUnbind) {
     RunFor(60);
     EXPECT_LT(shell.run.game.paddle_x, paddle);
     EXPECT_FALSE(shell.run.game.left_held);
+    // The window system repeats a key that is held this long; the tape has its two edges alone.
+    const std::size_t events = shell.run.tape.events.size();
+    Xdotool("keydown Right");
+    RunFor(1'200);
+    Xdotool("keyup Right");
+    EXPECT_EQ(shell.run.tape.events.size(), events + 2);
+    EXPECT_EQ(ColorOnScreen(kMainTitle, BrickAt(0, 6)), kTopBrick);
     Screenshot("4-playing");
+    // Another program takes the focus: the run goes on, a held key stays held and its end is seen.
+    Xdotool("keydown Right");
+    Xdotool("windowactivate --sync $(xdotool search --onlyvisible --name '^Pouch .sandbox.$')");
+    RunFor(300);
+    EXPECT_FALSE(HasFocus(shell.main));
+    EXPECT_FALSE(shell.run.game.paused);
+    EXPECT_EQ(shell.run.tape.events.size(), events + 3);
+    Xdotool("keyup Right");
+    RunFor(50);
+    EXPECT_EQ(shell.run.tape.events.size(), events + 4);
+    Xdotool("windowactivate --sync $(xdotool search --onlyvisible --name '^Brickfall$')");
+    ASSERT_TRUE(WaitFor("the focus", [] { return HasFocus(shell.main); }));
+    EXPECT_EQ(shell.run.tape.events.size(), events + 4);
     PressKeys("p");
     EXPECT_TRUE(shell.run.game.paused);
     EXPECT_EQ(Text(1007), "Paused.");
@@ -151,6 +183,11 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_TRUE(ControlEnabled(shell.main, 1006));
     ASSERT_GE(shell.run.final_score, 1);
     EXPECT_EQ(ui_doc["week_scores"].size(), 1u);
+    const Rect field = {16 + 18, 178 + 14, shell.cell.w * 13, shell.cell.h * 18};
+    const Point in_banner = {field.x + 30, field.y + field.h / 2 - 120};
+    const Point on_its_edge = {field.x + 24, field.y + field.h / 2};
+    EXPECT_EQ(ColorOnScreen(kMainTitle, in_banner), kBannerGround);
+    EXPECT_EQ(ColorOnScreen(kMainTitle, on_its_edge), Rgb(0xDC2830));
     Screenshot("6-game-over");
 
     // Record, and the board beside the window.
@@ -167,6 +204,8 @@ TEST(PaidLoop, FromConnectToUnbind) {
     RunFor(200);
     EXPECT_EQ(WindowRect(shell.board).x, WindowRect(shell.main).Right() + 8);  // beside the main window
     EXPECT_EQ(WindowRect(shell.board).y, WindowRect(shell.main).y);
+    EXPECT_NE(ColorOnScreen(kMainTitle, on_its_edge), Rgb(0xDC2830));
+    EXPECT_EQ(ColorOnScreen("Weekly top scores", {2, 400}), kBgColor);
     Screenshot("7-recorded");
     ClickOn(shell.board, 1102);
     EXPECT_TRUE(WaitFor("the board's end", [] { return !WindowExists(shell.board); }));

@@ -28,7 +28,7 @@ TEST(Keys, AreHeldThroughAutoRepeat) {
     ReleaseKey(window.id, Key::kOther);
 }
 
-TEST(Keys, AreUpWhileAnotherProgramHasTheFocus) {
+TEST(Keys, AreUpWithoutTheFocusWhereTheWindowSystemDoesNotTell) {
     NotedWindow window;
     ASSERT_TRUE(HasFocus(window.id));
     PressKey(window.id, Key::kLeft);
