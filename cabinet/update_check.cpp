@@ -1,9 +1,10 @@
 #include "cabinet/update_check.h"
 
-#include <charconv>
+#include <locale.h>
+
 #include <cmath>
+#include <cstdlib>
 #include <limits>
-#include <system_error>
 #include <utility>
 
 #include "base/text.h"
@@ -14,7 +15,7 @@ namespace brickfall {
 namespace {
 
 constexpr std::size_t kPageTail = 24'000;
-constexpr int32_t kMaxBuild = std::numeric_limits<int32_t>::max() - 1;  // it travels as the number plus 1
+constexpr int32_t kMaxBuild = std::numeric_limits<int32_t>::max();
 constexpr std::string_view kVersionWord = "version";
 
 void ReplaceAll(std::string& text, std::string_view from, std::string_view to) {
@@ -56,18 +57,19 @@ std::size_t FindMark(const std::string& lower) {
 bool IsDigitOrPoint(char c) { return (c >= '0' && c <= '9') || c == '.'; }
 
 // Read without the user's locale, in which a comma may part the decimals.
-int32_t BuildFromDecimal(std::string_view text) {
-    double number = 0;
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (read.ec != std::errc() || !(number >= 0)) return -1;
+int32_t BuildFromDecimal(const std::string& text) {
+    static const locale_t c_locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    char* end = nullptr;
+    const double number = ::strtod_l(text.c_str(), &end, c_locale);
+    if (end == text.c_str() || !(number >= 0)) return -1;
     const double build = std::round(number * 1000);
     return build <= kMaxBuild ? static_cast<int32_t>(build) : -1;
 }
 
-int32_t BuildFromInteger(std::string_view text) {
-    int32_t number = 0;
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
-    return read.ec == std::errc() && number >= 0 && number <= kMaxBuild ? number : -1;
+int32_t BuildFromInteger(const std::string& text) {
+    char* end = nullptr;
+    const long long number = std::strtoll(text.c_str(), &end, 10);  // beyond its range: its limits
+    return end != text.c_str() && number >= 0 && number <= kMaxBuild ? static_cast<int32_t>(number) : -1;
 }
 
 }  // namespace
@@ -90,7 +92,8 @@ int32_t ParseBuild(std::string_view text) {
     const auto is_blank = [](char c) { return static_cast<unsigned char>(c) <= 32; };
     while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
     while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
-    return text.find('.') != std::string_view::npos ? BuildFromDecimal(text) : BuildFromInteger(text);
+    const std::string number(text);
+    return number.find('.') != std::string::npos ? BuildFromDecimal(number) : BuildFromInteger(number);
 }
 
 std::string FormatBuild(int32_t build) {

@@ -12,7 +12,7 @@ namespace brickfall {
 inline constexpr int32_t kBuildNumber = 1;
 
 int32_t FindPageBuild(std::string_view page_text);  // -1 when there is none
-int32_t ParseBuild(std::string_view text);          // -1 when it is no number, or one above 2^31 - 2
+int32_t ParseBuild(std::string_view text);          // -1 when it is no number, or one above 2^31 - 1
 std::string FormatBuild(int32_t build);             // a negative one counts as 1
 std::string VersionText(bool update_available);
 std::string UpdateQuestion(int32_t latest);

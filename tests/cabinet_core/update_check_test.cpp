@@ -10,7 +10,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int32_t kHighest = 2'147'483'646;
+constexpr int32_t kHighest = 2'147'483'647;
 
 std::string Repeat(std::size_t times, std::string_view piece) {
     std::string text;
@@ -79,7 +79,7 @@ TEST(UpdateCheck, PagesAndTheirBuild) {
         {"all of it words", Repeat(14'000, "version"), -1},
         {"all of it digits", "version " + std::string(23'000, '9'), -1},
         {"all of it zeros", "version " + std::string(23'000, '0') + "7", 7},
-        {"decimals beyond every number", "version 0." + std::string(23'000, '0') + "7", -1},
+        {"decimals beyond every number", "version 0." + std::string(23'000, '0') + "7", 0},
 
         // No number, and numbers that are none.
         {"nothing", "", -1},
@@ -96,10 +96,10 @@ TEST(UpdateCheck, PagesAndTheirBuild) {
         {"an exponent behind a point", "version 1.0e999", 1000},
         {"beyond every integer", "version 99999999999999999999", -1},
         {"beyond every integer, with a point", "version 99999999999999999999.0", -1},
-        {"the highest", "version 2147483646", kHighest},
-        {"one more, which the message could not carry", "version 2147483647", -1},
-        {"the highest, with a point", "version 2147483.646", kHighest},
-        {"one more, with a point", "version 2147483.647", -1},
+        {"the highest", "version 2147483647", kHighest},
+        {"one more", "version 2147483648", -1},
+        {"the highest, with a point", "version 2147483.647", kHighest},
+        {"one more, with a point", "version 2147483.648", -1},
         {"zero", "version 0.000", 0},
         {"rounded", "version 0.0026", 3},
         {"digits of another script", "version \xD9\xA1", -1},
@@ -115,9 +115,10 @@ TEST(UpdateCheck, NumbersAsText) {
         {"7 apples", 7},     {"", -1},
         {" \x1f ", -1},      {"-1", -1},
         {"-0.5", -1},        {"1.0e999", -1},
-        {"1.0e-999", -1},    {"nan.", -1},
+        {"1.0e-999", 0},    {"nan.", -1},
         {"inf.", -1},        {"seven", -1},
         {".", -1},           {"1e999", 1},
+        {"+2", 2},           {"+1.5", 1500},
     };
     for (const auto& [text, build] : rows) EXPECT_EQ(ParseBuild(text), build) << text;
 }
@@ -132,7 +133,7 @@ TEST(UpdateCheck, BuildsAsText) {
         {12'034, "12.034"},
         {-1, "0.001"},
         {-2'147'483'647, "0.001"},
-        {kHighest, "2147483.646"},
+        {kHighest, "2147483.647"},
     };
     for (const auto& [build, text] : rows) EXPECT_EQ(FormatBuild(build), text);
     EXPECT_EQ(VersionText(false), "Version 0.001");
