@@ -177,6 +177,7 @@ std::string OwnHandle() {
 bool EncryptDirectMessage(const MessageParts& parts, std::string_view my_handle, std::string_view to_handle,
                           nlohmann::json& row, std::string& error) {
     error.clear();
+    if (row.is_null()) row = nlohmann::json::object();  // as yet without a field
     if (!row.is_object()) return false;
     const auto fail = [&error](std::string text) {
         error = std::move(text);

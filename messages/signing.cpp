@@ -44,6 +44,7 @@ void StampWeb(nlohmann::json& row, const std::string& handle) {
 
 bool SignMessage(nlohmann::json& row, std::string& error) {
     error.clear();
+    if (row.is_null()) row = nlohmann::json::object();  // as yet without a field
     if (!row.is_object()) return false;
     const std::string type = JsonString(row, "type");
     const std::string handle = WalletHandle();
