@@ -17,16 +17,6 @@ constexpr int kInitialHeight = 23;
 
 std::map<std::string, Image, std::less<>>& face_bitmaps = *new std::map<std::string, Image, std::less<>>;
 
-// The first character of UTF-8 text; a Latin letter in upper case.
-std::string Initial(std::string_view key) {
-    if (key.empty()) return "?";
-    std::size_t length = 1;
-    while (length < key.size() && (static_cast<unsigned char>(key[length]) & 0xC0) == 0x80) ++length;
-    std::string first(key.substr(0, length));
-    if (first[0] >= 'a' && first[0] <= 'z') first[0] = static_cast<char>(first[0] - 'a' + 'A');
-    return first;
-}
-
 Font& InitialFont() {
     static Font& font = *new Font(MakeFont("Segoe UI", kInitialHeight, 700, FontQuality::kAntialiased));
     return font;
@@ -55,9 +45,10 @@ void DrawFace(Canvas& canvas, int x, int y, std::string_view key) {
         canvas.ClipEllipse(square, [&] { canvas.Draw(bitmap->second, square); });
     } else {
         canvas.FillEllipse(square, Rgb(0x241A0A));
-        canvas.Text(square, Initial(key), InitialFont(), Rgb(0xF6E8C8), AlignX::kCentre, AlignY::kCentre);
+        canvas.Text(square, key.empty() ? "?" : UpperInitial(key), InitialFont(), Rgb(0xF6E8C8),
+                    AlignX::kCentre, AlignY::kCentre);
     }
-    canvas.FrameEllipse({x, y, kFaceSize - 1, kFaceSize - 1}, Rgb(0xA86C18), 1.4);
+    canvas.FrameEllipse(square, Rgb(0xA86C18), 1.4);
 }
 
 }  // namespace brickfall

@@ -66,6 +66,9 @@ class Canvas {
     virtual void ClipEllipse(const Rect& box, const std::function<void()>& body) = 0;
 };
 
+// The text's first character in upper case, as one character; UTF-8. Empty for an empty text.
+std::string UpperInitial(std::string_view text);
+
 // Lines of one pixel along the inside of the rectangle's edges.
 void Bevel(Canvas& canvas, const Rect& rect, Color top_left, Color bottom_right);
 

@@ -149,4 +149,11 @@ Size MeasureText(const Font& font, std::string_view text) {
     return {LayOutLine(*font, text).width, font->height};
 }
 
+std::string UpperInitial(std::string_view text) {
+    const QString whole = ToQString(text);
+    if (whole.isEmpty()) return {};
+    const qsizetype units = whole.size() > 1 && whole[0].isHighSurrogate() ? 2 : 1;
+    return whole.left(units).toUpper().left(units).toStdString();
+}
+
 }  // namespace brickfall

@@ -15,6 +15,7 @@ namespace {
 
 constexpr int64_t kDecodeBudget = 150'000'000;
 constexpr int kToolkitLimitMb = 128;  // of the toolkit for one picture
+constexpr int kReducedSide = 1'024;
 
 struct Format {
     const char* decoder;
@@ -25,7 +26,7 @@ struct Format {
 };
 constexpr Format kFormats[] = {
     {"png", "\x89PNG\r\n\x1a\n", 0, "", 12},
-    {"jpeg", "\xFF\xD8\xFF", 0, "", 16},
+    {"jpeg", "\xFF\xD8\xFF", 0, "", 8},  // read at a reduced size when large
     {"gif", "GIF8", 0, "", 16},
     {"bmp", "BM", 0, "", 12},
     {"webp", "RIFF", 8, "WEBP", 20},
@@ -163,7 +164,11 @@ std::optional<Image> DecodeImage(std::string_view file) {
     QImageReader reader(&buffer, format->decoder);
     reader.setAutoDetectImageFormat(false);
     reader.setAutoTransform(false);
-    if (!SizeAllowed(reader.size(), *format)) return std::nullopt;
+    const QSize size = reader.size();
+    if (!SizeAllowed(size, *format)) return std::nullopt;
+    const bool reduced =
+        format->decoder == std::string_view("jpeg") && std::max(size.width(), size.height()) > kReducedSide;
+    if (reduced) reader.setScaledSize(size.scaled(kReducedSide, kReducedSide, Qt::KeepAspectRatio));
     QImage picture = reader.read();
     if (picture.isNull() || !SizeAllowed(picture.size(), *format)) return std::nullopt;
     Image image = FromQImage(std::move(picture));

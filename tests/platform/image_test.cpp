@@ -45,6 +45,18 @@ TEST(Decode, ReadsEveryKind) {
     }
 }
 
+TEST(Decode, ReducesAPhotograph) {
+    std::string photo = Sample("orange.jpg");
+    const std::size_t frame = photo.find("\xFF\xC0");  // then length, precision, height and width
+    ASSERT_NE(frame, std::string::npos);
+    photo.replace(frame + 5, 4, "\x0B\xB8\x0F\xA0");  // 3,000 by 4,000
+    const auto image = DecodeImage(photo);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->w, 1'024);
+    EXPECT_EQ(image->h, 768);
+    EXPECT_EQ(image->pixels.size(), 1'024u * 768);
+}
+
 TEST(Decode, RefusesWhatIsNoPictureOrTooLarge) {
     EXPECT_FALSE(DecodeImage(""));
     EXPECT_FALSE(DecodeImage("not a picture"));
