@@ -66,7 +66,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
     int y = 16;
     if (view.has_best && view.best.score >= 1) {
         canvas.Text(FromEdges(28, 16, right, 42), "Highest Score Ever", theme.font_title, kGoldColor,
-                    AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
+                    AlignX::kLeft, AlignY::kTop, /*ellipsis=*/true);
         y = DrawBoardRow(canvas, 46, view.best, {"", kGoldColor, kGoldColor, true}, view.my_key);
         rule(y + 10);
         y += 24;
@@ -92,7 +92,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
     }
 }
 
-WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
+WindowId OpenBoardWindow(WindowId owner, BoardView& view) {
     return OpenToolWindow(owner, {"Weekly top scores", kBoardWindowSize},
                           [&view](WindowId window, Message& message) {
                               switch (message.type) {
@@ -103,6 +103,7 @@ WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
                                       if (message.id == kControlClose) DestroyWindow(window);
                                       return true;
                                   case MessageType::kPaint:
+                                      UpdateMyFaceKey(view.my_key);
                                       PaintBoard(*message.canvas, view);
                                       return true;
                                   default:

@@ -89,15 +89,17 @@ std::optional<CellSize> RunCell() {
                     std::max<int32_t>(game.cell_h, kSmallestCell)};
 }
 
-// The window is never smaller than the run in progress needs. The floor below which it looks crowded gives
-// way where the screen itself is smaller, so that its foot row stays in reach.
-void LimitSize() {
+// The window is made no smaller than the run in progress needs; one that is already, since a run takes the
+// cell size of the moment, stays as it is. The floor below which it looks crowded gives way where the screen
+// itself is smaller, so that its foot row stays in reach.
+void LimitSize(const Size& client) {
     const CellSize cell = RunCell().value_or(CellSize{kSmallestCell, kSmallestCell});
     const Size frame = FrameSize(shell.main);
     const Rect work = MonitorOf(shell.main).work;
-    SetMinimumClientSize(shell.main,
-                         {std::max(cell.w * kBrickCols + 322, std::min(kSmallestWindow.w, work.w) - frame.w),
-                          std::max(cell.h * 18 + 322, std::min(kSmallestWindow.h, work.h) - frame.h)});
+    SetMinimumClientSize(shell.main, {std::max(std::min(cell.w * kBrickCols + 322, client.w),
+                                               std::min(kSmallestWindow.w, work.w) - frame.w),
+                                      std::max(std::min(cell.h * 18 + 322, client.h),
+                                               std::min(kSmallestWindow.h, work.h) - frame.h)});
 }
 
 // The balance line follows the end of the wallet line.
@@ -298,26 +300,25 @@ void OnCommand(int id) {
     }
 }
 
-void OnBoardDone(std::unique_ptr<BoardResult> result) {
-    shell.board_busy = false;
-    EnableWindowControl(shell.main, kControlBoard, !shell.run.busy);
-    if (result == nullptr) return;
+void ShowBoard(std::unique_ptr<BoardResult> result) {
     BoardView& view = shell.board_view;
     view.rows = std::move(result->rows);
     view.best = std::move(result->best);
     view.has_best = result->has_best;
     view.week_label = std::move(result->week_label);
     view.message = view.rows.empty() ? std::move(result->message) : std::string();
-    UpdateMyFaceKey(view.my_key);
     BuildFaceBitmaps(result->face_bytes);
     DestroyWindow(shell.board);
     shell.board = OpenBoardWindow(shell.main, view);
     ShowBeside(shell.board, kBoardWindowSize);
     SetStatus(view.message.empty() ? std::string_view("Weekly board loaded.") : view.message);
-    if (shell.board_again) {
-        shell.board_again = false;
-        StartBoardLoad();
-    }
+}
+
+void OnBoardDone(std::unique_ptr<BoardResult> result) {
+    shell.board_busy = false;
+    EnableWindowControl(shell.main, kControlBoard, !shell.run.busy);
+    if (result != nullptr) ShowBoard(std::move(result));
+    if (std::exchange(shell.board_again, false)) StartBoardLoad();
 }
 
 void OnUpdateDone(int64_t value) {
@@ -356,6 +357,7 @@ void OnPosted(Message& message) {
             return OnBoardDone(TakePayload<std::unique_ptr<BoardResult>>(message.payload));
         case kMsgBalanceDone: {
             const auto balance = TakePayload<StatusResult>(message.payload);
+            InvalidateWindow(shell.board);  // the refresh may have found the player's name
             return SetLine(kControlBalanceLine, balance.chain_ok
                                                     ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
                                                     : "Pouch balance:  (WhatsOnChain miss)");
@@ -449,7 +451,7 @@ CellSize RefreshLayout() {
     MoveChild(shell.well, {kWellAt.x, kWellAt.y, well.w, well.h});
     const int cell = std::max(std::min((room_w - 296) / kBrickCols, (room_h - 52) / 18), kSmallestCell);
     shell.cell = {cell, cell};
-    LimitSize();
+    LimitSize(client);
     return shell.cell;
 }
 
@@ -471,7 +473,6 @@ void RefreshWalletLabels() {
     SetLine(kControlWalletLine, wallet);
     SetLine(kControlBalanceLine, balance);
     SetControlText(shell.main, kControlConnect, connected ? "Connected" : "Connect");
-    UpdateMyFaceKey(shell.board_view.my_key);
     InvalidateWindow(shell.board);
 }
 

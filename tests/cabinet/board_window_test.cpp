@@ -106,7 +106,8 @@ TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
         EXPECT_EQ(PixelOf(face(key), 19, 5), disc) << key;
         EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, letter)) << key;
     }
-    BuildFaceBitmaps({});  // a new board: the old faces are gone
+    EXPECT_EQ(face("\xD0\xB6").pixels, face("\xD0\x96").pixels);  // a small letter of another script
+    BuildFaceBitmaps({});                                         // a new board: the old faces are gone
     EXPECT_EQ(PixelOf(face("ada"), 19, 5), disc);
 }
 
