@@ -20,17 +20,6 @@ bool IsGround(uint32_t pixel) {
            (pixel & 0xFF) < kGroundBelow;
 }
 
-// The smallest stored icon that is no smaller than asked for, or the largest.
-Image StoredIcon(int size) {
-    for (const auto& [side, file] : {std::pair(16, IconFile16()), std::pair(32, IconFile32()),
-                                     std::pair(48, IconFile48()), std::pair(256, IconFile256())}) {
-        if (side < size && side != 256) continue;
-        const std::optional<Image> icon = DecodeImage(file);
-        return icon ? ResizeImage(*icon, size, size) : Image();
-    }
-    return {};
-}
-
 }  // namespace
 
 std::string_view LogoFile() { return LogoFile1024(); }
@@ -43,7 +32,17 @@ void LoadLogo(std::string_view file) {
 
 void DropLogo() { logo = Image(); }
 
-Image MakeIcon(int size) { return logo.Empty() ? StoredIcon(size) : ResizeImage(logo, size, size); }
+Image MakeIcon(int size) { return logo.Empty() ? Image() : ResizeImage(logo, size, size); }
+
+Image StoredIcon(int size) {
+    for (const auto& [side, file] : {std::pair(16, IconFile16()), std::pair(32, IconFile32()),
+                                     std::pair(48, IconFile48()), std::pair(256, IconFile256())}) {
+        if (side < size && side != 256) continue;
+        const std::optional<Image> icon = DecodeImage(file);
+        return icon ? ResizeImage(*icon, size, size) : Image();
+    }
+    return {};
+}
 
 void DrawLogo(Canvas& canvas, int x, int size) {
     if (!logo.Empty()) canvas.Draw(logo, {x, 8, size, size});

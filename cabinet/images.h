@@ -16,8 +16,10 @@ std::string_view LogoFile();
 void LoadLogo(std::string_view file);
 void DropLogo();
 
-// The logo at this size, or the stored icon where there is no logo.
-Image MakeIcon(int size);
+Image MakeIcon(int size);  // from the logo; empty without one
+
+// Where there is no logo: from the smallest stored icon that is no smaller than asked for, or the largest.
+Image StoredIcon(int size);
 
 // At `x` and 8 pixels from the top; nothing without a logo.
 void DrawLogo(Canvas& canvas, int x, int size);

@@ -10,7 +10,10 @@ namespace brickfall {
 
 void DressWindow(WindowId window) {
     SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor);
-    SetWindowIcons(window, MakeIcon(32), MakeIcon(16));
+    Image big = MakeIcon(32);
+    if (big.Empty()) big = StoredIcon(32);
+    const Image small = MakeIcon(16);
+    SetWindowIcons(window, big, small.Empty() ? big : small);
 }
 
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure) {

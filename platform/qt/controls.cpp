@@ -57,7 +57,7 @@ ButtonState ClickWidget::State() const {
     ButtonState state;
     state.disabled = !isEnabled();
     state.pressed = !state.disabled && (key_held_ || (held_ && inside_));
-    state.hot = !state.disabled && (inside_ || held_ || key_held_);
+    state.hot = inside_ || held_ || key_held_;
     state.focused = hasFocus();
     return state;
 }
@@ -73,14 +73,15 @@ void ClickWidget::SetState(bool inside, bool held, bool key_held) {
 bool ClickWidget::event(QEvent* event) {
     switch (event->type()) {
         case QEvent::Enter:
-            SetState(true, held_, key_held_);
+            SetState(isEnabled(), held_, key_held_);
             break;
         case QEvent::Leave:
             SetState(false, held_, key_held_);
             break;
         case QEvent::Hide:
         case QEvent::EnabledChange:
-            SetState(isVisible() && inside_, false, false);
+            // One that is disabled under the pointer stays hot until the pointer leaves it.
+            SetState(isVisible() && (inside_ || (isEnabled() && underMouse())), false, false);
             update();
             break;
         case QEvent::FocusOut:
