@@ -56,11 +56,12 @@ void StartPay(const FlowDriver& driver, PayKind kind, std::function<std::string(
 }
 
 json ScoreRow(const RunControl& run, Player player) {
+    const int64_t now = UnixSeconds();
     std::string tape = TapeToHex(run.tape);
     json row = {
         {"protocol", "Cairn-Wire"}, {"type", "arcade_score"},      {"location", "arcade"},
-        {"game", "brickfall"},      {"score", run.final_score},    {"week", WeekStart(UnixSeconds())},
-        {"entry", run.enter_txid},  {"tape_hash", TapeHash(tape)}, {"ts", UnixSeconds()},
+        {"game", "brickfall"},      {"score", run.final_score},    {"week", WeekStart(now)},
+        {"entry", run.enter_txid},  {"tape_hash", TapeHash(tape)}, {"ts", now},
     };
     row["handle"] = std::move(player.handle);
     row["pay_addr"] = std::move(player.address);
