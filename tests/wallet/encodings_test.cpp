@@ -5,13 +5,14 @@
 
 #include <algorithm>
 
+#include "wallet/transaction.h"
+
 namespace brickfall {
 namespace {
 
 Hash160 HashOf(std::string_view hex) {
-    const ByteBuffer bytes = HexDecode(hex);
     Hash160 hash{};
-    if (bytes.size() == hash.size()) std::copy(bytes.begin(), bytes.end(), hash.begin());
+    EXPECT_TRUE(HexDecodeSecret(hex, hash));
     return hash;
 }
 
@@ -63,39 +64,29 @@ TEST(Encodings, HashesAreThePublishedOnes) {
 }
 
 TEST(Encodings, AddressesAreThePublishedOnes) {
-    struct Row {
-        const char* hash;
-        const char* address;
-    };
-    const Row rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"010966776006953d5567439e5e39f86a0d273bee", "16UwLL9Risc3QfPqBUvKofHmBQ7wMtjvM"},
         {"65a16059864a2fdbc7c99a4723a8395bc6f188eb", "1AGNa15ZQXAZUgFiqJ2i7Z2DPU2J6hW62i"},
         {"751e76e8199196d454941c45d1b3a323f1433bd6", "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH"},
         {"0000000000000000000000000000000000000000", "1111111111111111111114oLvT2"},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(Base58CheckEncode(HashOf(row.hash)), row.address);
+    for (const auto& [hex, address] : rows) {
+        EXPECT_EQ(Base58CheckEncode(HashOf(hex)), address);
         Hash160 hash{};
-        ASSERT_TRUE(DecodeAddress(row.address, hash)) << row.address;
-        EXPECT_EQ(HexEncode(hash), row.hash);
+        ASSERT_TRUE(DecodeAddress(address, hash)) << address;
+        EXPECT_EQ(HexEncode(hash), hex);
     }
 }
 
 TEST(Encodings, DecodeAddressRefusesWhatIsNoMainChainAddress) {
     const Hash160 ones = HashOf("0101010101010101010101010101010101010101");
-    const std::string short_payload = AddressOfVersion(0, std::span(ones).first(19));
-    const std::string long_payload = AddressOfVersion(0, ByteBuffer(21, 1));
-    struct Row {
-        std::string text;
-        const char* why;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"", "nothing"},
         {"3CMNFxN1oHBc4R1EpboAL5yzHGgE611Xou", "a script address, from the published list"},
         {"mo9ncXisMeAoXwqcV5EWuyncbmCcQs4rVs", "a test-network address, from the published list"},
         {AddressOfVersion(1, ones), "the least version that is not 0"},
-        {short_payload, "19 bytes with a good checksum"},
-        {long_payload, "21 bytes with a good checksum"},
+        {AddressOfVersion(0, std::span(ones).first(19)), "19 bytes with a good checksum"},
+        {AddressOfVersion(0, ByteBuffer(21, 1)), "21 bytes with a good checksum"},
         {AddressOfVersion(0, ByteBuffer(17, 0)), "a good checksum in 25 characters or fewer"},
         {"1" + AddressOfVersion(0, ones), "one leading zero byte too many"},
         {AddressOfVersion(0, ones).substr(1), "one leading zero byte too few"},
@@ -106,10 +97,8 @@ TEST(Encodings, DecodeAddressRefusesWhatIsNoMainChainAddress) {
         {std::string(26, '\xff'), "bytes above ASCII"},
         {std::string(30, '\0'), "zero bytes"},
     };
-    for (const Row& row : rows) {
-        Hash160 hash{};
-        EXPECT_FALSE(DecodeAddress(row.text, hash)) << row.why;
-    }
+    Hash160 hash{};
+    for (const auto& [text, why] : rows) EXPECT_FALSE(DecodeAddress(text, hash)) << why;
 }
 
 TEST(Encodings, OneWrongCharacterIsNoticedAtEveryPlace) {
@@ -136,13 +125,10 @@ TEST(Encodings, EveryHashComesBackFromItsAddress) {
 }
 
 TEST(Encodings, KeysOfThePrivateKey) {
-    struct Row {
-        const char* private_hex;
-        const char* public_hex;
-        const char* address;
-    };
     // The generator (SEC 2), its negative, and the worked example of the address format.
-    const Row good[] = {
+    const struct {
+        std::string private_hex, public_hex, address;
+    } good[] = {
         {"0000000000000000000000000000000000000000000000000000000000000001",
          "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798",
          "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH"},
@@ -153,23 +139,17 @@ TEST(Encodings, KeysOfThePrivateKey) {
          "0250863ad64a87ae8a2fe83c1af1a8403cb53f53e486d8511dad8a04887e5b2352",
          "1PMycacnJaSqwwJqjawXBErnLsZ7RkXUAs"},
     };
-    for (const Row& row : good) {
+    for (const auto& row : good) {
         std::string public_hex;
         ASSERT_TRUE(PublicKeyFromPrivate(row.private_hex, public_hex));
         EXPECT_EQ(public_hex, row.public_hex);
         EXPECT_EQ(AddressFromPublicKey(public_hex), row.address);
     }
-    const std::string bad[] = {
-        "",
-        "1",
-        std::string(62, '1'),
-        std::string(66, '1'),
-        std::string(63, '1') + "g",
-        std::string(64, '0'),  // no scalar of the group, like the next two
-        "fffffffffffffffffffffffffffffffebaaedce6af48a03bbfd25e8cd0364141",
-        std::string(64, 'f'),
-    };
-    for (const std::string& text : bad) {
+    // The last three are no scalars of the group.
+    for (const std::string& text :
+         {std::string("1"), std::string(62, '1'), std::string(66, '1'), std::string(63, '1') + "g",
+          std::string(64, '0'), std::string(64, 'f'),
+          std::string("fffffffffffffffffffffffffffffffebaaedce6af48a03bbfd25e8cd0364141")}) {
         std::string public_hex = "old";
         EXPECT_FALSE(PublicKeyFromPrivate(text, public_hex)) << text;
         EXPECT_EQ(public_hex, "");
@@ -179,11 +159,7 @@ TEST(Encodings, KeysOfThePrivateKey) {
 }
 
 TEST(Encodings, IntegersOfTheTransactionFormat) {
-    struct Row {
-        uint64_t value;
-        const char* hex;
-    };
-    const Row rows[] = {
+    const std::pair<uint64_t, const char*> rows[] = {
         {0, "00"},
         {252, "fc"},
         {253, "fdfd00"},
@@ -193,10 +169,10 @@ TEST(Encodings, IntegersOfTheTransactionFormat) {
         {0x100000000, "ff0000000001000000"},
         {UINT64_MAX, "ffffffffffffffffff"},
     };
-    for (const Row& row : rows) {
+    for (const auto& [value, hex] : rows) {
         ByteBuffer out;
-        AppendVarInt(out, row.value);
-        EXPECT_EQ(HexEncode(out), row.hex);
+        AppendVarInt(out, value);
+        EXPECT_EQ(HexEncode(out), hex);
     }
     ByteBuffer out{0xee};
     AppendU32Le(out, 0x01020304);
@@ -204,33 +180,23 @@ TEST(Encodings, IntegersOfTheTransactionFormat) {
     EXPECT_EQ(HexEncode(out), "ee040302010c0b0a0908070605");
 }
 
-TEST(Encodings, PushesOfEveryLengthClass) {
-    struct Row {
-        std::size_t length;
-        const char* prefix;
-    };
-    const Row rows[] = {{0, "00"},     {1, "01"},       {75, "4b"},         {76, "4c4c"},
-                        {255, "4cff"}, {256, "4d0001"}, {65'535, "4dffff"}, {65'536, "4e00000100"}};
-    for (const Row& row : rows) {
-        const ByteBuffer data(row.length, 0xab);
-        ByteBuffer wanted = HexDecode(row.prefix);
-        wanted.insert(wanted.end(), data.begin(), data.end());
-        ByteBuffer out;
-        AppendPushData(out, data);
-        EXPECT_EQ(out, wanted) << row.length;
+TEST(Encodings, ScriptsPushTheirDataInOnePieceHoweverLong) {
+    const std::pair<std::size_t, std::string> rows[] = {
+        {0, "00"},     {1, "01"},       {75, "4b"},         {76, "4c4c"},
+        {255, "4cff"}, {256, "4d0001"}, {65'535, "4dffff"}, {65'536, "4e00000100"}};
+    for (const auto& [length, prefix] : rows) {
+        ByteBuffer wanted = HexDecode("006a" + prefix);
+        wanted.insert(wanted.end(), length, 'p');
+        EXPECT_EQ(DataCarrierScript(std::string(length, 'p')), wanted) << length;
     }
     EXPECT_EQ(HexEncode(P2pkhScript(HashOf("751e76e8199196d454941c45d1b3a323f1433bd6"))),
               "76a914751e76e8199196d454941c45d1b3a323f1433bd688ac");
 }
 
 TEST(Encodings, Base64OfRfc4648) {
-    const std::pair<const char*, const char*> rows[] = {{"", ""},
-                                                        {"f", "Zg=="},
-                                                        {"fo", "Zm8="},
-                                                        {"foo", "Zm9v"},
-                                                        {"foob", "Zm9vYg=="},
-                                                        {"fooba", "Zm9vYmE="},
-                                                        {"foobar", "Zm9vYmFy"}};
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},        {"f", "Zg=="},        {"fo", "Zm8="},
+        {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}};
     for (const auto& [text, encoded] : rows) EXPECT_EQ(Base64Encode(AsBytes(text)), encoded);
     EXPECT_EQ(Base64Encode(ByteBuffer{0xfb, 0xef, 0xff}), "++//");
 }

@@ -7,18 +7,15 @@
 #include <string>
 
 #include "base/text.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/wallet_fixture.h"
 #include "wallet/ov_pouch_wallet.h"
 
 namespace brickfall {
 namespace {
 
-constexpr char kPhrase[] =
-    "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon about";
-
 // A wallet in memory alone, without a file.
 struct KeyDerivation : testing::Test {
-    KeyDerivation() { Use(kPhrase); }
+    KeyDerivation() { Use(kTestPhrase); }
     ~KeyDerivation() override { ClearWalletState(); }
 
     static void Use(std::string_view phrase) {
@@ -57,18 +54,13 @@ ExtendedKey MasterOf(std::string_view seed_hex) {
     return master;
 }
 
-TEST(ChildKeys, AreThoseOfThePublishedVectors) {
+TEST(ChildKeys, AreThoseOfThePublishedVectorsAndOfNoParentOutsideTheGroup) {
     struct Level {
         uint32_t index;
-        const char* key;
-        const char* chain_code;
-    };
-    struct Chain {
-        const char* seed;
-        std::vector<Level> levels;
+        std::string key, chain_code;
     };
     // BIP32, test vectors 1, 2 and 4; the last keeps the leading zero byte of its first child.
-    const Chain chains[] = {
+    const std::pair<std::string, std::vector<Level>> chains[] = {
         {"000102030405060708090a0b0c0d0e0f",
          {{kHardenedBit, "edb2e14f9ee77d26dd93b4ecede8d16ed408ce149b6cd80b0715a2d911a0afea",
            "47fdacbd0f1097043b78c63c20c34ef4ed9a111d980047ad16282c7ae6236141"},
@@ -98,20 +90,17 @@ TEST(ChildKeys, AreThoseOfThePublishedVectors) {
           {1 | kHardenedBit, "3a2086edd7d9df86c3487a5905a1712a9aa664bce8cc268141e07549eaa8661d",
            "a48ee6674c5264a237703fd383bccd9fad4d9378ac98ab05e6e7029b06360c0d"}}},
     };
-    for (const Chain& chain : chains) {
-        ExtendedKey node = MasterOf(chain.seed);
-        for (const Level& level : chain.levels) {
-            ExtendedKey child;
+    ExtendedKey child;
+    for (const auto& [seed, levels] : chains) {
+        ExtendedKey node = MasterOf(seed);
+        for (const Level& level : levels) {
             ASSERT_TRUE(DeriveChildKey(node, level.index, child));
             EXPECT_EQ(HexEncode(child.key), level.key);
             EXPECT_EQ(HexEncode(child.chain_code), level.chain_code);
             node = child;
         }
     }
-}
 
-TEST(ChildKeys, RefuseAParentOutsideTheGroup) {
-    ExtendedKey child;
     ExtendedKey parent;
     EXPECT_FALSE(DeriveChildKey(parent, 0, child)) << "zero has no public key";
     parent.key.fill(0xff);
@@ -120,15 +109,14 @@ TEST(ChildKeys, RefuseAParentOutsideTheGroup) {
 }
 
 TEST_F(KeyDerivation, TellsAPhraseFromWhatIsNone) {
-    struct Row {
+    const std::string eleven =
+        "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon";
+    const struct {
         std::string phrase;
         bool valid;
         const char* why;
-    };
-    const std::string eleven =
-        "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon";
-    const Row rows[] = {
-        {kPhrase, true, "zero entropy, published"},
+    } rows[] = {
+        {kTestPhrase, true, "zero entropy, published"},
         {"legal winner thank year wave sausage worth useful legal winner thank yellow", true, "published"},
         {"letter advice cage absurd amount doctor acoustic avoid letter advice cage above", true,
          "published"},
@@ -149,12 +137,9 @@ TEST_F(KeyDerivation, TellsAPhraseFromWhatIsNone) {
         {eleven + " aboutaboutabout", false, "longer than every word"},
         {eleven + std::string(" about\0", 7), false, "a zero byte"},
         {eleven + " \xc3\xa4\x62out", false, "a letter outside ASCII"},
-        // BIP39's own vector of twenty-four words: legal there, refused here.
-        {"abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon "
-         "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon art",
-         false, "twenty-four words"},
+        {eleven + " abandon " + eleven + " art", false, "twenty-four words, legal in BIP39 and refused here"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         wallet_keys.mnemonic = row.phrase;
         EXPECT_EQ(ValidateMnemonic(), row.valid) << row.why;
     }
@@ -176,23 +161,29 @@ TEST_F(KeyDerivation, EveryPathIsItsFiveLevels) {
     const KeyPath paths[] = {ReceivePath(0),   ReceivePath(7), ReceivePath(0x7fffffff),   kIdentityPath,
                              kEncryptionPath,  kOrdinalsPath,  ReceivePath(kHardenedBit), {0, 1, 2, 3, 4},
                              {~0u, 0, 0, 0, 0}};
+    std::string wanted;
     for (const KeyPath& path : paths) {
         ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
         EXPECT_EQ(private_hex, PrivateByLevels(path));
-        std::string wanted;
         ASSERT_TRUE(PublicKeyFromPrivate(private_hex, wanted));
         EXPECT_EQ(public_hex, wanted);
         EXPECT_EQ(address, AddressFromPublicKey(wanted));
     }
+    std::string error = "old";
+    ASSERT_TRUE(RefreshDerivedKeys());
+    ASSERT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error));
+    EXPECT_EQ(private_hex, PrivateByLevels(kEncryptionPath));
+    ASSERT_TRUE(PublicKeyFromPrivate(private_hex, wanted));
+    EXPECT_EQ(public_hex, wanted);
+    EXPECT_EQ(error, "");
 }
 
 TEST_F(KeyDerivation, AnotherTextIsAnotherWallet) {
     ASSERT_TRUE(DeriveAtPath(kIdentityPath, private_hex, public_hex, address));
     const std::string lower = address;
-    std::string upper_phrase(kPhrase);
-    std::transform(upper_phrase.begin(), upper_phrase.end(), upper_phrase.begin(),
-                   [](char c) { return c == ' ' ? c : static_cast<char>(c - 32); });
-    std::string wide_phrase(kPhrase);
+    std::string upper_phrase(kTestPhrase), wide_phrase(kTestPhrase);
+    std::ranges::transform(upper_phrase, upper_phrase.begin(),
+                           [](char c) { return c == ' ' ? c : static_cast<char>(c - 32); });
     wide_phrase.insert(7, " ");
     for (const std::string& phrase : {upper_phrase, wide_phrase}) {
         Use(phrase);
@@ -234,10 +225,14 @@ TEST_F(KeyDerivation, RefreshFillsTheAddressesAndClampsShow) {
     EXPECT_EQ(DeriveOrdAddress(), "1Hyoxs2Lp5dKW95bFyKh2JCtwsuS8PqML8");
 
     wallet_keys.mnemonic.clear();
+    std::string error;
+    EXPECT_FALSE(DeriveEncryptionKey(public_hex, private_hex, error));
+    EXPECT_EQ(error, "could not derive Pouch encryption key");
     EXPECT_FALSE(RefreshDerivedKeys()) << "a cached master key does not stand in for the words";
     EXPECT_EQ(DeriveOrdAddress(), "");
-    for (const std::string& field : {wallet_keys.pub, wallet_keys.address, wallet_keys.identity_pub,
-                                     wallet_keys.identity_address, std::string(wallet_keys.priv)}) {
+    for (const std::string& field :
+         {wallet_keys.pub, wallet_keys.address, wallet_keys.identity_pub, wallet_keys.identity_address,
+          std::string(wallet_keys.priv), public_hex, std::string(private_hex)}) {
         EXPECT_EQ(field, "");
     }
 }
@@ -265,45 +260,20 @@ TEST_F(KeyDerivation, ALegacyWalletDerivesNothing) {
     EXPECT_EQ(FindOwnedHash(Hash160{}), nullptr) << "a text that is no address owns no hash";
 }
 
-TEST_F(KeyDerivation, EncryptionKeyIsAPairOfItsPath) {
-    ASSERT_TRUE(RefreshDerivedKeys());
-    std::string error = "old";
-    ASSERT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error));
-    EXPECT_EQ(private_hex, PrivateByLevels(kEncryptionPath));
-    std::string wanted;
-    ASSERT_TRUE(PublicKeyFromPrivate(private_hex, wanted));
-    EXPECT_EQ(public_hex, wanted);
-    EXPECT_EQ(error, "");
-
-    wallet_keys.mnemonic.clear();
-    EXPECT_FALSE(DeriveEncryptionKey(public_hex, private_hex, error));
-    EXPECT_EQ(error, "could not derive Pouch encryption key");
-    EXPECT_TRUE(public_hex.empty() && private_hex.empty());
-}
-
-// The list as it has to be, from the paths alone.
-std::vector<std::string> ListedByPaths() {
-    std::vector<std::string> wanted;
+// The list has to be what the paths lead to.
+void ExpectListed(const char* when) {
+    SCOPED_TRACE(when);
+    const std::vector<OwnedAddress>& list = OwnedAddresses();
+    ASSERT_EQ(list.size(), wallet_keys.recv[1] + 2);
     SecretString private_hex;
     std::string public_hex, address;
-    for (uint32_t i = 0; i <= wallet_keys.recv[1]; ++i) {
-        DeriveAtPath(ReceivePath(i), private_hex, public_hex, address);
-        wanted.push_back(address);
-    }
-    DeriveAtPath(kIdentityPath, private_hex, public_hex, address);
-    wanted.push_back(address);
-    return wanted;
-}
-
-void ExpectListed(const char* when) {
-    const std::vector<std::string> wanted = ListedByPaths();
-    const std::vector<OwnedAddress>& list = OwnedAddresses();
-    ASSERT_EQ(list.size(), wanted.size()) << when;
     for (std::size_t i = 0; i < list.size(); ++i) {
-        EXPECT_EQ(list[i].address, wanted[i]) << when;
-        EXPECT_EQ(FindOwnedAddress(wanted[i]), &list[i]) << when;
-        EXPECT_EQ(FindOwnedHash(list[i].hash), &list[i]) << when;
-        EXPECT_EQ(list[i].path, i + 1 < list.size() ? ReceivePath(static_cast<uint32_t>(i)) : kIdentityPath);
+        const KeyPath path = i + 1 < list.size() ? ReceivePath(static_cast<uint32_t>(i)) : kIdentityPath;
+        EXPECT_EQ(list[i].path, path);
+        ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
+        EXPECT_EQ(list[i].address, address);
+        EXPECT_EQ(FindOwnedAddress(address), &list[i]);
+        EXPECT_EQ(FindOwnedHash(list[i].hash), &list[i]);
     }
 }
 

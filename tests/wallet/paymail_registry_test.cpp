@@ -50,10 +50,8 @@ class PaymailRegistry : public testing::Test {
 
 TEST(PaymailName, KeepsOnlyWhatANameMayHold) {
     const struct {
-        const char* why;
-        const char* text;
-        const char* name;
-    } kRows[] = {
+        const char *why, *text, *name;
+    } rows[] = {
         {"bare", "ada", "ada"},
         {"at-sign, capitals and domain", "@Ada@pay.example", "ada"},
         {"every kind of leading mark", " $@ @ada", "ada"},
@@ -61,134 +59,90 @@ TEST(PaymailName, KeepsOnlyWhatANameMayHold) {
         {"bytes outside the set are dropped", "Bad Name!", "badname"},
         {"marks of a name stay", "a_b-c.9", "a_b-c.9"},
         {"a tab is dropped, though not stripped", "\tada\t", "ada"},
-        {"UTF-8 is dropped byte by byte",
-         "\xc3\x84"
-         "da",
-         "da"},
+        {"UTF-8 is dropped byte by byte", "\xc3\x84\x64\x61", "da"},
         {"two at-signs before, one behind", "@@pay.example@x", "pay.example"},
         {"marks alone leave nothing", "@$ ", ""},
         {"nothing before the second at-sign", "!@pay.example", ""},
     };
-    for (const auto& row : kRows) EXPECT_EQ(SanitizePaymailName(row.text), row.name) << row.why;
+    for (const auto& row : rows) EXPECT_EQ(SanitizePaymailName(row.text), row.name) << row.why;
 }
 
 TEST(PaymailAddress, IsToldByItsShapeAlone) {
-    const struct {
-        std::string text;
-        bool answer;
-    } kRows[] = {
-        {kAddress, true},
-        {std::string(26, '1'), true},
-        {std::string(25, '1'), false},
-        {std::string(35, '1'), true},
-        {std::string(36, '1'), false},
-        {"3" + std::string(29, '1'), false},
-        {std::string(29, '1') + "_", false},
-        {"", false},
-    };
-    for (const auto& row : kRows) EXPECT_EQ(LooksLikeAddress(row.text), row.answer) << row.text;
-}
-
-TEST_F(PaymailRegistry, RefusalsLeaveTheFileAlone) {
-    const std::string taken = std::string("ada@") + kPaymailDomain + " is already taken";
-    const struct {
-        const char* why;
-        json document;
-        std::string name, key, text;
-    } kRows[] = {
-        {"nothing usable", json::object(), "@!", kAda, "need a paymail name (letters, numbers, _ - .)"},
-        {"no key", json::object(), "ada", "", "no Pouch identity pubkey"},
-        {"of another identity", {{"names", {{"ada", {{"pubkey", kBob}}}}}}, "Ada", kAda, taken},
-        {"eleventh label",
-         {{"names", Names(10, kAda)}},
-         "ada",
-         kAda,
-         "paymail quota reached (10 free labels per identity)"},
-        {"the key's case does not matter",
-         {{"names", Names(10, kAda)}},
-         "ada",
-         kAdaUpper,
-         "paymail quota reached (10 free labels per identity)"},
-        {"twenty-first of a dev",
-         {{"names", Names(20, kAda)}, {"host_role", "dev"}},
-         "ada",
-         kAda,
-         "paymail quota reached (20 free labels per identity)"},
-        {"a role that buys nothing",
-         {{"names", Names(10, kAda)}, {"host_role", "operator"}},
-         "ada",
-         kAda,
-         "paymail quota reached (10 free labels per identity)"},
-    };
-    for (const auto& row : kRows) {
-        Put(row.document);
-        EXPECT_EQ(RegisterPaymail(row.name, row.key, kAddress), row.text) << row.why;
-        EXPECT_EQ(Get(), row.document) << row.why;
+    for (const std::string& text : {std::string(kAddress), std::string(26, '1'), std::string(35, '1')}) {
+        EXPECT_TRUE(LooksLikeAddress(text)) << text;
+    }
+    for (const std::string& text : {std::string(25, '1'), std::string(36, '1'), "3" + std::string(29, '1'),
+                                    std::string(29, '1') + "_", std::string()}) {
+        EXPECT_FALSE(LooksLikeAddress(text)) << text;
     }
 }
 
-TEST_F(PaymailRegistry, GrantsWhatIsFreeOrOwned) {
-    const json full = Names(10, kAda);
-    json with_text = Names(9, kAda);
-    with_text["n9"] = kAda;  // no object, so no label
-    json ownerless = full;
-    ownerless["ada"] = {{"address", "1Old"}};
+TEST_F(PaymailRegistry, GrantsLabelsUpToTheQuotaOfTheRole) {
+    const json granted = {{"pubkey", kAdaUpper}, {"address", kAddress}};
     const struct {
-        const char* why;
-        json document;
-        std::string name;
-    } kRows[] = {
-        {"tenth label", {{"names", Names(9, kAda)}}, "ada"},
-        {"only objects count", {{"names", with_text}}, "ada"},
-        {"others' labels do not count", {{"names", Names(30, kBob)}}, "ada"},
-        {"twentieth of a dev", {{"names", Names(19, kAda)}, {"host_role", "dev"}}, "ada"},
-        {"an architect has no limit", {{"names", Names(60, kAda)}, {"host_role", "architect"}}, "ada"},
-        {"an own name at a full quota", {{"names", full}}, "n3"},
-        {"a name without a key is anybody's, quota or not", {{"names", ownerless}}, "ada"},
-    };
-    for (const auto& row : kRows) {
-        Put(row.document);
-        EXPECT_EQ(RegisterPaymail(row.name, kAda, kAddress), "") << row.why;
-        const json entry = {{"pubkey", kAda}, {"address", kAddress}};
-        EXPECT_EQ(Get()["names"][row.name], entry) << row.why;
-        EXPECT_EQ(Get()["self"], row.name) << row.why;
+        const char* role;
+        int held;
+        std::string holder, limit;  // `limit`: the one that refuses
+    } rows[] = {{"", 9, kAda, ""},          {"", 10, kAda, "10"},    {"", 30, kBob, ""},
+                {"dev", 19, kAda, ""},      {"dev", 20, kAda, "20"}, {"operator", 10, kAda, "10"},
+                {"architect", 60, kAda, ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.role + std::to_string(row.held));
+        json document = {{"names", Names(row.held, row.holder)}, {"host_role", row.role}};
+        document["names"]["text"] = kAda;  // no object, so no label
+        Put(document);
+        const std::string answer = RegisterPaymail("ada", kAdaUpper, kAddress);
+        if (!row.limit.empty()) {
+            EXPECT_EQ(answer, "paymail quota reached (" + row.limit + " free labels per identity)");
+            EXPECT_EQ(Get(), document);
+            continue;
+        }
+        EXPECT_EQ(answer, "");
+        EXPECT_EQ(Get()["names"]["ada"], granted);
+        EXPECT_EQ(Get()["self"], "ada");
     }
+
+    json names = Names(10, kAda);
+    names["free"] = {{"address", "1Old"}};
+    names["bob"] = {{"pubkey", kBob}};
+    Put({{"names", names}});
+    EXPECT_EQ(RegisterPaymail("n3", kAdaUpper, kAddress), "") << "an own name at a full quota";
+    EXPECT_EQ(RegisterPaymail("free", kAdaUpper, kAddress), "") << "nobody's: quota or not";
+    EXPECT_EQ(Get()["names"]["free"], granted);
+    const json before = Get();
+    EXPECT_EQ(RegisterPaymail("Bob", kAda, kAddress),
+              std::string("bob@") + kPaymailDomain + " is already taken");
+    EXPECT_EQ(RegisterPaymail("@!", kAda, kAddress), "need a paymail name (letters, numbers, _ - .)");
+    EXPECT_EQ(RegisterPaymail("n3", "", kAddress), "no Pouch identity pubkey");
+    EXPECT_EQ(Get(), before);
 }
 
 TEST_F(PaymailRegistry, ANewEntryTakesOverOrdinalAndAvatar) {
     const json other = {{"pubkey", kAdaUpper}, {"ord", "aa_0"}, {"avatar", "bb_0"}};
     const json own = {{"pubkey", kAda}, {"ord", "cc_0"}, {"avatar", "dd_0"}, {"ordAddress", kOrdAddress}};
     const json silent = {{"pubkey", kAda}, {"ord", 7}, {"avatar", ""}};
+    const json avatars = {{kAda, "ee_0"}};
+    const json foreign = {{"pubkey", kBob}, {"ord", "aa_0"}, {"avatar", "bb_0"}};
     const struct {
         const char* why;
-        json document;
-        json ord, avatar;
-    } kRows[] = {
-        {"its own come first",
-         {{"names", {{"a", other}, {"ada", own}}}, {"avatars", {{kAda, "ee_0"}}}},
-         "cc_0",
-         "dd_0"},
-        {"then the identity's avatar, and the first ordinal",
-         {{"names", {{"a", silent}, {"b", other}}}, {"avatars", {{kAda, "ee_0"}}}},
+        json names, avatars, ord, avatar;
+    } rows[] = {
+        {"its own come first", {{"a", other}, {"ada", own}}, avatars, "cc_0", "dd_0"},
+        {"then the identity's avatar, the first ordinal",
+         {{"a", silent}, {"b", other}},
+         avatars,
          "aa_0",
          "ee_0"},
-        {"then the first avatar of another entry",
-         {{"names", {{"a", silent}, {"b", other}, {"c", own}}}, {"avatars", "none"}},
-         "aa_0",
-         "bb_0"},
-        {"never those of another identity",
-         {{"names", {{"b", {{"pubkey", kBob}, {"ord", "aa_0"}, {"avatar", "bb_0"}}}}}},
-         nullptr,
-         nullptr},
+        {"then another entry's", {{"a", silent}, {"b", other}, {"c", own}}, "none", "aa_0", "bb_0"},
+        {"never those of another identity", {{"b", foreign}}, nullptr, nullptr, nullptr},
     };
-    for (const auto& row : kRows) {
-        Put(row.document);
-        EXPECT_EQ(RegisterPaymail("ada", kAdaUpper, ""), "") << row.why;
-        const json entry = Get()["names"]["ada"];
-        EXPECT_EQ(entry.value("ord", json()), row.ord) << row.why;
-        EXPECT_EQ(entry.value("avatar", json()), row.avatar) << row.why;
-        EXPECT_EQ(entry["pubkey"], kAdaUpper) << row.why;
-        EXPECT_FALSE(entry.contains("ordAddress") || entry.contains("address")) << row.why;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Put({{"names", row.names}, {"avatars", row.avatars}});
+        EXPECT_EQ(RegisterPaymail("ada", kAdaUpper, ""), "");
+        json expected = {{"pubkey", kAdaUpper}};
+        if (!row.ord.is_null()) expected.update({{"ord", row.ord}, {"avatar", row.avatar}});
+        EXPECT_EQ(Get()["names"]["ada"], expected);
     }
 }
 
@@ -200,7 +154,7 @@ TEST_F(PaymailRegistry, FindsTheNameOfAnIdentity) {
         const char* why;
         json document;
         std::string key, name;
-    } kRows[] = {
+    } rows[] = {
         {"self of this identity", {{"names", names}, {"self", "@Cat"}}, kAdaUpper, "cat"},
         {"self of another: the smallest, the shorter first", {{"names", names}, {"self", "a"}}, kAda, "be"},
         {"self that is no entry", {{"names", names}, {"self", "dog"}}, kAda, "be"},
@@ -210,7 +164,7 @@ TEST_F(PaymailRegistry, FindsTheNameOfAnIdentity) {
         {"no key", {{"names", {{"x", json::object()}}}}, "", ""},
         {"no names", {{"names", json::array({1})}, {"self", "ada"}}, kAda, ""},
     };
-    for (const auto& row : kRows) {
+    for (const auto& row : rows) {
         Put(row.document);
         EXPECT_EQ(FindNameForPubkey(row.key), row.name) << row.why;
     }
@@ -220,7 +174,7 @@ TEST_F(PaymailRegistry, KeepsTheHostRole) {
     const struct {
         const char* role;
         json before, after;
-    } kRows[] = {
+    } rows[] = {
         {"Operator", {{"self", "a"}}, {{"self", "a"}, {"host_role", "operator"}}},
         {"architect", {{"host_role", "dev"}}, {{"host_role", "architect"}}},
         {"agent", {{"host_role", 3}}, {{"host_role", "agent"}}},
@@ -228,7 +182,7 @@ TEST_F(PaymailRegistry, KeepsTheHostRole) {
         {"emperor", {{"host_role", "dev"}}, json::object()},
         {"", {{"host_role", "dev"}}, json::object()},
     };
-    for (const auto& row : kRows) {
+    for (const auto& row : rows) {
         Put(row.before);
         SetHostRole(row.role);
         EXPECT_EQ(Get(), row.after) << row.role;
@@ -279,32 +233,30 @@ TEST_F(PaymailRegistry, AgreesWithTheWalletsAvatar) {
 }
 
 TEST_F(PaymailRegistry, ReadsAnyFileAsSomething) {
-    const std::string kContents[] = {
+    const std::string contents[] = {
         "",
         "{",
         "[1,2]",
         "\"text\"",
         "null",
         "\xff\xfe",
-        R"({"names":"x","self":{},"avatars":7,"host_role":[]})",
-        R"({"names":{"ada":{"pubkey":1,"ord":{},"avatar":[]}, "b":null, "":{"pubkey":"x"}},"avatars":[]})",
         std::string(100'000, '['),
-    };
-    for (const std::string& content : kContents) {
-        const std::string shown = content.substr(0, 60);
+        R"({"names":"x","self":{},"avatars":7,"host_role":[]})",
+        R"({"names":{"ada":{"pubkey":1,"ord":{},"avatar":[]}, "b":null, "":{"pubkey":"x"}},"avatars":[]})"};
+    for (const std::string& content : contents) {
+        SCOPED_TRACE(content.substr(0, 60));
         SetIdentity(kAda, "av_0");
-        const auto put = [&] { WriteFile(FilePath(), content); };
-        put();
-        EXPECT_EQ(FindNameForPubkey(kAda), "") << shown;
+        WriteFile(FilePath(), content);
+        EXPECT_EQ(FindNameForPubkey(kAda), "");
         SetOrdAddress(kOrdAddress);
         SetHostRole("dev");
-        EXPECT_EQ(Get()["host_role"], "dev") << shown;
-        put();
-        EXPECT_EQ(SyncAvatar(), "") << shown;
-        EXPECT_EQ(Get()["avatars"][kAda], "av_0") << shown;
-        put();
-        EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "") << shown;
-        EXPECT_EQ(FindNameForPubkey(kAda), "ada") << shown;
+        EXPECT_EQ(Get()["host_role"], "dev");
+        WriteFile(FilePath(), content);
+        EXPECT_EQ(SyncAvatar(), "");
+        EXPECT_EQ(Get()["avatars"][kAda], "av_0");
+        WriteFile(FilePath(), content);
+        EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "");
+        EXPECT_EQ(FindNameForPubkey(kAda), "ada");
     }
     RemoveFile(FilePath());
     std::filesystem::create_directory(FilePath());
@@ -318,12 +270,11 @@ TEST_F(PaymailRegistry, PicksUpTheFileOfAnOlderInstallation) {
     std::filesystem::current_path(program.Path());
     MakeFolders("userinfo");
     const json old = {{"names", {{"ada", {{"pubkey", kAda}}}}}};
-    const std::string old_text = old.dump();
-    WriteFile("userinfo/orvane_paymail.json", old_text);
+    WriteFile("userinfo/orvane_paymail.json", old.dump());
 
     EXPECT_EQ(FindNameForPubkey(kAda), "ada");
     EXPECT_EQ(Get(), old) << "moved into the store by the first look";
-    EXPECT_EQ(ReadFile("userinfo/orvane_paymail.json"), old_text) << "and left where it was";
+    EXPECT_EQ(ReadFile("userinfo/orvane_paymail.json"), old.dump()) << "and left where it was";
     WriteFile(FilePath(), "broken");
     EXPECT_EQ(FindNameForPubkey(kAda), "") << "a broken file of the store is a file all the same";
     std::filesystem::current_path(before);

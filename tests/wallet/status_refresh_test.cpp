@@ -23,7 +23,6 @@ namespace {
 
 using nlohmann::json;
 using sandbox::Fault;
-using sandbox::FaultKind;
 using sandbox::Service;
 
 constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
@@ -33,19 +32,12 @@ class Events {
   public:
     Events() {
         Install([this](std::string_view line) {
-            const std::lock_guard lock(mutex_);
             lines_.emplace_back(line);
             std::ranges::replace(lines_.back(), '\x1f', '|');
         });
     }
     ~Events() { Install(nullptr); }
-    Events(const Events&) = delete;
-    Events& operator=(const Events&) = delete;
-
-    std::vector<std::string> Take() {
-        const std::lock_guard lock(mutex_);
-        return std::exchange(lines_, {});
-    }
+    std::vector<std::string> Take() { return std::exchange(lines_, {}); }
 
   private:
     static void Install(WalletHook hook) {
@@ -53,9 +45,10 @@ class Events {
         wallet_event_hook = std::move(hook);
     }
 
-    std::mutex mutex_;
     std::vector<std::string> lines_;
 };
+
+json ReadJson(const std::string& path) { return json::parse(ReadFile(path).value_or(""), nullptr, false); }
 
 std::string IdentityKey() {
     const WalletLock lock(wallet_mutex);
@@ -65,9 +58,9 @@ std::string IdentityKey() {
 struct StatusRefreshTest : testing::Test {
     // The paymail host's requests whose target contains `part`.
     int64_t Asked(std::string_view part) const {
-        const auto requests = remote.box.Requests(Service::kPaymail);
-        return std::ranges::count_if(
-            requests, [part](const std::string& request) { return request.find(part) != std::string::npos; });
+        return std::ranges::count_if(remote.box.Requests(Service::kPaymail), [&](const std::string& request) {
+            return request.find(part) != std::string::npos;
+        });
     }
 
     void Reply(std::string_view path, int status, const std::string& body, int times = -1) {
@@ -85,11 +78,6 @@ struct StatusRefreshTest : testing::Test {
         remote.box.ClearRequests();
     }
 
-    json Registry() const {
-        return json::parse(ReadFile(wallet.StorePath("/orvane_paymail.json")).value_or("null"), nullptr,
-                           false);
-    }
-
     WalletFixture wallet;
     SandboxFixture remote;
 };
@@ -104,11 +92,8 @@ TEST(PaymailHandle, IsCutAndFoldedButNotFiltered) {
 // so a missing bar or a field too many is refused.
 TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
     const struct {
-        const char* alias;
-        const char* published_as;
-        const char* avatar;
-        const char* ord_address;
-    } kRows[] = {
+        std::string alias, published_as, avatar, ord_address;
+    } rows[] = {
         {"eve", "eve", "", ""},
         {"@Eve2@pay.example", "eve2", "aabb_0", ""},
         {"eve3", "eve3", "", kAddress},
@@ -116,7 +101,7 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
     };
     std::string upper = IdentityKey();
     for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    for (const auto& row : kRows) {
+    for (const auto& row : rows) {
         EXPECT_EQ(ClaimPaymail(row.alias, upper, wallet.ReceiveAddress(0), row.avatar, row.ord_address), "")
             << row.alias;
         const auto published = remote.box.Identity(row.published_as);
@@ -138,7 +123,7 @@ TEST_F(StatusRefreshTest, ARefusedClaimSaysWhy) {
         const char* why;
         int status;
         std::string body, text;
-    } kRows[] = {
+    } rows[] = {
         {"the host's own words", 400, R"({"error":"name is reserved"})", "name is reserved"},
         {"limited, with words", 429, R"({"error":"slow down"})", "slow down"},
         {"limited, without", 429, "Too Many Requests", kRateLimitText},
@@ -148,7 +133,7 @@ TEST_F(StatusRefreshTest, ARefusedClaimSaysWhy) {
         {"no object", 400, R"(["error"])", "HTTP 400 – [\"error\"]"},
         {"no JSON", 503, "busy", "HTTP 503 – busy"},
     };
-    for (const auto& row : kRows) {
+    for (const auto& row : rows) {
         remote.box.ClearFaults();
         remote.box.ClearRequests();
         Reply("/claim", row.status, row.body);
@@ -175,19 +160,18 @@ TEST_F(StatusRefreshTest, ClaimsOnceAndAsksForTheRoleEachTime) {
     EXPECT_NE(published->ord_address, "");
 
     const std::string handle = std::string("ada@") + kPaymailDomain;
-    const std::vector<std::string> status_and_name = {"[OV-POUCH]|status|" + address + "|12345|hd",
-                                                      "[OV-POUCH]|paymail|" + handle};
+    const std::vector<std::string> told = {"[OV-POUCH]|status|" + address + "|12345|hd",
+                                           "[OV-POUCH]|paymail|" + handle};
     std::vector<std::string> lines = events.Take();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("[OV-POUCH]"); });
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_TRUE(std::equal(lines.begin(), lines.begin() + 2, status_and_name.begin()));
+    lines.resize(2);
+    EXPECT_EQ(lines, told);
     EXPECT_EQ(PublishedHandle(), handle);
 
     // A claim that fails is made again; one whose fields changed, too.
     Reply("/claim", 500, "", 1);
-    ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
-    ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
-    ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
+    for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
     EXPECT_EQ(Asked("POST /api/paymail/claim"), 3);
     ClaimIfChanged("ada", IdentityKey(), kAddress, "avatar_0", "");
     EXPECT_EQ(Asked("POST /api/paymail/claim"), 4);
@@ -202,10 +186,9 @@ TEST_F(StatusRefreshTest, SaysThatNothingIsKnownWhenNoListingAnswers) {
     remote.box.AddFault(Service::kChain, down);
     remote.box.AddFault(Service::kOrdinals, down);
     remote.box.AddFault(Service::kIndexer, down);
-    const StatusResult result = StatusRefresh();
-    EXPECT_FALSE(result.chain_ok);
-    const std::vector<std::string> lines = events.Take();
-    EXPECT_EQ(std::ranges::count(lines, "[OV-POUCH]|status|" + wallet.ReceiveAddress(0) + "|-|hd"), 1);
+    EXPECT_FALSE(StatusRefresh().chain_ok);
+    EXPECT_EQ(std::ranges::count(events.Take(), "[OV-POUCH]|status|" + wallet.ReceiveAddress(0) + "|-|hd"),
+              1);
 }
 
 TEST_F(StatusRefreshTest, StopsWithoutAWordWhenTheWalletChangesMeanwhile) {
@@ -250,7 +233,7 @@ TEST_F(StatusRefreshTest, TheHostsAnswerSetsTheRole) {
         int status;
         std::string body;
         json role;  // from "dev"
-    } kRows[] = {
+    } rows[] = {
         {"another role", 200, R"({"role":"Architect"})", "architect"},
         {"no role", 200, "{}", nullptr},
         {"a role that is no text", 200, R"({"role":7})", nullptr},
@@ -259,38 +242,32 @@ TEST_F(StatusRefreshTest, TheHostsAnswerSetsTheRole) {
         {"no object", 200, R"(["role"])", "dev"},
         {"cut short", 200, R"({"role":"ag)", "dev"},
     };
-    for (const auto& row : kRows) {
+    for (const auto& row : rows) {
         WriteFile(wallet.StorePath("/orvane_paymail.json"), R"({"host_role":"dev"})");
         remote.box.ClearFaults();
         Reply("/quota/", row.status, row.body);
         RefreshQuotaRole();
-        EXPECT_EQ(Registry().value("host_role", json()), row.role) << row.why;
+        EXPECT_EQ(ReadJson(wallet.StorePath("/orvane_paymail.json")).value("host_role", json()), row.role)
+            << row.why;
     }
 }
 
 TEST(PaymailSyncTest, ANamelessWalletTakesTheRegistrysNameAndIsSavedOnce) {
     const WalletFixture nameless("");
+    const WalletLock lock(wallet_mutex);
     Events events;
-    const std::string identity_pub = IdentityKey();
-    const auto registry_path = nameless.StorePath("/orvane_paymail.json");
     const auto wallet_path = nameless.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
-    WriteFile(registry_path, json{{"names", {{"grace", {{"pubkey", identity_pub}}}}}}.dump());
-    {
-        const WalletLock lock(wallet_mutex);
-        PaymailSync(/*announce=*/true);
-        EXPECT_EQ(wallet_keys.paymail, "grace");
-    }
+    const json registry = {{"names", {{"grace", {{"pubkey", wallet_keys.identity_pub}}}}}};
+    WriteFile(nameless.StorePath("/orvane_paymail.json"), registry.dump());
+    PaymailSync(/*announce=*/true);
+    EXPECT_EQ(wallet_keys.paymail, "grace");
     const std::vector<std::string> announced = {std::string("[OV-POUCH]|paymail|grace@") + kPaymailDomain};
     EXPECT_EQ(events.Take(), announced);
-    const json saved = json::parse(ReadFile(wallet_path).value_or(""), nullptr, false);
-    EXPECT_EQ(saved.value("paymail", ""), "grace");
-    EXPECT_EQ(json::parse(*ReadFile(nameless.StorePath("/wallets.json")))["wallets"][0]["name"], "grace");
+    EXPECT_EQ(ReadJson(wallet_path).value("paymail", ""), "grace");
+    EXPECT_EQ(ReadJson(nameless.StorePath("/wallets.json"))["wallets"][0]["name"], "grace");
 
     WriteFile(wallet_path, "marker");
-    {
-        const WalletLock lock(wallet_mutex);
-        PaymailSync(/*announce=*/true);
-    }
+    PaymailSync(/*announce=*/true);
     EXPECT_EQ(ReadFile(wallet_path), "marker") << "a wallet that has its name is not saved again";
     EXPECT_EQ(events.Take(), std::vector<std::string>{});
 }
@@ -298,21 +275,21 @@ TEST(PaymailSyncTest, ANamelessWalletTakesTheRegistrysNameAndIsSavedOnce) {
 TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnly) {
     const WalletFixture wallet("@Ada@Pay.Example");
     const auto path = wallet.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
+    const auto registry_path = wallet.StorePath("/orvane_paymail.json");
     const auto before = ReadFile(path);
     const WalletLock lock(wallet_mutex);
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "ada");
     EXPECT_EQ(ReadFile(path), before);
-    const json registry = json::parse(*ReadFile(wallet.StorePath("/orvane_paymail.json")));
-    EXPECT_EQ(registry["self"], "ada");
+    EXPECT_EQ(ReadJson(registry_path)["self"], "ada");
 
     // A name that another identity holds stays in the wallet, and out of the registry.
     wallet_keys.paymail = "bob";
     const json taken = {{"names", {{"bob", {{"pubkey", "02ff"}}}}}};
-    WriteFile(wallet.StorePath("/orvane_paymail.json"), taken.dump());
+    WriteFile(registry_path, taken.dump());
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "bob");
-    EXPECT_EQ(json::parse(*ReadFile(wallet.StorePath("/orvane_paymail.json")))["names"], taken["names"]);
+    EXPECT_EQ(ReadJson(registry_path)["names"], taken["names"]);
 }
 
 }  // namespace
