@@ -15,6 +15,7 @@
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tests/support/sealed_message.h"
+#include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/encodings.h"
 #include "wallet/ov_pouch_wallet.h"
@@ -64,13 +65,12 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
         sandbox::Sandbox box(options);
         ASSERT_TRUE(box.Start(error)) << error;
         SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
-        sandbox::PublishedIdentity identity;
-        identity.alias = "ada";
+        TestPlayer ada = MakePlayer("ada");
         {
             const WalletLock lock(wallet_mutex);
-            identity.pubkey = wallet_keys.identity_pub;
+            ada.public_hex = wallet_keys.identity_pub;
         }
-        box.Publish(identity);
+        box.Publish(IdentityOf(ada));
         ASSERT_TRUE(box.AppointArchitect("userinfo"));
         ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
 
@@ -79,16 +79,13 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
         sent.push_back(Send(SignedReport(std::string(2'000, 'x'))));
         EXPECT_EQ(told, sent);
 
-        const auto flip_last = [](std::string value) {
+        json changes = {{"ts", 1'790'000'001}, {"location", "lobby"}, {"handle", "eve"},  {"actor", "eve"},
+                        {"protocol", "other"}, {"sig", "AAAA"},       {"pmessage1", "00"}};
+        for (const char* const key : {"enc_pub", "wrap_to", "pubkey"}) {
+            std::string value = row[key].get<std::string>();
             value.back() = value.back() == '0' ? '1' : '0';
-            return value;
-        };
-        json changes = {{"ts", 1'790'000'001}, {"location", "lobby"},
-                        {"handle", "eve"},     {"actor", "eve"},
-                        {"protocol", "other"}, {"sig", "AAAA"},
-                        {"pmessage1", "00"},   {"enc_pub", flip_last(row["enc_pub"].get<std::string>())}};
-        changes["wrap_to"] = flip_last(row["wrap_to"].get<std::string>());
-        changes["pubkey"] = flip_last(row["pubkey"].get<std::string>());
+            changes[key] = value;
+        }
         for (const auto& [key, value] : changes.items()) {
             SCOPED_TRACE(key);
             json bent = row;
@@ -96,11 +93,12 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
             const std::string txid = Send(bent);
             ASSERT_FALSE(told.empty());
             EXPECT_EQ(told.back(), txid);
-            EXPECT_EQ(box.Reports().back().txid, txid);
-            EXPECT_NE(box.Reports().back().refusal, "");
-            EXPECT_EQ(box.Reports().back().text, "");
-            ++refused;
+            const sandbox::Report report = box.Reports().back();
+            EXPECT_EQ(report.txid, txid);
+            EXPECT_NE(report.refusal, "");
+            EXPECT_EQ(report.text, "");
         }
+        refused = changes.size();
         json elsewhere = row;
         elsewhere["to_handle"] = "bob";
         Send(elsewhere);

@@ -40,7 +40,7 @@ TEST(SeededBoard, HoldsGoodRowsOfTwoWeeksAndFourBadOnes) {
     const json ids = Get(kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=0")["txids"];
     std::map<int64_t, int> good_in_week;
     std::set<std::string> players;
-    int good = 0, forged = 0, foreign = 0, unread = 0;
+    int forged = 0, foreign = 0, unread = 0;
     for (const json& id : ids) {
         const json outputs = Get(kFamily + "/oi/tx/" + id.get<std::string>())["vout"];
         EXPECT_EQ(outputs[0]["scriptPubKey"]["addresses"], json::array({kArcadeWatchAddress}));
@@ -65,12 +65,10 @@ TEST(SeededBoard, HoldsGoodRowsOfTwoWeeksAndFourBadOnes) {
         } else if (Text(row, "game") != "brickfall") {
             ++foreign;
         } else {
-            ++good;
             ++good_in_week[week];
             players.insert(Text(row, "actor"));
         }
     }
-    EXPECT_GE(good, 30);
     EXPECT_EQ(players.size(), 12u);
     EXPECT_EQ(good_in_week.size(), 2u);
     EXPECT_GE(good_in_week[kMonday], 20);
