@@ -83,17 +83,6 @@ TEST_F(AppBinds, TheStartTakesTheBindOrTheOnlyWallet) {
     }
 }
 
-TEST_F(AppBinds, AnOldWalletIsMovedAndBoundAtTheFirstStart) {
-    Put("orvane_pouch.json", kHdWallet);
-    BindAtStart("", "");
-    EXPECT_TRUE(AppMode());
-    EXPECT_EQ(AppName(), "App");
-    EXPECT_EQ(AppInstance(), ".");
-    EXPECT_FALSE(WalletId().empty());
-    EXPECT_TRUE(FileExists(Path("binds/_.json")));
-    EXPECT_TRUE(IsConnected());
-}
-
 TEST_F(AppBinds, TwoFoldersOfAppsUseTwoWallets) {
     SetWalletId("a");
     EXPECT_EQ(BoundWalletId(), "a") << "no app: the field alone counts";
@@ -120,6 +109,14 @@ TEST_F(AppBinds, TwoFoldersOfAppsUseTwoWallets) {
 }
 
 TEST_F(AppBinds, ConnectedMeansABoundWalletWithWordsThatLoads) {
+    Put("orvane_pouch.json", kHdWallet);
+    BindAtStart("", "");
+    EXPECT_EQ(AppName() + AppInstance(), "App.");
+    EXPECT_TRUE(FileExists(Path("binds/_.json")));
+    EXPECT_TRUE(AppMode() && IsConnected()) << "the wallet of an old installation, moved";
+
+    StartAnew();
+    RemoveFile(Path("wallets.json"));
     BindAtStart("/one", "Brickfall");
     EXPECT_FALSE(IsConnected()) << "no bind";
     WriteBind("gone");
@@ -128,12 +125,6 @@ TEST_F(AppBinds, ConnectedMeansABoundWalletWithWordsThatLoads) {
     WriteBind("old");
     EXPECT_FALSE(IsConnected()) << "a wallet without words";
     EXPECT_FALSE(CurrentAddress().empty()) << "though it loads";
-
-    StartAnew();
-    Put("wallets/new/wallet.json", kHdWallet);
-    BindAtStart("/one", "Brickfall");
-    WriteBind("new");
-    EXPECT_TRUE(IsConnected());
 }
 
 }  // namespace

@@ -193,20 +193,6 @@ TEST_F(KeyDerivation, AnotherTextIsAnotherWallet) {
     }
 }
 
-TEST_F(KeyDerivation, TheSeedIsComputedOnceALoad) {
-    ASSERT_TRUE(DeriveAtPath(kIdentityPath, private_hex, public_hex, address));
-    const std::string first = address;
-    // Were the words asked again, the new ones would lead elsewhere.
-    wallet_keys.mnemonic = "zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong";
-    ASSERT_TRUE(DeriveAtPath(kIdentityPath, private_hex, public_hex, address));
-    EXPECT_EQ(address, first);
-    wallet_keys.master_cached = false;
-    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), private_hex, public_hex, address)) << "the seed is still there";
-    wallet_keys.master_cached = wallet_keys.seed_cached = false;
-    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), private_hex, public_hex, address));
-    EXPECT_EQ(private_hex, PrivateByLevels(ReceivePath(0))) << "no node of the former seed is used";
-}
-
 TEST_F(KeyDerivation, RefreshFillsTheAddressesAndClampsShow) {
     wallet_keys.recv = {0, 4, 0, 0, 0, 3};
     wallet_keys.show = 9;

@@ -200,12 +200,9 @@ TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
     ASSERT_TRUE(LoadWallet());
     AddKeysOfWallet(needles);
 
-    struct Row {
-        const char* before;
-        const char* behind;
-        const char* why;
-    };
-    const Row rows[] = {
+    const struct {
+        const char *before, *behind, *why;
+    } rows[] = {
         {kHdBegin, " about\"}", "a word too many"},
         {kHdBegin, "\",\"backup\":5}", "a wrong type behind the words"},
         {kHdBegin, "\",\"contacts\":[{\"dest\":5}]}", "a wrong type in a list"},
@@ -220,7 +217,7 @@ TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
         {"{\"mnemonic\":5,\"mnemonic\":\"", "\",\"mnemonic\":5}", "a key three times"},
         {"", "", "no JSON at all"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         ClearWalletState();
         WriteWallet(row.before, Phrase(), row.behind);
         EXPECT_FALSE(LoadWallet()) << row.why;

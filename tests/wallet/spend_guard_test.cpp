@@ -242,13 +242,12 @@ TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
     EXPECT_TRUE(pending_outputs.empty()) << "taken at that moment, once";
     const std::string owners[] = {receive0, receive2, receive2, identity, receive2};
     for (std::size_t i = 0; i < inputs.size(); ++i) {
-        const SpendInput& input = inputs[i];
         std::string pub;
-        EXPECT_TRUE(PublicKeyFromPrivate(input.priv, pub));
-        EXPECT_EQ(pub, input.pub);
-        EXPECT_EQ(AddressFromPublicKey(pub), owners[i]) << "input " << i;  // receive2 is the current address
-        EXPECT_EQ(Base58CheckEncode(input.hash), owners[i]);
-        EXPECT_TRUE(input.script_sig.empty());
+        EXPECT_TRUE(PublicKeyFromPrivate(inputs[i].priv, pub));
+        EXPECT_EQ(pub, inputs[i].pub);
+        EXPECT_EQ(AddressFromPublicKey(pub), owners[i]) << "input " << i;
+        EXPECT_EQ(Base58CheckEncode(inputs[i].hash), owners[i]);
+        EXPECT_TRUE(inputs[i].script_sig.empty());
     }
 }
 
@@ -294,13 +293,11 @@ class GuardNetwork : public SpendGuard {
 };
 
 TEST_F(GuardNetwork, AScanCountsWhatItsListingNames) {
-    // "A" to "D" stand for ids, "?" for a fine element of the token listing.
+    // "A" to "C" stand for ids of these digits.
     const struct {
-        const char* why;
-        const char* outputs;
-        const char* tokens;  // nullptr: refused
+        const char *why, *outputs, *tokens;  // no tokens: refused
         bool ok;
-        const char* keys;  // letters of the ids
+        const char* keys;
     } rows[] = {
         {"plain outputs", R"([{"txid":"A","origin":null},{"txid":"B"}])", "[]", true, ""},
         {"inscriptions", R"([{"txid":"A","origin":"x"},{"txid":"B","origin":{"outpoint":"y"}},7])", "[]",
@@ -315,23 +312,21 @@ TEST_F(GuardNetwork, AScanCountsWhatItsListingNames) {
         {"no JSON", "[", "[]", false, ""},
         {"tokens", "[]", R"([{"txid":"A","spend":""},{"txid":"B"},{"txid":"C","spend":"x"},7])", true, "AB"},
         {"up to a wrong type", "[]", R"([{"txid":"A"},{"txid":"B","vout":true},{"txid":"C"}])", true, "A"},
-        {"tokens refused", R"([{"txid":"A","origin":"x"}])", nullptr, true, "A"},
+        {"tokens refused", R"([{"txid":"A","origin":"x"}])", "", true, "A"},
         {"tokens no list", R"([{"txid":"A","origin":"x"}])", R"({"txid":"B"})", true, "A"},
     };
-    const auto id = [](char letter) { return TestTxid(static_cast<uint32_t>(letter)); };
-    const auto with_ids = [&](std::string text) {
-        for (const char c : {'A', 'B', 'C'}) text = Replace(text, {'"', c, '"'}, '"' + id(c) + '"');
+    const auto with_ids = [](std::string text) {
+        for (const char* id : {"A", "B", "C"}) {
+            text = Replace(text, "\"" + std::string(id) + "\"", "\"" + std::string(64, *id) + "\"");
+        }
         return text;
     };
     for (const auto& row : rows) {
         services.box.ClearFaults();
         Reply(Service::kOrdinals, "/txos/address/", 200, with_ids(row.outputs));
-        Reply(Service::kOrdinals, "/bsv20/", row.tokens == nullptr ? 500 : 200,
-              with_ids(row.tokens == nullptr ? "" : row.tokens));
+        Reply(Service::kOrdinals, "/bsv20/", row.tokens[0] == 0 ? 500 : 200, with_ids(row.tokens));
         std::set<std::string> keys{"left over"}, expected;
-        for (const char* letter = row.keys; *letter != 0; ++letter) {
-            expected.insert(OutpointKey(id(*letter), 0));
-        }
+        for (const char id : std::string(row.keys)) expected.insert(OutpointKey(std::string(64, id), 0));
         EXPECT_EQ(ScanOrdinals(wallet.ReceiveAddress(0), keys), row.ok) << row.why;
         EXPECT_EQ(keys, expected) << row.why;
     }

@@ -258,19 +258,17 @@ TEST_F(WalletFileTest, SummaryLooksIntoTheFileWithoutLoading) {
 }
 
 TEST(ContactDest, IsBareOrAnAddress) {
-    const std::string domain = kPaymailDomain;
+    const std::string domain = kPaymailDomain, capitals(25, 'A');
     const std::pair<std::string, std::string> rows[] = {
-        {"", ""},
         {"@", ""},
         {" @$@ Bob\t", "bob"},
+        {"\vbob", "\vbob"},
         {"Bob@" + domain, "bob"},
         {"Bob@" + domain + "@" + domain, "bob@" + domain + "@" + domain},
-        {"bob@elsewhere.example", "bob@elsewhere.example"},
         {"bob@" + domain + "x", "bob@" + domain + "x"},
         {"@" + domain, domain},
-        {"1" + std::string(24, 'A'), "1" + std::string(24, 'a')},
-        {"$1" + std::string(25, 'A'), "1" + std::string(25, 'A')},
-        {"\vbob", "\vbob"},
+        {"$1" + capitals, "1" + capitals},
+        {"1" + capitals.substr(1), "1" + std::string(24, 'a')},
     };
     for (const auto& [text, wanted] : rows) EXPECT_EQ(NormalizeContactDest(text), wanted) << text;
 }
