@@ -386,6 +386,8 @@ TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
     const std::string paid = PayArcadeScore(kArcadeWatchAddress, DumpRow(row));
     WaitForWorkers();
     ASSERT_TRUE(paid.starts_with("success: ")) << paid;
+    EXPECT_EQ(story.box.BalanceOf(kArcadeWatchAddress), kMarkerSats);
+    EXPECT_EQ(story.box.BalanceOf(address), 100'000 - kMarkerSats - story.box.TotalFees());
     const std::string txid = paid.substr(9);
     story.wallet.clock.AdvanceMs(2'000);
     story.Recorded(txid);
