@@ -95,15 +95,18 @@ bool WriteFile(const std::string& path, std::string_view content) {
     return file.Close() && written;
 }
 
-bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content) {
+bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content,
+                 Flush flush) {
     FileDescriptor file(OpenForWriting(temporary));
     if (!file) return false;
-    const bool written = WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0;
+    const bool written =
+        WriteAll(file.Get(), content) && (flush == Flush::kLater || ::fsync(file.Get()) == 0);
     if (!file.Close() || !written) return false;
     if (::rename(temporary.c_str(), path.c_str()) != 0) {
         ::unlink(temporary.c_str());
         return false;
     }
+    if (flush == Flush::kLater) return true;
     // The move itself reaches the disk with the folder's entry; a folder that cannot be synced is no failure.
     const std::string folder = std::filesystem::path(path).parent_path().string();
     FileDescriptor parent(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -24,10 +24,14 @@ std::optional<SecretString> ReadSecretFile(const std::string& path);
 // A plain truncating write. False when the file cannot be opened or not all of it could be written.
 bool WriteFile(const std::string& path, std::string_view content);
 
+// Whether a new content waits for the disk, some ten milliseconds, so that it outlives a loss of power.
+enum class Flush { kNow, kLater };
+
 // Writes `temporary`, flushes it to the disk and moves it over `path` in one step, so that a reader sees the
 // old content or the new, whole. On failure `path` is as it was. A write that fails leaves the temporary
 // file, a move that fails removes it.
-bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content);
+bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content,
+                 Flush flush = Flush::kNow);
 
 // Creates the folder with all its parents; true when it is there afterwards.
 bool MakeFolders(const std::string& path);

@@ -81,7 +81,9 @@ void OnScroll(int id, int32_t position) {
     } else if (id == kControlSoundVolume) {
         sfx_vol = position;
     }
-    SaveUiSettings();
+    // A drag saves at each step, perhaps beside a running game: none of its frames waits for the disk. The
+    // last save of the program, with the window's place, does.
+    SaveUiSettings(Flush::kLater);
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ FlowDriver MakeDriver() {
     driver.run.any_tool_window_open = AnyToolWindowOpen;
     driver.run.play_effect = PlayEffect;
     driver.run.record_local_score = [](const std::string& txid) {
-        RecordLocalScore(ui_doc, shell.run.final_score, txid, SaveUiSettings);
+        RecordLocalScore(ui_doc, shell.run.final_score, txid, [] { SaveUiSettings(); });
     };
     driver.run.key_down = [](GameKey key) { return KeyIsDown(PlatformKey(key)); };
     driver.confirm = [](std::string_view title, std::string_view question) {

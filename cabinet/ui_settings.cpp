@@ -47,7 +47,7 @@ void LoadUiSettings() {
     TakeVolume("sfx_vol", sfx_vol);
 }
 
-void SaveUiSettings() {
+void SaveUiSettings(Flush flush) {
     ui_doc["music"] = music_on.load();
     ui_doc["sfx"] = sfx_on.load();
     ui_doc["music_vol"] = music_vol.load();
@@ -56,7 +56,7 @@ void SaveUiSettings() {
     // whole file.
     const std::string path = SettingsPath();
     const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
-    if (!ReplaceFile(path, temporary, StoreDump(ui_doc))) RemoveFile(temporary);
+    if (!ReplaceFile(path, temporary, StoreDump(ui_doc), flush)) RemoveFile(temporary);
 }
 
 }  // namespace brickfall

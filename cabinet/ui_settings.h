@@ -4,11 +4,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/files.h"
+
 namespace brickfall {
 
 extern nlohmann::json& ui_doc;  // always an object
 
 void LoadUiSettings();  // at start-up; anything wrong with the file leaves the defaults
-void SaveUiSettings();  // with the present sound values; a failure is silent
+// With the present sound values; a failure is silent.
+void SaveUiSettings(Flush flush = Flush::kNow);
 
 }  // namespace brickfall

@@ -247,7 +247,7 @@ void Session::MakeDriver() {
     run.any_tool_window_open = [] { return false; };
     run.play_effect = [](std::span<const int>, std::span<const int>) {};
     run.record_local_score = [this](const std::string& txid) {
-        RecordLocalScore(ui_doc, run_.final_score, txid, SaveUiSettings);
+        RecordLocalScore(ui_doc, run_.final_score, txid, [] { SaveUiSettings(); });
     };
     run.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_held_ : right_held_; };
     driver_.confirm = [](std::string_view, std::string_view question) {
