@@ -55,52 +55,43 @@ ExtendedKey MasterOf(std::string_view seed_hex) {
 }
 
 TEST(ChildKeys, AreThoseOfThePublishedVectorsAndOfNoParentOutsideTheGroup) {
-    struct Level {
-        uint32_t index;
-        std::string key, chain_code;
-    };
-    // BIP32, test vectors 1, 2 and 4; the last keeps the leading zero byte of its first child.
-    const std::pair<std::string, std::vector<Level>> chains[] = {
+    // BIP32, test vectors 1, 2 and 4; the last keeps the leading zero byte of its first child. The chain
+    // codes in between show in the keys below them.
+    const struct {
+        std::string seed;
+        std::vector<std::pair<uint32_t, std::string>> levels;
+        std::string last_chain_code;
+    } chains[] = {
         {"000102030405060708090a0b0c0d0e0f",
-         {{kHardenedBit, "edb2e14f9ee77d26dd93b4ecede8d16ed408ce149b6cd80b0715a2d911a0afea",
-           "47fdacbd0f1097043b78c63c20c34ef4ed9a111d980047ad16282c7ae6236141"},
-          {1, "3c6cb8d0f6a264c91ea8b5030fadaa8e538b020f0a387421a12de9319dc93368",
-           "2a7857631386ba23dacac34180dd1983734e444fdbf774041578e9b6adb37c19"},
-          {2 | kHardenedBit, "cbce0d719ecf7431d88e6a89fa1483e02e35092af60c042b1df2ff59fa424dca",
-           "04466b9cc8e161e966409ca52986c584f07e9dc81f735db683c3ff6ec7b1503f"},
-          {2, "0f479245fb19a38a1954c5c7c0ebab2f9bdfd96a17563ef28a6a4b1a2a764ef4",
-           "cfb71883f01676f587d023cc53a35bc7f88f724b1f8c2892ac1275ac822a3edd"},
-          {1'000'000'000, "471b76e389e528d6de6d816857e012c5455051cad6660850e58372a6c3e6e7c8",
-           "c783e67b921d2beb8f6b389cc646d7263b4145701dadd2161548a8b078e65e9e"}}},
-        {"fffcf9f6f3f0edeae7e4e1dedbd8d5d2cfccc9c6c3c0bdbab7b4b1aeaba8a5a29f9c999693908d8a8784817e7b7875726f6"
-         "c696663605d5a5754514e4b484542",
-         {{0, "abe74a98f6c7eabee0428f53798f0ab8aa1bd37873999041703c742f15ac7e1e",
-           "f0909affaa7ee7abe5dd4e100598d4dc53cd709d5a5c2cac40e7412f232f7c9c"},
-          {2'147'483'647 | kHardenedBit, "877c779ad9687164e9c2f4f0f4ff0340814392330693ce95a58fe18fd52e6e93",
-           "be17a268474a6bb9c61e1d720cf6215e2a88c5406c4aee7b38547f585c9a37d9"},
-          {1, "704addf544a06e5ee4bea37098463c23613da32020d604506da8c0518e1da4b7",
-           "f366f48f1ea9f2d1d3fe958c95ca84ea18e4c4ddb9366c336c927eb246fb38cb"},
-          {2'147'483'646 | kHardenedBit, "f1c7c871a54a804afe328b4c83a1c33b8e5ff48f5087273f04efa83b247d6a2d",
-           "637807030d55d01f9a0cb3a7839515d796bd07706386a6eddf06cc29a65a0e29"},
-          {2, "bb7d39bdb83ecf58f2fd82b6d918341cbef428661ef01ab97c28a4842125ac23",
-           "9452b549be8cea3ecb7a84bec10dcfd94afe4d129ebfd3b3cb58eedf394ed271"}}},
+         {{kHardenedBit, "edb2e14f9ee77d26dd93b4ecede8d16ed408ce149b6cd80b0715a2d911a0afea"},
+          {1, "3c6cb8d0f6a264c91ea8b5030fadaa8e538b020f0a387421a12de9319dc93368"},
+          {2 | kHardenedBit, "cbce0d719ecf7431d88e6a89fa1483e02e35092af60c042b1df2ff59fa424dca"},
+          {2, "0f479245fb19a38a1954c5c7c0ebab2f9bdfd96a17563ef28a6a4b1a2a764ef4"},
+          {1'000'000'000, "471b76e389e528d6de6d816857e012c5455051cad6660850e58372a6c3e6e7c8"}},
+         "c783e67b921d2beb8f6b389cc646d7263b4145701dadd2161548a8b078e65e9e"},
+        {"fffcf9f6f3f0edeae7e4e1dedbd8d5d2cfccc9c6c3c0bdbab7b4b1aeaba8a5a29f9c999693908d8a8784817e7b7875726f"
+         "6c696663605d5a5754514e4b484542",
+         {{0, "abe74a98f6c7eabee0428f53798f0ab8aa1bd37873999041703c742f15ac7e1e"},
+          {2'147'483'647 | kHardenedBit, "877c779ad9687164e9c2f4f0f4ff0340814392330693ce95a58fe18fd52e6e93"},
+          {1, "704addf544a06e5ee4bea37098463c23613da32020d604506da8c0518e1da4b7"},
+          {2'147'483'646 | kHardenedBit, "f1c7c871a54a804afe328b4c83a1c33b8e5ff48f5087273f04efa83b247d6a2d"},
+          {2, "bb7d39bdb83ecf58f2fd82b6d918341cbef428661ef01ab97c28a4842125ac23"}},
+         "9452b549be8cea3ecb7a84bec10dcfd94afe4d129ebfd3b3cb58eedf394ed271"},
         {"3ddd5602285899a946114506157c7997e5444528f3003f6134712147db19b678",
-         {{kHardenedBit, "00d948e9261e41362a688b916f297121ba6bfb2274a3575ac0e456551dfd7f7e",
-           "cdc0f06456a14876c898790e0b3b1a41c531170aec69da44ff7b7265bfe7743b"},
-          {1 | kHardenedBit, "3a2086edd7d9df86c3487a5905a1712a9aa664bce8cc268141e07549eaa8661d",
-           "a48ee6674c5264a237703fd383bccd9fad4d9378ac98ab05e6e7029b06360c0d"}}},
+         {{kHardenedBit, "00d948e9261e41362a688b916f297121ba6bfb2274a3575ac0e456551dfd7f7e"},
+          {1 | kHardenedBit, "3a2086edd7d9df86c3487a5905a1712a9aa664bce8cc268141e07549eaa8661d"}},
+         "a48ee6674c5264a237703fd383bccd9fad4d9378ac98ab05e6e7029b06360c0d"},
     };
     ExtendedKey child;
-    for (const auto& [seed, levels] : chains) {
-        ExtendedKey node = MasterOf(seed);
-        for (const Level& level : levels) {
-            ASSERT_TRUE(DeriveChildKey(node, level.index, child));
-            EXPECT_EQ(HexEncode(child.key), level.key);
-            EXPECT_EQ(HexEncode(child.chain_code), level.chain_code);
+    for (const auto& chain : chains) {
+        ExtendedKey node = MasterOf(chain.seed);
+        for (const auto& [index, key] : chain.levels) {
+            ASSERT_TRUE(DeriveChildKey(node, index, child));
+            EXPECT_EQ(HexEncode(child.key), key);
             node = child;
         }
+        EXPECT_EQ(HexEncode(node.chain_code), chain.last_chain_code);
     }
-
     ExtendedKey parent;
     EXPECT_FALSE(DeriveChildKey(parent, 0, child)) << "zero has no public key";
     parent.key.fill(0xff);

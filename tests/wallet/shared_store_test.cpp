@@ -22,6 +22,7 @@ namespace brickfall {
 namespace {
 
 using nlohmann::json;
+using Lines = std::vector<std::string>;
 
 const std::string kRegistryWriter = BRICKFALL_BINARY_DIR "/tests/registry_writer";
 
@@ -37,37 +38,32 @@ class SharedStore : public ::testing::Test {
     const TempUserData user_data_;
 };
 
-std::vector<std::string> Described(const std::vector<WalletInfo>& wallets) {
-    std::vector<std::string> lines;
+Lines Described(const std::vector<WalletInfo>& wallets) {
+    Lines lines;
     for (const WalletInfo& wallet : wallets) lines.push_back(wallet.id + "=" + wallet.name);
     return lines;
 }
 
 TEST_F(SharedStore, ARegistryOfAnyBytesReadsAsAnObjectWithAListOfWallets) {
-    const std::string deep =
+    const std::string deep =  // a copy of it would exhaust the stack
         R"({"wallets": [{"id": "a"}], "x": )" + std::string(200'000, '[') + std::string(200'000, ']') + "}";
-    using Wallets = std::vector<std::string>;
-    const std::pair<std::string, Wallets> rows[] = {
-        {"", {}},
-        {R"([{"id": "a"}])", {}},
-        {R"({"wallets": [{"id": "a"}], "act)", {}},
-        {R"({"wallets": [{"id": "a"}]} {})", {}},
-        {"{\"wallets\": [{\"id\": \"a\xff\"}]}", {}},
-        {deep, {}},  // a copy of it would exhaust the stack
-        {R"({"wallets": {"id": "a"}})", {}},
-        {R"({"wallets": null})", {}},
-        {R"({"wallets": [{"id": "a", "name": "One"}, {"id": "b"}]})", {"a=One", "b=b"}},
-        {R"({"wallets": [7, "a", null, [], {}, {"id": 5}, {"id": "", "name": "x"}, {"name": "y"},
-             {"id": "c", "name": 1e300}, {"id": "d", "name": ""}, {"id": "c", "name": "twice"}]})",
-         {"c=c", "d=d", "c=twice"}},
-    };
-    for (const auto& [content, wallets] : rows) {
+    const auto listed = [this](const std::string& content) {
         SCOPED_TRACE(content.substr(0, 100));
         Put("wallets.json", content);
         const json registry = ReadRegistry();
         EXPECT_TRUE(registry.is_object() && registry.at("wallets").is_array());
-        EXPECT_EQ(Described(ListWallets()), wallets);
+        return Described(ListWallets());
+    };
+    for (const std::string& broken :
+         {std::string(), std::string(R"([{"id": "a"}])"), std::string(R"({"wallets": [{"id": "a"}], "act)"),
+          std::string(R"({"wallets": [{"id": "a"}]} {})"), std::string(R"({"wallets": {"id": "a"}})"),
+          std::string(R"({"wallets": null})"), std::string("{\"wallets\": [{\"id\": \"a\xff\"}]}"), deep}) {
+        EXPECT_EQ(listed(broken), Lines{}) << broken.substr(0, 100);
     }
+    EXPECT_EQ(listed(R"({"wallets": [{"id": "a", "name": "One"}, {"id": "b"}]})"), (Lines{"a=One", "b=b"}));
+    EXPECT_EQ(listed(R"({"wallets": [7, "a", null, [], {}, {"id": 5}, {"id": "", "name": "x"}, {"name": "y"},
+                  {"id": "c", "name": 1e300}, {"id": "d", "name": ""}, {"id": "c", "name": "twice"}]})"),
+              (Lines{"c=c", "d=d", "c=twice"}));
     EXPECT_EQ(WalletDisplayName("d"), "d") << "listed without a name";
     EXPECT_EQ(WalletDisplayName("unlisted"), "unlisted");
     RemoveFile(Path("wallets.json"));
@@ -198,12 +194,11 @@ TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
         ended = RunAndKillAt(stops);
         const json registry = json::parse(Content("wallets.json"), nullptr, false);
         ASSERT_TRUE(registry.is_object()) << "killed at stop " << stops;
-        const std::vector<std::string> wallets =
-            Described(ListWallets());  // would wait for a lock left behind
-        if (wallets == std::vector<std::string>{"a=a"}) {
+        const Lines wallets = Described(ListWallets());  // would wait for a lock left behind
+        if (wallets == Lines{"a=a"}) {
             ++without_entry;
         } else {
-            EXPECT_EQ(wallets, (std::vector<std::string>{"a=a", "killed0=n"})) << "killed at stop " << stops;
+            EXPECT_EQ(wallets, (Lines{"a=a", "killed0=n"})) << "killed at stop " << stops;
             ++with_entry;
         }
     }

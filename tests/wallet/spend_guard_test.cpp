@@ -103,65 +103,61 @@ TEST_F(SpendGuard, AnOutageLastsTwentySecondsFromTheLastFailedScan) {
 TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
     const std::string tail = std::string("/reserves_") + kTestWalletId + ".json";
     const std::string upper_id = "ABCDEF" + std::string(58, '0'), id = "abcdef" + std::string(58, '0');
-    // Rows of a file's list; "@" stands for the outpoint in upper case and with a colon.
-    struct Row {
-        const char* rows;
-        bool reserved;
-    };
-    const Row emporium[] = {
-        {R"({"utxo":"@"})", true},
-        {R"({"utxo":"@","exp":1})", true},
-        {R"(7,{},{"utxo":""},"x",{"utxo":"@"})", true},
-        {R"({"utxo":"x_1"})", false},
-        {R"({"utxo":"@"},{"utxo":7})", true},                 // before a malformed row
-        {R"({"utxo":"x","listing":1},{"utxo":"@"})", false},  // behind one
-        {R"({"utxo":"@","exp":"never"})", false},
-        {R"({"utxo":"@","origin":null})", false},
-    };
-    const Row gallery[] = {
-        {R"({"pic_utxo":"@","exp":0})", true},  // no end
-        {R"({"pic_utxo":"@"})", true},
-        {R"({"pic_utxo":"@","exp":1789999999})", false},
-        {R"({"pic_utxo":"@","exp":1790000000})", true},  // now
-        {R"({"pic_utxo":"@","exp":1e300})", true},
-        {R"({"pic_utxo":"@","exp":-1e300})", true},
-        {R"({"pic_utxo":"x","cert_utxo":"@"})", true},
-        {R"({"pic_utxo":"","cert_utxo":"@"})", false},
-        {R"({"pic_utxo":"@","exp":5},{"pic_utxo":"@","exp":2000000000})", true},
-        {R"({"pic_utxo":"@","pic":"p","cert":"c","price_sats":-1,"spot":1e300})", true},
-        {R"({"spot":true},{"pic_utxo":"@"})", false},  // behind a malformed row
-    };
-    const auto check = [&](const std::string& shop, bool (*is_reserved)(std::string_view, uint32_t),
-                           const std::string& document, bool reserved) {
-        Write(shop + tail, Replace(document, "@", upper_id + ":3"));
-        EXPECT_EQ(is_reserved(id, 3), reserved) << document;
-        EXPECT_FALSE(is_reserved(id, 4)) << document;
+    // "@" stands for the outpoint in upper case and with a colon.
+    const auto check = [&](bool emporium, const std::string& document) {
+        Write((emporium ? "/emporium" : "/gallery") + tail, Replace(document, "@", upper_id + ":3"));
+        auto* const reserved = emporium ? IsEmporiumReserved : IsGalleryReserved;
+        EXPECT_FALSE(reserved(id, 4)) << document;
+        return reserved(id, 3);
     };
     const auto list = [](const char* rows) { return R"({"reserves":[)" + std::string(rows) + "]}"; };
-    for (const Row& row : emporium) check("/emporium", IsEmporiumReserved, list(row.rows), row.reserved);
-    for (const Row& row : gallery) check("/gallery", IsGalleryReserved, list(row.rows), row.reserved);
+    for (const char* rows : {R"({"utxo":"@"})", R"({"utxo":"@","exp":1})", R"({"utxo":"@"},{"utxo":7})",
+                             R"(7,{},{"utxo":""},"x",{"utxo":"@"})"}) {
+        EXPECT_TRUE(check(true, list(rows))) << rows;
+    }
+    // Nothing counts from the first malformed row on.
+    for (const char* rows : {R"({"utxo":"x_1"})", R"({"utxo":"x","listing":1},{"utxo":"@"})",
+                             R"({"utxo":"@","exp":"never"})", R"({"utxo":"@","origin":null})"}) {
+        EXPECT_FALSE(check(true, list(rows))) << rows;
+    }
     for (const char* broken :
          {R"({"reserves":[{"utxo":"@"})", R"([{"utxo":"@"}])", R"({"reserves":{"utxo":"@"}})"}) {
-        check("/emporium", IsEmporiumReserved, broken, false);
+        EXPECT_FALSE(check(true, broken)) << broken;
+    }
+    // The clock stands at 1790000000; an end of 0, or none, is no end.
+    for (const char* rows : {R"({"pic_utxo":"@","exp":0})", R"({"pic_utxo":"@"})",
+                             R"({"pic_utxo":"@","exp":1790000000})", R"({"pic_utxo":"@","exp":1e300})",
+                             R"({"pic_utxo":"@","exp":-1e300})", R"({"pic_utxo":"x","cert_utxo":"@"})",
+                             R"({"pic_utxo":"@","exp":5},{"pic_utxo":"@","exp":2000000000})",
+                             R"({"pic_utxo":"@","pic":"p","cert":"c","price_sats":-1,"spot":1e300})"}) {
+        EXPECT_TRUE(check(false, list(rows))) << rows;
+    }
+    for (const char* rows : {R"({"pic_utxo":"@","exp":1789999999})", R"({"pic_utxo":"","cert_utxo":"@"})",
+                             R"({"spot":true},{"pic_utxo":"@"})"}) {
+        EXPECT_FALSE(check(false, list(rows))) << rows;
     }
 }
 
-TEST_F(SpendGuard, FilesOfOtherProgramsAreNamedByTheWalletId) {
+TEST_F(SpendGuard, FilesAreNamedByTheWalletId) {
     const std::string locks = R"({"utxos":["ABC_0","",7,null,"d"]})";
     const std::string rows = R"({"reserves":[{"utxo":")" + TestTxid(1) + R"(_0"}]})";
+    const std::string long_name(90, 'n'), identity = wallet.IdentityAddress();
     const struct {
-        std::string wallet_id, offer_name, reserve_name;
-    } names[] = {{"w-1_A", "w-1_A", "w-1_A"},
-                 {"a.b/c", "abc", "a_b_c"},
-                 {"..", "none", "__"},
-                 {"", "none", "none"},
-                 {std::string(70, 'n'), std::string(70, 'n'), std::string(64, 'n')}};
+        std::string wallet_id, cache_id, offer_name, reserve_name;
+    } names[] = {
+        {"w-1_A", "w_1_A", "w-1_A", "w-1_A"},
+        {"../a.b c", "___a_b_c", "abc", "___a_b_c"},
+        {"\xC3\xA9", "__", "none", "__"},
+        {"", identity, "none", "none"},
+        {long_name, long_name.substr(10), long_name, long_name.substr(26)},
+    };
     std::vector<std::string> list;
     for (const auto& name : names) {
         SCOPED_TRACE(name.wallet_id);
         const std::string offers = "/gallery/offer_locks_" + name.offer_name + ".json";
         const std::string reserves = "/emporium/reserves_" + name.reserve_name + ".json";
         SetWalletId(name.wallet_id);
+        EXPECT_EQ(WalletCacheId(), name.cache_id);
         Write(offers, locks);
         Write(reserves, rows);
         LoadOfferLocks(list);
@@ -172,6 +168,9 @@ TEST_F(SpendGuard, FilesOfOtherProgramsAreNamedByTheWalletId) {
         LoadOfferLocks(list);
         EXPECT_TRUE(list.empty());
     }
+    SetWalletId("");
+    ClearWalletState();
+    EXPECT_EQ(WalletCacheId(), "wallet");
 }
 
 TEST_F(SpendGuard, WhatWasSpentStaysSpentAcrossARestart) {

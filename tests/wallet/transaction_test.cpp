@@ -241,22 +241,5 @@ TEST(SignInput, EveryInputSatisfiesTheChain) {
     EXPECT_EQ(inputs[0].script_sig, before);
 }
 
-TEST(SignDigest, RefusesWhatIsNoKey) {
-    const std::string keys[] = {
-        "",
-        std::string(kPriv).substr(2),
-        std::string(kPriv) + "00",
-        "x" + std::string(kPriv).substr(1),
-        std::string(64, '0'),
-        "fffffffffffffffffffffffffffffffebaaedce6af48a03bbfd25e8cd0364141",  // the order itself
-        std::string(64, 'f'),
-    };
-    for (const std::string& key : keys) {
-        ByteBuffer der{1};
-        EXPECT_FALSE(SignDigest(key, Hash256{}, der)) << key;
-        EXPECT_TRUE(der.empty()) << key;
-    }
-}
-
 }  // namespace
 }  // namespace brickfall

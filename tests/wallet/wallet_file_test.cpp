@@ -223,38 +223,32 @@ TEST_F(WalletFileTest, HintsFollowTheFile) {
 }
 
 TEST_F(WalletFileTest, SummaryLooksIntoTheFileWithoutLoading) {
-    const struct {
-        std::string document;
-        bool known;
-        std::string address, name;
-        bool is_hd;
-    } rows[] = {
-        {R"({"mnemonic":"any words","address":"A","paymail":"ada"})", true, "A", "ada", true},
-        {R"({"priv":"k","address":"B"})", true, "B", "", false},
-        {R"({"priv":"k","paymail":5})", true, "", "", false},
-        {R"({"priv":"k","address":5})", false, "", "", false},
-        {R"({"mnemonic":5,"address":"A"})", false, "", "", false},
-        {R"({"address":"A"})", false, "", "", false},
-        {"[]", false, "", "", false},
+    // Told as address, name and kind.
+    const auto summary = [] {
+        std::string address = "old", paymail = "old";
+        bool is_hd = true;
+        const bool known = WalletSummary(address, paymail, is_hd);
+        return address + "|" + paymail + "|" + (is_hd ? "hd" : known ? "legacy" : "none");
     };
-    std::string address, paymail;
-    bool is_hd = false;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.document);
+    const std::string handle = std::string("ada@") + kPaymailDomain;
+    const std::pair<std::string, std::string> rows[] = {
+        {R"({"mnemonic":"any words","address":"A","paymail":"ada"})", "A|" + handle + "|hd"},
+        {R"({"priv":"k","address":"B"})", "B||legacy"},
+        {R"({"priv":"k","paymail":5})", "||legacy"},
+        {R"({"priv":"k","address":5})", "||none"},
+        {R"({"mnemonic":5,"address":"A"})", "||none"},
+        {R"({"address":"A"})", "||none"},
+        {"[]", "||none"},
+    };
+    for (const auto& [document, told] : rows) {
         ClearWalletState();
-        WriteFile(WalletFilePath(), row.document);
-        EXPECT_EQ(WalletSummary(address, paymail, is_hd), row.known);
-        EXPECT_EQ(address, row.address);
-        EXPECT_EQ(paymail, row.name.empty() ? "" : row.name + "@" + kPaymailDomain);
-        EXPECT_EQ(is_hd, row.is_hd);
+        WriteFile(WalletFilePath(), document);
+        EXPECT_EQ(summary(), told) << document;
         EXPECT_TRUE(wallet_keys.address.empty()) << "it was loaded";
     }
     ASSERT_TRUE(LoadHd({{"paymail", "ada"}}));
     RemoveFile(WalletFilePath());
-    EXPECT_TRUE(WalletSummary(address, paymail, is_hd)) << "from memory";
-    EXPECT_EQ(address, kAddress0);
-    EXPECT_EQ(paymail, std::string("ada@") + kPaymailDomain);
-    EXPECT_TRUE(is_hd);
+    EXPECT_EQ(summary(), kAddress0 + ("|" + handle + "|hd")) << "from memory";
 }
 
 TEST(ContactDest, IsBareOrAnAddress) {
