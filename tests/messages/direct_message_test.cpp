@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <openssl/rand.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -113,18 +112,17 @@ std::string ContentKeyText() {
 TEST(Sealing, KnownAnswers) {
     const std::string head = "42494531039c7a3a75b43dfa0c28c911a4ff1ff157a176116c4e4d00ca15fead57b4806c03";
     const std::pair<std::string, std::string> rows[] = {
-        {"", head + "25c194809ddb7910b5da8ba602cc0d1737af7114b05f2d2ee9f9bbafe0d601102f8bc440cbeee8df6704a29c"
-                    "24a68802"},
-        {std::string(15, 'r'), head +
-                                   "95b6ec369dbf2ace919ebd37a9f47507ba62b4d7350bca3f5c86213a6fb5931be413b23"
-                                   "8a938cb1edfa2587a460c841f"},
-        {std::string(16, 'r'), head +
-                                   "eefa2e1843a930bea1a48ad3dea65b6599ad98fce8be06b0ee1538a3bcfb46dd4ff7490"
-                                   "617708dce53211bb719a5024a1bda1bb81eeff5c81f04857fd11640de"},
+        {"",
+         "25c194809ddb7910b5da8ba602cc0d1737af7114b05f2d2ee9f9bbafe0d601102f8bc440cbeee8df6704a29c24a68802"},
+        {std::string(15, 'r'),
+         "95b6ec369dbf2ace919ebd37a9f47507ba62b4d7350bca3f5c86213a6fb5931be413b238a938cb1edfa2587a460c841f"},
+        {std::string(16, 'r'),
+         "eefa2e1843a930bea1a48ad3dea65b6599ad98fce8be06b0ee1538a3bcfb46dd4ff7490617708dce53211bb719a5024a"
+         "1bda1bb81eeff5c81f04857fd11640de"},
     };
-    for (const auto& [data, sealed] : rows) {
+    for (const auto& [data, tail] : rows) {
         const FixedDraws draws({kEphemeral});
-        EXPECT_EQ(Seal(data), sealed);
+        EXPECT_EQ(Seal(data), head + tail);
     }
     const FixedDraws draws({kEphemeral});
     const std::string long_text(2'000, 'r');
@@ -171,15 +169,6 @@ TEST(Sealing, ADrawOfZeroIsDrawnAgainUpToEightTimes) {
     draws.push_front(kZero);
     EXPECT_EQ((FixedDraws(draws), Seal(ContentKeyText())), "");
     EXPECT_EQ((FixedDraws({kZero, kFailure}), Seal("")), "");
-}
-
-TEST(Sealing, EverySizeOpensAgain) {
-    for (std::size_t size = 0; size <= 2'000; size += size < 34 ? 1 : 983) {
-        std::string text(size, '\0');
-        for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7);
-        EXPECT_EQ(OpenSealed(Seal(text), kRecipientPrivate), text);
-        EXPECT_EQ(OpenPart(Part(text), ContentKeyText()), text);
-    }
 }
 
 // A working folder and a wallet named "ada"; no key is known.
@@ -360,11 +349,8 @@ TEST_F(DirectMessage, FileAndMemoryTheNewerKeyWins) {
 TEST_F(DirectMessage, WhatIsStoredStandsInItsFile) {
     StoreEncryptionKey("@Bob", " 0x" + kRecipient, 7);
     EXPECT_EQ(ReadFile(FileOf("bob")), kRecipient + "\n7\n");
-    struct stat status = {};
-    ASSERT_EQ(::stat("userinfo", &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0700u);
-    ASSERT_EQ(::stat(FileOf("bob").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::filesystem::status("userinfo").permissions(), std::filesystem::perms(0700));
+    EXPECT_EQ(std::filesystem::status(FileOf("bob")).permissions(), std::filesystem::perms(0600));
 
     StoreEncryptionKey("bob", kOwn, 6);
     EXPECT_EQ(ReadFile(FileOf("bob")), kRecipient + "\n7\n") << "an older key";

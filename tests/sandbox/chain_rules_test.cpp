@@ -134,7 +134,7 @@ void MirrorS(Workshop& shop) {
 
 void PadR(Workshop& shop) {
     shop.Script().insert(shop.Script().begin() + 5, 0);
-    for (const std::size_t length : {0, 2, 4}) ++shop.Script()[length];
+    for (const std::size_t length : {0u, 2u, 4u}) ++shop.Script()[length];
 }
 
 void CutHashType(Workshop& shop) {

@@ -55,11 +55,7 @@ Answer Post(const std::string& url, const json& body) {
     return answer;
 }
 
-Fault Of(FaultKind kind) {
-    Fault fault;
-    fault.kind = kind;
-    return fault;
-}
+Fault Of(FaultKind kind, int64_t delay_ms = 0) { return {kind, 500, "", "", {}, delay_ms, -1, ""}; }
 
 std::string OwnKey() {
     const WalletLock lock(wallet_mutex);
@@ -342,11 +338,7 @@ TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
 // What the other kinds do to payments and to the board stands in the stories.
 TEST_F(ServiceTest, FaultsChangeAnswersAsTold) {
     const std::string all = AddressUrl("/unspent/all");
-    Fault limit;
-    limit.status = 429;
-    limit.times = 2;
-    limit.path_contains = "/unspent/all";
-    box.AddFault(Service::kChain, limit);
+    box.AddFault(Service::kChain, {FaultKind::kReply, 429, "", "", {}, 0, /*times=*/2, "/unspent/all"});
     EXPECT_TRUE(Get(AddressUrl("/unspent")).good) << "another path";
     EXPECT_TRUE(Get(kOrdinals + "/txos/address/" + receive + "/unspent").good) << "another service";
     for (const bool good : {false, false, true}) EXPECT_EQ(Get(all).good, good) << "twice";
@@ -361,10 +353,8 @@ TEST_F(ServiceTest, FaultsChangeAnswersAsTold) {
 }
 
 TEST_F(ServiceTest, ConcurrentRequestsDoNotHoldUpAStop) {
-    Fault late = Of(FaultKind::kDelay);
-    late.delay_ms = 3'600'000;
     box.AddFault(Service::kChain, Of(FaultKind::kNoAnswer));
-    box.AddFault(Service::kPaymail, late);
+    box.AddFault(Service::kPaymail, Of(FaultKind::kDelay, 3'600'000));
     std::atomic<int> answered = 0;
     std::vector<std::thread> clients;
     for (const std::string& url : {AddressUrl("/unspent"), kFamily + "/api/paymail/quota/x"}) {

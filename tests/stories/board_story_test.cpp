@@ -36,12 +36,7 @@ constexpr char kNoneYet[] = "No scores posted yet.";
 constexpr char kIndexerList[] = "/oi/oracle/brickfall/txids?limit=2000&offset=0";
 const std::string kWatch = std::string("/v1/bsv/main/address/") + kArcadeWatchAddress;
 
-Fault Drop(std::string path = "") {
-    Fault fault;
-    fault.kind = FaultKind::kDrop;
-    fault.path_contains = std::move(path);
-    return fault;
-}
+Fault Drop(std::string path = "") { return {FaultKind::kDrop, 0, "", "", {}, 0, -1, std::move(path)}; }
 
 std::string ListBody(const std::vector<std::string>& txids) { return json{{"txids", txids}}.dump(); }
 

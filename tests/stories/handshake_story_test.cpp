@@ -143,13 +143,13 @@ TEST_F(HandshakeStory, ApprovedThenUsedThenUnbound) {
     EXPECT_EQ(permissions(WalletFilePath()), perms(0600));
     EXPECT_EQ(permissions(Path("wallets/" + wallet_id)), perms(0700));
     const json wallet = ReadStoreJson(WalletFilePath());
-    json expected = {{"version", 2},
-                     {"recv", {0, 0, 0, 0, 0, 0}},
-                     {"show", 0},
-                     {"backup", false},
-                     {"paymail", "player"},
-                     {"address", CurrentAddress()},
-                     {"identity", wallet_keys.identity_address}};
+    const json expected = {{"version", 2},
+                           {"recv", {0, 0, 0, 0, 0, 0}},
+                           {"show", 0},
+                           {"backup", false},
+                           {"paymail", "player"},
+                           {"address", CurrentAddress()},
+                           {"identity", wallet_keys.identity_address}};
     for (const auto& [key, value] : expected.items()) EXPECT_EQ(wallet.at(key), value) << key;
     EXPECT_EQ(ReadRegistry().at("active"), wallet_id);
 

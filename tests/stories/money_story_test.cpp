@@ -42,19 +42,8 @@ constexpr char kNotConnected[] =
     "error: Pouch wallet not connected. Create or Restore in Pouch, then Connect in the app.";
 const std::string kStranger(64, 'e');  // an id that is no transaction's
 
-Fault Drop() {
-    Fault fault;
-    fault.kind = FaultKind::kDrop;
-    return fault;
-}
-
 Fault Reply(int status, std::string body, std::string path = "", int times = -1) {
-    Fault fault;
-    fault.status = status;
-    fault.body = std::move(body);
-    fault.path_contains = std::move(path);
-    fault.times = times;
-    return fault;
+    return {FaultKind::kReply, status, std::move(body), "text/plain", {}, 0, times, std::move(path)};
 }
 
 Fault Of(FaultKind kind, Fault fault = {}) {
@@ -67,7 +56,7 @@ struct Aimed {
     Fault fault;
 };
 
-const Aimed kRelayDown{Service::kRelay, Drop()};
+const Aimed kRelayDown{Service::kRelay, Of(FaultKind::kDrop)};
 
 Aimed ChainSays(int status, std::string body, int times = -1) {
     return {Service::kChain, Reply(status, std::move(body), "/tx/raw", times)};
@@ -137,9 +126,8 @@ struct Story {
     }
 
     bool Holds(const std::string& txid) {
-        const auto unspent = box.Unspent(receive);
-        return std::any_of(unspent.begin(), unspent.end(),
-                           [&](const sandbox::ChainOutput& output) { return output.txid == txid; });
+        return std::ranges::any_of(box.Unspent(receive),
+                                   [&](const auto& output) { return output.txid == txid; });
     }
 
     // Every satoshi that was ever made is with a known owner, and `entries` payments have been made.
@@ -165,8 +153,7 @@ struct Story {
     }
 
     bool Asked(Service service, std::string_view path) {
-        const auto requests = box.Requests(service);
-        return std::any_of(requests.begin(), requests.end(), [&](const std::string& request) {
+        return std::ranges::any_of(box.Requests(service), [&](const std::string& request) {
             return request.find(path) != std::string::npos;
         });
     }
@@ -251,9 +238,7 @@ TEST(MoneyStory, OnePaymentThroughEveryKindOfAnswer) {
 TEST(MoneyStory, RelaySlowerThanTwoSeconds) {
     Story story(/*timeout_divisor=*/40);  // so that two seconds are 50 ms
     story.Fund(10'000);
-    Fault late = Of(FaultKind::kDelay);
-    late.delay_ms = 500;
-    story.Add({Service::kRelay, late});
+    story.Add({Service::kRelay, {FaultKind::kDelay, 500, "", "", {}, /*delay_ms=*/500, -1, ""}});
     story.Add(ChainActsAndSays(200, kStranger));
     EXPECT_EQ(story.Pay(), "success: " + kStranger) << "the relay was waited for";
     story.ExpectBooks(1);
@@ -333,7 +318,7 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
         for (int i = 0; i < 4; ++i) story.Fund(10'000);
         story.Add(kRelayDown);
         story.Add(ChainSays(400, row.words));
-        story.Add({Service::kArc, Drop()});
+        story.Add({Service::kArc, Of(FaultKind::kDrop)});
         EXPECT_EQ(story.Pay(), "error: broadcast failed after retry.");
         EXPECT_EQ(story.Asked(Service::kOrdinals, "/txos/"), row.looks_again);
         story.ExpectBooks(0);
@@ -398,7 +383,10 @@ TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
     };
     const Row rows[] = {
         {"up: it names the inscription and clears the single satoshi", {}, true, false},
-        {"down: single satoshis are suspect, large coins cannot be told", {Drop()}, false, true},
+        {"down: single satoshis are suspect, large coins cannot be told",
+         {Of(FaultKind::kDrop)},
+         false,
+         true},
         {"slow", {Of(FaultKind::kNoAnswer)}, false, true},
         {"nonsense", {Reply(200, "{\"a\":")}, false, true},
     };

@@ -71,8 +71,8 @@ std::string HmacSha256Of(std::string_view key, std::string_view text) {
     return out;
 }
 
-}  // namespace
-
+// The data of a BIE1 value, as bytes; nothing when its authentication code does not stand, or when it holds
+// no point or no whole blocks.
 std::optional<std::string> OpenSealed(std::string_view sealed_hex, std::string_view private_hex) {
     const std::string sealed = FromHex(sealed_hex);
     if (sealed.size() < kCipherAt + 16 + kMacSize || sealed.size() % 16 != 5) return std::nullopt;
@@ -85,11 +85,14 @@ std::optional<std::string> OpenSealed(std::string_view sealed_hex, std::string_v
     return Decipher(EVP_aes_128_cbc(), keys.substr(16, 16), keys.substr(0, 16), covered.substr(kCipherAt));
 }
 
+// The text of one part under its content key; nothing when its padding is none.
 std::optional<std::string> OpenPart(std::string_view part_hex, std::string_view content_key) {
     const std::string part = FromHex(part_hex);
     if (part.size() < 32 || content_key.size() != 32) return std::nullopt;
     return Decipher(EVP_aes_256_cbc(), content_key, part, std::string_view(part).substr(16));
 }
+
+}  // namespace
 
 std::optional<std::string> OpenMessage(const nlohmann::json& row, const char* wrap_key,
                                        std::string_view private_hex) {

@@ -12,13 +12,6 @@
 
 namespace brickfall {
 
-// The data of a BIE1 value, as bytes; nothing when its authentication code does not stand, or when it holds
-// no point or no whole blocks.
-std::optional<std::string> OpenSealed(std::string_view sealed_hex, std::string_view private_hex);
-
-// The text of one part under its content key; nothing when its padding is none.
-std::optional<std::string> OpenPart(std::string_view part_hex, std::string_view content_key);
-
 // All parts of a row, joined, by the content key that is sealed at `wrap_key`.
 std::optional<std::string> OpenMessage(const nlohmann::json& row, const char* wrap_key,
                                        std::string_view private_hex);
