@@ -49,6 +49,29 @@ int DrawBoardRow(Canvas& canvas, int y, const ScoreRow& row, const RowLook& look
     return y + 54;
 }
 
+// "No scores posted yet." stands for a load that gave no reason.
+std::string_view EmptyText(const BoardView& view) {
+    return view.message.empty() ? std::string_view("No scores posted yet.") : view.message;
+}
+
+std::string SpokenBoard(const BoardView& view) {
+    std::string spoken;
+    const auto add = [&spoken](const ScoreRow& row) {
+        spoken += FaceKey(row) + " " + std::to_string(row.score) + '\n';
+    };
+    if (view.has_best && view.best.score >= 1) {
+        spoken += "Highest Score Ever: ";
+        add(view.best);
+    }
+    spoken += "Top scores for this week.\n";
+    if (view.rows.empty()) spoken += EmptyText(view);
+    for (std::size_t i = 0; i < view.rows.size(); ++i) {
+        spoken += std::to_string(i + 1) + ". ";
+        add(view.rows[i]);
+    }
+    return spoken;
+}
+
 }  // namespace
 
 void UpdateMyFaceKey(std::string& key) {
@@ -78,9 +101,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
     rule(y + 66);
     y += 80;
     if (view.rows.empty()) {
-        canvas.Text(FromEdges(28, y, right, y + 40),
-                    view.message.empty() ? std::string_view("No scores posted yet.") : view.message,
-                    theme.font_button, kMutedColor);
+        canvas.Text(FromEdges(28, y, right, y + 40), EmptyText(view), theme.font_button, kMutedColor);
         return;
     }
     for (std::size_t i = 0; i < view.rows.size(); ++i) {
@@ -93,7 +114,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
 }
 
 WindowId OpenBoardWindow(WindowId owner, BoardView& view) {
-    return OpenToolWindow(owner, {"Weekly top scores", kBoardWindowSize},
+    return OpenToolWindow(owner, {"Weekly top scores", kBoardWindowSize, false, SpokenBoard(view)},
                           [&view](WindowId window, Message& message) {
                               switch (message.type) {
                                   case MessageType::kCreate:

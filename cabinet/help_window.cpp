@@ -1,5 +1,6 @@
 #include "cabinet/help_window.h"
 
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -46,6 +47,12 @@ void DrawKeys(Canvas& canvas, const Rect& panel, int y) {
     }
 }
 
+std::string SpokenKeys() {
+    std::string spoken;
+    for (const auto& [name, action] : kKeys) spoken.append(name).append(": ").append(action) += '\n';
+    return spoken;
+}
+
 }  // namespace
 
 void PaintHelp(Canvas& canvas) {
@@ -60,7 +67,9 @@ void PaintHelp(Canvas& canvas) {
 }
 
 WindowId OpenHelpWindow(WindowId owner) {
-    return OpenToolWindow(owner, {"Brickfall - Help", {760, 868}}, [](WindowId window, Message& message) {
+    const std::string spoken = SpokenKeys() + Spoken(kRunLines) + '\n' + Spoken(kPotLines);
+    const ToolWindowOptions options = {"Brickfall - Help", {760, 868}, false, spoken};
+    return OpenToolWindow(owner, options, [](WindowId window, Message& message) {
         switch (message.type) {
             case MessageType::kCreate:
                 MakeButton(window, "Close", kControlClose, {584, 772, 120, 36});

@@ -1,5 +1,6 @@
 #include "cabinet/report_window.h"
 
+#include <string>
 #include <string_view>
 
 #include "cabinet/controls.h"
@@ -57,7 +58,9 @@ void PaintReport(Canvas& canvas) {
 }
 
 WindowId OpenReportWindow(WindowId owner) {
-    return OpenToolWindow(owner, {"Report", kReportClientSize, true}, [](WindowId window, Message& message) {
+    const std::string spoken = Spoken(kWhatLines) + '\n' + Spoken(kIncludeLines);
+    const ToolWindowOptions options = {"Report", kReportClientSize, true, spoken};
+    return OpenToolWindow(owner, options, [](WindowId window, Message& message) {
         switch (message.type) {
             case MessageType::kCreate:
                 Create(window);

@@ -16,6 +16,15 @@ void DressWindow(WindowId window) {
     SetWindowIcons(window, big, small.Empty() ? big : small);
 }
 
+std::string Spoken(std::span<const std::string_view> lines) {
+    std::string spoken;
+    for (const std::string_view line : lines) {
+        if (!spoken.empty()) spoken += '\n';
+        spoken += line;
+    }
+    return spoken;
+}
+
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure) {
     const WindowOptions window = {.title = options.title,
                                   .size = options.size,
@@ -23,8 +32,11 @@ WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, Window
                                   .resizable = false,
                                   .owner = owner,
                                   .background = kBgColor};
-    return OpenWindow(window, [procedure = std::move(procedure)](WindowId id, Message& message) {
-        if (message.type == MessageType::kCreate) DressWindow(id);
+    return OpenWindow(window, [options, procedure = std::move(procedure)](WindowId id, Message& message) {
+        if (message.type == MessageType::kCreate) {
+            DressWindow(id);
+            SetAccessibleWindowName(id, options.title, options.spoken);
+        }
         if (procedure(id, message)) return true;
         if (message.type != MessageType::kPaintButton) return false;
         PaintButton(id, message);

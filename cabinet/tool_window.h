@@ -2,7 +2,9 @@
 // and their buttons. Main thread only.
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "platform/window.h"
 
@@ -12,10 +14,14 @@ struct ToolWindowOptions {
     std::string title;
     Size size;
     bool size_is_client = false;
+    std::string spoken = {};  // what is painted, for a screen reader
 };
 
 // The procedure need not care for the look of buttons and texts. The window is not shown yet.
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure);
+
+// Lines for a screen reader, one after the other.
+std::string Spoken(std::span<const std::string_view> lines);
 
 // The look that every window of the cabinet has.
 void DressWindow(WindowId window);

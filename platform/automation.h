@@ -40,6 +40,7 @@ bool ControlEnabled(WindowId window, int id);
 bool ControlExists(WindowId window, int id);
 int FocusedControl(WindowId window);  // 0: none
 std::string AccessibleName(WindowId window, int id);
+std::string AccessibleDescription(WindowId window);  // of the window itself
 std::string WindowTitle(WindowId window);
 Rect ChildRect(WindowId child);
 Size MinimumClientSize(WindowId window);

@@ -19,8 +19,8 @@ struct Image {
 inline constexpr int kMaxImageSide = 4'096;  // a picture that claims a longer side is refused undecoded
 
 // Decodes a PNG, JPEG, GIF (its first frame), BMP or WebP file; a JPEG of more than 1,024 pixels a side comes
-// reduced to that. Nothing for bytes that are no such picture or one of too many pixels; whatever the bytes, no
-// more than about 150 MB is allocated on the way.
+// reduced to that. Nothing for bytes that are no such picture or one of too many pixels; whatever the bytes,
+// no more than about 150 MB is allocated on the way.
 std::optional<Image> DecodeImage(std::string_view file);
 
 // Smooth scaling. Sides of at least 1.

@@ -202,6 +202,13 @@ std::string AccessibleName(WindowId window, int id) {
     return access != nullptr ? access->text(QAccessible::Name).toStdString() : std::string();
 }
 
+std::string AccessibleDescription(WindowId window) {
+    WindowWidget* const widget = FindWindow(window);
+    QAccessibleInterface* const access =
+        widget != nullptr ? QAccessible::queryAccessibleInterface(widget) : nullptr;
+    return access != nullptr ? access->text(QAccessible::Description).toStdString() : std::string();
+}
+
 std::string WindowTitle(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
     return widget != nullptr ? widget->windowTitle().toStdString() : std::string();

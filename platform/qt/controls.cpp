@@ -336,8 +336,14 @@ class ClickAccess : public QAccessibleWidget {
 };
 
 QAccessibleInterface* MakeAccess(const QString&, QObject* object) {
-    auto* const control = dynamic_cast<ClickWidget*>(object);
-    return control != nullptr ? new ClickAccess(control) : nullptr;
+    if (auto* const control = dynamic_cast<ClickWidget*>(object)) return new ClickAccess(control);
+    if (auto* const window = dynamic_cast<WindowWidget*>(object)) {
+        const QAccessible::Role role = !window->IsTopLevel()               ? QAccessible::Canvas
+                                       : window->parentWidget() == nullptr ? QAccessible::Window
+                                                                           : QAccessible::Dialog;
+        return new QAccessibleWidget(window, role);
+    }
+    return nullptr;
 }
 
 }  // namespace

@@ -66,6 +66,21 @@ TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     EXPECT_EQ(PixelOf(Painted(view), 250, 100), BlendColor(kPanelColor, kAccentColor, 40));  // rows from 96
 }
 
+TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
+    const CabinetFixture cabinet;
+    BoardView view;
+    const WindowId empty = OpenBoardWindow(cabinet.main, view);
+    EXPECT_EQ(AccessibleDescription(empty), "Top scores for this week.\nNo scores posted yet.");
+    view.best = Row("ada", 900);
+    view.has_best = true;
+    view.rows = {Row("bob", 80), Row("cy", 7)};
+    const WindowId board = OpenBoardWindow(cabinet.main, view);
+    EXPECT_EQ(AccessibleDescription(board),
+              "Highest Score Ever: ada 900\nTop scores for this week.\n1. bob 80\n2. cy 7\n");
+    DestroyWindow(empty);
+    DestroyWindow(board);
+}
+
 TEST(BoardWindow, SaysWhyItIsEmpty) {
     BoardView view;
     const Image empty = Painted(view);
