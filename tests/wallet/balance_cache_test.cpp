@@ -2,21 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "base/files.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/connect_handshake.h"
-#include "wallet/json_numbers.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/utxo_discovery.h"
 
 namespace brickfall {
 namespace {
-
-using nlohmann::json;
 
 class BalanceCache : public testing::Test {
   protected:

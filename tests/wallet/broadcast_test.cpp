@@ -6,7 +6,6 @@
 
 #include "base/files.h"
 #include "base/workers.h"
-#include "net/http_client.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/key_derivation.h"
 #include "wallet/ov_pouch_wallet.h"

@@ -94,7 +94,7 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
         {"eve4", "eve4", "aabb_0", kAddress},
     };
     std::string upper = IdentityKey();
-    for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
     for (const auto& row : rows) {
         EXPECT_EQ(ClaimPaymail(row.alias, upper, wallet.ReceiveAddress(0), row.avatar, row.ord_address), "")
             << row.alias;

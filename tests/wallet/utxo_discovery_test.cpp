@@ -6,8 +6,6 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
-#include "base/text.h"
-#include "deployment/deployment.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/app_binds.h"
 #include "wallet/json_numbers.h"
