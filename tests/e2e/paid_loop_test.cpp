@@ -111,6 +111,11 @@ void LoseTheRun(Desktop& desktop) {
     }
 }
 
+bool WasHeard(uint32_t message) {
+    const std::vector<uint32_t> heard = TakeMidiMessages();
+    return std::find(heard.begin(), heard.end(), message) != heard.end();
+}
+
 TEST(PaidLoop, FromConnectToUnbind) {
     Desktop desktop;
     sandbox::Sandbox& box = desktop.services.box;
@@ -179,6 +184,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_EQ(Text(1007), "Back.");
     LoseTheRun(desktop);
     ASSERT_EQ(shell.run.mode, kModeGameOver);
+    EXPECT_TRUE(WasHeard(0x07B1 | 85 * 127 / 100 << 16));  // the jingle's channel, at the sound's volume
     EXPECT_EQ(Text(1007), "Game over. Record this score on-chain (1 sat).");
     EXPECT_TRUE(ControlEnabled(shell.main, 1006));
     ASSERT_GE(shell.run.final_score, 1);
@@ -200,7 +206,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     ASSERT_EQ(shell.board_view.rows.size(), 1u);
     EXPECT_EQ(shell.board_view.rows[0].txid, shell.run.record_txid);
     EXPECT_TRUE(shell.board_view.rows[0].verified);
-    EXPECT_EQ(shell.board_view.my_key, "player");
+    EXPECT_TRUE(WaitFor("the own row's mark", [] { return shell.board_view.my_key == "player"; }));
     RunFor(200);
     EXPECT_EQ(WindowRect(shell.board).x, WindowRect(shell.main).Right() + 8);  // beside the main window
     EXPECT_EQ(WindowRect(shell.board).y, WindowRect(shell.main).y);
@@ -217,11 +223,6 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_EQ(box.TotalFunded(), box.TotalUnspent() + box.TotalFees());
 }
 
-bool WasHeard(uint32_t message) {
-    const std::vector<uint32_t> heard = TakeMidiMessages();
-    return std::find(heard.begin(), heard.end(), message) != heard.end();
-}
-
 TEST(PaidLoop, EveryOtherButton) {
     constexpr uint32_t kAllNotesOffLead = 0x7BB0;
     constexpr uint32_t kVolumeOfLead = 0x07B0;
@@ -231,26 +232,42 @@ TEST(PaidLoop, EveryOtherButton) {
     ASSERT_TRUE(box.AppointArchitect("userinfo"));
     desktop.ConnectFunded();
 
-    // Settings: both switches by mouse, one slider by mouse, the other by keyboard.
+    // Settings: each switch and each slider by mouse and by keyboard.
     ClickOn(shell.main, 1015);
     ASSERT_TRUE(WaitFor("the settings", [] { return WindowIsUp("Settings"); }));
     RunFor(500);  // until it stands where it will
     Screenshot("10-settings");
-    TakeMidiMessages();
-    ClickOn(shell.settings, 1301);
-    EXPECT_EQ(ControlText(shell.settings, 1301), "Music  Off");
-    EXPECT_TRUE(WasHeard(kAllNotesOffLead));
-    ClickOn(shell.settings, 1302);
-    EXPECT_EQ(ControlText(shell.settings, 1302), "Sound  Off");
-    const Rect bar = ControlRect(shell.settings, 1303);
-    Click("Settings", {bar.x + bar.w / 4, bar.y + bar.h / 2});
-    const int32_t slid = music_vol;
-    EXPECT_LT(slid, 70);
-    EXPECT_TRUE(WasHeard(kVolumeOfLead | static_cast<uint32_t>(slid * 127 / 100) << 16));
-    FocusControl(shell.settings, 1304);
-    PressKeys("Left");
-    EXPECT_LT(sfx_vol, 85);
-    const int32_t stepped = sfx_vol;
+    for (const auto& [button, name] : {std::pair(1301, "Music"), std::pair(1302, "Sound")}) {
+        const auto reads = [button = button, name = name](const char* state) {
+            return ControlText(shell.settings, button) == std::string(name) + "  " + state;
+        };
+        TakeMidiMessages();
+        ClickOn(shell.settings, button);
+        EXPECT_TRUE(reads("Off"));
+        EXPECT_TRUE(button == 1302 || WasHeard(kAllNotesOffLead));
+        FocusControl(shell.settings, button);
+        PressKeys("space");
+        EXPECT_TRUE(reads("On"));
+        PressKeys("Return");
+        EXPECT_TRUE(reads("Off"));
+    }
+    const auto heard_at = [](uint32_t volume) {
+        return WasHeard(kVolumeOfLead | static_cast<uint32_t>(volume * 127 / 100) << 16);
+    };
+    for (const auto& [bar, volume] : {std::pair(1303, &music_vol), std::pair(1304, &sfx_vol)}) {
+        const int32_t before = *volume;
+        const Rect rect = ControlRect(shell.settings, bar);
+        Click("Settings", {rect.x + rect.w / 4, rect.y + rect.h / 2});
+        const int32_t clicked = *volume;
+        EXPECT_LT(clicked, before);
+        EXPECT_TRUE(bar == 1304 || heard_at(static_cast<uint32_t>(clicked)));
+        FocusControl(shell.settings, bar);
+        PressKeys("Left");
+        EXPECT_LT(*volume, clicked);
+        EXPECT_TRUE(bar == 1304 || heard_at(static_cast<uint32_t>(*volume)));
+    }
+    const int32_t music_left_at = music_vol;
+    const int32_t sound_left_at = sfx_vol;
     ClickOn(shell.settings, 1307);
     EXPECT_TRUE(WaitFor("the settings' end", [] { return !WindowExists(shell.settings); }));
 
@@ -290,8 +307,8 @@ TEST(PaidLoop, EveryOtherButton) {
         EXPECT_EQ(TakeOpenedAddresses().size(), opened);
     }
     EXPECT_FALSE(music_on || sfx_on);
-    EXPECT_EQ(music_vol, slid);
-    EXPECT_EQ(sfx_vol, stepped);
+    EXPECT_EQ(music_vol, music_left_at);
+    EXPECT_EQ(sfx_vol, sound_left_at);
     EXPECT_EQ(Text(1001), "Connected");
 }
 
