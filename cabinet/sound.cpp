@@ -69,6 +69,7 @@ static_assert(std::accumulate(std::begin(kTune), std::end(kTune), 0,
 
 std::mutex& midi_lock = *new std::mutex;
 std::unique_ptr<MidiOut>& midi_out = *new std::unique_ptr<MidiOut>;  // guarded by midi_lock
+uint64_t sound_stops = 0;                                            // guarded by midi_lock
 
 uint32_t ShortMessage(int status, int channel, int first, int second) {
     return static_cast<uint32_t>(status | channel | first << 8 | second << 16);
@@ -164,14 +165,22 @@ void PlayEffect(std::span<const int> notes, std::span<const int> durations_ms) {
     });
 }
 
-void StartSound(std::unique_ptr<MidiOut> output) {
-    if (music_running) return;
+void StartSound(std::function<std::unique_ptr<MidiOut>()> open) {
+    if (music_running.exchange(true)) return;
+    uint64_t stops_before = 0;
     {
         const std::lock_guard lock(midi_lock);
-        midi_out = std::move(output);
+        stops_before = sound_stops;
     }
-    music_running = true;
-    StartWorker(MusicThread);
+    StartWorker([open = std::move(open), stops_before] {
+        std::unique_ptr<MidiOut> output = open();
+        {
+            const std::lock_guard lock(midi_lock);
+            if (stops_before != sound_stops) return;  // stopped meanwhile
+            midi_out = std::move(output);
+        }
+        MusicThread();
+    });
 }
 
 void StopSound() {
@@ -179,6 +188,7 @@ void StopSound() {
     AllNotesOff();
     SleepMs(kClosingPauseMs);
     const std::lock_guard lock(midi_lock);
+    ++sound_stops;
     if (midi_out != nullptr) midi_out->Reset();
     midi_out.reset();
 }

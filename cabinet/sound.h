@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 
@@ -27,9 +28,9 @@ extern std::atomic<bool>& sfx_on;
 extern std::atomic<int32_t>& music_vol;  // 0 to 100
 extern std::atomic<int32_t>& sfx_vol;    // 0 to 100
 
-// Takes the output, which may be nullptr for a silent program, and starts the tune's thread. Nothing when the
-// sound has been started already.
-void StartSound(std::unique_ptr<MidiOut> output);
+// Starts the tune's thread, which opens the output first: a sound server that does not answer keeps nobody
+// waiting. Without an output the program is silent. Nothing when the sound has been started already.
+void StartSound(std::function<std::unique_ptr<MidiOut>()> open);
 
 // Ends both kinds of thread at their next look, silences and closes the output. Blocks for 30 ms.
 void StopSound();

@@ -34,7 +34,7 @@ WindowId StartCabinet(const std::string& instance, std::unique_ptr<MidiOut> (*op
     const WindowId main = OpenMainWindow();
     if (main == 0) return 0;
     RestorePlacement(main);
-    StartSound(open_midi());
+    StartSound(open_midi);
     ShowWindow(main, StartMaximized() ? ShowState::kMaximized : ShowState::kNormal);
     return main;
 }

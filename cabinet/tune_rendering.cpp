@@ -54,7 +54,7 @@ RenderedTune RenderTune(std::unique_ptr<MidiRenderer> renderer) {
     {
         RenderingClock clock(*renderer);
         const bool music_was_on = music_on.exchange(true);
-        StartSound(std::make_unique<SharedMidi>(*renderer));
+        StartSound([renderer = renderer.get()] { return std::make_unique<SharedMidi>(*renderer); });
         WaitForWorkers();  // one pass
         rendered.tune_samples = renderer->Samples().size();
         clock.left_ms = INT64_MAX;

@@ -84,7 +84,9 @@ class Sound : public testing::Test {
         sfx_vol = 85;
     }
 
-    void Play() { StartSound(std::make_unique<Recorder>(events_)); }
+    void Play() {
+        StartSound([this] { return std::make_unique<Recorder>(events_); });
+    }
 
     // Plays until the end of this sleep.
     Events PlayUntil(int last_sleep) {
@@ -221,17 +223,25 @@ TEST_F(Sound, RunsSilentlyWithoutAnOutput) {
         PlayEffect(note, note);
         if (sleep == 3) StopSound();
     };
-    StartSound(nullptr);
+    StartSound([] { return nullptr; });
     EXPECT_EQ(clock_.Sleeps(), (std::vector<int64_t>{236, 236, 236, 30}));
 }
 
 TEST_F(Sound, StartsOnce) {
     Events second;
     asleep_ = [&](int sleep) {
-        if (sleep == 1) StartSound(std::make_unique<Recorder>(second));
+        if (sleep == 1) StartSound([&second] { return std::make_unique<Recorder>(second); });
     };
     PlayUntil(2);
-    EXPECT_EQ(second, Events{kClosed});
+    EXPECT_EQ(second, Events{});
+}
+
+TEST_F(Sound, AnOutputThatOpensAfterTheEndIsClosedUnheard) {
+    StartSound([this] {
+        StopSound();  // while the sound server was asked
+        return std::make_unique<Recorder>(events_);
+    });
+    EXPECT_EQ(events_, (Events{Slept(30), kClosed}));
 }
 
 }  // namespace
