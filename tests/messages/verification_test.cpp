@@ -319,9 +319,10 @@ TEST_F(Verification, AnswersOfTheService) {
     };
     for (const auto& row : rows) {
         ClearIdentityKeyCache();
-        box_.ClearFaults();
         box_.AddFault(Service::kPaymail, ReplyTo(IdentityPath(kAda), row.body, row.status));
         EXPECT_EQ(LookupIdentityKey("ada", ""), row.found ? key : "") << row.status << " " << row.body;
+        box_.ClearFaults();
+        EXPECT_EQ(LookupIdentityKey("ada", ""), key) << "kept though it is none: " << row.body;
     }
 }
 
