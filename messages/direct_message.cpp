@@ -32,8 +32,6 @@ namespace {
 constexpr char kKeyFolder[] = "userinfo";
 constexpr int kLayoutVersion = 2;
 constexpr std::string_view kSealMagic = "BIE1";
-constexpr std::size_t kCompressedKeyBytes = 33;
-constexpr std::size_t kUncompressedKeyBytes = 65;
 constexpr std::size_t kBlockBytes = 16;
 constexpr std::size_t kMacBytes = 32;
 constexpr int kEphemeralDraws = 8;
@@ -137,13 +135,10 @@ bool SharedPoint(const PrivateScalar& private_key, std::span<const uint8_t> publ
                  CompressedPoint& shared) {
     const EC_GROUP* const group = Secp256k1();
     const BignumPtr scalar(BN_bin2bn(private_key.data(), static_cast<int>(private_key.size()), nullptr));
-    const EcPointPtr point(EC_POINT_new(group));
+    const EcPointPtr point = DecodePoint(public_key);
     if (!scalar || !point) return false;
     BN_set_flags(scalar.get(), BN_FLG_CONSTTIME);
-    if (EC_POINT_oct2point(group, point.get(), public_key.data(), public_key.size(), nullptr) != 1 ||
-        EC_POINT_mul(group, point.get(), nullptr, point.get(), scalar.get(), nullptr) != 1) {
-        return false;
-    }
+    if (EC_POINT_mul(group, point.get(), nullptr, point.get(), scalar.get(), nullptr) != 1) return false;
     return EC_POINT_point2oct(group, point.get(), POINT_CONVERSION_COMPRESSED, shared.data(), shared.size(),
                               nullptr) == shared.size();
 }

@@ -19,8 +19,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t kCompressedKeyBytes = 33;
-constexpr std::size_t kUncompressedKeyBytes = 65;
 constexpr std::size_t kCompactBytes = 64;  // r, then s
 
 struct IdentityKeyCache {
@@ -68,16 +66,6 @@ EcdsaSigPtr CompactSignature(std::string_view base64) {
     static_cast<void>(r_number.release());  // the signature owns them now
     static_cast<void>(s_number.release());
     return signature;
-}
-
-// The sizes leave out the one-byte form of the point at infinity.
-EcPointPtr DecodePoint(std::span<const uint8_t> bytes) {
-    if (bytes.size() != kCompressedKeyBytes && bytes.size() != kUncompressedKeyBytes) return nullptr;
-    EcPointPtr point(EC_POINT_new(Secp256k1()));
-    if (!point || EC_POINT_oct2point(Secp256k1(), point.get(), bytes.data(), bytes.size(), nullptr) != 1) {
-        return nullptr;
-    }
-    return point;
 }
 
 EcKeyPtr VerifyingKey(std::span<const uint8_t> bytes) {

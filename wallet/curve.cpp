@@ -27,4 +27,13 @@ bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoi
     return written == public_key.size();
 }
 
+EcPointPtr DecodePoint(std::span<const uint8_t> bytes) {
+    if (bytes.size() != kCompressedKeyBytes && bytes.size() != kUncompressedKeyBytes) return nullptr;
+    EcPointPtr point(EC_POINT_new(Secp256k1()));
+    if (!point || EC_POINT_oct2point(Secp256k1(), point.get(), bytes.data(), bytes.size(), nullptr) != 1) {
+        return nullptr;
+    }
+    return point;
+}
+
 }  // namespace brickfall

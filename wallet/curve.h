@@ -7,6 +7,7 @@
 #include <openssl/ecdsa.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -27,7 +28,11 @@ using EcPointPtr = std::unique_ptr<EC_POINT, OpensslFree<EC_POINT_clear_free>>;
 using EcKeyPtr = std::unique_ptr<EC_KEY, OpensslFree<EC_KEY_free>>;
 using EcdsaSigPtr = std::unique_ptr<ECDSA_SIG, OpensslFree<ECDSA_SIG_free>>;
 
-using CompressedPoint = std::array<uint8_t, 33>;
+// SEC 1: a public key is one of these long.
+inline constexpr std::size_t kCompressedKeyBytes = 33;
+inline constexpr std::size_t kUncompressedKeyBytes = 65;
+
+using CompressedPoint = std::array<uint8_t, kCompressedKeyBytes>;
 
 // The curve's group; immutable, never freed.
 const EC_GROUP* Secp256k1();
@@ -35,5 +40,9 @@ const EC_GROUP* Secp256k1();
 // The SEC compressed public key of a big-endian private key, at the cost of one generator multiplication in
 // constant time. False when the scalar is 0 or not below the group's order.
 bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key);
+
+// The point of a SEC public key of 33 or 65 bytes; nullptr for any other size, the point at infinity's one byte
+// among them, and for bytes that are no point of the curve.
+EcPointPtr DecodePoint(std::span<const uint8_t> bytes);
 
 }  // namespace brickfall
