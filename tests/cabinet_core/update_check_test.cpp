@@ -115,7 +115,7 @@ TEST(UpdateCheck, NumbersAsText) {
         {"7 apples", 7},     {"", -1},
         {" \x1f ", -1},      {"-1", -1},
         {"-0.5", -1},        {"1.0e999", -1},
-        {"1.0e-999", 0},    {"nan.", -1},
+        {"1.0e-999", 0},     {"nan.", -1},
         {"inf.", -1},        {"seven", -1},
         {".", -1},           {"1e999", 1},
         {"+2", 2},           {"+1.5", 1500},
@@ -145,19 +145,17 @@ TEST(UpdateCheck, BuildsAsText) {
 
 TEST(UpdateCheck, ThePageIsFetched) {
     SandboxFixture services;
-    const auto answer = [&](sandbox::FaultKind kind, int status, const char* body) {
-        sandbox::Fault fault;
-        fault.kind = kind;
-        fault.status = status;
-        fault.body = body;
+    const auto answer = [&](int status, const char* body) {
         services.box.ClearFaults();
-        services.box.AddFault(sandbox::Service::kDownload, fault);
+        services.Reply(sandbox::Service::kDownload, "", status, body);
         return LatestBuild();
     };
-    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 200, "<p>Version 0.002</p>"), 2);
-    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 200, ""), -1);
-    EXPECT_EQ(answer(sandbox::FaultKind::kReply, 404, "<p>Version 0.002</p>"), -1);
-    EXPECT_EQ(answer(sandbox::FaultKind::kDrop, 0, ""), -1);
+    EXPECT_EQ(answer(200, "<p>Version 0.002</p>"), 2);
+    EXPECT_EQ(answer(200, ""), -1);
+    EXPECT_EQ(answer(404, "<p>Version 0.002</p>"), -1);
+    services.box.ClearFaults();
+    services.Disturb(sandbox::Service::kDownload, sandbox::FaultKind::kDrop);
+    EXPECT_EQ(LatestBuild(), -1);
 }
 
 }  // namespace

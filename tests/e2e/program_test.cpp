@@ -20,14 +20,6 @@ constexpr char kMainTitle[] = "Brickfall";
 // None of the unanswered requests would be over by then. The time that it takes is printed.
 constexpr int kWaitsForNothingMs = 3'000;
 
-// The service takes such requests and never answers them.
-void Silence(SandboxFixture& services, sandbox::Service service, const std::string& path = "") {
-    sandbox::Fault silence;
-    silence.kind = sandbox::FaultKind::kNoAnswer;
-    silence.path_contains = path;
-    services.box.AddFault(service, silence);
-}
-
 TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
     using enum sandbox::Service;
     SandboxFixture services;
@@ -36,11 +28,10 @@ TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
     ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
     ::setenv("BRICKFALL_SANDBOX_CA", services.box.CaFile().c_str(), 1);
     // Pot, balance, update check and board stay in flight, and the payment that is under way.
-    Silence(services, kChain, kArcadePotAddress);
-    Silence(services, kPaymail, "/quota/");
-    Silence(services, kDownload);
-    Silence(services, kIndexer);
-    Silence(services, kRelay);
+    constexpr auto kNoAnswer = sandbox::FaultKind::kNoAnswer;
+    services.Disturb(kChain, kNoAnswer, kArcadePotAddress);
+    services.Disturb(kPaymail, kNoAnswer, "/quota/");
+    for (const sandbox::Service service : {kDownload, kIndexer, kRelay}) services.Disturb(service, kNoAnswer);
     ChildProcess program(kProgram, {});
     ASSERT_TRUE(WaitFor("the program's window", [] { return WindowIsUp(kMainTitle); }));
     RunFor(300);

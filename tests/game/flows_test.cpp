@@ -138,14 +138,6 @@ struct PaidCabinet : testing::Test {
 
     void SetTime(int64_t unix_seconds) { wallet.clock.AdvanceMs(unix_seconds * 1'000 - UnixMillis()); }
 
-    void Reply(Service service, int status, const std::string& body, std::string_view path) {
-        Fault fault;
-        fault.status = status;
-        fault.body = body;
-        fault.path_contains = path;
-        remote.box.AddFault(service, fault);
-    }
-
     WalletFixture wallet;
     SandboxFixture remote;
     Cabinet cabinet;
@@ -270,7 +262,7 @@ TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
     };
     for (const auto& row : kRows) {
         remote.box.ClearFaults();
-        Reply(Service::kPaymail, row.status, row.body, "/identity/");
+        remote.Reply(Service::kPaymail, "/identity/", row.status, row.body);
         note = "before";
         EXPECT_EQ(IsFrozen(note), row.frozen) << row.why;
         EXPECT_EQ(note, row.note) << row.why;
@@ -406,7 +398,7 @@ TEST_F(PaidCabinet, ARecordThatFailsIsSignedAnew) {
 
     // The host vouches for nobody: no row is sent.
     ClearIdentityKeyCache();
-    Reply(Service::kPaymail, 404, "", "");
+    remote.Reply(Service::kPaymail, "", 404, "");
     cabinet.Record();
     EXPECT_EQ(cabinet.Status(),
               std::string("identity signature did not verify against ") + kPaymailDomain + " PKI");
@@ -417,7 +409,7 @@ TEST_F(PaidCabinet, ARecordThatFailsIsSignedAnew) {
 
     // Nobody takes the transaction.
     for (const Service service : {Service::kRelay, Service::kChain, Service::kArc}) {
-        Reply(service, 503, "maintenance", "");
+        remote.Reply(service, "", 503, "maintenance");
     }
     const size_t on_chain = remote.box.RawTransactions().size();
     cabinet.Record();

@@ -131,6 +131,19 @@ TEST(Sealing, KnownAnswers) {
     EXPECT_EQ(Part(""), kVector + std::string("4afea6c0f81de087b6b99f7c191a3ec4"));
 }
 
+TEST(Sealing, AnyBitChangedIsNoticed) {
+    json row = {{"wrap_to", kSealedContentKey}, {"pmessage1", Part("text")}};
+    EXPECT_EQ(OpenMessage(row, "wrap_to", kRecipientPrivate), "text");
+    EXPECT_EQ(OpenMessage(row, "wrap_to", kOwnPrivate), std::nullopt) << "by somebody else";
+    ByteBuffer bytes = HexDecode(kSealedContentKey);
+    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+        bytes[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+        row["wrap_to"] = HexEncode(bytes);
+        EXPECT_EQ(OpenMessage(row, "wrap_to", kRecipientPrivate), std::nullopt) << bit;
+        bytes[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+    }
+}
+
 TEST(Sealing, FormsOfAKey) {
     const std::string upper = "02BEFB68703F3927062D65DD0139FD2B2C6BE2FDF31A1ADEB3A5E9C7E2CAE0B6F1";
     const std::string beyond_the_field = "02" + std::string(64, 'f');

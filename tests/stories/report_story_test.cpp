@@ -93,14 +93,6 @@ struct ReportStory : testing::Test {
         ASSERT_TRUE(WriteFile("userinfo/encpub-architect.txt", content));
     }
 
-    void Disturb(Service service, FaultKind kind, std::string path = "") {
-        sandbox::Fault fault;
-        fault.kind = kind;
-        fault.body = "try later";
-        fault.path_contains = std::move(path);
-        box.AddFault(service, fault);
-    }
-
     ReportOutcome Send(std::string_view text) { return OnSendReport(run, driver, text); }
 
     void Deliver() {
@@ -281,7 +273,7 @@ TEST_F(ReportStory, TheOperatorsKeyFile) {
 }
 
 TEST_F(ReportStory, TheHostIsDownAtTheSelfCheck) {
-    Disturb(Service::kPaymail, FaultKind::kDrop);
+    services.Disturb(Service::kPaymail, FaultKind::kDrop);
     ExpectRefused(Send("text"), "identity signature did not verify against orvane.test PKI",
                   /*is_warning=*/true);
     box.ClearFaults();
@@ -289,8 +281,8 @@ TEST_F(ReportStory, TheHostIsDownAtTheSelfCheck) {
 }
 
 TEST_F(ReportStory, ThePaymentFailsOnceTheWindowIsClosed) {
-    Disturb(Service::kChain, FaultKind::kReply, "/tx/raw");
-    Disturb(Service::kRelay, FaultKind::kDrop);
+    services.Disturb(Service::kChain, FaultKind::kReply, "/tx/raw");
+    services.Disturb(Service::kRelay, FaultKind::kDrop);
     EXPECT_TRUE(Send("text").sent);
     Deliver();
     EXPECT_EQ(statuses.back(), "error: broadcast failed: HTTP 500 \xE2\x80\x93 try later");

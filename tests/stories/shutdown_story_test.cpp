@@ -34,13 +34,6 @@ class ShutdownStory : public testing::Test {
         ::unsetenv("BRICKFALL_SANDBOX_CA");
     }
 
-    void Silence(Service service, std::string_view path) {
-        Fault fault;
-        fault.kind = FaultKind::kNoAnswer;
-        fault.path_contains = path;
-        remote_.box.AddFault(service, fault);
-    }
-
     // Until a request has reached its service, by the real clock: it comes from another process.
     bool HasArrived(Service service, std::string_view part) const {
         const Clock& clock = SystemClock();
@@ -70,14 +63,14 @@ class ShutdownStory : public testing::Test {
 };
 
 TEST_F(ShutdownStory, DuringAPayment) {
-    Silence(Service::kRelay, "");
+    remote_.Disturb(Service::kRelay, FaultKind::kNoAnswer, "");
     ChildProcess cabinet = StartCabinet("payment");
     EXPECT_TRUE(HasArrived(Service::kRelay, "POST "));
     EXPECT_EQ(Close(cabinet), kExitCode);
 }
 
 TEST_F(ShutdownStory, DuringTheSubmitBehindAPayment) {
-    Silence(Service::kChain, "/tx/raw");
+    remote_.Disturb(Service::kChain, FaultKind::kNoAnswer, "/tx/raw");
     ChildProcess cabinet = StartCabinet("payment");
     EXPECT_TRUE(cabinet.ReadUntil("success: "));
     EXPECT_TRUE(HasArrived(Service::kChain, "/tx/raw"));
@@ -86,7 +79,7 @@ TEST_F(ShutdownStory, DuringTheSubmitBehindAPayment) {
 }
 
 TEST_F(ShutdownStory, DuringARefresh) {
-    Silence(Service::kChain, "/unspent");
+    remote_.Disturb(Service::kChain, FaultKind::kNoAnswer, "/unspent");
     ChildProcess cabinet = StartCabinet("refresh");
     EXPECT_TRUE(HasArrived(Service::kChain, "/unspent"));
     EXPECT_EQ(Close(cabinet), kExitCode);

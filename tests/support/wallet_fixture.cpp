@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "base/files.h"
 #include "base/workers.h"
@@ -99,6 +100,24 @@ SandboxFixture::~SandboxFixture() {
     WaitForWorkers();
     SetConnectRoute({kClosedPort, "", 1});
     box.Stop();
+}
+
+void SandboxFixture::Reply(sandbox::Service service, std::string_view path, int status, std::string body,
+                           int times) {
+    sandbox::Fault fault;
+    fault.status = status;
+    fault.body = std::move(body);
+    fault.path_contains = path;
+    fault.times = times;
+    box.AddFault(service, fault);
+}
+
+void SandboxFixture::Disturb(sandbox::Service service, sandbox::FaultKind kind, std::string_view path) {
+    sandbox::Fault fault;
+    fault.kind = kind;
+    fault.body = "try later";
+    fault.path_contains = path;
+    box.AddFault(service, fault);
 }
 
 }  // namespace brickfall

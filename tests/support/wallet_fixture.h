@@ -50,6 +50,10 @@ struct SandboxFixture {
     SandboxFixture(const SandboxFixture&) = delete;
     SandboxFixture& operator=(const SandboxFixture&) = delete;
 
+    // What the service does, until the faults are cleared, with requests whose path contains `path`.
+    void Reply(sandbox::Service service, std::string_view path, int status, std::string body, int times = -1);
+    void Disturb(sandbox::Service service, sandbox::FaultKind kind, std::string_view path = "");
+
   private:
     std::unique_ptr<sandbox::Sandbox> owned_;
 

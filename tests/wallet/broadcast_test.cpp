@@ -42,11 +42,7 @@ class Broadcast : public ::testing::Test {
     // `reply`: a status, a blank and a body, in which "OTHER" stands for the id of another transaction.
     void Answer(Service service, std::string reply, const std::string& path = "") {
         if (const auto at = reply.find("OTHER"); at != std::string::npos) reply.replace(at, 5, kOther);
-        Fault fault;
-        fault.status = std::stoi(reply);
-        fault.body = reply.substr(4);
-        fault.path_contains = path;
-        sandbox_.AddFault(service, fault);
+        services_.Reply(service, path, std::stoi(reply), reply.substr(4));
     }
 
     SandboxFixture services_;

@@ -280,14 +280,6 @@ TEST_F(SpendGuard, EachTestOfACandidateHoldsItBack) {
 
 class GuardNetwork : public SpendGuard {
   protected:
-    void Reply(Service service, const std::string& path, int status, const std::string& body) {
-        Fault fault;
-        fault.status = status;
-        fault.body = body;
-        fault.path_contains = path;
-        services.box.AddFault(service, fault);
-    }
-
     SandboxFixture services;
 };
 
@@ -322,8 +314,8 @@ TEST_F(GuardNetwork, AScanCountsWhatItsListingNames) {
     };
     for (const auto& row : rows) {
         services.box.ClearFaults();
-        Reply(Service::kOrdinals, "/txos/address/", 200, with_ids(row.outputs));
-        Reply(Service::kOrdinals, "/bsv20/", row.tokens[0] == 0 ? 500 : 200, with_ids(row.tokens));
+        services.Reply(Service::kOrdinals, "/txos/address/", 200, with_ids(row.outputs));
+        services.Reply(Service::kOrdinals, "/bsv20/", row.tokens[0] == 0 ? 500 : 200, with_ids(row.tokens));
         std::set<std::string> keys{"left over"}, expected;
         for (const char id : std::string(row.keys)) expected.insert(OutpointKey(std::string(64, id), 0));
         EXPECT_EQ(ScanOrdinals(wallet.ReceiveAddress(0), keys), row.ok) << row.why;
@@ -357,8 +349,8 @@ TEST_F(GuardNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
         {"value":0.00000029,"n":13,"scriptPubKey":{"address":"@"}},
         {"value":0.00000029,"n":1,"scriptPubKey":{"address":"@"}}]})";
     body = Replace(Replace(Replace(body, "@", mine), "FOREIGN", foreign), "IDENTITY", identity);
-    Reply(Service::kChain, "/tx/" + txid + "/decoded", 200, body);
-    Reply(Service::kChain, "/tx/" + txid, 404, "");
+    services.Reply(Service::kChain, "/tx/" + txid + "/decoded", 200, body);
+    services.Reply(Service::kChain, "/tx/" + txid, 404, "");
     EXPECT_FALSE(RecoverOutputsFromTx(txid.substr(1)));
     EXPECT_TRUE(RecoverOutputsFromTx(txid));
     std::string found;
@@ -374,7 +366,7 @@ TEST_F(GuardNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
 
     for (const char* broken : {"[]", "{}", R"({"vout":{}})", "{"}) {
         services.box.ClearFaults();
-        Reply(Service::kChain, "/tx/", 200, broken);
+        services.Reply(Service::kChain, "/tx/", 200, broken);
         EXPECT_FALSE(RecoverOutputsFromTx(TestTxid(41))) << broken;
     }
 }
@@ -384,8 +376,8 @@ TEST_F(GuardNetwork, AnEmptyCollectionLooksAtTheLastTransactions) {
     last_broadcast_txid = TestTxid(42);
     const std::string body =
         R"({"vout":[{"value":0.0005,"scriptPubKey":{"address":")" + wallet.ReceiveAddress(0) + R"("}}]})";
-    Reply(Service::kChain, "/tx/" + TestTxid(41), 404, "");
-    Reply(Service::kChain, "/tx/" + TestTxid(42), 200, body);
+    services.Reply(Service::kChain, "/tx/" + TestTxid(41), 404, "");
+    services.Reply(Service::kChain, "/tx/" + TestTxid(42), 200, body);
     std::vector<SpendInput> inputs;
     int64_t total = 0;
     EXPECT_TRUE(CollectSpendable(inputs, total));

@@ -63,15 +63,6 @@ struct StatusRefreshTest : testing::Test {
         });
     }
 
-    void Reply(std::string_view path, int status, const std::string& body, int times = -1) {
-        Fault fault;
-        fault.status = status;
-        fault.body = body;
-        fault.times = times;
-        fault.path_contains = path;
-        remote.box.AddFault(Service::kPaymail, fault);
-    }
-
     // What the process last told the host depends on the tests before; this makes it known.
     void ForgetLastClaim() {
         ClaimIfChanged("forget", IdentityKey(), kAddress, "", "");
@@ -129,7 +120,7 @@ TEST_F(StatusRefreshTest, ARefusedClaimSaysWhy) {
     for (const auto& row : rows) {
         remote.box.ClearFaults();
         remote.box.ClearRequests();
-        Reply("/claim", row.status, row.body);
+        remote.Reply(Service::kPaymail, "/claim", row.status, row.body);
         EXPECT_EQ(ClaimPaymail("eve", IdentityKey(), kAddress, "", ""), row.text) << row.body;
         EXPECT_EQ(Asked("/api/paymail/claim"), row.status == 429 ? 4 : 1) << row.body;
     }
@@ -163,7 +154,7 @@ TEST_F(StatusRefreshTest, ClaimsOnceAndAsksForTheRoleEachTime) {
     EXPECT_EQ(PublishedHandle(), handle);
 
     // A claim that fails is made again; one whose fields changed, too.
-    Reply("/claim", 500, "", 1);
+    remote.Reply(Service::kPaymail, "/claim", 500, "", 1);
     for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
     EXPECT_EQ(Asked("POST /api/paymail/claim"), 3);
     ClaimIfChanged("ada", IdentityKey(), kAddress, "avatar_0", "");
@@ -224,7 +215,7 @@ TEST_F(StatusRefreshTest, TheHostsAnswerSetsTheRole) {
     const auto role_after = [this](int status, const char* body) {
         WriteFile(wallet.StorePath("/orvane_paymail.json"), R"({"host_role":"dev"})");
         remote.box.ClearFaults();
-        Reply("/quota/", status, body);
+        remote.Reply(Service::kPaymail, "/quota/", status, body);
         RefreshQuotaRole();
         return ReadJson(wallet.StorePath("/orvane_paymail.json")).value("host_role", "");
     };

@@ -249,15 +249,10 @@ class UtxoNetwork : public testing::Test {
   protected:
     UtxoNetwork() : address(wallet.ReceiveAddress(0)) {}
 
-    void Reply(Service service, const std::string& path, int status, const std::string& body) {
-        Fault fault;
-        fault.status = status;
-        fault.body = body;
-        fault.path_contains = path;
-        services.box.AddFault(service, fault);
+    void Reply(const std::string& path, const json& body) {
+        services.Reply(Service::kChain, path, 200, body.dump());
     }
-    void Reply(const std::string& path, const json& body) { Reply(Service::kChain, path, 200, body.dump()); }
-    void Refuse(const std::string& path) { Reply(Service::kChain, path, 500, "down"); }
+    void Refuse(const std::string& path) { services.Reply(Service::kChain, path, 500, "down"); }
 
     // FetchUtxos, told as the outputs, "incomplete " in front of them, or the error.
     std::string Fetch() {
@@ -302,9 +297,10 @@ TEST_F(UtxoNetwork, FetchFallsBackOnTheTwoOlderListings) {
         SCOPED_TRACE(row.why);
         services.box.ClearFaults();
         services.box.ClearRequests();
-        Reply(Service::kChain, "/unspent/all", row.all.empty() ? 500 : 200, row.all);
-        Reply(Service::kChain, "/unconfirmed/unspent", row.unconfirmed.empty() ? 500 : 200, row.unconfirmed);
-        Reply(Service::kChain, "/unspent", row.confirmed.empty() ? 500 : 200, row.confirmed);
+        services.Reply(Service::kChain, "/unspent/all", row.all.empty() ? 500 : 200, row.all);
+        services.Reply(Service::kChain, "/unconfirmed/unspent", row.unconfirmed.empty() ? 500 : 200,
+                       row.unconfirmed);
+        services.Reply(Service::kChain, "/unspent", row.confirmed.empty() ? 500 : 200, row.confirmed);
         EXPECT_EQ(Fetch(), row.told);
         EXPECT_EQ(Asked("/unspent"), 3);
     }
@@ -347,8 +343,9 @@ TEST_F(UtxoNetwork, ATransactionIsVisibleThroughEitherRead) {
     const std::string path = "/tx/" + TestTxid(1);
     const auto visible = [&](std::size_t hex_bytes, const char* decoded) {
         services.box.ClearFaults();
-        Reply(Service::kChain, path + "/hex", hex_bytes == 0 ? 404 : 200, std::string(hex_bytes, '0'));
-        Reply(Service::kChain, path, 200, decoded);
+        services.Reply(Service::kChain, path + "/hex", hex_bytes == 0 ? 404 : 200,
+                       std::string(hex_bytes, '0'));
+        services.Reply(Service::kChain, path, 200, decoded);
         return TxVisible(TestTxid(1));
     };
     EXPECT_TRUE(visible(21, "{}"));
@@ -382,14 +379,14 @@ TEST_F(UtxoNetwork, APlainScanPassesOverInscriptionsTokensAndSingleSatoshis) {
     }
     listing.push_back(listing[1]);
     listing.back()["txid"] = FlipTxidHex(TestTxid(1));
-    Reply(Service::kOrdinals, "/txos/address/", 200, listing.dump());
+    services.Reply(Service::kOrdinals, "/txos/address/", 200, listing.dump());
     std::vector<Utxo> list;
     EXPECT_TRUE(ScanPlainOutputs(address, list));
     EXPECT_EQ(Describe(list), "1:1=11 4:1=14 9:1=44 12:0=22");
     EXPECT_FALSE(ScanPlainOutputs("", list));
     for (const char* body : {"{}", "[]", "nonsense", R"([{"txid":7}])"}) {
         services.box.ClearFaults();
-        Reply(Service::kOrdinals, "/txos/address/", 200, body);
+        services.Reply(Service::kOrdinals, "/txos/address/", 200, body);
         EXPECT_FALSE(ScanPlainOutputs(address, list)) << body;
         EXPECT_TRUE(list.empty()) << body;
     }
@@ -432,7 +429,7 @@ TEST_F(UtxoNetwork, ARescanAddsWhatTheOrdinalsServiceKnowsAndIsUnspent) {
     pending_outputs.push_back({TestTxid(9), 0, 90, {}, {}, hash});
     MarkSpentInMemory(TestTxid(2), 0);
     const auto element = [](uint32_t number) { return json{{"txid", TestTxid(number)}, {"satoshis", 20}}; };
-    Reply(Service::kOrdinals, "/txos/address/" + address, 200, json{element(2), element(3)}.dump());
+    services.Reply(Service::kOrdinals, "/txos/address/" + address, 200, json{element(2), element(3)}.dump());
     RescanPlainOutputs(lock);
     EXPECT_EQ(Cached(address), "3:0=20 1:0=50 9:0=90");
     EXPECT_TRUE(pending_outputs.empty()) << "the second opinion does not know it";
