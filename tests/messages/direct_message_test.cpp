@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <future>
 #include <nlohmann/json.hpp>
@@ -20,6 +18,7 @@
 #include <vector>
 
 #include "base/files.h"
+#include "tests/support/memory_search.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/shadow_memory.h"
 #include "tests/support/wallet_fixture.h"
@@ -386,36 +385,7 @@ TEST_F(DirectMessage, WhatIsStoredStandsInItsFile) {
     EXPECT_EQ(FindEncryptionKey("carol"), kOwn) << "memory has it all the same";
 }
 
-// ---- Memory. Each secret stands here masked, so that a search does not find what it searches for.
-
-constexpr uint8_t kMask = 0xa5;
-constexpr std::size_t kPiece = 16;  // bytes of a secret that count as a find
-
-bool MemoryHolds(std::string_view masked_hex) {
-    const ByteBuffer masked = HexDecode(masked_hex);
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        uintptr_t begin = 0;
-        uintptr_t end = 0;
-        char mode[5] = {};
-        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, mode) != 3) continue;
-        if (mode[0] != 'r' || mode[1] != 'w') continue;
-        const auto* const memory = reinterpret_cast<const uint8_t*>(begin);
-        for (std::size_t at = 0; at + kPiece <= end - begin; ++at) {
-            for (std::size_t from = 0; from < masked.size(); from += kPiece) {
-                // Forward, and in reverse: the limbs of a big number lie low end first.
-                std::size_t same = 0;
-                while (same < kPiece && (memory[at + same] ^ kMask) == masked[from + same]) ++same;
-                if (same == kPiece) return true;
-                same = 0;
-                while (same < kPiece && (memory[at + same] ^ kMask) == masked[from + kPiece - 1 - same])
-                    ++same;
-                if (same == kPiece) return true;
-            }
-        }
-    }
-    return false;
-}
+// ---- Memory.
 
 // Runs `work` below a frame that nothing overwrites afterwards.
 [[gnu::noinline]] bool RunDeep(const std::function<bool()>& work) {
@@ -432,16 +402,18 @@ TEST_F(DirectMessage, NoSecretOfASealingIsLeftInMemory) {
 #endif
     constexpr char kMaskedContentKey[] = "61404c6baa8963a2df22e5e4629e091edbb6e1652e4bd4f5fc90f380556b2500";
     constexpr char kMaskedEphemeral[] = "623f445db820266a6e446f73a05b01a8af72250306bd173827798848965f6f24";
-    const std::pair<const char*, const char*> secrets[] = {
-        {"content key", kMaskedContentKey},
-        {"ephemeral key", kMaskedEphemeral},
-        {"shared point", "09b308eed13ea3fe302aadc5f197676b7d78bb372ea5162801ad878bdc66a89c"},
-        {"derived keys",
-         "6c34a4b16e927343103fd69ff477f382eeaa199c1ca0ad18c2dfb8a3cdfbbf54"
-         "dde3919b43d3a314c34e3dbce7130f9243ade06850c52ffc11be292348cf337e"},
-    };
+    Needles secrets;
+    for (const auto& [name, masked] :
+         {std::pair("content key", kMaskedContentKey),
+          {"ephemeral key", kMaskedEphemeral},
+          {"shared point", "09b308eed13ea3fe302aadc5f197676b7d78bb372ea5162801ad878bdc66a89c"},
+          {"derived keys",
+           "6c34a4b16e927343103fd69ff477f382eeaa199c1ca0ad18c2dfb8a3cdfbbf54"
+           "dde3919b43d3a314c34e3dbce7130f9243ade06850c52ffc11be292348cf337e"}}) {
+        secrets.AddMasked(name, HexDecode(masked));
+    }
     const auto expect_nothing_left = [&](std::deque<std::string> script, const std::function<bool()>& work) {
-        const FixedDraws draws(std::move(script), kMask);
+        const FixedDraws draws(std::move(script), kSecretMask);
         // On a thread of its own, which keeps its stack as the work has left it until the search is over.
         std::promise<bool> done;
         std::promise<void> searched;
@@ -450,7 +422,7 @@ TEST_F(DirectMessage, NoSecretOfASealingIsLeftInMemory) {
             searched.get_future().wait();
         });
         EXPECT_TRUE(done.get_future().get());
-        for (const auto& [name, masked] : secrets) EXPECT_FALSE(MemoryHolds(masked)) << name;
+        EXPECT_EQ(secrets.Find(), std::vector<std::string>());
         searched.set_value();
         worker.join();
     };
@@ -462,8 +434,8 @@ TEST_F(DirectMessage, NoSecretOfASealingIsLeftInMemory) {
     expect_nothing_left({kMaskedEphemeral}, [&] { return SealToKey(AsBytes("text"), kRecipient, sealed); });
 
     ByteBuffer seen = HexDecode(kMaskedContentKey);
-    for (uint8_t& byte : seen) byte ^= kMask;
-    EXPECT_TRUE(MemoryHolds(kMaskedContentKey)) << "the search is blind";
+    for (uint8_t& byte : seen) byte ^= kSecretMask;
+    EXPECT_EQ(secrets.Find(), std::vector<std::string>{"content key"}) << "the search is blind";
 }
 
 }  // namespace

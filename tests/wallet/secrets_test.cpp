@@ -1,16 +1,12 @@
 // Looks through the memory that this process can write for the secrets of a wallet that it no longer holds.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "base/files.h"
 #include "base/text.h"
+#include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
 #include "tests/support/temp_folder.h"
 #include "wallet/app_binds.h"
@@ -35,72 +31,6 @@ SecretString Phrase() {
     }
     return phrase;
 }
-
-constexpr uint8_t kMask = 0xa5;
-constexpr std::size_t kPiece = 16;  // bytes of a secret that count as a find
-
-// A piece of a secret, masked, so that the search does not find what it searches for.
-struct Needle {
-    std::string name;
-    std::array<uint8_t, kPiece> masked{};
-};
-
-class Needles {
-  public:
-    // Every piece of the bytes, and of their reverse: the limbs of a big number lie low end first.
-    void Add(const std::string& name, std::span<const uint8_t> secret) {
-        for (std::size_t at = 0; at + kPiece <= secret.size(); at += kPiece) {
-            Needle forward{name, {}};
-            Needle backward{name + " reversed", {}};
-            for (std::size_t i = 0; i < kPiece; ++i) {
-                forward.masked[i] = secret[at + i] ^ kMask;
-                backward.masked[kPiece - 1 - i] = forward.masked[i];
-            }
-            needles_.push_back(std::move(forward));
-            needles_.push_back(std::move(backward));
-        }
-    }
-
-    void AddKey(const std::string& name, const SecretString& hex) {
-        Add(name + " hex", AsBytes(hex));
-        std::array<uint8_t, 32> bytes;
-        const WipeAtExit wipe_bytes(bytes);
-        if (HexDecodeSecret(hex, bytes)) Add(name, bytes);
-    }
-
-    // The names of the needles that the writable memory of this process holds, each once.
-    std::vector<std::string> Find() const {
-        std::vector<std::string> found;
-        std::ifstream maps("/proc/self/maps");
-        for (std::string line; std::getline(maps, line);) {
-            uintptr_t begin = 0;
-            uintptr_t end = 0;
-            char mode[5] = {};
-            if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, mode) != 3) continue;
-            if (mode[0] != 'r' || mode[1] != 'w') continue;
-            Search({reinterpret_cast<const uint8_t*>(begin), end - begin}, found);
-        }
-        std::sort(found.begin(), found.end());
-        found.erase(std::unique(found.begin(), found.end()), found.end());
-        return found;
-    }
-
-  private:
-    void Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const {
-        std::array<bool, 256> begins{};
-        for (const Needle& needle : needles_) begins[needle.masked[0] ^ kMask] = true;
-        for (std::size_t at = 0; at + kPiece <= memory.size(); ++at) {
-            if (!begins[memory[at]]) continue;
-            for (const Needle& needle : needles_) {
-                std::size_t same = 0;
-                while (same < kPiece && (memory[at + same] ^ kMask) == needle.masked[same]) ++same;
-                if (same == kPiece) found.push_back(needle.name);
-            }
-        }
-    }
-
-    std::vector<Needle> needles_;
-};
 
 void WriteWallet(std::string_view before, const SecretString& secret, std::string_view behind) {
     SecretString text;

@@ -1,0 +1,70 @@
+#include "tests/support/memory_search.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <utility>
+
+#include "base/text.h"
+#include "wallet/encodings.h"
+
+namespace brickfall {
+
+void Needles::AddPieces(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask) {
+    for (std::size_t at = 0; at + kPiece <= bytes.size(); at += kPiece) {
+        Needle forward{name, {}};
+        Needle backward{name + " reversed", {}};
+        for (std::size_t i = 0; i < kPiece; ++i) {
+            forward.masked[i] = bytes[at + i] ^ mask;
+            backward.masked[kPiece - 1 - i] = forward.masked[i];
+        }
+        needles_.push_back(std::move(forward));
+        needles_.push_back(std::move(backward));
+    }
+}
+
+void Needles::Add(const std::string& name, std::span<const uint8_t> secret) {
+    AddPieces(name, secret, kSecretMask);
+}
+
+void Needles::AddMasked(const std::string& name, std::span<const uint8_t> masked) {
+    AddPieces(name, masked, 0);
+}
+
+void Needles::AddKey(const std::string& name, const SecretString& hex) {
+    Add(name + " hex", AsBytes(hex));
+    std::array<uint8_t, 32> bytes;
+    const WipeAtExit wipe_bytes(bytes);
+    if (HexDecodeSecret(hex, bytes)) Add(name, bytes);
+}
+
+std::vector<std::string> Needles::Find() const {
+    std::vector<std::string> found;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        uintptr_t begin = 0;
+        uintptr_t end = 0;
+        char mode[5] = {};
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, mode) != 3) continue;
+        if (mode[0] != 'r' || mode[1] != 'w') continue;
+        Search({reinterpret_cast<const uint8_t*>(begin), end - begin}, found);
+    }
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+}
+
+void Needles::Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const {
+    std::array<bool, 256> begins{};
+    for (const Needle& needle : needles_) begins[needle.masked[0] ^ kSecretMask] = true;
+    for (std::size_t at = 0; at + kPiece <= memory.size(); ++at) {
+        if (!begins[memory[at]]) continue;
+        for (const Needle& needle : needles_) {
+            std::size_t same = 0;
+            while (same < kPiece && (memory[at + same] ^ kSecretMask) == needle.masked[same]) ++same;
+            if (same == kPiece) found.push_back(needle.name);
+        }
+    }
+}
+
+}  // namespace brickfall
