@@ -89,7 +89,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
     int y = 16;
     if (view.has_best && view.best.score >= 1) {
         canvas.Text(FromEdges(28, 16, right, 42), "Highest Score Ever", theme.font_title, kGoldColor,
-                    AlignX::kLeft, AlignY::kTop, /*ellipsis=*/true);
+                    AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
         y = DrawBoardRow(canvas, 46, view.best, {"", kGoldColor, kGoldColor, true}, view.my_key);
         rule(y + 10);
         y += 24;
