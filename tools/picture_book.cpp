@@ -4,12 +4,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
 #include "base/clock.h"
+#include "base/files.h"
+#include "base/workers.h"
 #include "board/board_load.h"
 #include "cabinet/controls.h"
 #include "cabinet/images.h"
@@ -19,6 +22,8 @@
 #include "platform/automation.h"
 #include "tools/autopilot.h"
 #include "wallet/app_binds.h"
+#include "wallet/shared_store.h"
+#include "wallet/status_refresh.h"
 
 namespace brickfall {
 namespace {
@@ -115,13 +120,30 @@ void KeepTools() {
     }
 }
 
+// The store's only wallet, so that the cabinet is connected to it. Its words are the first example of BIP39.
+void MakeWallet() {
+    constexpr char kId[] = "w1700000000000";
+    constexpr char kWords[] =
+        "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon about";
+    const std::string wallet_folder = StoreRoot() + "/wallets/" + kId;
+    MakeFolders(wallet_folder);
+    const nlohmann::json registry = {{"active", kId}, {"wallets", {{{"id", kId}, {"name", "player"}}}}};
+    const nlohmann::json wallet = {{"version", 2}, {"mnemonic", kWords}, {"paymail", "player"}};
+    WriteFile(StoreRoot() + "/wallets.json", registry.dump(2));
+    WriteFile(wallet_folder + "/wallet.json", wallet.dump(2));
+}
+
 void DrawAll() {
+    MakeWallet();
     BindAtStart("/picture-book", "Brickfall");
     LoadUiSettings();
     LoadLogo(LogoFile());
     OpenMainWindow();
     ShowWindow(shell.main);
+    WaitForWorkers();  // of which none has found a service
     PumpMessages();
+    PostWindowMessage(shell.main, kMsgBalanceDone, 0, MakePayload(StatusResult{true, 94'847}));
+    PostWindowMessage(shell.main, kMsgPotDone, 0, MakePayload(PotResult{117'000, ""}));
     KeepMain("attract");
     StartRun(shell.run, shell.driver.run);
     PlayFor(900'000, true);
@@ -134,11 +156,11 @@ void DrawAll() {
     KeepMain("game-over");
     shell.run.mode = kModeRecorded;
     shell.run.record_pending = false;
+    EnableWindowControl(shell.main, kControlRecord, false);
     SetStatus("Score recorded.");
     KeepMain("recorded");
     PostWindowMessage(shell.main, kMsgBoardDone, 0, MakePayload(SampleBoard()));
-    PumpMessages();
-    shell.board_view.my_key = "player";
+    WaitForWorkers();  // one may hold the wallet, and then no row is marked as the player's own
     InvalidateWindow(shell.board);
     PumpMessages();
     Keep("board", GrabWindow(shell.board));
