@@ -21,6 +21,7 @@
 #include "game/week.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
+#include "tests/game/random_run.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/connect_handshake.h"
 #include "wallet/ov_pouch_wallet.h"
@@ -40,46 +41,37 @@ constexpr int kPayButtons[] = {kControlConnect, kControlUnbind, kControlPlay,
 
 // A cabinet without a window. Workers run inside the click that starts them; what they post waits for
 // Deliver, as a message would.
-class Cabinet {
+class Cabinet : public NotedRun {
   public:
     Cabinet() {
         SetInlineWorkers(true);
-        driver.run.set_status = [this](std::string_view text) { statuses.emplace_back(text); };
-        driver.run.enable_control = [this](int id, bool on) { enabled[id] = on; };
-        driver.run.invalidate_well = [this] { ++repaints; };
-        driver.run.invalidate_record_button = [] {};
-        driver.run.refresh_layout = [] { return CellSize{40, 20}; };
-        driver.run.start_heartbeat = [] {};
-        driver.run.focus_main = [] {};
-        driver.run.main_has_focus = [] { return true; };
-        driver.run.any_tool_window_open = [] { return false; };
-        driver.run.play_effect = [](std::span<const int>, std::span<const int>) {};
-        driver.run.record_local_score = [this](const std::string& txid) { listed.push_back(txid); };
-        driver.run.key_down = [](GameKey) { return false; };
-        driver.confirm = [this](std::string_view title, std::string_view question) {
+        cell = {40, 20};
+        driver.set_status = [this](std::string_view text) { statuses.emplace_back(text); };
+        driver.enable_control = [this](int id, bool on) { enabled[id] = on; };
+        driver.record_local_score = [this](const std::string& txid) { listed.push_back(txid); };
+        flow.run = driver;
+        flow.confirm = [this](std::string_view title, std::string_view question) {
             questions.push_back(std::string(title) + ": " + std::string(question));
             return answer;
         };
-        driver.refresh_wallet_labels = [this] { ++label_refreshes; };
-        driver.start_pot_refresh = [this] { ++pot_refreshes; };
-        driver.start_board_load = [this] { ++board_loads; };
-        driver.post_connect_done = [this](ResultText text) {
+        flow.refresh_wallet_labels = [this] { ++label_refreshes; };
+        flow.start_pot_refresh = [this] { ++pot_refreshes; };
+        flow.start_board_load = [this] { ++board_loads; };
+        flow.post_connect_done = [this](ResultText text) {
             const auto shared = std::make_shared<ResultText>(std::move(text));
-            posted.push_back([this, shared] { OnConnectResult(run, driver, std::move(*shared)); });
+            posted.push_back([this, shared] { OnConnectResult(run, flow, std::move(*shared)); });
         };
-        driver.post_pay_done = [this](PayKind kind, ResultText text) {
+        flow.post_pay_done = [this](PayKind kind, ResultText text) {
             const auto shared = std::make_shared<ResultText>(std::move(text));
-            posted.push_back([this, kind, shared] { OnPayResult(run, driver, kind, std::move(*shared)); });
+            posted.push_back([this, kind, shared] { OnPayResult(run, flow, kind, std::move(*shared)); });
         };
     }
     ~Cabinet() { SetInlineWorkers(false); }
-    Cabinet(const Cabinet&) = delete;
-    Cabinet& operator=(const Cabinet&) = delete;
 
-    void Play() { OnPlayClicked(run, driver); }
-    void Record() { OnRecordClicked(run, driver); }
-    void Connect() { OnConnectClicked(run, driver); }
-    void Unbind() { OnUnbindClicked(run, driver); }
+    void Play() { OnPlayClicked(run, flow); }
+    void Record() { OnRecordClicked(run, flow); }
+    void Connect() { OnConnectClicked(run, flow); }
+    void Unbind() { OnUnbindClicked(run, flow); }
 
     void Deliver() {
         while (!posted.empty()) std::exchange(posted.front(), nullptr)(), posted.pop_front();
@@ -88,17 +80,16 @@ class Cabinet {
     void Lose(int64_t score) {
         run.game.score = score;
         run.game.game_over = true;
-        FinishRun(run, driver.run);
+        FinishRun(run, driver);
     }
 
     std::string Status() const { return statuses.empty() ? "" : statuses.back(); }
 
-    RunControl run;
-    FlowDriver driver;
+    FlowDriver flow;
     bool answer = true;
     std::vector<std::string> statuses, questions, listed;
     std::map<int, bool> enabled;
-    int repaints = 0, label_refreshes = 0, pot_refreshes = 0, board_loads = 0;
+    int label_refreshes = 0, pot_refreshes = 0, board_loads = 0;
     std::deque<std::function<void()>> posted;
 };
 
@@ -170,43 +161,36 @@ TEST(FlowTxid, IsTheFirstRunOf64Digits) {
 
 // Each row sets all that would refuse later too, so the order of the checks shows.
 TEST_F(PaidCabinet, RefusesInOneLineAndChangesNothing) {
-    using Click = void (Cabinet::*)();
-    const auto playing = [](RunControl& run) { run.mode = kModePlaying; };
-    const auto over = [](RunControl& run) {
-        run.mode = kModeGameOver;
-        run.enter_txid = kTxid;
-    };
-    const auto busy = [](RunControl& run) { run.mode = kModePlaying, run.busy = true; };
-    const auto nothing = [](RunControl&) {};
+    const std::string busy = "Already working...", too_early = "Play a full run first.";
+    const std::string no_payer = "Connect the same Pouch that paid to enter.";
     const struct {
         const char* why;
-        Click click;
-        std::function<void(RunControl&)> setup;
+        void (Cabinet::*click)();
+        RunMode mode;
+        bool busy;
+        std::string entry;
         bool connected;
         std::string text;
     } kRows[] = {
-        {"play, busy", &Cabinet::Play, busy, false, "Already working..."},
-        {"play in a run", &Cabinet::Play, playing, false, "Finish this run first."},
-        {"play without a wallet", &Cabinet::Play, nothing, false, "Connect a Pouch wallet first."},
-        {"play without a name", &Cabinet::Play, over, true,
+        {"play, busy", &Cabinet::Play, kModePlaying, true, "", false, busy},
+        {"play in a run", &Cabinet::Play, kModePlaying, false, "", false, "Finish this run first."},
+        {"play without a wallet", &Cabinet::Play, kModeAttract, false, "", false,
+         "Connect a Pouch wallet first."},
+        {"play without a name", &Cabinet::Play, kModeGameOver, false, kTxid, true,
          std::string("Publish a @") + kPaymailDomain + " name before you play."},
-        {"record, busy", &Cabinet::Record, busy, false, "Already working..."},
-        {"record before a run", &Cabinet::Record, nothing, false, "Play a full run first."},
-        {"record in a run", &Cabinet::Record, playing, false, "Play a full run first."},
-        {"record again", &Cabinet::Record, [](RunControl& run) { run.mode = kModeRecorded; }, false,
-         "Play a full run first."},
-        {"record a run without an id", &Cabinet::Record, [](RunControl& run) { run.mode = kModeGameOver; },
-         false, "Missing enter txid."},
-        {"record with a longer id", &Cabinet::Record,
-         [](RunControl& run) { run.mode = kModeGameOver, run.enter_txid = kTxid + "0"; }, false,
+        {"record, busy", &Cabinet::Record, kModePlaying, true, "", false, busy},
+        {"record before a run", &Cabinet::Record, kModeAttract, false, "", false, too_early},
+        {"record in a run", &Cabinet::Record, kModePlaying, false, "", false, too_early},
+        {"record again", &Cabinet::Record, kModeRecorded, false, "", false, too_early},
+        {"record without an id", &Cabinet::Record, kModeGameOver, false, "", false, "Missing enter txid."},
+        {"record with a longer id", &Cabinet::Record, kModeGameOver, false, kTxid + "0", false,
          "Missing enter txid."},
-        {"record without a wallet", &Cabinet::Record, over, false,
-         "Connect the same Pouch that paid to enter."},
-        {"record without a name", &Cabinet::Record, over, true, "Connect the same Pouch that paid to enter."},
-        {"connect, busy", &Cabinet::Connect, busy, true, "Already working..."},
-        {"connect twice", &Cabinet::Connect, playing, true,
+        {"record without a wallet", &Cabinet::Record, kModeGameOver, false, kTxid, false, no_payer},
+        {"record without a name", &Cabinet::Record, kModeGameOver, false, kTxid, true, no_payer},
+        {"connect, busy", &Cabinet::Connect, kModePlaying, true, "", true, busy},
+        {"connect twice", &Cabinet::Connect, kModePlaying, false, "", true,
          "Already connected. Unbind to pick another wallet."},
-        {"unbind in a run, busy or not", &Cabinet::Unbind, busy, true,
+        {"unbind in a run, busy or not", &Cabinet::Unbind, kModePlaying, true, "", true,
          "Finish or close the run before unbinding."},
     };
     const std::string file = wallet.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
@@ -220,13 +204,14 @@ TEST_F(PaidCabinet, RefusesInOneLineAndChangesNothing) {
         for (const auto& row : kRows) {
             if (row.connected != connected) continue;
             cabinet.run = {};
+            cabinet.run.mode = row.mode;
+            cabinet.run.busy = row.busy;
+            cabinet.run.enter_txid = row.entry;
             cabinet.statuses.clear();
-            row.setup(cabinet.run);
-            const RunControl before = cabinet.run;
             (cabinet.*row.click)();
             EXPECT_EQ(cabinet.statuses, std::vector<std::string>{row.text}) << row.why;
-            EXPECT_EQ(cabinet.run.busy, before.busy) << row.why;
-            EXPECT_EQ(cabinet.run.mode, before.mode) << row.why;
+            EXPECT_EQ(cabinet.run.busy, row.busy) << row.why;
+            EXPECT_EQ(cabinet.run.mode, row.mode) << row.why;
         }
     }
     EXPECT_TRUE(cabinet.questions.empty());
@@ -305,16 +290,16 @@ TEST(FlowResults, DriverTextsDecideWhatFollows) {
         Cabinet cabinet;
         cabinet.run.mode = kModeGameOver;
         cabinet.run.record_pending = true;
-        SetBusy(cabinet.run, cabinet.driver, true);
+        SetBusy(cabinet.run, cabinet.flow, true);
         for (const int id : kPayButtons) EXPECT_FALSE(cabinet.enabled[id]) << id;
         ResultText text = row.text ? std::make_unique<std::string>(*row.text) : nullptr;
-        OnPayResult(cabinet.run, cabinet.driver, row.kind, std::move(text));
+        OnPayResult(cabinet.run, cabinet.flow, row.kind, std::move(text));
 
         EXPECT_EQ(cabinet.Status(), row.status) << row.why;
         EXPECT_EQ(cabinet.run.mode, row.mode) << row.why;
         EXPECT_EQ(cabinet.pot_refreshes, row.pots) << row.why;
         EXPECT_EQ(cabinet.label_refreshes, 1) << row.why;
-        EXPECT_EQ(cabinet.repaints > 0, row.pots > 0) << row.why;
+        EXPECT_EQ(cabinet.well_repaints > 0, row.pots > 0) << row.why;
         EXPECT_FALSE(cabinet.run.busy) << row.why;
         EXPECT_EQ(cabinet.enabled[kControlPlay], row.mode != kModePlaying) << row.why;
         EXPECT_EQ(cabinet.enabled[kControlRecord], row.mode == kModeGameOver) << row.why;
@@ -327,16 +312,16 @@ TEST(FlowResults, DriverTextsDecideWhatFollows) {
         EXPECT_EQ(cabinet.run.enter_txid, row.text == sent && row.kind == kPayEnter ? kTxid : "") << row.why;
 
         // Whatever comes and goes later, a recorded run's button stays off.
-        SetBusy(cabinet.run, cabinet.driver, false);
+        SetBusy(cabinet.run, cabinet.flow, false);
         EXPECT_EQ(cabinet.enabled[kControlRecord], !recorded) << row.why;
     }
     Cabinet cabinet;
-    OnConnectResult(cabinet.run, cabinet.driver, nullptr);
+    OnConnectResult(cabinet.run, cabinet.flow, nullptr);
     EXPECT_EQ(cabinet.Status(), "Connect failed.");
-    OnConnectResult(cabinet.run, cabinet.driver, std::make_unique<std::string>("error: denied"));
+    OnConnectResult(cabinet.run, cabinet.flow, std::make_unique<std::string>("error: denied"));
     EXPECT_EQ(cabinet.Status(), "error: denied");
     EXPECT_EQ(cabinet.pot_refreshes, 0);
-    OnConnectResult(cabinet.run, cabinet.driver, std::make_unique<std::string>("success"));
+    OnConnectResult(cabinet.run, cabinet.flow, std::make_unique<std::string>("success"));
     EXPECT_EQ(cabinet.Status(), "Connected. Play when you are funded.");
     EXPECT_EQ(cabinet.pot_refreshes, 1);
     EXPECT_EQ(cabinet.label_refreshes, 3);

@@ -1,5 +1,5 @@
-// random_run.h - a run driven through its keyboard, its timer and a manual clock, for tests that need a
-// driver, and a generator of whole runs.
+// random_run.h - a driver that writes down what a run asks of it; a run driven through its keyboard, its
+// timer and a manual clock; and a generator of whole runs.
 #pragma once
 
 #include <functional>
@@ -14,8 +14,8 @@
 
 namespace brickfall {
 
-struct RunFixture {
-    RunFixture() {
+struct NotedRun {
+    NotedRun() {
         driver.set_status = [this](std::string_view text) { Log("status " + std::string(text)); };
         driver.enable_control = [this](int id, bool on) {
             Log((on ? "enable " : "disable ") + std::to_string(id));
@@ -42,12 +42,25 @@ struct RunFixture {
         };
         driver.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_down : right_down; };
     }
-    RunFixture(const RunFixture&) = delete;
-    RunFixture& operator=(const RunFixture&) = delete;
+    NotedRun(const NotedRun&) = delete;
+    NotedRun& operator=(const NotedRun&) = delete;
 
     void Log(const std::string& line) { calls.push_back(line); }
     std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
 
+    RunControl run;
+    RunDriver driver;
+    CellSize cell{32, 32};
+    bool left_down = false;
+    bool right_down = false;
+    bool has_focus = true;
+    bool tool_window_open = false;
+    std::vector<std::string> calls;
+    int well_repaints = 0;
+    int button_repaints = 0;
+};
+
+struct RunFixture : NotedRun {
     void Pass(int64_t milliseconds) {
         clock.AdvanceMs(milliseconds);
         OnTimer(run, driver);
@@ -62,16 +75,6 @@ struct RunFixture {
     void Tap(GameKey key) { OnKeyDown(run, driver, key, false); }
 
     ManualClock clock;
-    RunControl run;
-    RunDriver driver;
-    CellSize cell{32, 32};
-    bool left_down = false;
-    bool right_down = false;
-    bool has_focus = true;
-    bool tool_window_open = false;
-    std::vector<std::string> calls;
-    int well_repaints = 0;
-    int button_repaints = 0;
 };
 
 // Plays one run from start to loss: by the autopilot or by chance until `level` is reached or some time has

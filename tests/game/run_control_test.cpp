@@ -183,6 +183,9 @@ TEST(RunControl, AFullTapeLosesEventsButNotInputs) {
     EXPECT_EQ(play.run.mode, kModeGameOver);
     EXPECT_EQ(play.run.tape.events.size(), kTapeMaxEvents);
     EXPECT_EQ(play.run.tape.events.back().code, kInputLeftDown);
+    const std::string hex = TapeToHex(play.run.tape);
+    EXPECT_EQ(hex.size(), 2'000'020u);
+    EXPECT_EQ(hex.substr(12, 8), "400d0300");  // 200,000
 }
 
 TEST(RunControl, NothingHappensWhereNoRunIs) {
