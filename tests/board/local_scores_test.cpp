@@ -40,34 +40,7 @@ std::vector<Shown> Show(const std::vector<ScoreRow>& rows) {
     return shown;
 }
 
-TEST(LocalScores, ALocalRowIsAddedUnlessOneStandsForIt) {
-    struct Case {
-        const char* why;
-        ScoreRow present;
-        ScoreRow local;
-        bool added;
-    };
-    const Case cases[] = {
-        {"another record", Row("ada", "1a", 500, "t"), Row("ada", "1a", 500, "u"), true},
-        {"the same record", Row("ada", "1a", 500, "t"), Row("bob", "1b", 7, "t"), false},
-        {"no record, same name", Row("ada", "1a", 500, ""), Row("ada", "1b", 500, ""), false},
-        {"no record, same address", Row("ada", "1a", 500, ""), Row("bob", "1a", 500, ""), false},
-        {"no record, and one that has it", Row("ada", "1a", 500, "t"), Row("ada", "", 500, ""), false},
-        {"recorded, and one without", Row("ada", "1a", 500, ""), Row("ada", "1a", 500, "t"), true},
-        {"another score", Row("ada", "1a", 500, ""), Row("ada", "1a", 501, ""), true},
-        {"another player", Row("ada", "1a", 500, ""), Row("bob", "1b", 500, ""), true},
-        {"empty names are nobody's", Row("", "", 500, ""), Row("", "", 500, ""), true},
-        {"name and address are two things", Row("x", "y", 500, ""), Row("y", "x", 500, ""), true},
-        {"no points", Row("ada", "1a", 500, ""), Row("bob", "1b", 0, "u"), false},
-        {"fewer", Row("ada", "1a", 500, ""), Row("bob", "1b", INT64_MIN, "u"), false},
-    };
-    for (const Case& c : cases) {
-        std::vector<ScoreRow> rows = {c.present};
-        AddLocalRow(rows, c.local.paymail, c.local.pay_addr, c.local.score, c.local.txid);
-        std::vector<ScoreRow> expected = {c.present};
-        if (c.added) expected.push_back(c.local);
-        EXPECT_EQ(Show(rows), Show(expected)) << c.why;
-    }
+TEST(LocalScores, ALocalRowSaysWhatIsKnown) {
     std::vector<ScoreRow> rows;
     AddLocalRow(rows, kAda, "1a", INT64_MAX, "t");
     ASSERT_EQ(rows.size(), 1u);
@@ -187,16 +160,6 @@ TEST_F(RecordedScores, ARecordCompletesTheEntryOfItsRun) {
     EXPECT_EQ(doc_["best_ever"], Entry(700, "t", kNow + 5));
     EXPECT_EQ(doc_["music"], true);
     EXPECT_EQ(saves_, 4);
-}
-
-TEST_F(RecordedScores, AFormerWeekIsThrownOutButTheBestStays) {
-    const int64_t monday = kTestWeek + 604'800;
-    wallet_.clock.AdvanceMs((monday - 1 - kNow) * 1'000);
-    Record(900, "");
-    wallet_.clock.AdvanceMs(2'000);
-    Record(100, "");
-    EXPECT_EQ(doc_["week_scores"], json::array({Entry(100, "", monday + 1, monday)}));
-    EXPECT_EQ(doc_["best_ever"], Entry(900, "", monday - 1));
 }
 
 TEST_F(RecordedScores, WhichEntryIsTheRuns) {
