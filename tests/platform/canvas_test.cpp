@@ -11,7 +11,9 @@ namespace {
 constexpr Color kInk = Rgb(0xFF8C28);
 constexpr Color kPaper = Rgb(0x040A08);
 
-Image Drawn(const std::function<void(Canvas&)>& body, int scale = 1) {
+using Drawing = std::function<void(Canvas&)>;
+
+Image Drawn(const Drawing& body, int scale = 1) {
     return DrawToImage(
         {40, 30},
         [&](Canvas& canvas) {
@@ -37,61 +39,32 @@ std::vector<std::string> Rows(const Image& image, const Rect& part) {
 }
 
 TEST(Canvas, DrawsStraightThingsSharp) {
+    const auto fill = [](Rect rect) -> Drawing { return [=](Canvas& c) { c.Fill(rect, kInk); }; };
+    const auto line = [](Point from, Point to, int width = 1) -> Drawing {
+        return [=](Canvas& c) { c.Line(from, to, kInk, width); };
+    };
+    const auto frame = [](Rect rect, int width) -> Drawing {
+        return [=](Canvas& c) { c.FrameRoundRect(rect, 0, kInk, width); };
+    };
+    const Rect square = {0, 0, 4, 4};
+    const Point corner = {4, 3};
     const struct {
         const char* what;
-        std::function<void(Canvas&)> body;
+        Drawing body;
         std::vector<std::string> expected;
     } kCases[] = {
-        {"fill",
-         [](Canvas& c) {
-             c.Fill({1, 1, 3, 2}, kInk);
-         },
-         {".....", ".###.", ".###.", "....."}},
-        {"empty fill",
-         [](Canvas& c) {
-             c.Fill({3, 3, -2, 0}, kInk);
-         },
-         {".....", ".....", ".....", "....."}},
-        {"pixel",
-         [](Canvas& c) {
-             c.Pixel({4, 3}, kInk);
-         },
-         {".....", ".....", ".....", "....#"}},
-        {"line with both ends",
-         [](Canvas& c) {
-             c.Line({3, 1}, {1, 1}, kInk);
-         },
-         {".....", ".###.", ".....", "....."}},
-        {"line down",
-         [](Canvas& c) {
-             c.Line({2, 0}, {2, 2}, kInk);
-         },
-         {"..#..", "..#..", "..#..", "....."}},
-        {"line of one",
-         [](Canvas& c) {
-             c.Line({2, 2}, {2, 2}, kInk);
-         },
-         {".....", ".....", "..#..", "....."}},
-        {"wide line",
-         [](Canvas& c) {
-             c.Line({1, 1}, {2, 1}, kInk, 3);
-         },
-         {".##..", ".##..", ".##..", "....."}},
+        {"fill", fill({1, 1, 3, 2}), {".....", ".###.", ".###.", "....."}},
+        {"empty fill", fill({3, 3, -2, 0}), {".....", ".....", ".....", "....."}},
+        {"pixel", [&](Canvas& c) { c.Pixel(corner, kInk); }, {".....", ".....", ".....", "....#"}},
+        {"line with both ends", line({3, 1}, {1, 1}), {".....", ".###.", ".....", "....."}},
+        {"line down", line({2, 0}, {2, 2}), {"..#..", "..#..", "..#..", "....."}},
+        {"line of one", line({2, 2}, {2, 2}), {".....", ".....", "..#..", "....."}},
+        {"wide line", line({1, 1}, {2, 1}, 3), {".##..", ".##..", ".##..", "....."}},
         {"bevel",
-         [](Canvas& c) {
-             Bevel(c, {0, 0, 4, 4}, kInk, Rgb(0xFFFFFF));
-         },
+         [&](Canvas& c) { Bevel(c, square, kInk, Rgb(0xFFFFFF)); },
          {"###+.", "#..+.", "#..+.", "++++."}},
-        {"frame without corners",
-         [](Canvas& c) {
-             c.FrameRoundRect({1, 0, 4, 4}, 0, kInk);
-         },
-         {".####", ".#..#", ".#..#", ".####"}},
-        {"thick frame",
-         [](Canvas& c) {
-             c.FrameRoundRect({0, 0, 5, 4}, 0, kInk, 2);
-         },
-         {"#####", "#####", "#####", "#####"}},
+        {"frame without corners", frame({1, 0, 4, 4}, 1), {".####", ".#..#", ".#..#", ".####"}},
+        {"thick frame", frame({0, 0, 5, 4}, 2), {"#####", "#####", "#####", "#####"}},
     };
     for (const auto& a_case : kCases) {
         EXPECT_EQ(Rows(Drawn(a_case.body), {0, 0, 5, 4}), a_case.expected) << a_case.what;
@@ -99,34 +72,19 @@ TEST(Canvas, DrawsStraightThingsSharp) {
 }
 
 TEST(Canvas, RoundsWithinTheGivenRectangle) {
-    const auto around = [](const Image& image) {  // the pixels next to 5,5 20x20, outside
-        int inked = 0;
-        for (int i = 4; i <= 25; ++i) {
-            for (const auto& [x, y] :
-                 {std::pair(i, 4), std::pair(i, 25), std::pair(4, i), std::pair(25, i)}) {
-                inked += !(PixelOf(image, x, y) == kPaper);
-            }
-        }
-        return inked;
-    };
-    const Rect box = {5, 5, 20, 20};
+    const Rect box = {5, 5, 20, 20}, all = {0, 0, 40, 30};
+    const Drawing fill_all = [&](Canvas& c) { c.Fill(all, kInk); };
     const struct {
         const char* what;
-        std::function<void(Canvas&)> body;
+        Drawing body;
         bool middle;
         bool corner;
     } kCases[] = {
         {"disc", [&](Canvas& c) { c.FillEllipse(box, kInk); }, true, false},
         {"ring", [&](Canvas& c) { c.FrameEllipse(box, kInk, 2); }, false, false},
         {"round frame", [&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); }, false, false},
-        {"round clip", [&](Canvas& c) { c.ClipRoundRect(box, 14, [&] {
-                                            c.Fill({0, 0, 40, 30}, kInk);
-                                        }); },
-         true, false},
-        {"clipped disc", [&](Canvas& c) { c.ClipEllipse(box, [&] {
-                                              c.Fill({0, 0, 40, 30}, kInk);
-                                          }); }, true,
-         false},
+        {"round clip", [&](Canvas& c) { c.ClipRoundRect(box, 14, [&] { fill_all(c); }); }, true, false},
+        {"clipped disc", [&](Canvas& c) { c.ClipEllipse(box, [&] { fill_all(c); }); }, true, false},
         {"a clip that has ended",
          [&](Canvas& c) {
              c.ClipEllipse(box, [] {});
@@ -137,7 +95,7 @@ TEST(Canvas, RoundsWithinTheGivenRectangle) {
     for (const auto& a_case : kCases) {
         SCOPED_TRACE(a_case.what);
         const Image image = Drawn(a_case.body);
-        EXPECT_EQ(around(image), 0);
+        EXPECT_EQ(Inked(image, all, kPaper), Inked(image, box, kPaper)) << "nothing outside";
         EXPECT_EQ(PixelOf(image, 15, 15) == kInk, a_case.middle);
         EXPECT_EQ(PixelOf(image, 5, 5) == kInk, a_case.corner);
         EXPECT_FALSE(PixelOf(image, 15, 5) == kPaper) << "it touches the edge of its box";
@@ -199,9 +157,7 @@ TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {
             c.Text({10, 10, size.w, h}, "Wg", font, kInk);
         });
         EXPECT_EQ(PixelOf(image, 10 + size.w / 2, 9), kPaper);
-        int inked = 0;
-        for (int x = 0; x < image.w; ++x) inked += !(PixelOf(image, x, 10 + h * 2 / 3) == kPaper);
-        EXPECT_GT(inked, 0);
+        EXPECT_GT(Inked(image, {0, 10 + h * 2 / 3, image.w, 1}, kPaper), 0);
     }
     const Font mono = MakeFont("Consolas", 22, 600, FontQuality::kClearType);
     EXPECT_EQ(MeasureText(mono, "iiii").w, MeasureText(mono, "WWWW").w);

@@ -18,6 +18,11 @@ bool operator==(const ButtonState& a, const ButtonState& b) {
     return a.hot == b.hot && a.pressed == b.pressed && a.disabled == b.disabled && a.focused == b.focused;
 }
 
+void TapKey(WindowId window, Key key) {
+    PressKey(window, key);
+    ReleaseKey(window, key);
+}
+
 struct ButtonStory : NotedWindow {
     ButtonStory() {
         CreateButton(id, 1, {20, 20, 100, 30}, "One", SmallFont());
@@ -87,8 +92,7 @@ TEST(Buttons, ArePressedByReturnAndBlankAndLeaveTheArrowsToTheWindow) {
     PumpMessages();
     EXPECT_EQ(window.Take(), (Notes{"command 1"}));
 
-    PressKey(window.id, Key::kLeft);
-    ReleaseKey(window.id, Key::kLeft);
+    TapKey(window.id, Key::kLeft);
     PressKey(window.id, Key::kP);
     EXPECT_EQ(window.Take(), (Notes{"down left", "up left", "down p"}));
     EXPECT_EQ(FocusedControl(window.id), 1);
@@ -159,15 +163,6 @@ TEST(Controls, TellAScreenReaderTheirNames) {
     EXPECT_EQ(AccessibleName(window.id, 1), "Wallet: connected");
 }
 
-// How many pixels of a rectangle are not the background.
-int Inked(const Image& image, const Rect& rect, Color background) {
-    int inked = 0;
-    for (int y = rect.y; y < rect.Bottom(); ++y) {
-        for (int x = rect.x; x < rect.Right(); ++x) inked += !(PixelOf(image, x, y) == background);
-    }
-    return inked;
-}
-
 TEST(Texts, ShowTheirStyleAndKeepWithinTheirRectangle) {
     NotedWindow window;
     const Rect rect = {20, 20, 200, 40};
@@ -219,12 +214,7 @@ TEST(TrackBars, AreMovedByTheArrowsWithinTheirRange) {
     CreateTrackBar(window.id, 7, {0, 0, 200, 30}, 0, 100, 99);
     FocusControl(window.id, 7);
     window.Take();
-    for (int i = 0; i < 3; ++i) {
-        PressKey(window.id, Key::kRight);
-        ReleaseKey(window.id, Key::kRight);
-    }
-    PressKey(window.id, Key::kLeft);
-    ReleaseKey(window.id, Key::kLeft);
+    for (const Key key : {Key::kRight, Key::kRight, Key::kRight, Key::kLeft}) TapKey(window.id, key);
     const Notes notes = window.Take();
     EXPECT_EQ(std::count(notes.begin(), notes.end(), "scroll 7 100"), 1);
     EXPECT_EQ(std::count(notes.begin(), notes.end(), "scroll 7 99"), 1);
@@ -271,10 +261,7 @@ TEST(Edits, HoldNoMoreThanTheirLimitHoweverItComesIn) {
 
 TEST(Edits, UseTheKeysOfTheirTextAndLeaveTheOthers) {
     EditStory edit;
-    for (const Key key : {Key::kP, Key::kSpace, Key::kLeft, Key::kRight}) {
-        PressKey(edit.id, key);
-        ReleaseKey(edit.id, key);
-    }
+    for (const Key key : {Key::kP, Key::kSpace, Key::kLeft, Key::kRight}) TapKey(edit.id, key);
     EXPECT_EQ(edit.Content(), "p ");
     const Notes notes = edit.Take();
     for (const std::string& note : notes) EXPECT_NE(note.substr(0, 4), "down") << note;

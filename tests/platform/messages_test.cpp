@@ -11,12 +11,6 @@
 namespace brickfall {
 namespace {
 
-struct Counted : Payload {
-    explicit Counted(std::atomic<int>& alive_in) : alive(alive_in) { ++alive; }
-    ~Counted() override { --alive; }
-    std::atomic<int>& alive;
-};
-
 TEST(Messages, FreeTheirPayloadOnEveryPath) {
     std::atomic<int> alive = 0;
     const auto payload = [&] { return std::make_unique<Counted>(alive); };

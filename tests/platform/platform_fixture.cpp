@@ -8,12 +8,6 @@
 namespace brickfall {
 namespace {
 
-struct Counted : Payload {
-    explicit Counted(int& freed_in) : freed(freed_in) {}
-    ~Counted() override { ++freed; }
-    int& freed;
-};
-
 // The platform is there once a process, for all tests.
 class PlatformOffScreen : public ::testing::Environment {
   public:
@@ -25,14 +19,15 @@ class PlatformOffScreen : public ::testing::Environment {
 
     // What is under way when the program ends is freed, and what comes later is refused.
     void TearDown() override {
-        int freed = 0;
+        std::atomic<int> alive = 0;
         const WindowId window = OpenWindow({.title = "Last", .size = {100, 100}}, nullptr);
-        EXPECT_TRUE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(freed)));
+        EXPECT_TRUE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(alive)));
+        EXPECT_EQ(alive, 1);
         platform_.reset();
-        EXPECT_EQ(freed, 1);
+        EXPECT_EQ(alive, 0);
         EXPECT_FALSE(WindowExists(window));
-        EXPECT_FALSE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(freed)));
-        EXPECT_EQ(freed, 2);
+        EXPECT_FALSE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(alive)));
+        EXPECT_EQ(alive, 0);
     }
 
   private:
@@ -118,6 +113,14 @@ Color PixelOf(const Image& image, int x, int y) {
     const auto at =
         static_cast<std::size_t>(y) * static_cast<std::size_t>(image.w) + static_cast<std::size_t>(x);
     return at < image.pixels.size() ? Rgb(image.pixels[at] & 0xFFFFFF) : Color{};
+}
+
+int Inked(const Image& image, const Rect& rect, Color background) {
+    int inked = 0;
+    for (int y = rect.y; y < rect.Bottom(); ++y) {
+        for (int x = rect.x; x < rect.Right(); ++x) inked += !(PixelOf(image, x, y) == background);
+    }
+    return inked;
 }
 
 void PrintTo(const Color& color, std::ostream* out) {

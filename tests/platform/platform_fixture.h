@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -40,7 +41,16 @@ struct NotedWindow {
 
 using Notes = std::vector<std::string>;
 
+// A payload that counts how many of its kind there are.
+struct Counted : Payload {
+    explicit Counted(std::atomic<int>& alive_in) : alive(alive_in) { ++alive; }
+    ~Counted() override { --alive; }
+    std::atomic<int>& alive;
+};
+
 Color PixelOf(const Image& image, int x, int y);
+// How many pixels of a rectangle are not the background.
+int Inked(const Image& image, const Rect& rect, Color background);
 void PrintTo(const Color& color, std::ostream* out);
 void PrintTo(const Size& size, std::ostream* out);
 void PrintTo(const Rect& rect, std::ostream* out);
