@@ -52,7 +52,8 @@ std::optional<bool> AskServer(quint32 key_code) {
 
 // For its auto-repeat an X server makes up a release and a press, of the same time. The toolkit knows them
 // when it sees both at once; on a busy machine it often does not, and gives them as real. So a release of a
-// key that the server holds for down waits for the press behind it, whose time tells.
+// key that the server holds for down waits for the press behind it, whose time tells. Repeats that still
+// stand in the queue when the key is up already say nothing any more, and are dropped.
 class KeyTracker : public QObject {
   public:
     bool eventFilter(QObject* object, QEvent* event) override {
@@ -60,9 +61,13 @@ class KeyTracker : public QObject {
         if (type != QEvent::KeyPress && type != QEvent::KeyRelease) return false;
         if (!object->isWindowType()) return false;  // its way through the widgets is the same event again
         const auto& key_event = *static_cast<QKeyEvent*>(event);
-        if (!sending_ && !key_event.isAutoRepeat()) {
-            if (type == QEvent::KeyRelease && HoldBack(key_event)) return true;
-            if (type == QEvent::KeyPress && IsRepeatOfHeld(object, key_event)) return true;
+        if (!sending_ && type == QEvent::KeyPress) {
+            if (IsLateRepeat(key_event)) return true;
+            if (!key_event.isAutoRepeat() && IsRepeatOfHeld(object, key_event)) return true;
+        }
+        if (!sending_ && type == QEvent::KeyRelease && !key_event.isAutoRepeat()) {
+            last_release_ = MomentOf(key_event);
+            if (HoldBack(key_event)) return true;
         }
         if (type == QEvent::KeyPress) {
             NotePress(key_event);  // also by an auto-repeat: held when the focus came back
@@ -75,6 +80,22 @@ class KeyTracker : public QObject {
     void Forget() { held_back_.reset(); }
 
   private:
+    struct Moment {
+        quint32 server_code = 0;
+        quint64 timestamp = 0;
+        bool operator==(const Moment&) const = default;
+    };
+
+    static Moment MomentOf(const QKeyEvent& event) { return {event.nativeScanCode(), event.timestamp()}; }
+
+    // The key's own release is on its way.
+    bool IsLateRepeat(const QKeyEvent& press) {
+        if (!press.isAutoRepeat() && MomentOf(press) != last_release_) return false;
+        if (AskServer(press.nativeScanCode()).value_or(true)) return false;
+        held_back_.reset();
+        return true;
+    }
+
     bool HoldBack(const QKeyEvent& release) {
         if (!AskServer(release.nativeScanCode()).value_or(false)) return false;
         held_back_.reset(release.clone());
@@ -100,6 +121,7 @@ class KeyTracker : public QObject {
     }
 
     std::unique_ptr<QKeyEvent> held_back_;
+    Moment last_release_;   // passed on or held back
     bool sending_ = false;  // our own events, not to be looked at again
 };
 
