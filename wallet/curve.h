@@ -41,8 +41,8 @@ const EC_GROUP* Secp256k1();
 // constant time. False when the scalar is 0 or not below the group's order.
 bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key);
 
-// The point of a SEC public key of 33 or 65 bytes; nullptr for any other size, the point at infinity's one byte
-// among them, and for bytes that are no point of the curve.
+// The point of a SEC public key of 33 or 65 bytes; nullptr for any other size, the point at infinity's one
+// byte among them, and for bytes that are no point of the curve.
 EcPointPtr DecodePoint(std::span<const uint8_t> bytes);
 
 }  // namespace brickfall
