@@ -45,7 +45,8 @@ void LoadFaces(const std::vector<ScoreRow>& rows, FaceBytes& face_bytes) {
         if (key.empty() || face_bytes.contains(key)) continue;
         const std::string url = ResolveAvatarUrl(key);
         std::string bytes;
-        if (!url.empty() && FetchText(url, bytes) && bytes.size() >= kFaceMinBytes) {
+        if (!url.empty() && FetchText(url, bytes) && bytes.size() >= kFaceMinBytes &&
+            bytes.size() <= kFaceMaxBytes) {
             face_bytes.emplace(key, std::move(bytes));
         }
     }

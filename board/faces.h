@@ -13,8 +13,9 @@
 
 namespace brickfall {
 
-inline constexpr int kFaceSize = 38;              // side of a face, pixels
-inline constexpr std::size_t kFaceMinBytes = 33;  // a shorter download is no picture
+inline constexpr int kFaceSize = 38;                    // side of a face, pixels
+inline constexpr std::size_t kFaceMinBytes = 33;        // a shorter download is no picture
+inline constexpr std::size_t kFaceMaxBytes = 16 << 20;  // and a longer one none for a disc of 38 pixels
 
 // Picture files by face key.
 using FaceBytes = std::map<std::string, std::string>;

@@ -60,8 +60,10 @@ struct Reply {
 
 // libcurl is C: nothing may be thrown through it, and any count but `size` ends the transfer as failed.
 std::size_t AppendToBody(char* data, std::size_t, std::size_t size, void* body) noexcept {
+    auto& text = *static_cast<std::string*>(body);
+    if (size > kMaxBodyBytes - text.size()) return 0;
     try {
-        static_cast<std::string*>(body)->append(data, size);
+        text.append(data, size);
     } catch (...) {
         return 0;
     }

@@ -3,6 +3,7 @@
 // each attempt.
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -14,6 +15,10 @@ inline constexpr char kCabinetUserAgent[] = "Brickfall/1";
 inline constexpr char kRateLimitText[] =
     "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again.";
 inline constexpr char kCurlInitFailedText[] = "curl init failed";
+
+// An answer longer than this fails as a broken transfer does: some come from addresses that strangers
+// publish. The longest real one, a transaction with a full tape told as JSON, is below a quarter of it.
+inline constexpr std::size_t kMaxBodyBytes = 64 << 20;
 
 // Once at program start, before any worker; and once at its end, where no worker may be in a request any
 // more.

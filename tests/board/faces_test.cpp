@@ -63,12 +63,13 @@ TEST(Faces, EachPictureIsDownloadedOnce) {
     publish("ada", picture + "whole");
     publish("bob", picture + "short");
     publish("cyd", picture + "missing");
-    publish("dan", "");
+    publish("dan", picture + "huge");
     publish("eve", picture + "least");
     publish("fay", "the-origin_0");
     box.AddFault(Service::kContent, ReplyTo("whole", std::string(5'000, '\0')));
     box.AddFault(Service::kContent, ReplyTo("short", std::string(32, 'x')));
     box.AddFault(Service::kContent, ReplyTo("least", std::string(33, 'x')));
+    box.AddFault(Service::kContent, ReplyTo("huge", std::string((16 << 20) + 1, 'x')));
     box.AddFault(Service::kContent, ReplyTo("/content/content/the-origin_0", std::string(40, 'o')));
     box.AddFault(Service::kPaymail, ReplyTo("/gus@", "]moo["));
 
@@ -88,7 +89,7 @@ TEST(Faces, EachPictureIsDownloadedOnce) {
     EXPECT_EQ(box.Requests(Service::kPaymail),
               (std::vector<std::string>{profile("ada"), profile("bob"), profile("cyd"), profile("dan"),
                                         profile("eve"), profile("fay"), profile("gus"), profile("hal")}));
-    EXPECT_EQ(box.Requests(Service::kContent).size(), 5u);
+    EXPECT_EQ(box.Requests(Service::kContent).size(), 6u);
 }
 
 }  // namespace

@@ -367,6 +367,18 @@ TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
     for (const httplib::Request& asked : server.Asked()) EXPECT_EQ(asked.body, large);
 }
 
+TEST_F(HttpClient, AnAnswerWithoutAnEndIsGivenUp) {
+    std::string answer;
+    std::string error;
+    Server server({{200, std::string(kMaxBodyBytes, 'a')}, {200, std::string(kMaxBodyBytes + 1, 'a')}});
+    EXPECT_TRUE(HttpGetOnce(kUrl, answer, error));
+    EXPECT_EQ(answer.size(), kMaxBodyBytes);
+    EXPECT_FALSE(HttpGetOnce(kUrl, answer, error));
+    EXPECT_NE(error, "");
+    EXPECT_LE(answer.size(), kMaxBodyBytes);
+    EXPECT_FALSE(FetchText(kUrl, answer));
+}
+
 TEST_F(HttpClient, StoppingTheNetworkLeavesARunningRequestAlone) {
     Server server({{200, "fine", "", false, true}});
     std::string answer;
