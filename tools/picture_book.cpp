@@ -97,9 +97,10 @@ void KeepButtons() {
                  item.id = kControlRecord;
                  item.size = kButton;
                  item.button = button;
+                 const ButtonLook look = {kBgColor, std::string_view(name) == "blinking"};
                  const Image image = DrawToImage(kButton, [&](Canvas& face) {
                      item.canvas = &face;
-                     PaintButton(shell.main, item, {kBgColor, std::string_view(name) == "blinking"});
+                     PaintButton(shell.main, item, look);
                  });
                  canvas.Draw(image, {x, 14, kButton.w, kButton.h});
                  canvas.Text({x, 54, kButton.w, 20}, name, theme.font_small, kMutedColor, AlignX::kCentre);
