@@ -28,13 +28,19 @@ class RecordingMidi : public MidiOut {
     void Reset() override {}
 };
 
-std::string WindowOfTitle(const std::string& title) {
+void Pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+
+std::string SearchFor(const std::string& title) {
     std::string pattern;
     for (const char c : title) {
         if (std::string_view("()[].*+?^$\\").find(c) != std::string_view::npos) pattern += '\\';
         pattern += c;
     }
-    const std::string ids = Xdotool("search --onlyvisible --name '^" + pattern + "$'");
+    return "search --onlyvisible --name '^" + pattern + "$'";
+}
+
+std::string WindowOfTitle(const std::string& title) {
+    const std::string ids = Xdotool(SearchFor(title));
     return ids.substr(ids.rfind('\n') + 1);
 }
 
@@ -61,7 +67,7 @@ bool WaitFor(std::string_view what, const std::function<bool()>& condition, int 
     for (int step = 0; step < seconds * 200; ++step) {
         PumpMessages();
         if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        Pause(5);
     }
     Screenshot("failed");
     ADD_FAILURE() << "waited in vain: " << what;
@@ -71,7 +77,7 @@ bool WaitFor(std::string_view what, const std::function<bool()>& condition, int 
 void RunFor(int milliseconds) {
     for (int passed = 0; passed < milliseconds; passed += 5) {
         PumpMessages();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        Pause(5);
     }
 }
 
@@ -117,7 +123,7 @@ void ClickOn(WindowId window, int control) {
 
 void PressKeys(const std::string& keys) { Xdotool("key " + keys); }
 
-void PressKeysSoon(const std::string& keys, int after_ms, const std::string& picture) {
+void AnswerBox(const std::string& title, const std::string& keys, const std::string& picture) {
     // Never shown: it carries the wish for a picture into the loop of whatever box is up.
     const WindowId photographer = OpenWindow({}, [picture](WindowId window, Message& message) {
         if (message.type != MessageType::kPosted) return false;
@@ -125,10 +131,18 @@ void PressKeysSoon(const std::string& keys, int after_ms, const std::string& pic
         DestroyWindow(window);
         return true;
     });
-    std::thread([keys, after_ms, photographer] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(after_ms));
+    const std::string search = SearchFor(title);
+    const auto windows = [search] {
+        ChildProcess shell("/bin/sh", {"-c", "xdotool " + search});
+        int count = 0;
+        while (shell.ReadLine()) ++count;
+        return count;
+    };
+    std::thread([keys, photographer, windows, before = windows()] {
+        for (int look = 0; look < 200 && windows() <= before; ++look) Pause(100);
+        Pause(500);  // until it has the focus
         PostWindowMessage(photographer, 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        Pause(100);
         ChildProcess("/bin/sh", {"-c", "xdotool key " + keys}).Wait();
     }).detach();
 }

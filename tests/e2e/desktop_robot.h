@@ -30,6 +30,7 @@ class JumpingClock {
 
 // Runs the message loop until the condition holds; a failure of the test after `seconds` of real time.
 bool WaitFor(std::string_view what, const std::function<bool()>& condition, int seconds = 20);
+#define EXPECT_SOON(condition) EXPECT_TRUE(::brickfall::WaitFor(#condition, [&] { return condition; }))
 void RunFor(int milliseconds);
 
 // One xdotool command line, while the message loop runs. Its output without the last newline.
@@ -42,8 +43,9 @@ void Click(const std::string& title, Point at);
 void ClickBehind(const std::string& title, Point at);  // brings the window to the front first
 void ClickOn(WindowId window, int control);            // a control of this process
 void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
-// For a modal box: the keys come a moment later, while the box runs its own loop, after a picture if named.
-void PressKeysSoon(const std::string& keys, int after_ms = 800, const std::string& picture = "");
+// For a modal box that is about to come: presses the keys in it, after a picture if named, while it runs its
+// own loop.
+void AnswerBox(const std::string& title, const std::string& keys, const std::string& picture = "");
 void TypeKeys(const std::string& text);
 
 // Keeps a picture of the desktop in the folder that BRICKFALL_SCREENSHOTS names, if any.
