@@ -113,7 +113,7 @@ void PaintBoard(Canvas& canvas, const BoardView& view) {
     }
 }
 
-WindowId OpenBoardWindow(WindowId owner, BoardView& view) {
+WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
     return OpenToolWindow(owner, {"Weekly top scores", kBoardWindowSize, false, SpokenBoard(view)},
                           [&view](WindowId window, Message& message) {
                               switch (message.type) {
@@ -124,7 +124,6 @@ WindowId OpenBoardWindow(WindowId owner, BoardView& view) {
                                       if (message.id == kControlClose) DestroyWindow(window);
                                       return true;
                                   case MessageType::kPaint:
-                                      UpdateMyFaceKey(view.my_key);
                                       PaintBoard(*message.canvas, view);
                                       return true;
                                   default:

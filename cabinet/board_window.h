@@ -22,9 +22,8 @@ struct BoardView {
     std::string my_key;   // the player's own face key, or empty
 };
 
-// Opens a window that shows `view` as it is at each paint, with the key of the wallet of that moment; the
-// caller keeps it and closes the one before.
-WindowId OpenBoardWindow(WindowId owner, BoardView& view);
+// Opens a window that shows `view` as it is at each paint; the caller keeps it and closes the one before.
+WindowId OpenBoardWindow(WindowId owner, const BoardView& view);
 
 void PaintBoard(Canvas& canvas, const BoardView& view);
 

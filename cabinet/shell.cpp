@@ -300,6 +300,13 @@ void OnCommand(int id) {
     }
 }
 
+// Looking the name up writes the registry of names, so it is done when the wallet may have changed and at no
+// paint. Where a payment or a refresh holds the wallet, its result comes here again.
+void RefreshOwnRow() {
+    UpdateMyFaceKey(shell.board_view.my_key);
+    InvalidateWindow(shell.board);
+}
+
 void ShowBoard(std::unique_ptr<BoardResult> result) {
     BoardView& view = shell.board_view;
     view.rows = std::move(result->rows);
@@ -307,6 +314,7 @@ void ShowBoard(std::unique_ptr<BoardResult> result) {
     view.has_best = result->has_best;
     view.week_label = std::move(result->week_label);
     view.message = view.rows.empty() ? std::move(result->message) : std::string();
+    UpdateMyFaceKey(view.my_key);
     BuildFaceBitmaps(result->face_bytes);
     DestroyWindow(shell.board);
     shell.board = OpenBoardWindow(shell.main, view);
@@ -357,7 +365,7 @@ void OnPosted(Message& message) {
             return OnBoardDone(TakePayload<std::unique_ptr<BoardResult>>(message.payload));
         case kMsgBalanceDone: {
             const auto balance = TakePayload<StatusResult>(message.payload);
-            InvalidateWindow(shell.board);  // the refresh may have found the player's name
+            RefreshOwnRow();  // the refresh may have held the wallet, or found the player's name
             return SetLine(kControlBalanceLine, balance.chain_ok
                                                     ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
                                                     : "Pouch balance:  (WhatsOnChain miss)");
@@ -456,6 +464,7 @@ CellSize RefreshLayout() {
 }
 
 void RefreshWalletLabels() {
+    RefreshOwnRow();  // before a worker takes the wallet
     const bool connected = IsConnected();
     std::string wallet = "Wallet: not connected";
     std::string balance = "Pouch balance:  -";
@@ -473,7 +482,6 @@ void RefreshWalletLabels() {
     SetLine(kControlWalletLine, wallet);
     SetLine(kControlBalanceLine, balance);
     SetControlText(shell.main, kControlConnect, connected ? "Connected" : "Connect");
-    InvalidateWindow(shell.board);
 }
 
 void RefreshPotLabel() {

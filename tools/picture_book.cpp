@@ -161,9 +161,6 @@ void DrawAll() {
     SetStatus("Score recorded.");
     KeepMain("recorded");
     PostWindowMessage(shell.main, kMsgBoardDone, 0, MakePayload(SampleBoard()));
-    WaitForWorkers();  // one may hold the wallet, and then no row is marked as the player's own
-    InvalidateWindow(shell.board);
-    PumpMessages();
     Keep("board", GrabWindow(shell.board));
     KeepTools();
     KeepButtons();
