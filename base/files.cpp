@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
@@ -35,25 +36,29 @@ class FileDescriptor {
 // Reads into a string of any allocator through a buffer of its own kind, so that a secret leaves no copy
 // behind.
 template <typename String>
-std::optional<String> ReadAll(const std::string& path) {
+FileState ReadAll(const std::string& path, String& content, std::size_t max_bytes) {
+    content.clear();
     FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file) return std::nullopt;
+    if (!file) return errno == ENOENT || errno == ENOTDIR ? FileState::kMissing : FileState::kUnreadable;
     struct stat status = {};
-    String content;
     // A device or a pipe has no end that can be relied on.
-    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-    content.reserve(static_cast<std::size_t>(status.st_size) + 1);
+    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return FileState::kUnreadable;
+    if (static_cast<uint64_t>(status.st_size) > max_bytes) return FileState::kUnreadable;
+    String read;
+    read.reserve(static_cast<std::size_t>(status.st_size) + 1);
     std::size_t used = 0;
     for (;;) {
-        content.resize(std::max<std::size_t>(content.capacity(), used + 4096));
-        const ssize_t got = ::read(file.Get(), content.data() + used, content.size() - used);
+        read.resize(std::max<std::size_t>(read.capacity(), used + 4096));
+        const ssize_t got = ::read(file.Get(), read.data() + used, read.size() - used);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return std::nullopt;
+        if (got < 0) return FileState::kUnreadable;
         if (got == 0) break;
         used += static_cast<std::size_t>(got);
+        if (used > max_bytes) return FileState::kUnreadable;  // it grows while it is read
     }
-    content.resize(used);
-    return content;
+    read.resize(used);
+    content = std::move(read);
+    return FileState::kRead;
 }
 
 bool WriteAll(int file, std::string_view content) {
@@ -84,9 +89,25 @@ std::string UserDataFolder() {
     return ".";
 }
 
-std::optional<std::string> ReadFile(const std::string& path) { return ReadAll<std::string>(path); }
+FileState ReadFile(const std::string& path, std::string& content, std::size_t max_bytes) {
+    return ReadAll(path, content, max_bytes);
+}
 
-std::optional<SecretString> ReadSecretFile(const std::string& path) { return ReadAll<SecretString>(path); }
+FileState ReadSecretFile(const std::string& path, SecretString& content, std::size_t max_bytes) {
+    return ReadAll(path, content, max_bytes);
+}
+
+std::optional<std::string> ReadFile(const std::string& path) {
+    std::string content;
+    if (ReadAll(path, content, kMaxFileBytes) != FileState::kRead) return std::nullopt;
+    return content;
+}
+
+std::optional<SecretString> ReadSecretFile(const std::string& path) {
+    SecretString content;
+    if (ReadAll(path, content, kMaxFileBytes) != FileState::kRead) return std::nullopt;
+    return content;
+}
 
 bool WriteFile(const std::string& path, std::string_view content) {
     FileDescriptor file(OpenForWriting(path));

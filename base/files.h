@@ -3,6 +3,7 @@
 // thread.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +16,20 @@ namespace brickfall {
 // "XDG_DATA_HOME", else ".local/share" below "HOME", else ".". An empty variable counts as unset.
 std::string UserDataFolder();
 
-// The whole content, or nothing when there is no regular file or it cannot be read. No size limit.
+// What a read of a file came to. A file that is there and cannot be read is not an empty one: nothing may
+// replace it for having read as nothing.
+enum class FileState { kRead, kMissing, kUnreadable };
+
+// No file of the program is anywhere near as long.
+inline constexpr std::size_t kMaxFileBytes = 64 << 20;
+
+// The whole content; empty unless the state is kRead. kMissing: nothing has the name. kUnreadable: no regular
+// file, longer than `max_bytes`, no permission, no descriptor left, an error of the disk.
+FileState ReadFile(const std::string& path, std::string& content, std::size_t max_bytes = kMaxFileBytes);
+FileState ReadSecretFile(const std::string& path, SecretString& content,
+                         std::size_t max_bytes = kMaxFileBytes);
+
+// The whole content, or nothing when it cannot be had, for whatever reason.
 std::optional<std::string> ReadFile(const std::string& path);
 
 // The same for a file that may hold secrets: the content passes through wiped memory only.

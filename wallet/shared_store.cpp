@@ -2,19 +2,17 @@
 
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <optional>
+#include <utility>
 
 #include "base/clock.h"
-#include "base/files.h"
+#include "base/foreign_json.h"
 
 namespace brickfall {
 namespace {
 
 using nlohmann::json;
 
-// How deep a file of the store may nest. The real ones stay below ten; the JSON library copies and writes a
-// document by recursion, so that a hostile one could exhaust the stack.
-constexpr int kMaxStoreDepth = 64;
+constexpr JsonLimits kStoreLimits = {.bytes = kMaxFileBytes, .values = 1'000'000};
 
 std::recursive_mutex& store_mutex = *new std::recursive_mutex;
 int store_lock_depth = 0;                     // guarded by store_mutex
@@ -43,18 +41,21 @@ StoreLock::~StoreLock() {
 
 std::string NewStoreId() { return "w" + std::to_string(UnixMillis()); }
 
-json ReadStoreJson(const std::string& path) {
-    const std::optional<std::string> text = ReadFile(path);
-    if (!text) return nullptr;
-    bool too_deep = false;
-    const auto watch_depth = [&too_deep](int depth, json::parse_event_t, json&) {
-        if (depth > kMaxStoreDepth) too_deep = true;
-        return !too_deep;
-    };
-    json document = json::parse(*text, watch_depth, /*allow_exceptions=*/false);
-    if (too_deep || document.is_discarded()) return nullptr;
-    return document;
+StoreFile ReadStoreFile(const std::string& path) {
+    StoreFile file;
+    std::string text;
+    file.state = ReadFile(path, text);
+    if (file.state != FileState::kRead) return file;
+    if (!IsWithinLimits(text, kStoreLimits)) {
+        file.state = FileState::kUnreadable;
+        return file;
+    }
+    json document = json::parse(text, nullptr, /*allow_exceptions=*/false);
+    if (!document.is_discarded()) file.document = std::move(document);
+    return file;
 }
+
+json ReadStoreJson(const std::string& path) { return ReadStoreFile(path).document; }
 
 std::string StoreText(const json& object, const char* key) {
     if (!object.is_object()) return {};

@@ -3,10 +3,12 @@
 // error.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/files.h"
 
 namespace brickfall {
 
@@ -40,9 +42,15 @@ std::vector<WalletInfo> ListWallets();
 std::string WalletDisplayName(std::string_view wallet_id);
 void SetWalletName(std::string_view wallet_id, std::string_view name);
 
-// A JSON file of the store, read leniently: null when it is missing, unreadable, does not parse or nests
-// deeper than any file of the store does.
-nlohmann::json ReadStoreJson(const std::string& path);
+// A JSON file of the store, read leniently: `document` is null when the file is missing, cannot be read or
+// does not parse. One that is longer, nests deeper or holds more entries than any file of the store does
+// counts as one that cannot be read.
+struct StoreFile {
+    FileState state = FileState::kMissing;
+    nlohmann::json document;
+};
+StoreFile ReadStoreFile(const std::string& path);
+nlohmann::json ReadStoreJson(const std::string& path);  // the document alone
 
 // The text at a key; empty when `object` is none, the key is missing or holds something else.
 std::string StoreText(const nlohmann::json& object, const char* key);

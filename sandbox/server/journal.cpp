@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <optional>
 
 #include "base/files.h"
 
@@ -19,21 +18,19 @@ bool Journal::Open(const std::string& path, const std::function<bool(const json&
                    std::string& error) {
     Close();
     std::size_t good = 0;
-    if (FileExists(path)) {
-        const std::optional<std::string> text = ReadFile(path);
-        if (!text) {
-            error = "cannot read the journal " + path;
+    std::string text;  // as long as the chain: the sandbox's own, and without a limit
+    if (ReadFile(path, text, SIZE_MAX) == FileState::kUnreadable) {
+        error = "cannot read the journal " + path;
+        return false;
+    }
+    int number = 0;
+    for (std::size_t end = 0; (end = text.find('\n', good)) != std::string::npos; good = end + 1) {
+        ++number;
+        const json line = json::parse(text.begin() + static_cast<std::ptrdiff_t>(good),
+                                      text.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+        if (!line.is_object() || !replay(line)) {
+            error = "line " + std::to_string(number) + " of the journal " + path + " makes no sense";
             return false;
-        }
-        int number = 0;
-        for (std::size_t end = 0; (end = text->find('\n', good)) != std::string::npos; good = end + 1) {
-            ++number;
-            const json line = json::parse(text->begin() + static_cast<std::ptrdiff_t>(good),
-                                          text->begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
-            if (!line.is_object() || !replay(line)) {
-                error = "line " + std::to_string(number) + " of the journal " + path + " makes no sense";
-                return false;
-            }
         }
     }
     file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
