@@ -15,6 +15,7 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "sandbox/server/curve_ptr.h"
+#include "sandbox/server/script_check.h"
 #include "sandbox/server/script_push.h"
 #include "sandbox/server/test_key.h"
 
@@ -113,11 +114,11 @@ std::optional<Bytes> OpenPart(ByteView content_key, std::string_view part_hex) {
     return Decipher(EVP_aes_256_cbc(), content_key, view.first(kBlockSize), view.subspan(kBlockSize));
 }
 
-bool IsSignedByItsName(const World& world, const json& row, int64_t ts) {
+bool IsSignedByItsName(const Identities& identities, const json& row, int64_t ts) {
     const std::string pubkey = Lower(TextOf(row, "pubkey"));
     const std::string actor = PlainHandle(TextOf(row, "actor"));
-    const auto identity = world.identities.find(actor);
-    if (identity == world.identities.end() || Lower(identity->second.pubkey) != pubkey) return false;
+    const auto identity = identities.find(actor);
+    if (identity == identities.end() || Lower(identity->second.pubkey) != pubkey) return false;
     std::string channel = TextOf(row, "channel");
     if (channel.empty()) channel = TextOf(row, "location");
     const std::string text = "OV1|report|" + Lower(Trim(channel)) + "|" + PlainHandle(TextOf(row, "handle")) +
@@ -128,12 +129,12 @@ bool IsSignedByItsName(const World& world, const json& row, int64_t ts) {
 }
 
 // Fills the text, or says why it cannot be read.
-std::string ReadReport(const World& world, const json& row, Report& report) {
+std::string OpenReport(const Identities& identities, const json& row, Report& report) {
     const auto ts = row.find("ts");
     if (ts == row.end() || !ts->is_number_integer() || ts->get<int64_t>() < 1) return "it has no time";
     report.ts = ts->get<int64_t>();
     if (TextOf(row, "protocol") != "Cairn-Wire") return "it is of another protocol";
-    if (!IsSignedByItsName(world, row, report.ts)) return "it is not signed by the key of its name";
+    if (!IsSignedByItsName(identities, row, report.ts)) return "it is not signed by the key of its name";
     const auto sealed = FromHex(TextOf(row, "wrap_to"));
     const auto content_key = sealed ? OpenSealed(EncryptionKey(), *sealed) : std::nullopt;
     if (!content_key || content_key->size() != kContentKeySize)
@@ -164,33 +165,33 @@ std::optional<json> ReportRow(ByteView script) {
 
 }  // namespace
 
-bool AppointArchitect(World& world, const std::string& folder) {
+PublishedIdentity ArchitectIdentity() {
     const TestKey key = IdentityKey();
     PublishedIdentity identity;
     identity.alias = kArchitectHandle;
     identity.pubkey = ToHex(key.public_key);
     identity.address = AddressText(key.hash);
-    if (!world.identities.contains(identity.alias)) PublishIdentity(world, identity);
+    return identity;
+}
+
+bool WriteArchitectKey(const std::string& folder) {
     const std::string path = folder + "/encpub-" + kArchitectHandle + ".txt";
     const std::string content = ToHex(EncryptionKey().public_key) + "\n" + std::to_string(kKeyTime) + "\n";
     return MakeFolders(folder) && ReplaceFile(path, path + ".new", content);
 }
 
-void NoticeReport(World& world, const Digest& id) {
-    for (const TxOutput& output : FindTransaction(world.chain, id)->tx.outputs) {
+std::optional<Report> ReadReport(const ParsedTx& tx, const Identities& identities) {
+    for (const TxOutput& output : tx.outputs) {
         const std::optional<json> row = ReportRow(output.locking);
         if (!row) continue;
         Report report;
-        report.txid = IdText(id);
+        report.txid = IdText(tx.id);
         report.handle = PlainHandle(TextOf(*row, "handle"));
-        report.refusal = ReadReport(world, *row, report);
+        report.refusal = OpenReport(identities, *row, report);
         if (!report.refusal.empty()) report.text.clear();
-        // A transaction that was dropped may come again.
-        std::erase_if(world.reports, [&report](const Report& held) { return held.txid == report.txid; });
-        world.reports.push_back(report);
-        if (world.on_report) world.on_report(report);
-        return;
+        return report;
     }
+    return std::nullopt;
 }
 
 }  // namespace brickfall::sandbox

@@ -14,7 +14,7 @@ using nlohmann::json;
 
 HttpReply Refuse(const std::string& error) { return JsonReply(400, {{"error", error}}); }
 
-HttpReply Fund(Sandbox& sandbox, const HttpRequest& request) {
+HttpReply Fund(Operations& sandbox, const HttpRequest& request) {
     const json body = ParseBody(request);
     const auto satoshis = body.is_object() ? body.find("satoshis") : body.end();
     if (satoshis == body.end() || !satoshis->is_number_integer()) {
@@ -24,7 +24,7 @@ HttpReply Fund(Sandbox& sandbox, const HttpRequest& request) {
     return txid.empty() ? Refuse("no such address, or no such amount") : JsonReply(200, {{"txid", txid}});
 }
 
-HttpReply AddFault(Sandbox& sandbox, const HttpRequest& request) {
+HttpReply AddFault(Operations& sandbox, const HttpRequest& request) {
     const json body = ParseBody(request);
     const auto service = ServiceByName(TextField(body, "service"));
     if (!service) return Refuse("unknown service");
@@ -35,7 +35,7 @@ HttpReply AddFault(Sandbox& sandbox, const HttpRequest& request) {
     return JsonReply(200, {{"ok", true}});
 }
 
-HttpReply Reports(const Sandbox& sandbox) {
+HttpReply Reports(const Operations& sandbox) {
     json read = json::array();
     json refused = json::array();
     for (const Report& report : sandbox.Reports()) {
@@ -49,7 +49,7 @@ HttpReply Reports(const Sandbox& sandbox) {
     return JsonReply(200, {{"reports", std::move(read)}, {"refused", std::move(refused)}});
 }
 
-HttpReply Read(const Sandbox& sandbox, std::string_view path) {
+HttpReply Read(const Operations& sandbox, std::string_view path) {
     const std::string_view subject = TakeSegment(path);
     if (subject == "transactions" && path.empty()) {
         return JsonReply(200, {{"transactions", sandbox.RawTransactions()}});
@@ -75,7 +75,7 @@ HttpReply Read(const Sandbox& sandbox, std::string_view path) {
 
 }  // namespace
 
-HttpReply AnswerControl(Sandbox& sandbox, const HttpRequest& request) {
+HttpReply AnswerControl(Operations& sandbox, const HttpRequest& request) {
     const std::string_view path = StripFront(request.path, "/");
     if (request.method == "GET") return Read(sandbox, path);
     if (request.method == "POST" && path == "fund") return Fund(sandbox, request);

@@ -3,10 +3,10 @@
 #pragma once
 
 #include "sandbox/server/https_server.h"
-#include "sandbox/server/sandbox.h"
+#include "sandbox/server/operations.h"
 
 namespace brickfall::sandbox {
 
-HttpReply AnswerControl(Sandbox& sandbox, const HttpRequest& request);
+HttpReply AnswerControl(Operations& sandbox, const HttpRequest& request);
 
 }  // namespace brickfall::sandbox

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "sandbox/server/chain.h"
-#include "sandbox/server/sandbox.h"
+#include "sandbox/server/types.h"
 
 namespace brickfall::sandbox {
 

@@ -54,6 +54,15 @@ PublishedIdentity IdentityFrom(const json& line) {
             TextOf(line, "frozenNote"), TextOf(line, "role")};
 }
 
+void NoticeReport(World& world, const Digest& id) {
+    std::optional<Report> report = ReadReport(FindTransaction(world.chain, id)->tx, world.identities);
+    if (!report) return;
+    // A transaction that was dropped may come again.
+    std::erase_if(world.reports, [&report](const Report& held) { return held.txid == report->txid; });
+    world.reports.push_back(*report);
+    if (world.on_report) world.on_report(*report);
+}
+
 bool Replay(World& world, const json& line) {
     const std::string kind = TextOf(line, "kind");
     const auto raw = FromHex(TextOf(line, "raw"));
@@ -139,6 +148,12 @@ Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::
         NoticeReport(world, id);
     }
     return verdict;
+}
+
+bool AppointArchitect(World& world, const std::string& folder) {
+    const PublishedIdentity identity = ArchitectIdentity();
+    if (!world.identities.contains(identity.alias)) PublishIdentity(world, identity);
+    return WriteArchitectKey(folder);
 }
 
 void PublishIdentity(World& world, const PublishedIdentity& identity) {

@@ -12,13 +12,13 @@
 
 #include "sandbox/server/chain.h"
 #include "sandbox/server/journal.h"
-#include "sandbox/server/sandbox.h"
+#include "sandbox/server/types.h"
 
 namespace brickfall::sandbox {
 
 struct World {
     Chain chain;
-    std::map<std::string, PublishedIdentity> identities;       // by alias
+    Identities identities;
     std::map<std::string, std::vector<OrdinalMark>> ordinals;  // by address
     bool indexer_knows = true;
     int64_t seeded_week = 0;      // the start of the latest week whose board was filled; 0: none
@@ -47,6 +47,10 @@ bool Forget(World& world, std::string_view txid);
 // As from a service. `txid` is empty when the text is no transaction. With `lose` a good transaction is
 // answered for and dropped.
 Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::string& txid);
+
+// Publishes the architect, unless its name is held, and writes the key file into the folder, which is made if
+// need be.
+bool AppointArchitect(World& world, const std::string& folder);
 
 void PublishIdentity(World& world, const PublishedIdentity& identity);
 const PublishedIdentity* IdentityOfKey(const World& world, std::string_view pubkey);
