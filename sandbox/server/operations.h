@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,16 +14,6 @@
 namespace brickfall::sandbox {
 
 struct SandboxState;
-
-struct Options {
-    std::string folder;        // keeps the certificate authority; made at the first start, 0700
-    int port = 0;              // 0: a free one
-    std::string journal_file;  // optional: raw transactions and claims, replayed at the start
-    int64_t fee_per_kilobyte = 100;
-    // Called for each report that comes in while it serves, on the thread that brought it; must not call
-    // back.
-    std::function<void(const Report&)> on_report;
-};
 
 class Operations {
   public:

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "sandbox/server/faults.h"
-#include "sandbox/server/operations.h"
+#include "sandbox/server/types.h"
 #include "sandbox/server/world.h"
 
 namespace brickfall::sandbox {

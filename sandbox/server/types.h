@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -40,6 +41,16 @@ struct Report {
     int64_t ts = 0;       // Unix seconds, as signed
     std::string text;     // any bytes
     std::string refusal;  // why it could not be read; empty: `text` is what was written
+};
+
+struct Options {
+    std::string folder;        // keeps the certificate authority; made at the first start, 0700
+    int port = 0;              // 0: a free one
+    std::string journal_file;  // optional: raw transactions and claims, replayed at the start
+    int64_t fee_per_kilobyte = 100;
+    // Called for each report that comes in while it serves, on the thread that brought it; must not call
+    // back.
+    std::function<void(const Report&)> on_report;
 };
 
 struct PublishedIdentity {
