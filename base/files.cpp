@@ -5,10 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace brickfall {
@@ -17,17 +20,15 @@ namespace {
 class FileDescriptor {
   public:
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-    ~FileDescriptor() { Close(); }
-    FileDescriptor(const FileDescriptor&) = delete;
+    ~FileDescriptor() {
+        if (descriptor_ >= 0) ::close(descriptor_);
+    }
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.Detach()) {}
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     explicit operator bool() const { return descriptor_ >= 0; }
     int Get() const { return descriptor_; }
     int Detach() { return std::exchange(descriptor_, -1); }
-    bool Close() {
-        if (descriptor_ < 0) return true;
-        return ::close(Detach()) == 0;
-    }
 
   private:
     int descriptor_;
@@ -71,8 +72,90 @@ bool WriteAll(int file, std::string_view content) {
     return true;
 }
 
-int OpenForWriting(const std::string& path) {
-    return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+std::string FolderOf(const std::string& path) {
+    std::string folder = std::filesystem::path(path).parent_path().string();
+    return folder.empty() ? "." : folder;
+}
+
+// A name reaches the disk with its folder's entry. A folder that cannot be synced is no failure.
+void FlushFolder(const std::string& folder) {
+    const FileDescriptor file(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (file) (void)::fsync(file.Get());
+}
+
+// Where the links at `path` end, whether a file is there yet or not; empty when they do not end.
+std::string FollowLinks(std::string path) {
+    constexpr int kMaxLinks = 40;
+    char target[PATH_MAX];
+    for (int links = 0; links < kMaxLinks; ++links) {
+        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        if (length < 0) return path;
+        const std::string_view link(target, static_cast<std::size_t>(length));
+        path = (std::filesystem::path(path).parent_path() / link).string();
+    }
+    return {};
+}
+
+// The exclusive lock of the first byte, which belongs to this open file and ends with it: it excludes the
+// process's own threads too, and closing another descriptor of the file does not drop it. 0 or an errno.
+int LockFirstByte(int file, bool wait) {
+    struct flock byte = {};
+    byte.l_type = F_WRLCK;
+    byte.l_whence = SEEK_SET;
+    byte.l_start = 0;
+    byte.l_len = 1;
+    while (::fcntl(file, wait ? F_OFD_SETLKW : F_OFD_SETLK, &byte) != 0) {
+        if (errno != EINTR) return errno;
+    }
+    return 0;
+}
+
+// Temporary files are named by process and number, and locked while they are in use.
+constexpr std::string_view kTemporaryFront = ".brickfall-";
+constexpr std::string_view kTemporaryBack = ".tmp";
+
+bool IsTemporaryName(std::string_view name) {
+    if (!name.starts_with(kTemporaryFront) || !name.ends_with(kTemporaryBack)) return false;
+    name.remove_prefix(kTemporaryFront.size());
+    return name.find_first_not_of("0123456789-") == name.size() - kTemporaryBack.size();
+}
+
+// A new, empty file in the folder, for the user alone; no descriptor when there can be none.
+FileDescriptor OpenTemporary(const std::string& folder, std::string& path) {
+    constexpr int kTries = 100;
+    static std::atomic<uint64_t> number = 0;
+    for (int i = 0; i < kTries; ++i) {
+        path = folder + '/' + std::string(kTemporaryFront) + std::to_string(::getpid()) + '-' +
+               std::to_string(++number) + std::string(kTemporaryBack);
+        // Whatever has the name already, a link or a pipe for instance, is not opened.
+        FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!file && errno == EEXIST) continue;
+        if (!file) return file;
+        const int failure = LockFirstByte(file.Get(), /*wait=*/false);
+        struct stat status = {};
+        const bool taken = failure == EAGAIN || failure == EACCES;  // by one who clears leftovers
+        if (!taken && ::fstat(file.Get(), &status) == 0 && status.st_nlink > 0) return file;
+    }
+    return FileDescriptor(-1);
+}
+
+// The owner is kept where this user may give a file away: a run as root takes nobody's file from him.
+bool KeepOwnerAndMode(int file, const struct stat& former) {
+    const bool given = ::fchown(file, former.st_uid, former.st_gid) == 0;
+    static_cast<void>(given);
+    return ::fchmod(file, former.st_mode & 0777) == 0;
+}
+
+// Removes the temporary files of processes that ended in the middle of a write: those that nobody has locked.
+void RemoveLeftovers(const std::string& folder) {
+    std::error_code error;
+    std::filesystem::directory_iterator entry(folder, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string path = entry->path().string();
+        if (!IsTemporaryName(entry->path().filename().string())) continue;
+        const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (file && LockFirstByte(file.Get(), /*wait=*/false) == 0) ::unlink(path.c_str());
+    }
 }
 
 std::string Environment(const char* name) {
@@ -109,38 +192,46 @@ std::optional<SecretString> ReadSecretFile(const std::string& path) {
     return content;
 }
 
-bool WriteFile(const std::string& path, std::string_view content) {
-    FileDescriptor file(OpenForWriting(path));
+bool ReplaceFile(const std::string& path, std::string_view content, Flush flush) {
+    const std::string target = FollowLinks(path);
+    if (target.empty()) return false;
+    struct stat former = {};
+    {
+        const FileDescriptor present(::open(target.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!present && errno != ENOENT) return false;
+        if (present && (::fstat(present.Get(), &former) != 0 || !S_ISREG(former.st_mode) ||
+                        ::access(target.c_str(), W_OK) != 0)) {
+            return false;
+        }
+    }
+    const bool is_new = former.st_nlink == 0;
+    const std::string folder = FolderOf(target);
+    std::string temporary;
+    FileDescriptor file = OpenTemporary(folder, temporary);
     if (!file) return false;
-    const bool written = WriteAll(file.Get(), content);
-    return file.Close() && written;
-}
-
-bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content,
-                 Flush flush) {
-    FileDescriptor file(OpenForWriting(temporary));
-    if (!file) return false;
-    const bool written =
-        WriteAll(file.Get(), content) && (flush == Flush::kLater || ::fsync(file.Get()) == 0);
-    if (!file.Close() || !written) return false;
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    const bool is_in_place = (is_new || KeepOwnerAndMode(file.Get(), former)) &&
+                             WriteAll(file.Get(), content) &&
+                             (flush == Flush::kLater || ::fsync(file.Get()) == 0) &&
+                             ::rename(temporary.c_str(), target.c_str()) == 0;
+    if (!is_in_place) {
         ::unlink(temporary.c_str());
         return false;
     }
     if (flush == Flush::kLater) return true;
-    // The move itself reaches the disk with the folder's entry; a folder that cannot be synced is no failure.
-    const std::string folder = std::filesystem::path(path).parent_path().string();
-    FileDescriptor parent(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent) (void)::fsync(parent.Get());
+    FlushFolder(folder);
+    RemoveLeftovers(folder);
     return true;
 }
 
 bool MakeFolders(const std::string& path) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
-    const std::string parent = std::filesystem::path(path).parent_path().string();
-    if (!parent.empty() && parent != path && !MakeFolders(parent)) return false;
-    if (::mkdir(path.c_str(), 0700) == 0) return true;
+    const std::string parent = FolderOf(path);
+    if (parent != path && !MakeFolders(parent)) return false;
+    if (::mkdir(path.c_str(), 0700) == 0) {
+        FlushFolder(parent);
+        return true;
+    }
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -152,26 +243,20 @@ bool FileExists(const std::string& path) {
 bool RemoveFile(const std::string& path) { return ::unlink(path.c_str()) == 0 || errno == ENOENT; }
 
 bool MoveFile(const std::string& from, const std::string& to) {
-    if (::rename(from.c_str(), to.c_str()) == 0) return true;
-    const std::optional<SecretString> content = ReadSecretFile(from);
-    if (!content || !WriteFile(to, *content)) return false;
+    if (::rename(from.c_str(), to.c_str()) == 0) {
+        FlushFolder(FolderOf(to));
+        FlushFolder(FolderOf(from));
+        return true;
+    }
+    SecretString content;
+    if (ReadSecretFile(from, content) != FileState::kRead || !ReplaceFile(to, content)) return false;
     return RemoveFile(from);
 }
 
 bool ByteLock::Acquire(const std::string& path) {
     Release();
     FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!file) return false;
-    struct flock byte = {};
-    byte.l_type = F_WRLCK;
-    byte.l_whence = SEEK_SET;
-    byte.l_start = 0;
-    byte.l_len = 1;
-    // A lock of the open file description: it excludes the process's own threads too, and closing another
-    // descriptor of the file does not drop it.
-    while (::fcntl(file.Get(), F_OFD_SETLKW, &byte) != 0) {
-        if (errno != EINTR) return false;
-    }
+    if (!file || LockFirstByte(file.Get(), /*wait=*/true) != 0) return false;
     file_ = file.Detach();
     return true;
 }

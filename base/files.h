@@ -35,17 +35,15 @@ std::optional<std::string> ReadFile(const std::string& path);
 // The same for a file that may hold secrets: the content passes through wiped memory only.
 std::optional<SecretString> ReadSecretFile(const std::string& path);
 
-// A plain truncating write. False when the file cannot be opened or not all of it could be written.
-bool WriteFile(const std::string& path, std::string_view content);
-
 // Whether a new content waits for the disk, some ten milliseconds, so that it outlives a loss of power.
 enum class Flush { kNow, kLater };
 
-// Writes `temporary`, flushes it to the disk and moves it over `path` in one step, so that a reader sees the
-// old content or the new, whole. On failure `path` is as it was. A write that fails leaves the temporary
-// file, a move that fails removes it.
-bool ReplaceFile(const std::string& path, const std::string& temporary, std::string_view content,
-                 Flush flush = Flush::kNow);
+// The one way a file is written: whole, through a temporary file in the same folder that is flushed to the
+// disk and moved over `path` in one step, so that a reader, or the next start after a kill at any moment,
+// sees the old content or the new. The file keeps its mode; a symbolic link stays, and the file that it leads
+// to is replaced. False, and everything is as it was, when something has the name that is no regular file, or
+// that this user may not read and write, and when the disk does not take the content.
+bool ReplaceFile(const std::string& path, std::string_view content, Flush flush = Flush::kNow);
 
 // Creates the folder with all its parents; true when it is there afterwards.
 bool MakeFolders(const std::string& path);
@@ -55,8 +53,8 @@ bool FileExists(const std::string& path);
 // Removes a file; true when it is gone afterwards.
 bool RemoveFile(const std::string& path);
 
-// Moves a file; where a rename is not possible (another file system), copies it and removes the old one.
-// False when the old file is still in place.
+// Moves a file over what has the name; where a rename is not possible (another file system), copies it and
+// removes the old one. False when the old file is still in place.
 bool MoveFile(const std::string& from, const std::string& to);
 
 // An exclusive lock of the first byte of a file between processes. It blocks until granted, without a

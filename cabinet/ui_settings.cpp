@@ -1,7 +1,5 @@
 #include "cabinet/ui_settings.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -18,6 +16,9 @@ nlohmann::json& ui_doc = *new nlohmann::json(nlohmann::json::object());
 namespace {
 
 using nlohmann::json;
+
+// The file was there and could not be read, so that `ui_doc` knows nothing of what it holds.
+bool file_is_unknown = false;
 
 std::string SettingsPath() { return StoreRoot() + "/brickfall_ui.json"; }
 
@@ -38,9 +39,10 @@ void TakeVolume(const char* key, std::atomic<int32_t>& value) {
 
 void LoadUiSettings() {
     ui_doc = json::object();
-    json read = ReadStoreJson(SettingsPath());
-    if (!read.is_object()) return;
-    ui_doc = std::move(read);
+    StoreFile file = ReadStoreFile(SettingsPath());
+    file_is_unknown = file.state == FileState::kUnreadable;
+    if (!file.document.is_object()) return;
+    ui_doc = std::move(file.document);
     TakeSwitch("music", music_on);
     TakeSwitch("sfx", sfx_on);
     TakeVolume("music_vol", music_vol);
@@ -52,11 +54,12 @@ void SaveUiSettings(Flush flush) {
     ui_doc["sfx"] = sfx_on.load();
     ui_doc["music_vol"] = music_vol.load();
     ui_doc["sfx_vol"] = sfx_vol.load();
-    // Through a file of this process's own, so that an interrupted save, or two programs at once, leave one
-    // whole file.
     const std::string path = SettingsPath();
-    const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
-    if (!ReplaceFile(path, temporary, StoreDump(ui_doc), flush)) RemoveFile(temporary);
+    SecretString present;
+    const FileState state = ReadStoreText(path, present);
+    if (state == FileState::kMissing) file_is_unknown = false;
+    if (state == FileState::kUnreadable || file_is_unknown) return;
+    ReplaceFile(path, StoreDump(ui_doc), flush);
 }
 
 }  // namespace brickfall

@@ -11,7 +11,8 @@ namespace brickfall {
 extern nlohmann::json& ui_doc;  // always an object
 
 void LoadUiSettings();  // at start-up; anything wrong with the file leaves the defaults
-// With the present sound values; a failure is silent.
+// With the present sound values; a failure is silent. A file that the load could not read is left alone for
+// the whole run: it may hold scores that nothing else does.
 void SaveUiSettings(Flush flush = Flush::kNow);
 
 }  // namespace brickfall

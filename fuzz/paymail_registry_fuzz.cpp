@@ -9,6 +9,7 @@
 #include "fuzz/support.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/paymail_registry.h"
+#include "wallet/shared_store.h"
 
 namespace {
 
@@ -33,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     CheckName(bytes);
 
-    Require(WriteFile(file, bytes));
+    Require(ReplaceFile(file, bytes, Flush::kLater));
     const std::string found = FindNameForPubkey(kKey);
     Require(SanitizePaymailName(found) == found);
     if (RegisterPaymail("ada", kKey, kAddress).empty()) {
@@ -42,7 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
         Require(ReadFile(file) == bytes);
     }
 
-    Require(WriteFile(file, bytes));
+    Require(ReplaceFile(file, bytes, Flush::kLater));
+    if (ReadStoreFile(file).state == FileState::kUnreadable) return 0;
     wallet_keys.identity_pub = kKey;
     wallet_keys.ord_avatar = "avatar_0";
     SetOrdAddress(kAddress);

@@ -17,14 +17,15 @@ using namespace brickfall;
 
 void CheckRegistry() {
     const StoreLock lock;
-    const nlohmann::json registry = ReadRegistry();
+    const StoreFile file = ReadRegistry();
+    const nlohmann::json& registry = file.document;
     Require(registry.is_object() && registry.at("wallets").is_array());
     const std::vector<WalletInfo> wallets = ListWallets();
     for (const WalletInfo& wallet : wallets) Require(!wallet.id.empty() && !wallet.name.empty());
     Require(wallets.empty() || WalletDisplayName(wallets.front().id) == wallets.front().name);
     // A rewrite loses nothing.
-    Require(WriteRegistry(registry));
-    Require(ReadRegistry() == registry);
+    Require(WriteRegistry(registry) == (file.state == FileState::kRead));
+    Require(ReadRegistry().document == registry);
 }
 
 }  // namespace
@@ -34,16 +35,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string root = store.Path() + "/Orvane";
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
 
-    Require(WriteFile(root + "/wallets.json", bytes));
+    Require(ReplaceFile(root + "/wallets.json", bytes, Flush::kLater));
     CheckRegistry();
 
     BindAtStart("/fuzz", "Fuzz");
-    Require(WriteFile(BindFilePath(), bytes));
+    Require(ReplaceFile(BindFilePath(), bytes, Flush::kLater));
     const std::string bound = BoundWalletId();
     BindAtStart("/fuzz", "Fuzz");
     Require(bound.empty() || WalletId() == bound);
 
-    Require(WriteFile(root + "/connect/w1.rep.json", bytes));
+    Require(ReplaceFile(root + "/connect/w1.rep.json", bytes, Flush::kLater));
     ClearBind();
     const std::string reply = ReadConnectReply("w1");
     Require(reply == "ok" || reply == "denied");

@@ -8,6 +8,7 @@
 #include "cabinet/ui_settings.h"
 #include "cabinet/window_placement.h"
 #include "fuzz/support.h"
+#include "wallet/shared_store.h"
 
 namespace {
 
@@ -32,13 +33,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     music_on = sfx_on = true;
     music_vol = 70;
     sfx_vol = 85;
-    Require(WriteFile(path, std::string_view(reinterpret_cast<const char*>(data), size)));
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    Require(ReplaceFile(path, bytes, Flush::kLater));
     LoadUiSettings();
     Require(ui_doc.is_object());
     Require(music_vol >= 0 && music_vol <= 100 && sfx_vol >= 0 && sfx_vol <= 100);
     CheckPlacement();
 
     SaveUiSettings();
+    if (ReadStoreFile(path).state == FileState::kUnreadable) {
+        Require(ReadFile(path) == bytes);
+        return 0;
+    }
     const nlohmann::json saved = ui_doc;
     const int volume = music_vol;
     music_vol = 70;

@@ -6,6 +6,7 @@
 #include "fuzz/support.h"
 #include "wallet/json_numbers.h"
 #include "wallet/secret_json.h"
+#include "wallet/shared_store.h"
 
 using namespace brickfall;
 using nlohmann::json;
@@ -40,7 +41,7 @@ void RequireSame(const json& plain, const json& blanked) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > kMaxBytes) return 0;
     SecretString text(reinterpret_cast<const char*>(data), size);
-    const json plain = ParseForeignJson(text);
+    const json plain = ParseForeignJson(text, kStoreLimits);
     SecretMember secrets[] = {{"mnemonic", {}}, {"priv", {}}};
     const json blanked = ParseWithSecrets(text, secrets);
     Require(plain.is_discarded() == blanked.is_discarded());

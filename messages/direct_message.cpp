@@ -89,8 +89,9 @@ EncryptionKey ReadEncryptionKeyFile(const std::string& name) {
 
 void WriteEncryptionKeyFile(const std::string& name, const EncryptionKey& key) {
     const std::optional<std::string> path = KeyFilePath(name);
-    if (!path || !MakeFolders(kKeyFolder)) return;
-    WriteFile(*path, key.public_key + "\n" + std::to_string(key.ts) + "\n");
+    std::string former;
+    if (!path || !MakeFolders(kKeyFolder) || ReadFile(*path, former) == FileState::kUnreadable) return;
+    ReplaceFile(*path, key.public_key + "\n" + std::to_string(key.ts) + "\n");
 }
 
 ByteBuffer DecodeKeyText(std::string_view text) {

@@ -84,9 +84,8 @@ bool ReadRequest(const std::string& id, ConnectRequest& request) {
 bool WriteReply(const ConnectAnswer& answer) {
     json reply = {{"ok", answer.approved}};
     if (!answer.wallet_id.empty()) reply["wallet_id"] = answer.wallet_id;
-    // In one step: the cabinet takes a reply caught half-written for a refusal.
     const std::string path = ConnectFolder() + "/" + answer.request_id + std::string(kReplyEnd);
-    return ReplaceFile(path, path + ".tmp", StoreDump(reply));
+    return WriteStoreFile(path, StoreDump(reply));
 }
 
 ConnectAnswer MakeAnswer(const std::string& request_id, bool approved, const WalletChoice& choose_wallet) {
@@ -101,7 +100,9 @@ ConnectAnswer MakeAnswer(const std::string& request_id, bool approved, const Wal
 std::string CreateCompanionWallet(std::string_view paymail) {
     const WalletLock wallet_lock(wallet_mutex);
     const StoreLock store_lock;
-    json registry = ReadRegistry();
+    StoreFile file = ReadRegistry();
+    if (file.state == FileState::kUnreadable) return {};
+    json& registry = file.document;
     json& wallets = registry["wallets"];
     const std::string id = NewStoreId();
     const std::string name =
@@ -115,7 +116,7 @@ std::string CreateCompanionWallet(std::string_view paymail) {
 
 std::string OfferedWallet() {
     const StoreLock lock;
-    const std::string active = StoreText(ReadRegistry(), "active");
+    const std::string active = StoreText(ReadRegistry().document, "active");
     const std::vector<WalletInfo> wallets = ListWallets();
     for (const WalletInfo& wallet : wallets) {
         if (wallet.id == active) return active;

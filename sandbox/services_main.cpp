@@ -113,8 +113,7 @@ int main(int count, char** arguments) {
         return Fail(1, "cannot fill the board");
     }
     const std::string port = std::to_string(sandbox.Port());
-    if (!options.port_file.empty() &&
-        !brickfall::ReplaceFile(options.port_file, options.port_file + ".new", port + "\n")) {
+    if (!options.port_file.empty() && !brickfall::ReplaceFile(options.port_file, port + "\n")) {
         return Fail(1, "cannot write " + options.port_file);
     }
     std::printf("sandbox ready on 127.0.0.1:%s, authority %s\n", port.c_str(), sandbox.CaFile().c_str());

@@ -493,7 +493,7 @@ void Session::WriteFiles() {
                       {"tape_hash", TapeHash(TapeToHex(run_.tape))}};
     const auto write = [this](const char* name, std::string_view content) {
         const std::string path = options_.out_folder + "/" + name;
-        Require(WriteFile(path, content), "cannot write " + path);
+        Require(ReplaceFile(path, content), "cannot write " + path);
         Say(path);
     };
     Require(MakeFolders(options_.out_folder), "cannot make the folder " + options_.out_folder);

@@ -130,8 +130,8 @@ void MakeWallet() {
     MakeFolders(wallet_folder);
     const nlohmann::json registry = {{"active", kId}, {"wallets", {{{"id", kId}, {"name", "player"}}}}};
     const nlohmann::json wallet = {{"version", 2}, {"mnemonic", kWords}, {"paymail", "player"}};
-    WriteFile(StoreRoot() + "/wallets.json", registry.dump(2));
-    WriteFile(wallet_folder + "/wallet.json", wallet.dump(2));
+    ReplaceFile(StoreRoot() + "/wallets.json", registry.dump(2));
+    ReplaceFile(wallet_folder + "/wallet.json", wallet.dump(2));
 }
 
 void DrawAll() {

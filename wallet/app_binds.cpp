@@ -29,10 +29,10 @@ BindingState Binding() {
     return binding;
 }
 
-std::string ReadBind() { return StoreText(ReadStoreJson(BindFilePath()), "wallet_id"); }
+std::string BoundId(const StoreFile& bind) { return StoreText(bind.document, "wallet_id"); }
 
 std::string OnlyWalletOfTheStore() {
-    const json registry = ReadRegistry();
+    const json registry = ReadRegistry().document;
     const json& wallets = registry.at("wallets");
     return wallets.size() == 1 ? StoreText(wallets.front(), "id") : std::string();
 }
@@ -48,8 +48,10 @@ void BindAtStart(std::string_view instance, std::string_view app_name) {
         binding.instance = instance.empty() ? "." : instance;
     }
     MigrateSingleWallet();
-    SetWalletId(ReadBind());
-    if (WalletId().empty()) WriteBind(OnlyWalletOfTheStore());
+    const StoreFile bind = ReadStoreFile(BindFilePath());
+    SetWalletId(BoundId(bind));
+    // A bind that is there and cannot be read may name any wallet: no other is taken in its place.
+    if (WalletId().empty() && bind.state != FileState::kUnreadable) WriteBind(OnlyWalletOfTheStore());
 }
 
 std::string SanitizeBindName(std::string_view text) {
@@ -71,13 +73,13 @@ std::string BindFilePath() {
     return folder + "/" + SanitizeBindName(AppInstance()) + ".json";
 }
 
-std::string BoundWalletId() { return AppMode() ? ReadBind() : WalletId(); }
+std::string BoundWalletId() { return AppMode() ? BoundId(ReadStoreFile(BindFilePath())) : WalletId(); }
 
-void WriteBind(std::string_view wallet_id) {
-    if (!AppMode() || wallet_id.empty()) return;
+bool WriteBind(std::string_view wallet_id) {
+    if (!AppMode() || wallet_id.empty()) return true;
     SetWalletId(wallet_id);
     const json document = {{"app", AppName()}, {"instance", AppInstance()}, {"wallet_id", wallet_id}};
-    WriteFile(BindFilePath(), StoreDump(document));
+    return WriteStoreFile(BindFilePath(), StoreDump(document));
 }
 
 void ClearBind() {

@@ -14,7 +14,9 @@ void BindAtStart(std::string_view instance, std::string_view app_name);
 std::string SanitizeBindName(std::string_view text);
 std::string BindFilePath();   // creates the folder
 std::string BoundWalletId();  // reads the file afresh
-void WriteBind(std::string_view wallet_id);
+// Takes the wallet for this run of the program and writes the bind file; false when that could not be
+// written, so that a later start would not take it. No app and no id: does nothing, and that is true.
+bool WriteBind(std::string_view wallet_id);
 void ClearBind();    // deletes the bind file and forgets the wallet id
 bool IsConnected();  // a bound hd wallet whose file loads
 

@@ -71,9 +71,10 @@ void NoteSpend(int64_t spent) {
 
 void WriteFaceBalance(int64_t satoshis) {
     if (satoshis < 0 || wallet_keys.address.empty()) return;
+    if (ReadFaceBalance(wallet_keys.address) == satoshis) return;
     MakeFolders(FaceFolder());
     const json face = {{"sats", satoshis}, {"address", wallet_keys.address}};
-    WriteFile(FacePath(), face.dump(-1, ' ', false, json::error_handler_t::replace));
+    WriteStoreFile(FacePath(), face.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 int64_t ReadFaceBalance(std::string_view address) {

@@ -114,7 +114,7 @@ std::string WriteConnectRequest() {
     const std::string id = NewStoreId();
     const json document = {
         {"id", id}, {"app", AppName()}, {"instance", AppInstance()}, {"ts", UnixSeconds()}};
-    return WriteFile(folder + "/" + id + ".req.json", StoreDump(document)) ? id : std::string();
+    return WriteStoreFile(folder + "/" + id + ".req.json", StoreDump(document)) ? id : std::string();
 }
 
 std::string ReadConnectReply(std::string_view request_id) {
@@ -125,7 +125,8 @@ std::string ReadConnectReply(std::string_view request_id) {
     if (!reply.is_object() || reply.value("ok", json()) != json(true)) return "denied";
     if (const auto wallet_id = reply.find("wallet_id"); wallet_id != reply.end()) {
         if (!wallet_id->is_string()) return "denied";
-        WriteBind(wallet_id->get<std::string>());
+        // A bind that cannot be kept would let the next start pay from the wallet of the former one.
+        if (!WriteBind(wallet_id->get<std::string>())) SetWalletId("");
     }
     return "ok";
 }

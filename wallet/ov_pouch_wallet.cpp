@@ -44,16 +44,31 @@ struct WalletFile {
     }
 };
 
-std::optional<WalletFile> ReadWalletFile() {
-    std::optional<SecretString> text = ReadSecretFile(WalletFilePath());
-    if (!text) return std::nullopt;
+// A text that does not parse is read, and gives a document of no type.
+FileState ReadWalletFile(WalletFile& file) {
+    SecretString text;
+    const FileState state = ReadStoreText(WalletFilePath(), text);
+    if (state != FileState::kRead) return state;
     SecretMember secrets[] = {{"mnemonic", {}}, {"priv", {}}};
-    WalletFile file;
-    file.document = ParseWithSecrets(*text, secrets);
-    if (file.document.is_discarded()) return std::nullopt;
+    file.document = ParseWithSecrets(text, secrets);
     file.mnemonic = std::move(secrets[0].value);
     file.priv = std::move(secrets[1].value);
+    return state;
+}
+
+std::optional<WalletFile> ParsedWalletFile() {
+    WalletFile file;
+    if (ReadWalletFile(file) != FileState::kRead || file.document.is_discarded()) return std::nullopt;
     return file;
+}
+
+// Whether the wallet in memory may be written over the file: one that cannot be read, and one that holds the
+// words or the key of another wallet, are kept.
+bool MayReplaceWalletFile() {
+    WalletFile present;
+    if (ReadWalletFile(present) == FileState::kUnreadable) return false;
+    const bool holds_secret = present.IsHd() || present.HasText("priv");
+    return !holds_secret || present.mnemonic == wallet_keys.mnemonic;
 }
 
 // The two below leave `value` alone when the key is missing, and are false when it holds another type.
@@ -236,7 +251,7 @@ std::string NormalizeContactDest(std::string_view text) {
 bool LoadWallet() {
     if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
     if (WalletId().empty()) return false;
-    std::optional<WalletFile> file = ReadWalletFile();
+    std::optional<WalletFile> file = ParsedWalletFile();
     if (!file) return false;
     ResetWalletKeys();
     if (file->IsHd() ? LoadHd(*file) : LoadLegacy(*file)) {
@@ -252,12 +267,13 @@ bool SaveWallet() {
     if (WalletId().empty() || !wallet_keys.is_hd) return false;
     const std::string path = WalletFilePath();
     MakeFolders(std::filesystem::path(path).parent_path().string());
-    return WriteFile(path, InsertSecret(StoreDump(WalletJson()), "mnemonic", wallet_keys.mnemonic));
+    return MayReplaceWalletFile() &&
+           ReplaceFile(path, InsertSecret(StoreDump(WalletJson()), "mnemonic", wallet_keys.mnemonic));
 }
 
 void ReloadWalletHints() {
     if (wallet_keys.priv.empty() || wallet_keys.address.empty()) return;
-    const std::optional<WalletFile> file = ReadWalletFile();
+    const std::optional<WalletFile> file = ParsedWalletFile();
     if (!file || !file->document.is_object()) return;
     const uint32_t former_index = wallet_keys.recv[1];
     ReadCounters(file->document);
@@ -286,7 +302,7 @@ bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd) {
         return true;
     }
     if (WalletId().empty()) return false;
-    const std::optional<WalletFile> file = ReadWalletFile();
+    const std::optional<WalletFile> file = ParsedWalletFile();
     if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;
     std::string name;
     if (!ReadJsonText(file->document, "address", address)) return false;

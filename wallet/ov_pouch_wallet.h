@@ -60,7 +60,7 @@ extern WalletKeys& wallet_keys;  // guarded by wallet_mutex
 
 // Caller holds wallet_mutex for these four.
 bool LoadWallet();  // true when a wallet is in memory; cheap after the first success
-bool SaveWallet();  // hd only; true when the file was written
+bool SaveWallet();  // hd only; false when the file stays as it was
 void ReloadWalletHints();
 void ClearWalletState();  // wipes every secret and empties every per-wallet cache
 

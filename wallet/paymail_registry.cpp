@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "base/files.h"
 #include "base/text.h"
@@ -24,21 +25,23 @@ std::mutex& paymail_mutex = *new std::mutex;
 json& paymail_doc =
     *new json(json::object());  // guarded by paymail_mutex; no cache: read anew by each operation
 
-// Caller holds paymail_mutex.
-bool SavePaymailRegistry() { return WriteFile(StoreRoot() + kRegistryFile, StoreDump(paymail_doc)); }
+// Caller holds paymail_mutex, as for the load.
+bool SavePaymailRegistry() { return WriteStoreFile(StoreRoot() + kRegistryFile, StoreDump(paymail_doc)); }
 
-// False when there is no file to open. Anything but an object reads as an empty one.
-bool ReadRegistryFile(const std::string& path) {
-    paymail_doc = ReadStoreJson(path);
-    if (paymail_doc.is_object()) return true;
-    paymail_doc = json::object();
-    return ReadFile(path).has_value();
+// Anything but an object reads as an empty one.
+FileState ReadRegistryFile(const std::string& path) {
+    StoreFile file = ReadStoreFile(path);
+    paymail_doc = file.document.is_object() ? std::move(file.document) : json::object();
+    return file.state;
 }
 
-// Caller holds paymail_mutex.
-void LoadPaymailRegistry() {
-    if (ReadRegistryFile(StoreRoot() + kRegistryFile)) return;
-    if (ReadRegistryFile(std::string(kOldFolder) + kRegistryFile)) SavePaymailRegistry();
+// False when the file is there and cannot be read: what it holds is not known, so nothing may replace it.
+bool LoadPaymailRegistry() {
+    const FileState state = ReadRegistryFile(StoreRoot() + kRegistryFile);
+    if (state != FileState::kMissing) return state == FileState::kRead;
+    const FileState old_state = ReadRegistryFile(std::string(kOldFolder) + kRegistryFile);
+    if (old_state == FileState::kRead) SavePaymailRegistry();
+    return old_state != FileState::kUnreadable;
 }
 
 json& ObjectAt(json& parent, const char* key) {
@@ -101,7 +104,7 @@ std::string FindNameForPubkey(std::string_view public_hex) {
     const std::string key = Lower(public_hex);
     if (key.empty()) return {};
     const std::lock_guard lock(paymail_mutex);
-    LoadPaymailRegistry();
+    if (!LoadPaymailRegistry()) return {};
     const json* names = FindObject(paymail_doc, "names");
     if (names == nullptr) return {};
 
@@ -124,7 +127,7 @@ std::string RegisterPaymail(std::string_view name, std::string_view public_hex, 
     const std::string key = Lower(public_hex);
 
     const std::lock_guard lock(paymail_mutex);
-    LoadPaymailRegistry();
+    if (!LoadPaymailRegistry()) return kWriteFailedText;
     json& names = ObjectAt(paymail_doc, "names");
     const json* existing = FindObject(names, label.c_str());
     if (existing != nullptr) {
@@ -155,8 +158,7 @@ void SetHostRole(std::string_view role) {
     if (std::ranges::find(kKnownRoles, new_role) == std::end(kKnownRoles)) new_role.clear();
 
     const std::lock_guard lock(paymail_mutex);
-    LoadPaymailRegistry();
-    if (StoreText(paymail_doc, "host_role") == new_role) return;
+    if (!LoadPaymailRegistry() || StoreText(paymail_doc, "host_role") == new_role) return;
     if (new_role.empty()) {
         paymail_doc.erase("host_role");
     } else {
@@ -169,8 +171,7 @@ void SetOrdAddress(std::string_view ord_address) {
     const std::string key = Lower(wallet_keys.identity_pub);
     if (key.empty() || !LooksLikeAddress(ord_address)) return;
     const std::lock_guard lock(paymail_mutex);
-    LoadPaymailRegistry();
-    if (FindObject(paymail_doc, "names") == nullptr) return;
+    if (!LoadPaymailRegistry() || FindObject(paymail_doc, "names") == nullptr) return;
     bool changed = false;
     for (json& entry : paymail_doc["names"]) {
         if (!OwnedBy(entry, key) || StoreText(entry, "ordAddress") == ord_address) continue;
@@ -186,7 +187,7 @@ std::string SyncAvatar() {
     const std::string& avatar = wallet_keys.ord_avatar;
     if (key.empty()) return "no identity pubkey";
     const std::lock_guard lock(paymail_mutex);
-    LoadPaymailRegistry();
+    if (!LoadPaymailRegistry()) return kWriteFailedText;
     const auto put = [&avatar](json& object, const std::string& at) {
         if (avatar.empty()) {
             object.erase(at);

@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "wallet/encodings.h"
 #include "wallet/json_numbers.h"
+#include "wallet/shared_store.h"
 
 namespace brickfall {
 namespace {
@@ -160,7 +161,7 @@ SecretString Unescape(std::string_view literal) {
 SecretMember* FindMember(std::span<SecretMember> secrets, std::string_view literal) {
     std::string key(literal);
     if (key.find('\\') != std::string::npos) {
-        const json decoded = ParseForeignJson('"' + key + '"');
+        const json decoded = ParseForeignJson('"' + key + '"', kStoreLimits);
         if (decoded.is_string()) key = decoded.get<std::string>();
     }
     const auto found = std::find_if(secrets.begin(), secrets.end(),
@@ -189,7 +190,7 @@ json ParseWithSecrets(SecretString& text, std::span<SecretMember> secrets) {
         BlankLiteral(std::span(text).subspan(walk.Begin(), walk.Length()));
     }
 
-    json document = ParseForeignJson(text);
+    json document = ParseForeignJson(text, kStoreLimits);
     for (std::size_t i = 0; i < secrets.size(); ++i) {
         WipeString(secrets[i].value);
         const json* value = FindJsonKey(document, std::string(secrets[i].key).c_str());

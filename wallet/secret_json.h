@@ -19,8 +19,8 @@ struct SecretMember {
 };
 
 // The document, with every letter and digit of the secrets replaced, so that it still tells that there was a
-// string; of no type when the text does not parse. `text` is left with the secrets blanked. A string at or
-// below such a key anywhere else in the text is blanked too, and not taken.
+// string; of no type when the text does not parse or goes beyond kStoreLimits. `text` is left with the
+// secrets blanked. A string at or below such a key anywhere else in the text is blanked too, and not taken.
 nlohmann::json ParseWithSecrets(SecretString& text, std::span<SecretMember> secrets);
 
 // Puts the secret, as a JSON string, in the place of the one `"key": ""` of a text that the JSON library

@@ -5,14 +5,11 @@
 #include <utility>
 
 #include "base/clock.h"
-#include "base/foreign_json.h"
 
 namespace brickfall {
 namespace {
 
 using nlohmann::json;
-
-constexpr JsonLimits kStoreLimits = {.bytes = kMaxFileBytes, .values = 1'000'000};
 
 std::recursive_mutex& store_mutex = *new std::recursive_mutex;
 int store_lock_depth = 0;                     // guarded by store_mutex
@@ -41,21 +38,29 @@ StoreLock::~StoreLock() {
 
 std::string NewStoreId() { return "w" + std::to_string(UnixMillis()); }
 
+FileState ReadStoreText(const std::string& path, SecretString& text) {
+    const FileState state = ReadSecretFile(path, text);
+    return state == FileState::kRead && !IsWithinLimits(text, kStoreLimits) ? FileState::kUnreadable : state;
+}
+
 StoreFile ReadStoreFile(const std::string& path) {
     StoreFile file;
-    std::string text;
-    file.state = ReadFile(path, text);
+    SecretString text;
+    file.state = ReadStoreText(path, text);
     if (file.state != FileState::kRead) return file;
-    if (!IsWithinLimits(text, kStoreLimits)) {
-        file.state = FileState::kUnreadable;
-        return file;
-    }
     json document = json::parse(text, nullptr, /*allow_exceptions=*/false);
     if (!document.is_discarded()) file.document = std::move(document);
     return file;
 }
 
 json ReadStoreJson(const std::string& path) { return ReadStoreFile(path).document; }
+
+bool WriteStoreFile(const std::string& path, std::string_view text) {
+    SecretString present;
+    const FileState state = ReadStoreText(path, present);
+    if (state == FileState::kUnreadable) return false;
+    return (state == FileState::kRead && present == text) || ReplaceFile(path, text);
+}
 
 std::string StoreText(const json& object, const char* key) {
     if (!object.is_object()) return {};
@@ -68,36 +73,38 @@ std::string StoreDump(const json& document) {
     return document.dump(2, ' ', false, json::error_handler_t::replace);
 }
 
-json ReadRegistry() {
-    json document = ReadStoreJson(RegistryPath());
+StoreFile ReadRegistry() {
+    StoreFile registry = ReadStoreFile(RegistryPath());
+    json& document = registry.document;
     if (!document.is_object()) document = json::object();
     if (json& wallets = document["wallets"]; !wallets.is_array()) wallets = json::array();
-    return document;
+    return registry;
 }
 
 bool WriteRegistry(const json& document) {
-    const std::string path = RegistryPath();
-    return ReplaceFile(path, path + ".tmp", StoreDump(document) + "\n");
+    return WriteStoreFile(RegistryPath(), StoreDump(document) + "\n");
 }
 
 void MigrateSingleWallet() {
     const StoreLock lock;
     const std::string old_file = StoreRoot() + "/orvane_pouch.json";
     if (!FileExists(old_file)) return;
-    json registry = ReadRegistry();
-    if (!registry["wallets"].empty()) return;
+    StoreFile registry = ReadRegistry();
+    if (registry.state == FileState::kUnreadable) return;
+    json& wallets = registry.document["wallets"];
+    if (!wallets.empty()) return;
     const std::string id = NewStoreId();
     const std::string folder = StoreRoot() + "/wallets/" + id;
     MakeFolders(folder);
     MoveFile(old_file, folder + "/wallet.json");
-    registry["wallets"].push_back({{"id", id}, {"name", "Wallet 1"}});
-    registry["active"] = id;
-    WriteRegistry(registry);
+    wallets.push_back({{"id", id}, {"name", "Wallet 1"}});
+    registry.document["active"] = id;
+    WriteRegistry(registry.document);
 }
 
 std::vector<WalletInfo> ListWallets() {
     const StoreLock lock;
-    const json registry = ReadRegistry();
+    const json registry = ReadRegistry().document;
     std::vector<WalletInfo> wallets;
     for (const json& entry : registry.at("wallets")) {
         WalletInfo info{StoreText(entry, "id"), StoreText(entry, "name")};
@@ -118,11 +125,12 @@ std::string WalletDisplayName(std::string_view wallet_id) {
 void SetWalletName(std::string_view wallet_id, std::string_view name) {
     if (wallet_id.empty() || name.empty()) return;
     const StoreLock lock;
-    json registry = ReadRegistry();
-    for (json& entry : registry["wallets"]) {
+    StoreFile registry = ReadRegistry();
+    if (registry.state == FileState::kUnreadable) return;
+    for (json& entry : registry.document["wallets"]) {
         if (entry.is_object() && StoreText(entry, "id") == wallet_id) entry["name"] = name;
     }
-    WriteRegistry(registry);
+    WriteRegistry(registry.document);
 }
 
 }  // namespace brickfall

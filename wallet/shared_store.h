@@ -9,8 +9,13 @@
 #include <vector>
 
 #include "base/files.h"
+#include "base/foreign_json.h"
+#include "base/secret.h"
 
 namespace brickfall {
+
+// Far above any file that the programs of the store make.
+inline constexpr JsonLimits kStoreLimits = {.bytes = kMaxFileBytes, .values = 1'000'000};
 
 struct WalletInfo {
     std::string id;
@@ -32,16 +37,6 @@ class StoreLock {
 
 std::string NewStoreId();  // "w" and the milliseconds since 1970
 
-// With StoreLock held.
-nlohmann::json ReadRegistry();  // an object with an array `wallets`, whatever the file holds
-bool WriteRegistry(const nlohmann::json& document);
-
-// These take StoreLock themselves.
-void MigrateSingleWallet();
-std::vector<WalletInfo> ListWallets();
-std::string WalletDisplayName(std::string_view wallet_id);
-void SetWalletName(std::string_view wallet_id, std::string_view name);
-
 // A JSON file of the store, read leniently: `document` is null when the file is missing, cannot be read or
 // does not parse. One that is longer, nests deeper or holds more entries than any file of the store does
 // counts as one that cannot be read.
@@ -51,6 +46,24 @@ struct StoreFile {
 };
 StoreFile ReadStoreFile(const std::string& path);
 nlohmann::json ReadStoreJson(const std::string& path);  // the document alone
+
+// The text of such a file, as it stands; it may hold secrets.
+FileState ReadStoreText(const std::string& path, SecretString& text);
+
+// Replaces a file of the store whole (ReplaceFile), unless it holds just this text already. False, and the
+// file is as it was, when it is there and cannot be read, or cannot be written.
+bool WriteStoreFile(const std::string& path, std::string_view text);
+
+// With StoreLock held. The document read is an object with an array `wallets`, whatever the file holds; one
+// that could not be read must not be changed and written back.
+StoreFile ReadRegistry();
+bool WriteRegistry(const nlohmann::json& document);
+
+// These take StoreLock themselves.
+void MigrateSingleWallet();
+std::vector<WalletInfo> ListWallets();
+std::string WalletDisplayName(std::string_view wallet_id);
+void SetWalletName(std::string_view wallet_id, std::string_view name);
 
 // The text at a key; empty when `object` is none, the key is missing or holds something else.
 std::string StoreText(const nlohmann::json& object, const char* key);

@@ -274,7 +274,7 @@ void SaveSpentSet() {
     if (cache_id.empty() || cache_id == "wallet") return;
     MakeFolders(SpentFolder());
     const json document = {{"outpoints", spent_set}};
-    WriteFile(SpentPath(cache_id), document.dump(-1, ' ', false, json::error_handler_t::replace));
+    WriteStoreFile(SpentPath(cache_id), document.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 void LoadSpentSet() {

@@ -58,7 +58,7 @@ bool WriteWav(const std::string& path, const std::vector<int16_t>& samples) {
     file += "data";
     AppendLe(file, data_size, 4);
     for (const int16_t sample : samples) AppendLe(file, static_cast<uint16_t>(sample), 2);
-    return WriteFile(path, file);
+    return ReplaceFile(path, file);
 }
 
 }  // namespace brickfall

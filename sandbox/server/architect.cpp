@@ -177,7 +177,7 @@ PublishedIdentity ArchitectIdentity() {
 bool WriteArchitectKey(const std::string& folder) {
     const std::string path = folder + "/encpub-" + kArchitectHandle + ".txt";
     const std::string content = ToHex(EncryptionKey().public_key) + "\n" + std::to_string(kKeyTime) + "\n";
-    return MakeFolders(folder) && ReplaceFile(path, path + ".new", content);
+    return MakeFolders(folder) && ReplaceFile(path, content);
 }
 
 std::optional<Report> ReadReport(const ParsedTx& tx, const Identities& identities) {

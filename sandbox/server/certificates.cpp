@@ -130,7 +130,7 @@ std::optional<Identity> LoadAuthority(const std::string& folder) {
 bool WriteBio(const std::string& path, BIO* bio) {
     char* data = nullptr;
     const long length = BIO_get_mem_data(bio, &data);
-    return length > 0 && ReplaceFile(path, path + ".new", {data, static_cast<std::size_t>(length)});
+    return length > 0 && ReplaceFile(path, {data, static_cast<std::size_t>(length)});
 }
 
 bool SaveAuthority(const std::string& folder, const Identity& authority) {

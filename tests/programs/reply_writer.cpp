@@ -19,7 +19,7 @@ int main(int count, char** arguments) {
             std::string path = entry.path().string();
             if (!path.ends_with(kRequestEnd)) continue;
             path.replace(path.size() - kRequestEnd.size(), kRequestEnd.size(), ".rep.json");
-            if (!brickfall::ReplaceFile(path, path + ".tmp", arguments[1])) return 1;
+            if (!brickfall::ReplaceFile(path, arguments[1])) return 1;
             std::puts("answered");
             return 0;
         }

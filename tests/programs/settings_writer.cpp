@@ -1,7 +1,5 @@
-// settings_writer NUMBER [BYTES]: saves the settings thirty times with this music volume, with a line of
-// output after each. With BYTES the system ends it as soon as a file of its would grow beyond.
-#include <sys/resource.h>
-
+// settings_writer NUMBER: saves the settings thirty times with this music volume, with a line of output after
+// each.
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,14 +8,7 @@
 
 int main(int count, char** arguments) {
     using namespace brickfall;
-    if (count < 2 || count > 3) return 2;
-    if (count == 3) {
-        const auto bytes = static_cast<rlim_t>(std::atoi(arguments[2]));
-        const rlimit limit = {bytes, bytes};
-        const rlimit no_core = {0, 0};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        ::setrlimit(RLIMIT_CORE, &no_core);
-    }
+    if (count != 2) return 2;
     LoadUiSettings();
     music_vol = std::atoi(arguments[1]);
     for (int i = 0; i < 30; ++i) {

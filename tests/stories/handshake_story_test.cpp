@@ -33,6 +33,7 @@ const std::string kReplyWriter = BRICKFALL_BINARY_DIR "/tests/reply_writer";
 
 constexpr char kTimeOut[] = "error: Pouch did not approve in time. Open Pouch.exe and try Connect again.";
 constexpr char kWaiting[] = "Waiting for Pouch to approve this app...\n";
+constexpr char kUnusable[] = "error: approved, but the wallet would not load.";
 constexpr char kDenied[] = "error: connect denied in Pouch.";
 
 // An event as it is written, with its fields.
@@ -151,7 +152,7 @@ TEST_F(HandshakeStory, ApprovedThenUsedThenUnbound) {
                            {"address", CurrentAddress()},
                            {"identity", wallet_keys.identity_address}};
     for (const auto& [key, value] : expected.items()) EXPECT_EQ(wallet.at(key), value) << key;
-    EXPECT_EQ(ReadRegistry().at("active"), wallet_id);
+    EXPECT_EQ(ReadRegistry().document.at("active"), wallet_id);
 
     // A cabinet that can use its wallet asks nobody, also when the bind is taken from under it.
     ASSERT_TRUE(RemoveFile(Path("binds/_opt_brickfall.json")));
@@ -212,7 +213,6 @@ TEST_F(HandshakeStory, SilentForTheWholeMinuteThenTooLateThenDenied) {
 }
 
 TEST_F(HandshakeStory, RepliesOfEveryKindEndTheWaitAtOnce) {
-    const std::string unusable = "error: approved, but the wallet would not load.";
     const struct {
         const char* why;
         std::string reply;
@@ -226,9 +226,9 @@ TEST_F(HandshakeStory, RepliesOfEveryKindEndTheWaitAtOnce) {
         {"ok is text", R"({"ok": "true", "wallet_id": "w1"})", kDenied, false},
         {"ok is a number", R"({"ok": 1, "wallet_id": "w1"})", kDenied, false},
         {"a wallet id that is no text", R"({"ok": true, "wallet_id": 17})", kDenied, false},
-        {"no wallet id", R"({"ok": true})", unusable, false},
-        {"an empty wallet id", R"({"ok": true, "wallet_id": ""})", unusable, false},
-        {"a wallet that is not there", R"({"ok": true, "wallet_id": "w1"})", unusable, true},
+        {"no wallet id", R"({"ok": true})", kUnusable, false},
+        {"an empty wallet id", R"({"ok": true, "wallet_id": ""})", kUnusable, false},
+        {"a wallet that is not there", R"({"ok": true, "wallet_id": "w1"})", kUnusable, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -252,6 +252,20 @@ TEST_F(HandshakeStory, AWalletThatNoLongerLoadsIsAskedForAgain) {
     EXPECT_EQ(ConnectToPouch(), "success");
     EXPECT_EQ(ListWallets().at(0).id, WalletId());
     EXPECT_EQ(TakeLog(), (Lines{kWaiting, "Connected to Pouch wallet Wallet 1\n"}));
+
+    // A bind that cannot be read may name any wallet: it is neither guessed nor replaced, but by an unbind.
+    const std::string unreadable(1000, '[');
+    ASSERT_TRUE(WriteFile(BindFilePath(), unreadable));
+    StartCabinetAnew();
+    EXPECT_FALSE(IsConnected());
+    WaitAtPoll(2, companion, "approved");
+    EXPECT_EQ(ConnectToPouch(), kUnusable);
+    EXPECT_EQ(WalletId(), "") << "the next start would not know of it";
+    EXPECT_EQ(ReadFile(BindFilePath()), unreadable);
+    UnbindWallet();
+    WaitAtPoll(3, companion, "approved");
+    EXPECT_EQ(ConnectToPouch(), "success");
+    EXPECT_EQ(BoundWalletId(), WalletId());
 }
 
 TEST_F(HandshakeStory, WithoutPouchTheRequestWaitsTheMinute) {

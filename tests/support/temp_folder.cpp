@@ -2,9 +2,17 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 namespace brickfall {
+
+bool WriteFile(const std::string& path, std::string_view content) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    return !file.fail();
+}
 
 TempFolder::TempFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "brickfall-test-XXXXXX").string();

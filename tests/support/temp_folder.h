@@ -3,8 +3,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace brickfall {
+
+// A plain write over what is there, through links too: what another program, or a fault, leaves behind.
+bool WriteFile(const std::string& path, std::string_view content);
 
 class TempFolder {
   public:

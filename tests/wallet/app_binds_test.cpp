@@ -64,6 +64,7 @@ TEST_F(AppBinds, TheStartTakesTheBindOrTheOnlyWallet) {
         {"one element that is no wallet", "", R"({"wallets": ["a"]})", "", false},
         {"a bind wins over the only wallet", R"({"wallet_id": "b"})", one, "b", false},
         {"a broken bind", R"({"wallet_id": "b")", one, "a", true},
+        {"a bind that cannot be read may name any wallet", std::string(1000, '['), one, "", false},
         {"a bind of another type", R"({"wallet_id": 7})", one, "a", true},
         {"a bind without a wallet", R"(["wallet_id"])", R"({"wallets": []})", "", false},
     };

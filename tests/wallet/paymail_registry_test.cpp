@@ -233,7 +233,6 @@ TEST_F(PaymailRegistry, ReadsAnyFileAsSomething) {
         "[1,2]",
         "null",
         "\xff\xfe",
-        std::string(100'000, '['),
         R"({"names":"x","self":{},"avatars":7,"host_role":[]})",
         R"({"names":{"ada":{"pubkey":1,"ord":{},"avatar":[]}, "b":null, "":{"pubkey":"x"}},"avatars":[]})"};
     for (const std::string& content : contents) {
@@ -251,10 +250,27 @@ TEST_F(PaymailRegistry, ReadsAnyFileAsSomething) {
         EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "");
         EXPECT_EQ(FindNameForPubkey(kAda), "ada");
     }
-    RemoveFile(FilePath());
-    std::filesystem::create_directory(FilePath());
-    EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "could not write paymail registry");
-    EXPECT_EQ(SyncAvatar(), "could not write paymail registry");
+}
+
+TEST_F(PaymailRegistry, LeavesAFileAloneThatItCannotRead) {
+    const TempFolder program;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(program.Path());
+    MakeFolders("userinfo");
+    SetIdentity(kAda, "av_0");
+    const std::string deep(100'000, '[');
+    const std::string old_file = "userinfo/orvane_paymail.json";
+    for (const std::string& path : {old_file, FilePath()}) {
+        SCOPED_TRACE(path);
+        WriteFile(path, deep);
+        EXPECT_EQ(FindNameForPubkey(kAda), "");
+        EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "could not write paymail registry");
+        EXPECT_EQ(SyncAvatar(), "could not write paymail registry");
+        SetHostRole("dev");
+        EXPECT_EQ(ReadFile(path), deep);
+        EXPECT_EQ(FileExists(FilePath()), path != old_file);
+    }
+    std::filesystem::current_path(before);
 }
 
 TEST_F(PaymailRegistry, PicksUpTheFileOfAnOlderInstallation) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -24,7 +25,17 @@ namespace {
 using nlohmann::json;
 using Lines = std::vector<std::string>;
 
-const std::string kRegistryWriter = BRICKFALL_BINARY_DIR "/tests/registry_writer";
+const std::string kStoreWriter = BRICKFALL_BINARY_DIR "/tests/store_writer";
+
+// Thousands of flushes to a busy disk take half a minute and show nothing, so the store lies in memory where
+// there is such a folder.
+struct FoldersInMemory {
+    FoldersInMemory() {
+        if (::access("/dev/shm", W_OK | X_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+    }
+    ~FoldersInMemory() { former.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", former.c_str(), 1); }
+    const std::string former = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "";
+};
 
 class SharedStore : public ::testing::Test {
   protected:
@@ -34,7 +45,15 @@ class SharedStore : public ::testing::Test {
         ASSERT_TRUE(WriteFile(Path(name), content)) << name;
     }
     std::string Content(const std::string& name) const { return ReadFile(Path(name)).value_or("(none)"); }
+    Lines Names(const std::string& folder) const {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(Path(folder))) {
+            names.insert(entry.path().filename().string());
+        }
+        return {names.begin(), names.end()};
+    }
 
+    const FoldersInMemory in_memory_;
     const TempUserData user_data_;
 };
 
@@ -50,7 +69,7 @@ TEST_F(SharedStore, ARegistryOfAnyBytesReadsAsAnObjectWithAListOfWallets) {
     const auto listed = [this](const std::string& content) {
         SCOPED_TRACE(content.substr(0, 100));
         Put("wallets.json", content);
-        const json registry = ReadRegistry();
+        const json registry = ReadRegistry().document;
         EXPECT_TRUE(registry.is_object() && registry.at("wallets").is_array());
         return Described(ListWallets());
     };
@@ -68,6 +87,22 @@ TEST_F(SharedStore, ARegistryOfAnyBytesReadsAsAnObjectWithAListOfWallets) {
     EXPECT_EQ(WalletDisplayName("unlisted"), "unlisted");
     RemoveFile(Path("wallets.json"));
     EXPECT_TRUE(ListWallets().empty());
+
+    EXPECT_EQ(ReadRegistry().state, FileState::kMissing);
+    for (const std::string& content : {std::string("broken"), "[" + std::string(999'999, ',') + "]"}) {
+        Put("wallets.json", content);
+        EXPECT_EQ(ReadRegistry().state, FileState::kRead);
+    }
+    for (const std::string& content : {deep, "[" + std::string(1'000'000, ',') + "]"}) {
+        Put("wallets.json", content);
+        EXPECT_EQ(ReadRegistry().state, FileState::kUnreadable);
+        EXPECT_FALSE(WriteStoreFile(Path("wallets.json"), "{}"));
+        Put("orvane_pouch.json", "the old wallet");
+        MigrateSingleWallet();
+        SetWalletName("a", "anna");
+        EXPECT_EQ(Content("wallets.json"), content) << "nothing replaces it";
+        EXPECT_EQ(Content("orvane_pouch.json"), "the old wallet");
+    }
 }
 
 TEST_F(SharedStore, NamingAWalletKeepsEverythingElseOfTheRegistry) {
@@ -111,10 +146,17 @@ TEST_F(SharedStore, AnOldSingleWalletMovesOnceIntoTheListOfWallets) {
                            {"wallets", {{{"id", "w1700000000000"}, {"name", "Wallet 1"}}}}};
     EXPECT_EQ(json::parse(Content("wallets.json")), expected);
 
+    // A store with wallets takes none over, wherever their files are.
     Put("orvane_pouch.json", "another");
-    MigrateSingleWallet();
-    EXPECT_EQ(Content("orvane_pouch.json"), "another") << "a store with wallets takes none over";
-    EXPECT_EQ(json::parse(Content("wallets.json")), expected);
+    for (const std::string& registry :
+         {expected.dump(),
+          std::string(R"({"wallets":[{"id":"w1","name":"anna"},{"id":"w2","name":"Wallet 1"}]})"),
+          std::string(R"({"wallets":[{"id":"a","name":"Wallet 1"}]})")}) {
+        Put("wallets.json", registry);
+        MigrateSingleWallet();
+        EXPECT_EQ(Content("orvane_pouch.json"), "another") << registry;
+        EXPECT_EQ(Content("wallets.json"), registry);
+    }
 }
 
 TEST_F(SharedStore, TheLockOfTheFileEndsWithTheOutermostScope) {
@@ -145,29 +187,23 @@ TEST_F(SharedStore, TheLockOfTheFileEndsWithTheOutermostScope) {
     EXPECT_EQ(WalletDisplayName("a"), "anna");
 }
 
-TEST(SharedStoreOfTwoProcesses, ThatRewriteTheRegistryLoseNoEntry) {
-    // Thousands of flushes to a busy disk take half a minute and show nothing, so the store lies in memory
-    // where there is such a folder.
-    const std::string former = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "";
-    if (::access("/dev/shm", W_OK | X_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
-    const TempUserData store;
-    former.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", former.c_str(), 1);
-
-    ChildProcess one(kRegistryWriter, {"one", "1000"});
-    ChildProcess two(kRegistryWriter, {"two", "1000"});
-    EXPECT_EQ(one.Wait(), 0) << "3: it missed an entry";
-    EXPECT_EQ(two.Wait(), 0);
+TEST_F(SharedStore, TwoProcessesThatWriteLoseNothingOfEachOther) {
+    for (const char* kind : {"wallets"}) {
+        ChildProcess one(kStoreWriter, {kind, "one", "1000"});
+        ChildProcess two(kStoreWriter, {kind, "two", "1000"});
+        EXPECT_EQ(one.Wait(), 0) << kind << ", 3: it missed what it had written";
+        EXPECT_EQ(two.Wait(), 0) << kind;
+    }
     std::set<std::string> ids;
     for (const WalletInfo& wallet : ListWallets()) ids.insert(wallet.id);
     EXPECT_EQ(ids.size(), 20u + 20u);
     EXPECT_TRUE(ids.contains("one999") && ids.contains("two999"));
-    EXPECT_FALSE(FileExists(StoreRoot() + "/wallets.json.tmp"));
 }
 
-// Runs the writer up to its `stops`-th entry into, or return from, the kernel and kills it there. True when
-// it had ended before.
-bool RunAndKillAt(int stops) {
-    ChildProcess writer(kRegistryWriter, {"killed", "1", "stop"});
+// Runs a writer up to its `stops`-th entry into, or return from, the kernel and kills it there. True when it
+// had ended before.
+bool RunAndKillAt(const char* kind, int stops) {
+    ChildProcess writer(kStoreWriter, {kind, "killed", "1", "stop"});
     const pid_t pid = writer.Pid();
     int status = 0;
     EXPECT_EQ(::waitpid(pid, &status, WUNTRACED), pid);
@@ -191,7 +227,7 @@ TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
     bool ended = false;
     for (int stops = 0; !ended && stops < 2000 && !HasFailure(); ++stops) {
         Put("wallets.json", former);
-        ended = RunAndKillAt(stops);
+        ended = RunAndKillAt("wallets", stops);
         const json registry = json::parse(Content("wallets.json"), nullptr, false);
         ASSERT_TRUE(registry.is_object()) << "killed at stop " << stops;
         const Lines wallets = Described(ListWallets());  // would wait for a lock left behind
@@ -205,6 +241,8 @@ TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
     EXPECT_TRUE(ended);
     EXPECT_GT(without_entry, 20);
     EXPECT_GT(with_entry, 1);
+    SetWalletName("a", "anna");
+    EXPECT_EQ(Names(""), (Lines{"wallets.json", "wallets.lock"})) << "the next writer clears what they left";
 }
 
 }  // namespace

@@ -191,6 +191,15 @@ TEST_F(WalletFileTest, SavesForItsUserAloneInAFolderOfItsOwn) {
     EXPECT_FALSE(SaveWallet());
     SetWalletId("w1/wallet.json");  // a file is in the way of the folder
     EXPECT_FALSE(SaveWallet());
+    SetWalletId("w1");
+    for (const std::string& kept : {R"({"mnemonic":"other words"})" + std::string(),
+                                    R"({"priv":")" + kPriv + "\"}", std::string(1000, '[')}) {
+        WriteFile(WalletFilePath(), kept);
+        EXPECT_FALSE(SaveWallet()) << "another's secret, or what cannot be read";
+        EXPECT_EQ(ReadFile(WalletFilePath()), kept);
+    }
+    WriteFile(WalletFilePath(), R"({"mnemonic":"other wo)");
+    EXPECT_TRUE(SaveWallet()) << "a broken file is of no use to anybody";
 }
 
 TEST_F(WalletFileTest, HintsFollowTheFile) {
