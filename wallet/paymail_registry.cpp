@@ -25,7 +25,13 @@ std::mutex& paymail_mutex = *new std::mutex;
 json& paymail_doc =
     *new json(json::object());  // guarded by paymail_mutex; no cache: read anew by each operation
 
-// Caller holds paymail_mutex, as for the load.
+// Held from the reading of the file to its writing, so that no other process changes it in between.
+struct RegistryLock {
+    const StoreLock store;
+    const std::lock_guard<std::mutex> document{paymail_mutex};
+};
+
+// Caller holds RegistryLock, as for the load.
 bool SavePaymailRegistry() { return WriteStoreFile(StoreRoot() + kRegistryFile, StoreDump(paymail_doc)); }
 
 // Anything but an object reads as an empty one.
@@ -103,7 +109,7 @@ bool LooksLikeAddress(std::string_view text) {
 std::string FindNameForPubkey(std::string_view public_hex) {
     const std::string key = Lower(public_hex);
     if (key.empty()) return {};
-    const std::lock_guard lock(paymail_mutex);
+    const RegistryLock lock;
     if (!LoadPaymailRegistry()) return {};
     const json* names = FindObject(paymail_doc, "names");
     if (names == nullptr) return {};
@@ -126,7 +132,7 @@ std::string RegisterPaymail(std::string_view name, std::string_view public_hex, 
     if (public_hex.empty()) return "no Pouch identity pubkey";
     const std::string key = Lower(public_hex);
 
-    const std::lock_guard lock(paymail_mutex);
+    const RegistryLock lock;
     if (!LoadPaymailRegistry()) return kWriteFailedText;
     json& names = ObjectAt(paymail_doc, "names");
     const json* existing = FindObject(names, label.c_str());
@@ -157,7 +163,7 @@ void SetHostRole(std::string_view role) {
     std::string new_role = Lower(role);
     if (std::ranges::find(kKnownRoles, new_role) == std::end(kKnownRoles)) new_role.clear();
 
-    const std::lock_guard lock(paymail_mutex);
+    const RegistryLock lock;
     if (!LoadPaymailRegistry() || StoreText(paymail_doc, "host_role") == new_role) return;
     if (new_role.empty()) {
         paymail_doc.erase("host_role");
@@ -170,7 +176,7 @@ void SetHostRole(std::string_view role) {
 void SetOrdAddress(std::string_view ord_address) {
     const std::string key = Lower(wallet_keys.identity_pub);
     if (key.empty() || !LooksLikeAddress(ord_address)) return;
-    const std::lock_guard lock(paymail_mutex);
+    const RegistryLock lock;
     if (!LoadPaymailRegistry() || FindObject(paymail_doc, "names") == nullptr) return;
     bool changed = false;
     for (json& entry : paymail_doc["names"]) {
@@ -186,7 +192,7 @@ std::string SyncAvatar() {
     const std::string key = Lower(wallet_keys.identity_pub);
     const std::string& avatar = wallet_keys.ord_avatar;
     if (key.empty()) return "no identity pubkey";
-    const std::lock_guard lock(paymail_mutex);
+    const RegistryLock lock;
     if (!LoadPaymailRegistry()) return kWriteFailedText;
     const auto put = [&avatar](json& object, const std::string& at) {
         if (avatar.empty()) {

@@ -1,6 +1,7 @@
 // paymail_registry.h - the names that this machine has seen, under which identity. A local view in a file of
-// the store; one that is there and cannot be read is left as it is. paymail_mutex guards the document; it is
-// taken below wallet_mutex, never the other way.
+// the store, read, changed and written under the store's lock; one that is there and cannot be read is left
+// as it is. paymail_mutex guards the document; it is taken below wallet_mutex and the store's lock, never the
+// other way.
 #pragma once
 
 #include <string>

@@ -188,7 +188,7 @@ TEST_F(SharedStore, TheLockOfTheFileEndsWithTheOutermostScope) {
 }
 
 TEST_F(SharedStore, TwoProcessesThatWriteLoseNothingOfEachOther) {
-    for (const char* kind : {"wallets"}) {
+    for (const char* kind : {"wallets", "names"}) {
         ChildProcess one(kStoreWriter, {kind, "one", "1000"});
         ChildProcess two(kStoreWriter, {kind, "two", "1000"});
         EXPECT_EQ(one.Wait(), 0) << kind << ", 3: it missed what it had written";
@@ -198,6 +198,10 @@ TEST_F(SharedStore, TwoProcessesThatWriteLoseNothingOfEachOther) {
     for (const WalletInfo& wallet : ListWallets()) ids.insert(wallet.id);
     EXPECT_EQ(ids.size(), 20u + 20u);
     EXPECT_TRUE(ids.contains("one999") && ids.contains("two999"));
+    const json names = ReadStoreJson(Path("orvane_paymail.json")).at("names");
+    EXPECT_EQ(
+        names.at("one").at("address").get<std::string>() + names.at("two").at("address").get<std::string>(),
+        "999999");
 }
 
 // Runs a writer up to its `stops`-th entry into, or return from, the kernel and kills it there. True when it
