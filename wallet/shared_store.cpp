@@ -1,7 +1,9 @@
 #include "wallet/shared_store.h"
 
+#include <filesystem>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 #include "base/clock.h"
@@ -11,11 +13,25 @@ namespace {
 
 using nlohmann::json;
 
+constexpr char kMigratedName[] = "Wallet 1";
+
 std::recursive_mutex& store_mutex = *new std::recursive_mutex;
 int store_lock_depth = 0;                     // guarded by store_mutex
 ByteLock& store_lock_handle = *new ByteLock;  // guarded by store_mutex
 
 std::string RegistryPath() { return StoreRoot() + "/wallets.json"; }
+
+bool IsStoreId(std::string_view id) {
+    return id.size() > 1 && id.front() == 'w' && id.find_first_not_of("0123456789", 1) == id.npos;
+}
+
+// Whether the entry is one that a migration has listed, and whose file it could not move any more.
+bool IsListedOnly(const json& entry, const std::string& wallet_file) {
+    std::error_code error;
+    return IsStoreId(StoreText(entry, "id")) && StoreText(entry, "name") == kMigratedName &&
+           std::filesystem::symlink_status(wallet_file, error).type() ==
+               std::filesystem::file_type::not_found;
+}
 
 }  // namespace
 
@@ -92,14 +108,20 @@ void MigrateSingleWallet() {
     StoreFile registry = ReadRegistry();
     if (registry.state == FileState::kUnreadable) return;
     json& wallets = registry.document["wallets"];
-    if (!wallets.empty()) return;
-    const std::string id = NewStoreId();
+    const bool is_new = wallets.empty();
+    const std::string id = is_new ? NewStoreId() : StoreText(wallets.front(), "id");
     const std::string folder = StoreRoot() + "/wallets/" + id;
+    const std::string wallet_file = folder + "/wallet.json";
+    if (is_new) {
+        // Listed before it moves: a start that ends in between leaves the next one the place to move it to.
+        wallets.push_back({{"id", id}, {"name", kMigratedName}});
+        registry.document["active"] = id;
+        if (!WriteRegistry(registry.document)) return;
+    } else if (!IsListedOnly(wallets.front(), wallet_file)) {
+        return;
+    }
     MakeFolders(folder);
-    MoveFile(old_file, folder + "/wallet.json");
-    wallets.push_back({{"id", id}, {"name", "Wallet 1"}});
-    registry.document["active"] = id;
-    WriteRegistry(registry.document);
+    MoveFile(old_file, wallet_file);
 }
 
 std::vector<WalletInfo> ListWallets() {

@@ -137,9 +137,8 @@ TEST_F(SharedStore, AnOldSingleWalletMovesOnceIntoTheListOfWallets) {
     EXPECT_EQ(Content("orvane_pouch.json"), "the old wallet") << "one that cannot move stays";
     EXPECT_EQ(ListWallets().size(), 1u) << "and is listed all the same";
     RemoveFile(Path("wallets"));
-    RemoveFile(Path("wallets.json"));
 
-    MigrateSingleWallet();
+    MigrateSingleWallet();  // the next start moves it
     EXPECT_FALSE(FileExists(Path("orvane_pouch.json")));
     EXPECT_EQ(Content("wallets/w1700000000000/wallet.json"), "the old wallet");
     const json expected = {{"active", "w1700000000000"},
@@ -247,6 +246,26 @@ TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
     EXPECT_GT(with_entry, 1);
     SetWalletName("a", "anna");
     EXPECT_EQ(Names(""), (Lines{"wallets.json", "wallets.lock"})) << "the next writer clears what they left";
+}
+
+TEST_F(SharedStore, AMigrationKilledAtAnyMomentIsFinishedByTheNextStart) {
+    int unfinished = 0;
+    bool ended = false;
+    for (int stops = 0; !ended && stops < 2000 && !HasFailure(); ++stops) {
+        std::filesystem::remove_all(Path(""));
+        Put("orvane_pouch.json", "the old wallet");
+        ended = RunAndKillAt("migrate", stops);
+        unfinished += FileExists(Path("wallets.json")) && FileExists(Path("orvane_pouch.json"));
+        MigrateSingleWallet();
+        const std::vector<WalletInfo> wallets = ListWallets();
+        ASSERT_EQ(wallets.size(), 1u) << "killed at stop " << stops;
+        EXPECT_EQ(wallets[0].name, "Wallet 1");
+        EXPECT_EQ(Content("wallets/" + wallets[0].id + "/wallet.json"), "the old wallet")
+            << "at stop " << stops;
+        EXPECT_FALSE(FileExists(Path("orvane_pouch.json")));
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_GT(unfinished, 1) << "between the list and the move";
 }
 
 }  // namespace
