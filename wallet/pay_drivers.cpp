@@ -77,7 +77,8 @@ void DropConflictingInputs(std::span<const SpendInput> inputs) {
 
 // The network does not know these inputs as unspent: what the cache believed is out of date.
 void DropMissingInputs(WalletLock& lock, std::span<const SpendInput> inputs) {
-    for (const SpendInput& input : inputs) MarkSpent(input.txid, input.vout);
+    for (const SpendInput& input : inputs) MarkSpentInMemory(input.txid, input.vout);
+    SaveSpentSet();
     PruneCacheOfSpent();
     RescanPlainOutputs(lock);
 }
