@@ -4,6 +4,7 @@
 //   wallets  adds the entries PREFIX0, PREFIX1 and so on to the list of wallets, and takes its own out again
 //            when they are kKept rewrites old, so that the list stays short
 //   names    registers the paymail name PREFIX with the address 0, 1 and so on
+//   rename   gives the wallet PREFIX the name "n"
 //   migrate  moves an old single wallet into the list
 #include <signal.h>
 #include <unistd.h>
@@ -65,6 +66,8 @@ int main(int count, char** arguments) {
             result = RewriteWallets(prefix + std::to_string(i), prefix);
         } else if (kind == "names") {
             result = RegisterName(prefix, i);
+        } else if (kind == "rename") {
+            SetWalletName(prefix, "n");
         } else {
             MigrateSingleWallet();
         }

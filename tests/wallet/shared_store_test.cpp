@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -203,24 +204,49 @@ TEST_F(SharedStore, TwoProcessesThatWriteLoseNothingOfEachOther) {
         "999999");
 }
 
-// Runs a writer up to its `stops`-th entry into, or return from, the kernel and kills it there. True when it
-// had ended before.
-bool RunAndKillAt(const char* kind, int stops) {
-    ChildProcess writer(kStoreWriter, {kind, "killed", "1", "stop"});
+// Runs a stopped writer up to its `stops`-th entry into, or return from, the kernel. True when it had ended
+// before.
+bool RunTo(ChildProcess& writer, int stops) {
     const pid_t pid = writer.Pid();
     int status = 0;
     EXPECT_EQ(::waitpid(pid, &status, WUNTRACED), pid);
     EXPECT_EQ(::ptrace(PTRACE_SEIZE, pid, nullptr, PTRACE_O_TRACESYSGOOD), 0);
     writer.Signal(SIGCONT);
     EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-    for (int i = 0; i < stops; ++i) {
+    for (int i = 0; i < stops && WIFSTOPPED(status); ++i) {
         EXPECT_EQ(::ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr), 0);
         EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-        if (WIFSTOPPED(status)) continue;
-        writer.SetReaped();
-        return true;
     }
-    return false;  // killed and reaped with the scope
+    if (WIFSTOPPED(status)) return false;
+    writer.SetReaped();
+    return true;
+}
+
+bool RunAndKillAt(const char* kind, int stops) {
+    ChildProcess writer(kStoreWriter, {kind, "killed", "1", "stop"});
+    return RunTo(writer, stops);  // killed and reaped with the scope
+}
+
+// The same, but what the writer asks of the kernel there gets no descriptor, and all the rest does.
+bool RunWithoutDescriptorAt(const char* kind, int stops) {
+    ChildProcess writer(kStoreWriter, {kind, "starved", "1", "stop"});
+    if (RunTo(writer, stops)) return true;
+    const pid_t pid = writer.Pid();
+    rlimit former = {};
+    EXPECT_EQ(::prlimit(pid, RLIMIT_NOFILE, nullptr, &former), 0);
+    const rlimit none = {0, former.rlim_max};
+    EXPECT_EQ(::prlimit(pid, RLIMIT_NOFILE, &none, nullptr), 0);
+    int status = 0;
+    EXPECT_EQ(::ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr), 0);
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    if (WIFSTOPPED(status)) {
+        EXPECT_EQ(::prlimit(pid, RLIMIT_NOFILE, &former, nullptr), 0);
+        EXPECT_EQ(::ptrace(PTRACE_DETACH, pid, nullptr, nullptr), 0);
+        writer.Wait();
+    } else {
+        writer.SetReaped();
+    }
+    return false;
 }
 
 TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
@@ -246,6 +272,33 @@ TEST_F(SharedStore, AWriterKilledAtAnyMomentLeavesAWholeRegistryAndNoLock) {
     EXPECT_GT(with_entry, 1);
     SetWalletName("a", "anna");
     EXPECT_EQ(Names(""), (Lines{"wallets.json", "wallets.lock"})) << "the next writer clears what they left";
+}
+
+TEST_F(SharedStore, AMomentWithoutDescriptorsLosesNothing) {
+    const json wallets = {
+        {"wallets", {{{"id", "other"}, {"name", "o"}}, {{"id", "starved"}, {"name", "s"}}}}};
+    const json names = {{"names", {{"other", {{"pubkey", "02"}}}}}};
+    for (const char* kind : {"rename", "names"}) {
+        int unchanged = 0;
+        int written = 0;
+        bool ended = false;
+        for (int stops = 0; !ended && stops < 2000 && !HasFailure(); ++stops) {
+            Put("wallets.json", wallets.dump());
+            Put("orvane_paymail.json", names.dump());
+            ended = RunWithoutDescriptorAt(kind, stops);
+            const json paymail = ReadStoreJson(Path("orvane_paymail.json"));
+            const Lines listed = Described(ListWallets());
+            EXPECT_EQ(paymail.at("names").at("other"), names["names"]["other"])
+                << kind << " at stop " << stops;
+            ASSERT_EQ(listed.size(), 2u) << kind << " at stop " << stops;
+            EXPECT_EQ(listed[0], "other=o");
+            const bool is_written = listed[1] == "starved=n" || paymail["names"].contains("starved");
+            ++(is_written ? written : unchanged);
+        }
+        EXPECT_TRUE(ended);
+        EXPECT_GE(unchanged, 2) << "no descriptor to read, none to write";
+        EXPECT_GT(written, 20);
+    }
 }
 
 TEST_F(SharedStore, AMigrationKilledAtAnyMomentIsFinishedByTheNextStart) {
