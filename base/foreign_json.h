@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <nlohmann/json_fwd.hpp>
+#include <span>
 #include <string_view>
 
 namespace brickfall {
@@ -13,7 +15,11 @@ namespace brickfall {
 // recursion, so that a hostile one could exhaust the stack.
 inline constexpr std::size_t kMaxJsonDepth = 64;
 
-// A built value takes up to some 100 bytes, whatever its text takes: with the text itself, `values` bounds
+// The longest string or number. The parser holds a token it reads several times over. The longest real one,
+// a transaction with a full tape in hexadecimal, is below a third of it.
+inline constexpr std::size_t kMaxJsonTokenBytes = 16 << 20;
+
+// A built value takes up to some 160 bytes, whatever its text takes: with the text itself, `values` bounds
 // the memory of a document.
 struct JsonLimits {
     std::size_t bytes = 0;   // of the text
@@ -27,5 +33,23 @@ bool IsWithinLimits(std::string_view text, const JsonLimits& limits);
 // A text that does not parse, or goes beyond a limit, gives a document of no type: neither null nor object
 // nor array. Throws nothing but std::bad_alloc.
 nlohmann::json ParseForeignJson(std::string_view text, const JsonLimits& limits);
+
+// What a long document is read for: the elements of one list, and of each element the members named here, at
+// whatever depth they stand. Everything else is passed over and never built: a stranger may have written it.
+struct ListShape {
+    bool root_is_list = false;
+    std::string_view key = {};  // the root is an object with the list under this key; empty: it may not be
+    std::span<const std::string_view> members = {};
+};
+
+// Of one element, what is built at most.
+inline constexpr std::size_t kMaxElementValues = 1'000;
+inline constexpr std::size_t kMaxElementDepth = 8;
+
+// Hands each element of the list to `take`, in order, one in memory at a time. False when the text has no
+// such list, does not parse or goes beyond a limit, or as soon as `take` gives false: what was handed over
+// until then is not to be relied on. Throws nothing but std::bad_alloc and what `take` throws.
+bool ForEachElement(std::string_view text, const ListShape& shape, const JsonLimits& limits,
+                    const std::function<bool(const nlohmann::json& element)>& take);
 
 }  // namespace brickfall

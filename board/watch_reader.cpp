@@ -14,6 +14,7 @@
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/encodings.h"
 #include "wallet/json_numbers.h"
 
@@ -27,13 +28,13 @@ constexpr uint8_t kOpReturn = 0x6A;
 constexpr uint8_t kOpPushData1 = 76;
 constexpr uint8_t kOpPushData2 = 77;
 constexpr std::size_t kTxidChars = 64;
+constexpr JsonLimits kRowLimits = {.bytes = 65'535, .values = 1'000};  // some twenty, and a row is flat
 constexpr int64_t kDaySeconds = 86'400;
 constexpr int64_t kDaysOf400Years = 146'097;  // whole weeks, after which the calendar repeats
 
 // The services give the script in different places.
 std::string ScriptHex(const json& output) {
-    const auto script = output.find("scriptPubKey");
-    if (script != output.end()) {
+    if (const json* const script = FindJsonKey(output, "scriptPubKey")) {
         std::string hex = script->is_string() ? script->get<std::string>() : JsonString(*script, "hex");
         if (!hex.empty()) return hex;
     }
@@ -59,7 +60,7 @@ bool AskIndexer(std::vector<std::string>& list) {
     json answer;
     const std::string url =
         std::string(kApiBaseUrl) + "/oi/oracle/" + kBoardGameId + "/txids?limit=2000&offset=0";
-    if (!FetchJson(url, answer)) return false;
+    if (!FetchJson(url, answer, kIdsAnswer)) return false;
     const json* const txids = FindJsonKey(answer, "txids");
     if (txids == nullptr || !txids->is_array()) return false;
     CollectTxids(answer, list);
@@ -71,7 +72,7 @@ void AskChain(std::vector<std::string>& list) {
     for (const char* const listing :
          {"/unconfirmed/history?limit=50", "/unspent", "/confirmed/history?limit=50"}) {
         json answer;
-        if (FetchJson(base + listing, answer)) CollectTxids(answer, list);
+        if (FetchJson(base + listing, answer, kIdsAnswer)) CollectTxids(answer, list);
     }
 }
 
@@ -88,9 +89,13 @@ std::vector<std::string> FindTxids() {
     return distinct;
 }
 
-bool FetchTransaction(const std::string& txid, json& transaction) {
-    return FetchJson(std::string(kApiBaseUrl) + "/oi/tx/" + txid, transaction) ||
-           FetchJson(std::string(kChainApiBaseUrl) + "/tx/" + txid, transaction);
+bool FetchTransaction(std::string_view txid, json& transaction) {
+    for (const std::string& folder :
+         {std::string(kApiBaseUrl) + "/oi/tx/", std::string(kChainApiBaseUrl) + "/tx/"}) {
+        const auto url = UrlWithName(folder, txid);
+        if (url && FetchJson(*url, transaction, kTransactionAnswer)) return true;
+    }
+    return false;
 }
 
 bool StandsAbove(const ScoreRow& a, const ScoreRow& b) {
@@ -204,12 +209,12 @@ bool ExtractPushPayload(std::string_view script_hex, std::string& payload) {
 }
 
 bool FindScorePayload(const json& transaction, json& row) {
-    const auto outputs = transaction.find("vout");
-    if (outputs == transaction.end() || !outputs->is_array()) return false;
+    const json* const outputs = FindJsonKey(transaction, "vout");
+    if (outputs == nullptr || !outputs->is_array()) return false;
     std::string payload;
     for (const json& output : *outputs) {
         if (!output.is_object() || !ExtractPushPayload(ScriptHex(output), payload)) continue;
-        json found = json::parse(payload, nullptr, /*allow_exceptions=*/false);
+        json found = ParseForeignJson(payload, kRowLimits);
         if (!found.is_object() || JsonString(found, "type") != "arcade_score") continue;
         row = std::move(found);
         return true;

@@ -114,7 +114,7 @@ std::string UpdateQuestion(int32_t latest) {
 
 int32_t LatestBuild() {
     std::string page;
-    return FetchText(kDownloadPageUrl, page) ? FindPageBuild(page) : -1;
+    return FetchText(kDownloadPageUrl, page, kMaxPageBytes) ? FindPageBuild(page) : -1;
 }
 
 }  // namespace brickfall

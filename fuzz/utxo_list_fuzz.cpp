@@ -1,18 +1,21 @@
-// Any bytes as the body of a listing: what is taken from it is an output, in the order of the document, and
-// what stood in the list before is untouched.
+// Any bytes as the body of a listing: what is taken from it is an output, and what stood in the list before
+// is untouched. Read element by element, a text gives what its whole document does.
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
 
+#include "base/foreign_json.h"
 #include "base/text.h"
 #include "fuzz/support.h"
-#include "wallet/json_numbers.h"
 #include "wallet/utxo_discovery.h"
 
 namespace {
 
 using namespace brickfall;
+using nlohmann::json;
 
 void CheckOutput(const Utxo& utxo) {
     Require(IsTxidText(utxo.txid));
@@ -22,20 +25,46 @@ void CheckOutput(const Utxo& utxo) {
     Require(SameOutpointText(utxo.txid, flipped) && SameOutpointText(flipped, utxo.txid));
 }
 
+constexpr std::string_view kMembers[] = {"txid", "value", "result"};
+constexpr JsonLimits kLimits = {.bytes = 1 << 20, .values = kMaxElementValues, .depth = kMaxElementDepth + 1};
+
+// What is left of a value when other members are passed over.
+json Cut(const json& value) {
+    if (!value.is_structured()) return value;
+    json cut(value.type());
+    for (const auto& [key, inner] : value.items()) {
+        if (value.is_array()) {
+            cut.push_back(Cut(inner));
+        } else if (std::find(std::begin(kMembers), std::end(kMembers), key) != std::end(kMembers)) {
+            cut[key] = Cut(inner);
+        }
+    }
+    return cut;
+}
+
+void CheckElements(std::string_view body) {
+    json elements = json::array();
+    const bool read = ForEachElement(body, {.root_is_list = true, .members = kMembers}, kLimits,
+                                     [&elements](const json& element) {
+                                         elements.push_back(element);
+                                         return true;
+                                     });
+    const json document = ParseForeignJson(body, kLimits);
+    Require(read == document.is_array());
+    Require(!read || elements == Cut(document));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string_view body(reinterpret_cast<const char*>(data), size);
-    const nlohmann::json document = ParseForeignJson(body);
     std::vector<Utxo> list{{"kept", 1, 2}};
-    const bool is_list = ParseUtxoList(document, list);
+    const bool is_list = ParseUtxoList(body, list);
     Require(list.front().txid == "kept" && list.front().vout == 1 && list.front().value == 2);
-    if (!is_list) {
-        Require(list.size() == 1);
-        return 0;
-    }
-    const nlohmann::json& listing = document.is_array() ? document : document.at("result");
-    Require(list.size() <= 1 + listing.size());
+    Require(is_list || list.size() == 1);
+    Require(!is_list || json::accept(body));
+    Require(list.size() <= 1 + body.size() / 64);
     for (std::size_t i = 1; i < list.size(); ++i) CheckOutput(list[i]);
+    CheckElements(body);
     return 0;
 }

@@ -1,5 +1,6 @@
 #include "game/flows.h"
 
+#include <new>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "messages/row.h"
 #include "messages/signing.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/app_binds.h"
 #include "wallet/connect_handshake.h"
 #include "wallet/ov_pouch_wallet.h"
@@ -48,11 +50,18 @@ void SetStatus(const FlowDriver& driver, std::string_view text) { driver.run.set
 
 bool IsSuccess(const std::string& result) { return result.starts_with("success"); }
 
+// What a worker's step says; nothing when it has run out of memory.
+std::unique_ptr<std::string> ResultOf(const std::function<std::string()>& step) {
+    try {
+        return std::make_unique<std::string>(step());
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 // The driver is named by value: a worker outlives the click that started it.
 void StartPay(const FlowDriver& driver, PayKind kind, std::function<std::string()> pay) {
-    StartWorker([post = driver.post_pay_done, kind, pay = std::move(pay)] {
-        post(kind, std::make_unique<std::string>(pay()));
-    });
+    StartWorker([post = driver.post_pay_done, kind, pay = std::move(pay)] { post(kind, ResultOf(pay)); });
 }
 
 json ScoreRow(const RunControl& run, Player player) {
@@ -128,10 +137,10 @@ bool IsFrozen(std::string& note) {
         const WalletLock lock(wallet_mutex);
         if (LoadWallet()) key = wallet_keys.is_hd ? wallet_keys.identity_pub : wallet_keys.pub;
     }
-    if (key.empty()) return false;
+    const auto url = UrlWithName(std::string(kApiBaseUrl) + "/api/paymail/identity/", key);
     json identity;
     // A look-up that fails does not stop play.
-    if (!FetchJson(std::string(kApiBaseUrl) + "/api/paymail/identity/" + key, identity)) return false;
+    if (!url || !FetchJson(*url, identity, kShortAnswer)) return false;
     note = JsonString(identity, "frozenNote");
     if (!identity.is_object()) return false;
     const auto frozen = identity.find("frozen");
@@ -143,7 +152,7 @@ void OnConnectClicked(RunControl& run, const FlowDriver& driver) {
     if (IsConnected()) return SetStatus(driver, "Already connected. Unbind to pick another wallet.");
     SetBusy(run, driver, true);
     SetStatus(driver, "Waiting for Pouch to approve...");
-    StartWorker([post = driver.post_connect_done] { post(std::make_unique<std::string>(ConnectToPouch())); });
+    StartWorker([post = driver.post_connect_done] { post(ResultOf(ConnectToPouch)); });
 }
 
 void OnPlayClicked(RunControl& run, const FlowDriver& driver) {

@@ -4,8 +4,10 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <memory>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -58,12 +60,45 @@ struct Reply {
     bool Succeeded() const { return Arrived() && status >= 200 && status <= 299; }
 };
 
+std::atomic<std::size_t> body_bytes_in_flight = 0;
+
+// What one body counts against kMaxBodyBytesInFlight, for the length of its scope.
+class BodyCharge {
+  public:
+    BodyCharge() = default;
+    ~BodyCharge() { Clear(); }
+    BodyCharge(const BodyCharge&) = delete;
+    BodyCharge& operator=(const BodyCharge&) = delete;
+
+    bool Add(std::size_t bytes) {
+        bytes_ += bytes;
+        return body_bytes_in_flight.fetch_add(bytes) + bytes <= kMaxBodyBytesInFlight;
+    }
+
+    void Clear() { body_bytes_in_flight.fetch_sub(std::exchange(bytes_, 0)); }
+
+  private:
+    std::size_t bytes_ = 0;
+};
+
+// Where an answer's body goes, and how long it may become.
+struct BodySink {
+    std::string& text;
+    std::size_t max_bytes;
+    BodyCharge& charge;
+
+    void Clear() {
+        text.clear();
+        charge.Clear();
+    }
+};
+
 // libcurl is C: nothing may be thrown through it, and any count but `size` ends the transfer as failed.
-std::size_t AppendToBody(char* data, std::size_t, std::size_t size, void* body) noexcept {
-    auto& text = *static_cast<std::string*>(body);
-    if (size > kMaxBodyBytes - text.size()) return 0;
+std::size_t AppendToBody(char* data, std::size_t, std::size_t size, void* user) noexcept {
+    const BodySink& sink = *static_cast<BodySink*>(user);
+    if (size > sink.max_bytes - sink.text.size() || !sink.charge.Add(size)) return 0;
     try {
-        text.append(data, size);
+        sink.text.append(data, size);
     } catch (...) {
         return 0;
     }
@@ -101,7 +136,7 @@ long DividedMs(int seconds, int divisor) {
 }
 
 // One attempt on a handle of its own.
-Reply Perform(const std::string& url, const RequestOptions& options, std::string& body) {
+Reply Perform(const std::string& url, const RequestOptions& options, BodySink& sink) {
     // A NUL would cut the URL short and ask for something else.
     if (url.find('\0') != std::string::npos) return {true, CURLE_URL_MALFORMAT, 0};
 
@@ -129,7 +164,7 @@ Reply Perform(const std::string& url, const RequestOptions& options, std::string
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     set(CURLOPT_WRITEFUNCTION, &AppendToBody);
-    set(CURLOPT_WRITEDATA, static_cast<void*>(&body));
+    set(CURLOPT_WRITEDATA, static_cast<void*>(&sink));
     set_timeout(CURLOPT_TIMEOUT, CURLOPT_TIMEOUT_MS, options.timeout_seconds);
     if (options.connect_timeout_seconds > 0) {
         set_timeout(CURLOPT_CONNECTTIMEOUT, CURLOPT_CONNECTTIMEOUT_MS, options.connect_timeout_seconds);
@@ -166,12 +201,12 @@ Reply Perform(const std::string& url, const RequestOptions& options, std::string
 
 // The attempts of the two wallet functions: only status 429 is tried again, after a pause that doubles.
 bool PerformWithRetry(const std::string& url, const RequestOptions& options, int tries, bool allow_404,
-                      std::string& body, std::string& error) {
+                      BodySink& sink, std::string& error) {
     Reply reply;
     for (int n = 0; n < tries; ++n) {
-        body.clear();
+        sink.Clear();
         error.clear();
-        reply = Perform(url, options, body);
+        reply = Perform(url, options, sink);
         if (!reply.started) {
             error = kCurlInitFailedText;
             return false;
@@ -184,22 +219,38 @@ bool PerformWithRetry(const std::string& url, const RequestOptions& options, int
         SleepMs(kFirstPauseMs << n);
     }
     if (reply.Succeeded() || (allow_404 && reply.status == 404)) return true;
-    error = DescribeHttpFailure(reply.status, body);
+    error = DescribeHttpFailure(reply.status, sink.text);
     return false;
 }
 
+bool WalletGet(const std::string& url, BodySink& sink, std::string& error, int timeout_seconds,
+               bool allow_404) {
+    RequestOptions options;
+    options.timeout_seconds = timeout_seconds;
+    options.connect_timeout_seconds = 8;
+    options.no_signal = true;
+    options.follow_redirects = true;
+    options.max_redirects = 5;
+    options.user_agent = kWalletUserAgent;
+    return PerformWithRetry(url, options, kGetTries, allow_404, sink, error);
+}
+
 // True when a status below 400 brought a body that is not empty.
-bool FetchBody(const std::string& url, int timeout_seconds, std::string& body) {
+bool FetchBody(const std::string& url, int timeout_seconds, BodySink& sink) {
     RequestOptions options;
     options.timeout_seconds = timeout_seconds;
     options.follow_redirects = true;
     options.user_agent = kCabinetUserAgent;
-    const Reply reply = Perform(url, options, body);
-    return reply.Arrived() && reply.status < 400 && !body.empty();
+    const Reply reply = Perform(url, options, sink);
+    return reply.Arrived() && reply.status < 400 && !sink.text.empty();
 }
 
-bool ParseBody(const std::string& body, nlohmann::json& json) {
-    json = nlohmann::json::parse(body, nullptr, /*allow_exceptions=*/false);
+bool ParseBody(const std::string& body, const JsonLimits& limits, nlohmann::json& json) {
+    try {
+        json = ParseForeignJson(body, limits);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     return !json.is_discarded();
 }
 
@@ -223,19 +274,27 @@ void StopNetwork() {
 }
 
 bool HttpGet(const std::string& url, std::string& body, std::string& error, int timeout_seconds,
-             bool allow_404) {
-    RequestOptions options;
-    options.timeout_seconds = timeout_seconds;
-    options.connect_timeout_seconds = 8;
-    options.no_signal = true;
-    options.follow_redirects = true;
-    options.max_redirects = 5;
-    options.user_agent = kWalletUserAgent;
-    return PerformWithRetry(url, options, kGetTries, allow_404, body, error);
+             bool allow_404, std::size_t max_bytes) {
+    BodyCharge charge;
+    BodySink sink{body, max_bytes, charge};
+    return WalletGet(url, sink, error, timeout_seconds, allow_404);
+}
+
+bool HttpGetAndRead(const std::string& url, std::string& error, int timeout_seconds, std::size_t max_bytes,
+                    const std::function<bool(std::string_view)>& read) {
+    try {
+        std::string body;
+        BodyCharge charge;
+        BodySink sink{body, max_bytes, charge};
+        return WalletGet(url, sink, error, timeout_seconds, /*allow_404=*/false) && read(body);
+    } catch (const std::bad_alloc&) {
+        error = kOutOfMemoryText;
+        return false;
+    }
 }
 
 bool HttpPostJson(const std::string& url, const std::string& request_body, std::string& response,
-                  std::string& error, int timeout_seconds, int attempts) {
+                  std::string& error, int timeout_seconds, int attempts, std::size_t max_bytes) {
     if (attempts < 1) {
         response.clear();
         error = kRateLimitText;
@@ -246,10 +305,12 @@ bool HttpPostJson(const std::string& url, const std::string& request_body, std::
     options.connect_timeout_seconds = 8;
     options.user_agent = kWalletUserAgent;
     options.json_body = &request_body;
-    return PerformWithRetry(url, options, attempts, /*allow_404=*/false, response, error);
+    BodyCharge charge;
+    BodySink sink{response, max_bytes, charge};
+    return PerformWithRetry(url, options, attempts, /*allow_404=*/false, sink, error);
 }
 
-bool HttpGetOnce(const std::string& url, std::string& body, std::string& error) {
+bool HttpGetOnce(const std::string& url, std::string& body, std::string& error, std::size_t max_bytes) {
     body.clear();
     error.clear();
     RequestOptions options;
@@ -257,7 +318,9 @@ bool HttpGetOnce(const std::string& url, std::string& body, std::string& error) 
     options.follow_redirects = true;
     // A service on this machine may answer with a certificate of its own making.
     options.verify_host = !url.starts_with("https://127.0.0.1") && !url.starts_with("https://localhost");
-    const Reply reply = Perform(url, options, body);
+    BodyCharge charge;
+    BodySink sink{body, max_bytes, charge};
+    const Reply reply = Perform(url, options, sink);
     if (reply.Succeeded()) return true;
     if (!reply.started) {
         error = kCurlInitFailedText;
@@ -269,29 +332,36 @@ bool HttpGetOnce(const std::string& url, std::string& body, std::string& error) 
     return false;
 }
 
-bool FetchJson(const std::string& url, nlohmann::json& json) {
+bool FetchJson(const std::string& url, nlohmann::json& json, const JsonLimits& limits) {
     std::string body;
+    BodyCharge charge;
+    BodySink sink{body, limits.bytes, charge};
     nlohmann::json parsed;
-    if (!FetchBody(url, 14, body) || !ParseBody(body, parsed) || !parsed.is_structured()) return false;
+    if (!FetchBody(url, 14, sink) || !ParseBody(body, limits, parsed) || !parsed.is_structured())
+        return false;
     json = std::move(parsed);
     return true;
 }
 
-bool FetchText(const std::string& url, std::string& body) {
+bool FetchText(const std::string& url, std::string& body, std::size_t max_bytes) {
     body.clear();
-    return FetchBody(url, 12, body);
+    BodyCharge charge;
+    BodySink sink{body, max_bytes, charge};
+    return FetchBody(url, 12, sink);
 }
 
-bool FetchJsonStrict(const std::string& url, nlohmann::json& json) {
+bool FetchJsonStrict(const std::string& url, nlohmann::json& json, const JsonLimits& limits) {
     json = nullptr;
     RequestOptions options;
     options.timeout_seconds = 15;
     options.follow_redirects = true;
     options.pin = HostPin::kBare;
     std::string body;
-    const Reply reply = Perform(url, options, body);
+    BodyCharge charge;
+    BodySink sink{body, limits.bytes, charge};
+    const Reply reply = Perform(url, options, sink);
     if (!reply.Arrived() || reply.status != 200 || body.empty()) return false;
-    if (ParseBody(body, json)) return true;
+    if (ParseBody(body, limits, json)) return true;
     json = nullptr;
     return false;
 }

@@ -1,12 +1,16 @@
-// http_client.h - the six blocking HTTPS requests of the program, over libcurl. No state, no lock, any
-// thread. Each call makes, uses and frees its own handle. Outputs are cleared at the start of a call and of
-// each attempt.
+// http_client.h - the six blocking HTTPS requests of the program, over libcurl. No lock, any thread, and no
+// state but the count of the bytes in flight. Each call makes, uses and frees its own handle. Outputs are
+// cleared at the start of a call and of each attempt. A body beyond the limit that the caller gives, or
+// beyond what all bodies in flight may hold together, fails as a broken transfer does.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+
+#include "net/answer_limits.h"
 
 namespace brickfall {
 
@@ -15,10 +19,7 @@ inline constexpr char kCabinetUserAgent[] = "Brickfall/1";
 inline constexpr char kRateLimitText[] =
     "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again.";
 inline constexpr char kCurlInitFailedText[] = "curl init failed";
-
-// An answer longer than this fails as a broken transfer does: some come from addresses that strangers
-// publish. The longest real one, a transaction with a full tape told as JSON, is below a quarter of it.
-inline constexpr std::size_t kMaxBodyBytes = 64 << 20;
+inline constexpr char kOutOfMemoryText[] = "out of memory";
 
 // Once at program start, before any worker; and once at its end, where no worker may be in a request any
 // more.
@@ -28,26 +29,34 @@ void StopNetwork();
 // GET. True on status 200 to 299, or 404 with `allow_404`. Status 429 is tried up to four times, after pauses
 // of 400, 800 and 1,600 ms. On false `error` is the text for the player.
 bool HttpGet(const std::string& url, std::string& body, std::string& error, int timeout_seconds,
-             bool allow_404 = false);
+             bool allow_404 = false, std::size_t max_bytes = kMaxBodyBytes);
+
+// HttpGet of what is long: the body counts as in flight until `read` has read it. True when `read` gives
+// true. A false from `read` leaves `error` empty; memory that cannot be had is a failure like any other.
+bool HttpGetAndRead(const std::string& url, std::string& error, int timeout_seconds, std::size_t max_bytes,
+                    const std::function<bool(std::string_view body)>& read);
 
 // POST of a JSON body. True on status 200 to 299. Status 429 is tried up to `attempts` times in all; below 1
 // no request is made. `response` holds the body of a refusal too.
 bool HttpPostJson(const std::string& url, const std::string& request_body, std::string& response,
-                  std::string& error, int timeout_seconds, int attempts);
+                  std::string& error, int timeout_seconds, int attempts,
+                  std::size_t max_bytes = kMaxBodyBytes);
 
 // GET, 12 s, one try. True on status 200 to 299.
-bool HttpGetOnce(const std::string& url, std::string& body, std::string& error);
+bool HttpGetOnce(const std::string& url, std::string& body, std::string& error,
+                 std::size_t max_bytes = kMaxBodyBytes);
 
 // GET, 14 s, one try. True when a status below 400 brought a body that parses to an object or an array; only
 // then is `json` replaced.
-bool FetchJson(const std::string& url, nlohmann::json& json);
+bool FetchJson(const std::string& url, nlohmann::json& json, const JsonLimits& limits = kTransactionAnswer);
 
 // GET, 12 s, one try. True when a status below 400 brought a body that is not empty.
-bool FetchText(const std::string& url, std::string& body);
+bool FetchText(const std::string& url, std::string& body, std::size_t max_bytes = kMaxBodyBytes);
 
 // GET, 15 s, one try. True when status 200 brought a body that parses, whatever its root. `json` is null
 // otherwise.
-bool FetchJsonStrict(const std::string& url, nlohmann::json& json);
+bool FetchJsonStrict(const std::string& url, nlohmann::json& json,
+                     const JsonLimits& limits = kTransactionAnswer);
 
 // The text for a refused request: never HTML, at most 120 bytes of the body.
 std::string DescribeHttpFailure(long status, std::string_view body);

@@ -1,8 +1,8 @@
 #include "wallet/broadcast.h"
 
 #include <algorithm>
+#include <exception>
 #include <nlohmann/json.hpp>
-#include <system_error>
 #include <utility>
 
 #include "base/text.h"
@@ -45,8 +45,9 @@ bool RelayAccepts(const std::string& body) {
     const std::string url = std::string("https://") + kPaymailDomain + "/oi/submit";
     std::string response;
     std::string error;
-    if (!HttpPostJson(url, body, response, error, kRelayTimeout, kRelayAttempts)) return false;
-    const json answer = ParseForeignJson(response);
+    if (!HttpPostJson(url, body, response, error, kRelayTimeout, kRelayAttempts, kShortAnswer.bytes))
+        return false;
+    const json answer = ParseForeignJson(response, kShortAnswer);
     const json* ok = FindJsonKey(answer, "ok");
     return ok == nullptr || !ok->is_boolean() || ok->get<bool>();
 }
@@ -57,10 +58,11 @@ void SubmitInBackground(const std::string& url, const std::string& body) {
         StartWorker([url, body] {
             std::string response;
             std::string error;
-            HttpPostJson(url, body, response, error, kBackgroundTimeout, kBackgroundAttempts);
+            HttpPostJson(url, body, response, error, kBackgroundTimeout, kBackgroundAttempts,
+                         kShortAnswer.bytes);
         });
-    } catch (const std::system_error&) {
-        // No thread to be had. The relay holds the transaction: the payment stands all the same.
+    } catch (const std::exception&) {
+        // No thread or no memory to be had. The relay holds the transaction: the payment stands all the same.
     }
 }
 
@@ -68,7 +70,7 @@ void SubmitInBackground(const std::string& url, const std::string& body) {
 std::string AnsweredId(const std::string& response) {
     const std::string_view bare = StripBack(StripFront(response, "\" \n"), "\" \n\r");
     if (bare.size() == 64) return std::string(bare);
-    const json answer = ParseForeignJson(response);
+    const json answer = ParseForeignJson(response, kShortAnswer);
     const json* named = FindJsonKey(answer, "txid");
     const json& id = named != nullptr ? *named : answer;
     return id.is_string() ? id.get<std::string>() : std::string();
@@ -142,7 +144,7 @@ std::string BroadcastTx(std::span<const SpendInput> inputs, std::span<const PayO
 
     std::string response;
     std::string error;
-    if (HttpPostJson(chain_url, body, response, error, kChainTimeout, kChainAttempts)) {
+    if (HttpPostJson(chain_url, body, response, error, kChainTimeout, kChainAttempts, kShortAnswer.bytes)) {
         const std::string candidate = AnsweredId(response);
         if (IsTxidText(candidate)) return sent_as(candidate);
         if (TxVisible(own_id)) return sent_as(own_id);
@@ -157,10 +159,11 @@ std::string BroadcastTx(std::span<const SpendInput> inputs, std::span<const PayO
 bool ArcSubmit(const std::string& hex, const std::string& own_id, std::string& error) {
     error.clear();
     std::string response;
-    if (!HttpPostJson(kArcBroadcastUrl, HexBody("rawTx", hex), response, error, kArcTimeout, kArcAttempts)) {
+    if (!HttpPostJson(kArcBroadcastUrl, HexBody("rawTx", hex), response, error, kArcTimeout, kArcAttempts,
+                      kShortAnswer.bytes)) {
         return false;
     }
-    const json answer = ParseForeignJson(response);
+    const json answer = ParseForeignJson(response, kShortAnswer);
     std::string status;
     std::string extra_info;
     std::string txid;

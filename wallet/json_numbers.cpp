@@ -18,10 +18,6 @@ std::optional<int64_t> TruncateWithin(double value, double low, double high) {
 
 }  // namespace
 
-json ParseForeignJson(std::string_view text) {
-    return json::parse(text, nullptr, /*allow_exceptions=*/false);
-}
-
 std::optional<uint32_t> JsonIndex(const json& number) {
     if (!number.is_number()) return std::nullopt;
     const std::optional<int64_t> index = TruncateWithin(number.get<double>(), 0, UINT32_MAX);

@@ -12,9 +12,6 @@ namespace brickfall {
 
 inline constexpr int64_t kMaxSatoshis = 2'100'000'000'000'000;  // all the coins that there can be
 
-// A text that does not parse gives a document of no type: neither null nor object nor array.
-nlohmann::json ParseForeignJson(std::string_view text);
-
 // An output index: the number truncated, when that lies in 0 to 2^32-1.
 std::optional<uint32_t> JsonIndex(const nlohmann::json& number);
 

@@ -1,6 +1,7 @@
 #include "wallet/spend_guard.h"
 
 #include <algorithm>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <unordered_map>
@@ -11,6 +12,7 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/app_binds.h"
 #include "wallet/broadcast.h"
 #include "wallet/json_numbers.h"
@@ -39,13 +41,18 @@ constexpr int kTokenScanTimeoutSeconds = 12;
 constexpr int kRecoverTimeoutSeconds = 25;
 constexpr std::size_t kMaxReserveName = 64;
 
-// The array of a listing, or null when it cannot be read as one.
-json FetchArray(const std::string& url, int timeout_seconds) {
-    std::string body, error;
-    if (!HttpGet(url, body, error, timeout_seconds)) return nullptr;
-    json document = ParseForeignJson(body);
-    if (!document.is_array()) return nullptr;
-    return document;
+// The members of a listing's element that are read.
+constexpr std::string_view kGuardMembers[] = {"origin", "outpoint", "spend", "txid", "vout"};
+constexpr ListShape kGuardList = {.root_is_list = true, .members = kGuardMembers};
+
+// Hands the elements of an address's listing below `folder` to `take`. False when it cannot be read as one.
+bool ReadGuardListing(const char* folder, const std::string& address, int timeout_seconds,
+                      const std::function<bool(const json&)>& take) {
+    const auto url = UrlWithName(std::string(kOrdinalsApiBaseUrl) + folder, address, "/unspent");
+    std::string error;
+    return url && HttpGetAndRead(*url, error, timeout_seconds, kListAnswer.bytes, [&](std::string_view body) {
+               return ForEachElement(body, kGuardList, kListAnswer, take);
+           });
 }
 
 // Reads the optional fields of a foreign object, and remembers whether one had the wrong JSON type.
@@ -86,16 +93,14 @@ bool AddOutpointOf(FieldReader& fields, std::set<std::string>& keys) {
     return true;
 }
 
+// What a listing that fails in its middle has told until then is held back as well.
 void AddTokens(const std::string& address, std::set<std::string>& keys) {
-    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/bsv20/" + address + "/unspent";
-    const json listing = FetchArray(url, kTokenScanTimeoutSeconds);
-    for (const json& element : listing) {
-        if (!element.is_object()) continue;
+    ReadGuardListing("/bsv20/", address, kTokenScanTimeoutSeconds, [&keys](const json& element) {
+        if (!element.is_object()) return true;
         FieldReader fields{element};
         const bool unspent = fields.Text("spend").empty();
-        if (fields.wrong_type) return;
-        if (unspent && !AddOutpointOf(fields, keys)) return;
-    }
+        return !fields.wrong_type && (!unspent || AddOutpointOf(fields, keys));
+    });
 }
 
 bool IsYoung(int64_t since) { return MonotonicNs() - since < kGuardFreshNs; }
@@ -236,14 +241,20 @@ bool AddRecovered(const Utxo& utxo, const std::vector<std::string>& addresses) {
     return false;
 }
 
+// The first of the two forms that the chain API gives at all, whether it is a document or not.
 json FetchTransaction(std::string_view txid) {
-    const std::string url = std::string(kChainApiBaseUrl) + "/tx/" + std::string(txid);
-    std::string body, error;
-    if (!HttpGet(url, body, error, kRecoverTimeoutSeconds) &&
-        !HttpGet(url + "/decoded", body, error, kRecoverTimeoutSeconds)) {
-        return nullptr;
-    }
-    return ParseForeignJson(body);
+    const auto url = UrlWithName(std::string(kChainApiBaseUrl) + "/tx/", txid);
+    json document;
+    std::string error;
+    const auto parse = [&document](std::string_view body) {
+        document = ParseForeignJson(body, kTransactionAnswer);
+        return true;
+    };
+    const auto get = [&](const std::string& form) {
+        return HttpGetAndRead(form, error, kRecoverTimeoutSeconds, kTransactionAnswer.bytes, parse);
+    };
+    if (url && !get(*url)) get(*url + "/decoded");
+    return document;
 }
 
 }  // namespace
@@ -296,14 +307,12 @@ std::string OriginOf(const json& object) {
 
 bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
     keys.clear();
-    if (address.empty()) return false;
-    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/txos/address/" + address + "/unspent";
-    const json listing = FetchArray(url, kOriginScanTimeoutSeconds);
-    if (!listing.is_array()) return false;
-    for (const json& element : listing) {
-        if (OriginOf(element).empty()) continue;
-        FieldReader fields{element};
-        if (!AddOutpointOf(fields, keys)) return false;
+    if (!ReadGuardListing("/txos/address/", address, kOriginScanTimeoutSeconds, [&keys](const json& element) {
+            if (OriginOf(element).empty()) return true;
+            FieldReader fields{element};
+            return AddOutpointOf(fields, keys);
+        })) {
+        return false;
     }
     AddTokens(address, keys);
     return true;

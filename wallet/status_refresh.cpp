@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/app_binds.h"
 #include "wallet/balance_cache.h"
 #include "wallet/connect_handshake.h"
@@ -150,10 +152,11 @@ std::string ClaimPaymail(std::string_view alias, std::string_view public_hex, st
 
     std::string response;
     if (HttpPostJson(std::string(kApiBaseUrl) + "/api/paymail/claim", ClaimBody(claim, ts, signature),
-                     response, error, kClaimTimeoutSeconds, kClaimAttempts)) {
+                     response, error, kClaimTimeoutSeconds, kClaimAttempts, kShortAnswer.bytes)) {
         return {};
     }
-    if (std::string reason = StoreText(ParseForeignJson(response), "error"); !reason.empty()) return reason;
+    if (std::string reason = StoreText(ParseForeignJson(response, kShortAnswer), "error"); !reason.empty())
+        return reason;
     return error.empty() ? "paymail host refused" : error;
 }
 
@@ -182,11 +185,11 @@ void RefreshQuotaRole() {
         if (!LoadWallet()) return;
         key = Lower(wallet_keys.identity_pub);
     }
-    if (key.empty()) return;
     std::string body;
     std::string error;
-    if (!HttpGetOnce(std::string(kApiBaseUrl) + "/api/paymail/quota/" + key, body, error)) return;
-    const json answer = ParseForeignJson(body);
+    const auto url = UrlWithName(std::string(kApiBaseUrl) + "/api/paymail/quota/", key);
+    if (!url || !HttpGetOnce(*url, body, error, kShortAnswer.bytes)) return;
+    const json answer = ParseForeignJson(body, kShortAnswer);
     if (answer.is_object()) SetHostRole(StoreText(answer, "role"));
 }
 
@@ -227,7 +230,12 @@ StatusResult StatusRefresh() {
 }
 
 void BalanceWorker(const std::function<void(const StatusResult&)>& post) {
-    const StatusResult result = StatusRefresh();
+    StatusResult result;
+    try {
+        result = StatusRefresh();
+    } catch (const std::bad_alloc&) {
+        // As when no service answers: the next refresh tries again.
+    }
     if (post) post(result);
     balance_busy.store(false);
 }

@@ -1,7 +1,10 @@
 #include "wallet/utxo_discovery.h"
 
 #include <algorithm>
+#include <deque>
 #include <functional>
+#include <iterator>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
@@ -13,6 +16,7 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/app_binds.h"
 #include "wallet/json_numbers.h"
 #include "wallet/spend_guard.h"
@@ -39,12 +43,24 @@ constexpr char kBadListText[] = "bad utxo list";
 // for each of them. Guarded by wallet_mutex.
 std::unordered_map<std::string, std::size_t>& cache_index = *new std::unordered_map<std::string, std::size_t>;
 
-std::string AddressUrl(const std::string& address, const char* tail) {
-    return std::string(kChainApiBaseUrl) + "/address/" + address + tail;
+// The members of a listing's element that are read.
+constexpr std::string_view kOutputMembers[] = {
+    "isSpentInMempoolTx", "tx_hash", "txid", "tx_pos", "vout", "value"};
+constexpr std::string_view kHistoryMembers[] = {"tx_hash", "txid"};
+constexpr std::string_view kInputMembers[] = {"txid", "vout"};
+constexpr std::string_view kPlainMembers[] = {"origin", "outpoint", "data", "bsv21",    "bsv20",
+                                              "insc",   "txid",     "vout", "satoshis", "value"};
+constexpr ListShape kOutputList = {.root_is_list = true, .key = "result", .members = kOutputMembers};
+constexpr ListShape kHistoryList = {.root_is_list = true, .key = "result", .members = kHistoryMembers};
+constexpr ListShape kInputList = {.root_is_list = false, .key = "vin", .members = kInputMembers};
+constexpr ListShape kPlainList = {.root_is_list = true, .members = kPlainMembers};
+
+std::optional<std::string> AddressUrl(const std::string& address, const char* tail) {
+    return UrlWithName(std::string(kChainApiBaseUrl) + "/address/", address, tail);
 }
 
-std::string TransactionUrl(std::string_view txid, const char* tail = "") {
-    return std::string(kChainApiBaseUrl) + "/tx/" + std::string(txid) + tail;
+std::optional<std::string> TransactionUrl(std::string_view txid, const char* tail = "") {
+    return UrlWithName(std::string(kChainApiBaseUrl) + "/tx/", txid, tail);
 }
 
 UtxoCacheEntry* FindEntry(std::string_view address) {
@@ -80,13 +96,6 @@ void KeepFirstOfEach(std::vector<Utxo>& list) {
     });
 }
 
-// The array that a listing is: the root, or what stands under `result`. nullptr for any other document.
-const json* ListingOf(const json& document) {
-    if (document.is_array()) return &document;
-    const json* result = FindJsonKey(document, "result");
-    return result != nullptr && result->is_array() ? result : nullptr;
-}
-
 // The text under `first` when that is a string, else under `second`; nullptr when neither is one.
 const std::string* FirstString(const json& object, const char* first, const char* second) {
     for (const char* key : {first, second}) {
@@ -110,45 +119,59 @@ std::optional<Utxo> ParseListedOutput(const json& element) {
     return Utxo{*txid, *vout, value};
 }
 
-bool FetchListing(const std::string& url, std::vector<Utxo>& list, std::string& error) {
-    std::string body;
-    if (!HttpGet(url, body, error, kListingTimeoutSeconds)) return false;
-    if (ParseUtxoList(ParseForeignJson(body), list)) return true;
-    error = kBadListText;
+bool FetchListing(const std::string& address, const char* tail, std::vector<Utxo>& list, std::string& error) {
+    const auto url = AddressUrl(address, tail);
+    if (!url) return false;
+    if (HttpGetAndRead(*url, error, kListingTimeoutSeconds, kListAnswer.bytes,
+                       [&list](std::string_view body) { return ParseUtxoList(body, list); })) {
+        return true;
+    }
+    if (error.empty()) error = kBadListText;
     return false;
 }
 
 // The ids of the newest unconfirmed transactions of an address, newest first.
-std::vector<std::string> NewestUnconfirmed(const std::string& address) {
-    std::vector<std::string> ids;
-    std::string body, error;
-    if (!HttpGet(AddressUrl(address, "/unconfirmed/history"), body, error, kListingTimeoutSeconds))
-        return ids;
-    const json document = ParseForeignJson(body);
-    const json* history = ListingOf(document);
-    if (history == nullptr) return ids;
-    for (auto element = history->rbegin(); element != history->rend(); ++element) {
-        if (ids.size() == kMaxUnconfirmedReads) break;
-        const std::string* txid = FirstString(*element, "tx_hash", "txid");
-        if (txid != nullptr && txid->size() == 64) ids.push_back(*txid);
+std::deque<std::string> NewestUnconfirmed(const std::string& address) {
+    const auto url = AddressUrl(address, "/unconfirmed/history");
+    if (!url) return {};
+    std::deque<std::string> ids;
+    const auto take = [&ids](const json& element) {
+        const std::string* txid = FirstString(element, "tx_hash", "txid");
+        if (txid == nullptr || txid->size() != 64) return true;
+        ids.push_front(*txid);
+        if (ids.size() > kMaxUnconfirmedReads) ids.pop_back();
+        return true;
+    };
+    std::string error;
+    if (!HttpGetAndRead(*url, error, kListingTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
+            return ForEachElement(body, kHistoryList, kListAnswer, take);
+        })) {
+        return {};
     }
     return ids;
 }
 
 // What a transaction spends, as either-order keys. Nothing when any input is malformed: a document that is
 // wrong in one place is not believed in another.
-std::vector<std::string> InputKeysOf(const json& transaction) {
-    const json* inputs = FindJsonKey(transaction, "vin");
-    if (inputs == nullptr || !inputs->is_array()) return {};
+std::vector<std::string> InputKeysOf(std::string_view txid) {
+    const auto url = TransactionUrl(txid);
+    if (!url) return {};
     std::vector<std::string> keys;
-    for (const json& input : *inputs) {
-        if (!input.is_object()) return {};
-        const json* txid = FindJsonKey(input, "txid");
-        if (txid == nullptr) continue;
-        if (!txid->is_string()) return {};
-        const std::string& id = txid->get_ref<const std::string&>();
+    const auto take = [&keys](const json& input) {
+        if (!input.is_object()) return false;
+        const json* spent = FindJsonKey(input, "txid");
+        if (spent == nullptr) return true;
+        if (!spent->is_string()) return false;
+        const std::string& id = spent->get_ref<const std::string&>();
         const std::optional<uint32_t> vout = JsonIndexOr0(input, "vout");
         if (id.size() == 64 && vout) keys.push_back(EitherOrderKey(id, *vout));
+        return true;
+    };
+    std::string error;
+    if (!HttpGetAndRead(*url, error, kListingTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
+            return ForEachElement(body, kInputList, kListAnswer, take);
+        })) {
+        return {};
     }
     return keys;
 }
@@ -159,6 +182,46 @@ bool IsTokenOrInscription(const json& element) {
     if (data == nullptr) return false;
     return FindJsonKey(*data, "bsv21") != nullptr || FindJsonKey(*data, "bsv20") != nullptr ||
            FindJsonKey(*data, "insc") != nullptr;
+}
+
+// The plain output that an element of the ordinals listing is. False when the element is malformed.
+bool TakePlainOutput(const json& element, std::vector<Utxo>& list) {
+    if (!element.is_object() || IsTokenOrInscription(element)) return true;
+    const json* txid = FindJsonKey(element, "txid");
+    if (txid == nullptr) return true;
+    if (!txid->is_string()) return false;
+    const json* amount = FindJsonNumber(element, "satoshis");
+    if (amount == nullptr) amount = FindJsonNumber(element, "value");
+    const int64_t value = amount != nullptr ? JsonSatoshis(*amount).value_or(0) : 0;
+    const std::optional<uint32_t> vout = JsonIndexOr0(element, "vout");
+    const std::string& id = txid->get_ref<const std::string&>();
+    if (IsTxidText(id) && vout && value > 1) list.push_back({id, *vout, value});
+    return true;
+}
+
+// FetchUtxos, but that memory may run out.
+bool FetchAllUtxos(const std::string& address, std::vector<Utxo>& list, std::string& error, bool& complete) {
+    complete = FetchListing(address, "/unspent/all", list, error);
+    bool fetched = complete;
+    if (!fetched) {
+        // Both halves are asked for always: either one is better than nothing. Only the first lists all that
+        // is confirmed, so only it can prove that an output is gone.
+        complete = FetchListing(address, "/unspent", list, error);
+        std::string second_error;
+        const bool unconfirmed = FetchListing(address, "/unconfirmed/unspent", list, second_error);
+        if (!unconfirmed) error = second_error;
+        fetched = complete || unconfirmed;
+    }
+    if (!fetched) {
+        if (error.empty()) error = "no utxos";
+        return false;
+    }
+    error.clear();
+    std::stable_sort(list.begin(), list.end(),
+                     [](const Utxo& a, const Utxo& b) { return a.value > b.value; });
+    KeepFirstOfEach(list);
+    DropMempoolSpent(address, list);
+    return true;
 }
 
 }  // namespace
@@ -189,50 +252,38 @@ bool SameOutpointText(std::string_view txid_a, std::string_view txid_b) {
     return !flipped_a.empty() && flipped_a == lower_b;
 }
 
-bool ParseUtxoList(const json& document, std::vector<Utxo>& list) {
-    const json* listing = ListingOf(document);
-    if (listing == nullptr) return false;
-    for (const json& element : *listing) {
-        if (std::optional<Utxo> utxo = ParseListedOutput(element)) list.push_back(std::move(*utxo));
-    }
+bool ParseUtxoList(std::string_view document, std::vector<Utxo>& list) {
+    std::vector<Utxo> read;
+    const auto take = [&read](const json& element) {
+        if (std::optional<Utxo> utxo = ParseListedOutput(element)) read.push_back(std::move(*utxo));
+        return true;
+    };
+    if (!ForEachElement(document, kOutputList, kListAnswer, take)) return false;
+    std::move(read.begin(), read.end(), std::back_inserter(list));
     return true;
 }
 
 bool FetchUtxos(const std::string& address, std::vector<Utxo>& list, std::string& error, bool* complete) {
     list.clear();
     error.clear();
-    bool whole = FetchListing(AddressUrl(address, "/unspent/all"), list, error);
-    bool fetched = whole;
-    if (!fetched) {
-        // Both halves are asked for always: either one is better than nothing. Only the first lists all that
-        // is confirmed, so only it can prove that an output is gone.
-        whole = FetchListing(AddressUrl(address, "/unspent"), list, error);
-        std::string second_error;
-        const bool unconfirmed =
-            FetchListing(AddressUrl(address, "/unconfirmed/unspent"), list, second_error);
-        if (!unconfirmed) error = second_error;
-        fetched = whole || unconfirmed;
+    bool whole = false;
+    bool fetched = false;
+    try {
+        fetched = FetchAllUtxos(address, list, error, whole);
+    } catch (const std::bad_alloc&) {
+        list = {};
+        whole = false;
+        error = kOutOfMemoryText;
     }
     if (complete != nullptr) *complete = whole;
-    if (!fetched) {
-        if (error.empty()) error = "no utxos";
-        return false;
-    }
-    error.clear();
-    std::stable_sort(list.begin(), list.end(),
-                     [](const Utxo& a, const Utxo& b) { return a.value > b.value; });
-    KeepFirstOfEach(list);
-    DropMempoolSpent(address, list);
-    return true;
+    return fetched;
 }
 
 void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list) {
     if (address.empty() || list.empty()) return;
     std::unordered_set<std::string> spent_now;
     for (const std::string& txid : NewestUnconfirmed(address)) {
-        std::string body, error;
-        if (!HttpGet(TransactionUrl(txid), body, error, kListingTimeoutSeconds)) continue;
-        for (std::string& key : InputKeysOf(ParseForeignJson(body))) spent_now.insert(std::move(key));
+        for (std::string& key : InputKeysOf(txid)) spent_now.insert(std::move(key));
     }
     if (spent_now.empty()) return;
     std::erase_if(list, [&spent_now](const Utxo& utxo) {
@@ -242,36 +293,26 @@ void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list) {
 
 bool TxVisible(std::string_view txid) {
     if (!IsTxidText(txid)) return false;
-    std::string body, error;
-    if (HttpGet(TransactionUrl(txid, "/hex"), body, error, kVisibleTimeoutSeconds) && body.size() > 20) {
-        return true;
-    }
-    return HttpGet(TransactionUrl(txid), body, error, kVisibleTimeoutSeconds) &&
-           body.find("txid") != std::string::npos;
+    std::string error;
+    const auto get = [&error](const std::optional<std::string>& url, const auto& shows) {
+        return url && HttpGetAndRead(*url, error, kVisibleTimeoutSeconds, kMaxBodyBytes, shows);
+    };
+    return get(TransactionUrl(txid, "/hex"), [](std::string_view body) { return body.size() > 20; }) ||
+           get(TransactionUrl(txid),
+               [](std::string_view body) { return body.find("txid") != std::string_view::npos; });
 }
 
 bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
     list.clear();
-    if (address.empty()) return false;
-    std::string body, error;
-    const std::string url = std::string(kOrdinalsApiBaseUrl) + "/txos/address/" + address + "/unspent";
-    if (!HttpGet(url, body, error, kPlainScanTimeoutSeconds)) return false;
-    const json document = ParseForeignJson(body);
-    if (!document.is_array()) return false;
-    for (const json& element : document) {
-        if (!element.is_object() || IsTokenOrInscription(element)) continue;
-        const json* txid = FindJsonKey(element, "txid");
-        if (txid == nullptr) continue;
-        if (!txid->is_string()) {
-            list.clear();
-            return false;
-        }
-        const json* amount = FindJsonNumber(element, "satoshis");
-        if (amount == nullptr) amount = FindJsonNumber(element, "value");
-        const int64_t value = amount != nullptr ? JsonSatoshis(*amount).value_or(0) : 0;
-        const std::optional<uint32_t> vout = JsonIndexOr0(element, "vout");
-        const std::string& id = txid->get_ref<const std::string&>();
-        if (IsTxidText(id) && vout && value > 1) list.push_back({id, *vout, value});
+    const auto url = UrlWithName(std::string(kOrdinalsApiBaseUrl) + "/txos/address/", address, "/unspent");
+    std::string error;
+    const auto take = [&list](const json& element) { return TakePlainOutput(element, list); };
+    if (!url ||
+        !HttpGetAndRead(*url, error, kPlainScanTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
+            return ForEachElement(body, kPlainList, kListAnswer, take);
+        })) {
+        list.clear();
+        return false;
     }
     KeepFirstOfEach(list);
     return !list.empty();

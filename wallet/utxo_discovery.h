@@ -61,7 +61,9 @@ template <typename A, typename B>
 bool SameOutpoint(const A& a, const B& b);
 bool SameOutpointText(std::string_view txid_a, std::string_view txid_b);  // the ids alone
 
-bool ParseUtxoList(const nlohmann::json& document, std::vector<Utxo>& list);
+// Reads a listing as a service sends it: an array, or an object with one under `result`. False, with the list
+// as it was, for every other text.
+bool ParseUtxoList(std::string_view document, std::vector<Utxo>& list);
 
 // Network, without wallet_mutex needed.
 bool FetchUtxos(const std::string& address, std::vector<Utxo>& list, std::string& error,

@@ -7,6 +7,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
@@ -184,8 +185,8 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
         {"no JSON", {{200, "{\"a\":"}}, "yyynyn"},
         {"number beyond a double", {{200, "[1e999]"}}, "yyynyn"},
         {"no UTF-8", {{200, "[\"\xFF\"]"}}, "yyynyn"},
-        {"nesting", {{200, std::string(200'000, '[')}}, "yyynyn"},
-        {"closed nesting", {{200, std::string(200'000, '[') + std::string(200'000, ']')}}, "yyyyyy"},
+        {"nesting", {{200, std::string(64, '[') + std::string(64, ']')}}, "yyyyyy"},
+        {"deeper nesting", {{200, std::string(65, '[') + std::string(65, ']')}}, "yyynyn"},
         {"empty", {{200, ""}}, "yyynnn"},
         {"redirect", {{302, "<html>", "/end"}, {200, "[]"}}, "ynyyyy"},
         {"3xx without a target", {{300, "[]"}}, "nnnyyn"},
@@ -377,6 +378,51 @@ TEST_F(HttpClient, AnAnswerWithoutAnEndIsGivenUp) {
     EXPECT_NE(error, "");
     EXPECT_LE(answer.size(), kMaxBodyBytes);
     EXPECT_FALSE(FetchText(kUrl, answer));
+
+    // Each function takes a limit of its own, and counts anew for each attempt.
+    const auto accepts = [&](std::size_t bytes) {
+        const Answer whole{200, std::string(bytes - 2, ' ') + "[]"};
+        constexpr JsonLimits kLimits = {.bytes = 1'000, .values = 1};
+        json document;
+        std::string told;
+        const auto ask = [&](const auto& call) {
+            server.Script({{429, std::string(900, ' ')}, whole});
+            if (!call()) server.Script({whole});
+            told += call() ? 'y' : 'n';
+        };
+        ask([&] { return HttpGet(kUrl, answer, error, 10, false, 1'000); });
+        ask([&] { return HttpPostJson(kUrl, "{}", answer, error, 10, 2, 1'000); });
+        ask([&] { return HttpGetOnce(kUrl, answer, error, 1'000); });
+        ask([&] { return FetchJson(kUrl, document, kLimits); });
+        ask([&] { return FetchText(kUrl, answer, 1'000); });
+        ask([&] { return FetchJsonStrict(kUrl, document, kLimits); });
+        ask([&] { return HttpGetAndRead(kUrl, error, 10, 1'000, [](auto body) { return body != ""; }); });
+        return told;
+    };
+    EXPECT_EQ(accepts(1'000), "yyyyyyy");
+    EXPECT_EQ(accepts(1'001), "nnnnnnn");
+}
+
+TEST_F(HttpClient, TheBodiesInFlightShareOneBound) {
+    Server server({{200, std::string(kMaxBodyBytes, 'a')}});
+    // Each is held while the next is fetched.
+    std::size_t held = 0;
+    const std::function<bool(std::string_view)> hold = [&](std::string_view body) {
+        EXPECT_EQ(body.size(), kMaxBodyBytes);
+        ++held;
+        return HttpGetAndRead(kUrl, error_, 60, kMaxBodyBytes, hold);
+    };
+    EXPECT_FALSE(HttpGetAndRead(kUrl, error_, 60, kMaxBodyBytes, hold));
+    EXPECT_EQ(held, kMaxBodyBytesInFlight / kMaxBodyBytes);
+    EXPECT_NE(error_, "") << "as a broken transfer";
+    EXPECT_TRUE(Get()) << "given back";
+
+    server.Script({{200, "[]"}});
+    EXPECT_FALSE(
+        HttpGetAndRead(kUrl, error_, 60, 2, [](std::string_view) -> bool { throw std::bad_alloc(); }));
+    EXPECT_EQ(error_, kOutOfMemoryText) << "and nothing is thrown";
+    EXPECT_FALSE(HttpGetAndRead(kUrl, error_, 60, 2, [](std::string_view) { return false; }));
+    EXPECT_EQ(error_, "");
 }
 
 TEST_F(HttpClient, StoppingTheNetworkLeavesARunningRequestAlone) {

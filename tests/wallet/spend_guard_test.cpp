@@ -44,12 +44,12 @@ class SpendGuard : public testing::Test {
 };
 
 TEST(OriginOf, IsTextOnlyWhereAnOriginIsNamed) {
-    EXPECT_EQ(OriginOf(ParseForeignJson(R"({"origin":"whatever it says"})")), "whatever it says");
-    EXPECT_EQ(OriginOf(ParseForeignJson(R"({"origin":{"outpoint":"a_0"}})")), "a_0");
+    EXPECT_EQ(OriginOf(json::parse(R"({"origin":"whatever it says"})")), "whatever it says");
+    EXPECT_EQ(OriginOf(json::parse(R"({"origin":{"outpoint":"a_0"}})")), "a_0");
     for (const char* object :
          {"{}", R"({"origin":null})", R"({"origin":""})", R"({"origin":{"outpoint":""}})", R"({"origin":{}})",
           R"({"origin":{"outpoint":7}})", R"({"origin":["a_0"]})", R"({"origin":1})", R"(["origin"])"}) {
-        EXPECT_EQ(OriginOf(ParseForeignJson(object)), "") << object;
+        EXPECT_EQ(OriginOf(json::parse(object)), "") << object;
     }
 }
 
@@ -177,7 +177,7 @@ TEST_F(SpendGuard, WhatWasSpentStaysSpentAcrossARestart) {
     MarkSpent(TestTxid(1), 4);
     EXPECT_TRUE(IsSpent(FlipTxidHex(TestTxid(1)), 4));
     EXPECT_FALSE(IsSpent(TestTxid(1), 5));
-    const json file = ParseForeignJson(ReadFile(SpentFile()).value_or(""));
+    const json file = json::parse(ReadFile(SpentFile()).value_or("null"));
     EXPECT_EQ(file.at("outpoints").get<std::set<std::string>>(),
               (std::set{OutpointKey(TestTxid(1), 4), OutpointKey(FlipTxidHex(TestTxid(1)), 4)}));
     EXPECT_EQ(file.size(), 1u);
