@@ -7,6 +7,7 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "wallet/app_binds.h"
+#include "wallet/json_numbers.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/shared_store.h"
 #include "wallet/status_refresh.h"
@@ -123,7 +124,7 @@ std::string ReadConnectReply(std::string_view request_id) {
     if (!FileExists(path)) return "pending";
     const json reply = ReadStoreJson(path);
     if (!reply.is_object() || reply.value("ok", json()) != json(true)) return "denied";
-    if (const auto wallet_id = reply.find("wallet_id"); wallet_id != reply.end()) {
+    if (const json* wallet_id = FindJsonKey(reply, "wallet_id")) {
         if (!wallet_id->is_string()) return "denied";
         // A bind that cannot be kept would let the next start pay from the wallet of the former one.
         if (!WriteBind(wallet_id->get<std::string>())) SetWalletId("");

@@ -1,5 +1,6 @@
 #include "wallet/json_numbers.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -39,6 +40,10 @@ std::optional<int64_t> RoundToSatoshis(double amount) {
     return TruncateWithin(std::round(amount), 1, static_cast<double>(kMaxSatoshis));
 }
 
+int32_t JsonClampedInt32(const json& number) {
+    return static_cast<int32_t>(std::clamp<int64_t>(JsonClampedInt64(number), INT32_MIN, INT32_MAX));
+}
+
 int64_t JsonClampedInt64(const json& number) {
     constexpr double kLimit = 9'223'372'036'854'775'808.0;  // 2^63
     if (number.is_number_unsigned()) {
@@ -63,7 +68,7 @@ std::optional<int64_t> JsonExactInt64(const json& value) {
 const json* FindJsonKey(const json& object, std::string_view key) {
     if (!object.is_object()) return nullptr;
     const auto entry = object.find(key);
-    return entry == object.end() ? nullptr : &*entry;
+    return entry == object.end() || entry->is_null() ? nullptr : &*entry;
 }
 
 const json* FindJsonNumber(const json& object, const char* key) {

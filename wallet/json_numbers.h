@@ -26,11 +26,13 @@ std::optional<int64_t> RoundToSatoshis(double amount);
 
 // The number truncated, and moved to the nearer end of the range when it lies outside.
 int64_t JsonClampedInt64(const nlohmann::json& number);
+int32_t JsonClampedInt32(const nlohmann::json& number);
 
 // The integer, when it fits; nothing for any other JSON type, floating point included.
 std::optional<int64_t> JsonExactInt64(const nlohmann::json& value);
 
-// The value under a key, or nullptr when `object` is none or lacks the key.
+// The value under a key, or nullptr when `object` is none or lacks the key. A null under it is the same as no
+// key: services write either.
 const nlohmann::json* FindJsonKey(const nlohmann::json& object, std::string_view key);
 
 // The value under a key when it is a number, else nullptr.

@@ -83,9 +83,8 @@ bool ReadBool(const json& object, const char* key, bool& value) {
 bool ReadInt32(const json& object, const char* key, int32_t& value) {
     const json* found = FindJsonKey(object, key);
     if (found == nullptr) return true;
-    const std::optional<int64_t> number = JsonExactInt64(*found);
-    if (!number || *number < INT32_MIN || *number > INT32_MAX) return false;
-    value = static_cast<int32_t>(*number);
+    if (!found->is_number()) return false;
+    value = JsonClampedInt32(*found);
     return true;
 }
 

@@ -227,6 +227,7 @@ TEST_F(HandshakeStory, RepliesOfEveryKindEndTheWaitAtOnce) {
         {"ok is a number", R"({"ok": 1, "wallet_id": "w1"})", kDenied, false},
         {"a wallet id that is no text", R"({"ok": true, "wallet_id": 17})", kDenied, false},
         {"no wallet id", R"({"ok": true})", kUnusable, false},
+        {"a wallet id of null", R"({"ok": true, "wallet_id": null})", kUnusable, false},
         {"an empty wallet id", R"({"ok": true, "wallet_id": ""})", kUnusable, false},
         {"a wallet that is not there", R"({"ok": true, "wallet_id": "w1"})", kUnusable, true},
     };

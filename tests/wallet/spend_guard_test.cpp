@@ -112,12 +112,13 @@ TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
     };
     const auto list = [](const char* rows) { return R"({"reserves":[)" + std::string(rows) + "]}"; };
     for (const char* rows : {R"({"utxo":"@"})", R"({"utxo":"@","exp":1})", R"({"utxo":"@"},{"utxo":7})",
-                             R"(7,{},{"utxo":""},"x",{"utxo":"@"})"}) {
+                             R"(7,{},{"utxo":""},"x",{"utxo":"@"})",
+                             R"({"utxo":null,"exp":null},{"utxo":"@","origin":null,"listing":null})"}) {
         EXPECT_TRUE(check(true, list(rows))) << rows;
     }
     // Nothing counts from the first malformed row on.
     for (const char* rows : {R"({"utxo":"x_1"})", R"({"utxo":"x","listing":1},{"utxo":"@"})",
-                             R"({"utxo":"@","exp":"never"})", R"({"utxo":"@","origin":null})"}) {
+                             R"({"utxo":"@","exp":"never"})", R"({"utxo":"@","origin":7})"}) {
         EXPECT_FALSE(check(true, list(rows))) << rows;
     }
     for (const char* broken :
@@ -129,6 +130,7 @@ TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
                              R"({"pic_utxo":"@","exp":1790000000})", R"({"pic_utxo":"@","exp":1e300})",
                              R"({"pic_utxo":"@","exp":-1e300})", R"({"pic_utxo":"x","cert_utxo":"@"})",
                              R"({"pic_utxo":"@","exp":5},{"pic_utxo":"@","exp":2000000000})",
+                             R"({"pic_utxo":"x","cert_utxo":null,"exp":null},{"pic_utxo":"@","spot":null})",
                              R"({"pic_utxo":"@","pic":"p","cert":"c","price_sats":-1,"spot":1e300})"}) {
         EXPECT_TRUE(check(false, list(rows))) << rows;
     }
@@ -301,7 +303,9 @@ TEST_F(GuardNetwork, AScanCountsWhatItsListingNames) {
         {"an index as text", R"([{"txid":"A","vout":"0","origin":"x"}])", "[]", false, ""},
         {"no list", "{}", "[]", false, ""},
         {"no JSON", "[", "[]", false, ""},
-        {"tokens", "[]", R"([{"txid":"A","spend":""},{"txid":"B"},{"txid":"C","spend":"x"},7])", true, "AB"},
+        {"tokens", "[]",
+         R"([{"txid":"A","spend":""},{"txid":"B","spend":null,"vout":null},{"txid":"C","spend":"x"},7])",
+         true, "AB"},
         {"up to a wrong type", "[]", R"([{"txid":"A"},{"txid":"B","vout":true},{"txid":"C"}])", true, "A"},
         {"tokens refused", R"([{"txid":"A","origin":"x"}])", "", true, "A"},
         {"tokens no list", R"([{"txid":"A","origin":"x"}])", R"({"txid":"B"})", true, "A"},

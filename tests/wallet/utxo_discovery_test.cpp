@@ -360,14 +360,14 @@ TEST_F(UtxoNetwork, APlainScanPassesOverInscriptionsTokensAndSingleSatoshis) {
         R"("origin":"any text")",
         R"("origin":{"outpoint":"x_0"})",
         R"("origin":{"outpoint":""})",
-        R"("data":{"bsv20":null})",
+        R"("data":{"bsv20":7})",
         R"("data":{"insc":1})",
         R"("data":{"bsv21":{}})",
         R"("satoshis":1)",
         R"("satoshis":"many","value":44.9)",
         R"("satoshis":1e300)",
         R"("vout":-1)",
-        R"("vout":"2","data":{"list":null})",
+        R"("vout":"2","origin":null,"data":{"list":null,"bsv20":null,"insc":null})",
     };
     json listing = {"no object"};
     for (uint32_t number = 1; number <= std::size(elements); ++number) {

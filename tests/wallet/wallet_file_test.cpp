@@ -109,12 +109,11 @@ TEST_F(WalletFileTest, AWrongTypeIsNoWalletAndNoException) {
     };
     for (const char* members :
          {R"("backup":1)", R"("ord_owned":[{"origin":5}])", R"("ord_owned":[{"origin":"a","vout":"0"}])",
-          R"("ord_owned":[{"origin":"a","vout":2147483648}])", R"("ord_owned":[{"origin":"a","vout":1e300}])",
-          R"("ord_owned":[{"origin":"a","hidden":0}])", R"("contacts":[{"dest":[1]}])",
-          R"("contacts":[{"dest":"a","note":null}])"}) {
+          R"("ord_owned":[{"origin":"a","vout":true}])", R"("ord_owned":[{"origin":"a","hidden":0}])",
+          R"("contacts":[{"dest":[1]}])", R"("contacts":[{"dest":"a","note":7}])"}) {
         refuse(R"({"mnemonic":")" + std::string(kTestPhrase) + "\"," + members + "}");
     }
-    for (const char* members : {R"("pub":5)", R"("address":5)", R"("address":null)", R"("pub":"02")"}) {
+    for (const char* members : {R"("pub":5)", R"("address":5)", R"("pub":"02")"}) {
         refuse(R"({"priv":")" + kPriv + "\"," + members + "}");
     }
     for (const std::string& priv : {kPriv + "0", kPriv.substr(1)}) {
@@ -132,6 +131,19 @@ TEST_F(WalletFileTest, AWrongTypeIsNoWalletAndNoException) {
     for (const char* key : {"paymail", "ord_avatar", "ord_owned", "contacts", "recv", "show"}) {
         EXPECT_TRUE(LoadHd({{key, 5}})) << key;
     }
+    // A number of any size is one, and null is as good as nothing.
+    ASSERT_TRUE(LoadHd({{"backup", nullptr},
+                        {"contacts", {{{"dest", "a"}, {"note", nullptr}}}},
+                        {"ord_owned", json::parse(R"([{"origin":"a","vout":1.0},{"origin":"a","vout":-7.9},
+                            {"origin":"a","vout":2147483648},{"origin":"a","vout":1e300},
+                            {"origin":"a","vout":-2147483649},{"origin":"a","vout":18446744073709551615},
+                            {"origin":"a","vout":null,"txid":null,"created":null,"hidden":null}])")}}));
+    std::vector<int32_t> indices;
+    for (const OrdOwnedEntry& entry : wallet_keys.ord_owned) indices.push_back(entry.vout);
+    EXPECT_EQ(indices, (std::vector<int32_t>{1, -7, INT32_MAX, INT32_MAX, INT32_MIN, INT32_MAX, 0}));
+    EXPECT_TRUE(wallet_keys.ord_owned.back().created);
+    EXPECT_TRUE(Load(R"({"priv":")" + kPriv + R"(","pub":null,"address":null})"));
+    EXPECT_EQ(wallet_keys.address, kLegacyAddress);
 }
 
 TEST_F(WalletFileTest, LegacyFillsInWhatIsMissing) {
