@@ -1,6 +1,7 @@
 #include "base/files.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -251,6 +252,14 @@ bool MoveFile(const std::string& from, const std::string& to) {
     SecretString content;
     if (ReadSecretFile(from, content) != FileState::kRead || !ReplaceFile(to, content)) return false;
     return RemoveFile(from);
+}
+
+void RaiseDescriptorLimit() {
+    constexpr rlim_t kWanted = 8'192;
+    rlimit limit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kWanted) return;
+    limit.rlim_cur = std::min(kWanted, limit.rlim_max);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 bool ByteLock::Acquire(const std::string& path) {

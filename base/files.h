@@ -57,6 +57,10 @@ bool RemoveFile(const std::string& path);
 // removes the old one. False when the old file is still in place.
 bool MoveFile(const std::string& from, const std::string& to);
 
+// Lets this process have thousands of files and connections open, where the system's administrator allows it:
+// the usual limit is one that a wallet of a few hundred addresses meets. Called once, at the program's start.
+void RaiseDescriptorLimit();
+
 // An exclusive lock of the first byte of a file between processes. It blocks until granted, without a
 // time-out, and ends with the process that holds it, however that ends.
 class ByteLock {

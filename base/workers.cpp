@@ -1,11 +1,13 @@
 #include "base/workers.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace brickfall {
 namespace {
@@ -57,6 +59,23 @@ int WorkersRunning() {
 void WaitForWorkers() {
     std::unique_lock lock(worker_count.mutex);
     worker_count.all_ended.wait(lock, [] { return worker_count.running == 0; });
+}
+
+void RunInParallel(std::size_t count, std::size_t at_most, const std::function<void(std::size_t)>& body) {
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        for (std::size_t i; (i = next.fetch_add(1)) < count;) body(i);
+    };
+    std::vector<std::thread> helpers;
+    for (std::size_t i = 1; i < std::min(count, at_most); ++i) {
+        try {
+            helpers.emplace_back(work);
+        } catch (const std::system_error&) {
+            break;
+        }
+    }
+    work();
+    for (std::thread& helper : helpers) helper.join();
 }
 
 void SetInlineWorkers(bool run_inline) { inline_workers.store(run_inline); }

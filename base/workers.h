@@ -1,8 +1,9 @@
-// workers.h - the one place that starts a detached thread.
-// The program never joins a worker, so whatever a worker touches must outlive main: process-wide state is
-// allocated once and never destroyed.
+// workers.h - the one place that starts a thread.
+// The program never joins a detached worker, so whatever a worker touches must outlive main: process-wide
+// state is allocated once and never destroyed.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 
 namespace brickfall {
@@ -17,6 +18,11 @@ int WorkersRunning();
 // Blocks until no worker runs. For tests and for programs that end in an orderly way; the cabinet does not
 // wait.
 void WaitForWorkers();
+
+// Calls `body`, which throws nothing, once for each number below `count`, on at most `at_most` threads at
+// once, the calling one among them, and returns when all have been called. Where the system has no thread
+// left, fewer do the same work.
+void RunInParallel(std::size_t count, std::size_t at_most, const std::function<void(std::size_t)>& body);
 
 // Tests only: makes StartWorker run the body on the calling thread.
 void SetInlineWorkers(bool run_inline);

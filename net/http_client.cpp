@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "base/clock.h"
+#include "base/files.h"
 #include "base/text.h"
 #include "base/workers.h"
 #include "deployment/deployment.h"
@@ -257,6 +258,7 @@ bool ParseBody(const std::string& body, const JsonLimits& limits, nlohmann::json
 }  // namespace
 
 void StartNetwork() {
+    RaiseDescriptorLimit();
     // Workers are not waited for: one may be inside a request while the process exits, so OpenSSL must not
     // take its tables down at exit. Only its very first initialisation is asked.
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);

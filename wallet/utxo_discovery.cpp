@@ -2,18 +2,16 @@
 
 #include <algorithm>
 #include <deque>
-#include <functional>
 #include <iterator>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <system_error>
-#include <thread>
 #include <unordered_map>
 #include <utility>
 
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/workers.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
@@ -319,21 +317,18 @@ bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
 }
 
 void FetchRefreshRecords(std::vector<AddressRefresh>& records, bool with_ordinals) {
-    const auto fetch = [with_ordinals](AddressRefresh& record) {
-        std::string error;
-        record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
-        if (with_ordinals) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
-    };
-    std::vector<std::thread> threads;
-    threads.reserve(records.size());
-    for (AddressRefresh& record : records) {
+    RunInParallel(records.size(), kMostFetchesAtOnce, [&records, with_ordinals](std::size_t i) {
+        AddressRefresh& record = records[i];
         try {
-            threads.emplace_back(fetch, std::ref(record));
-        } catch (const std::system_error&) {
-            fetch(record);  // the system has no thread left: later rather than never
+            std::string error;
+            record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
+            if (with_ordinals) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
+        } catch (const std::bad_alloc&) {
+            AddressRefresh unknown;  // counts as not fetched
+            unknown.address = std::move(record.address);
+            record = std::move(unknown);
         }
-    }
-    for (std::thread& thread : threads) thread.join();
+    });
 }
 
 void WalletAddresses(std::vector<std::string>& list) {

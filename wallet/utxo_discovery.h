@@ -3,6 +3,7 @@
 // held by the caller; only the network operations run without it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <set>
@@ -71,8 +72,11 @@ bool FetchUtxos(const std::string& address, std::vector<Utxo>& list, std::string
 void DropMempoolSpent(const std::string& address, std::vector<Utxo>& list);
 bool TxVisible(std::string_view txid);
 bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list);
-void FetchRefreshRecords(std::vector<AddressRefresh>& records,
-                         bool with_ordinals);  // one thread a record, all joined
+
+// Fetches for every record, at most kMostFetchesAtOnce at a time: each takes a thread and a descriptor or
+// two, and a wallet may have a thousand addresses.
+inline constexpr std::size_t kMostFetchesAtOnce = 64;
+void FetchRefreshRecords(std::vector<AddressRefresh>& records, bool with_ordinals);
 
 void WalletAddresses(std::vector<std::string>& list);
 std::string WalletCacheId();

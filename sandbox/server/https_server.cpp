@@ -16,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/files.h"
 #include "base/text.h"
 
 namespace brickfall::sandbox {
@@ -321,6 +322,7 @@ bool HttpsServer::Start(int port, TlsContext context, HttpHandler handler, std::
         error = "it serves already";
         return false;
     }
+    RaiseDescriptorLimit();
     impl_->stop_event = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     impl_->done_event = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (impl_->stop_event.Get() < 0 || impl_->done_event.Get() < 0 || !impl_->Listen(port)) {

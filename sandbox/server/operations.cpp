@@ -155,6 +155,11 @@ std::vector<std::string> Operations::Requests(Service service) const {
     return found != state_->requests.end() ? found->second : std::vector<std::string>();
 }
 
+int Operations::MostRequestsAtOnce() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->most_answering;
+}
+
 void Operations::ClearRequests() {
     const std::lock_guard lock(state_->mutex);
     state_->requests.clear();

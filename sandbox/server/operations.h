@@ -62,6 +62,7 @@ class Operations {
     void ClearFaults();
     std::vector<std::string> Requests(Service service) const;  // "METHOD target", in order
     void ClearRequests();
+    int MostRequestsAtOnce() const;  // that were being answered at one moment, since the start
 
   protected:
     const std::unique_ptr<SandboxState> state_;

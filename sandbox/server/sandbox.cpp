@@ -1,5 +1,6 @@
 #include "sandbox/server/sandbox.h"
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -18,20 +19,18 @@ HttpReply Answer(SandboxState& state, Service service, const HttpRequest& reques
     return AnswerFor(service, state.world, request, {met.listed.get(), met.flip_ids, met.lose});
 }
 
-HttpReply Serve(SandboxState& state, const HttpRequest& request, const WaitFunction& wait) {
-    const std::optional<Service> service = ServiceOf(request);
-    if (!service) return NotFound();
-
+HttpReply ServeService(SandboxState& state, Service service, const HttpRequest& request,
+                       const WaitFunction& wait) {
     MetFaults met;
     {
         const std::lock_guard lock(state.mutex);
-        state.requests[*service].push_back(request.method + " " + request.target);
-        met = TakeFaults(state.faults, *service, KindOf(*service, request), request.target);
+        state.requests[service].push_back(request.method + " " + request.target);
+        met = TakeFaults(state.faults, service, KindOf(service, request), request.target);
     }
     HttpReply dropped;
     dropped.end = HttpReply::End::kDropped;
     if (met.delay_ms > 0 && !wait(met.delay_ms)) return dropped;
-    if (!met.ending) return Answer(state, *service, request, met);
+    if (!met.ending) return Answer(state, service, request, met);
 
     const Fault& fault = *met.ending;
     switch (fault.kind) {
@@ -41,12 +40,12 @@ HttpReply Serve(SandboxState& state, const HttpRequest& request, const WaitFunct
         case FaultKind::kDrop:
             return dropped;
         case FaultKind::kCutBody: {
-            HttpReply cut = Answer(state, *service, request, met);
+            HttpReply cut = Answer(state, service, request, met);
             cut.end = cut.body.empty() ? HttpReply::End::kDropped : HttpReply::End::kCut;
             return cut;
         }
         case FaultKind::kActAndReply:
-            Answer(state, *service, request, met);
+            Answer(state, service, request, met);
             [[fallthrough]];
         case FaultKind::kReply:
         case FaultKind::kDelay:
@@ -56,6 +55,19 @@ HttpReply Serve(SandboxState& state, const HttpRequest& request, const WaitFunct
             break;
     }
     return {fault.status, fault.body, fault.content_type, fault.headers, HttpReply::End::kWhole};
+}
+
+HttpReply Serve(SandboxState& state, const HttpRequest& request, const WaitFunction& wait) {
+    const std::optional<Service> service = ServiceOf(request);
+    if (!service) return NotFound();
+    {
+        const std::lock_guard lock(state.mutex);
+        state.most_answering = std::max(state.most_answering, ++state.answering);
+    }
+    HttpReply reply = ServeService(state, *service, request, wait);
+    const std::lock_guard lock(state.mutex);
+    --state.answering;
+    return reply;
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 #include "base/files.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +22,18 @@ mode_t ModeOf(const std::string& path) {
     struct stat status = {};
     EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
     return status.st_mode & 0777;
+}
+
+TEST(Files, TheProgramMayOpenMoreThanTheUsualLimit) {
+    rlimit former = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
+    rlimit limit = {100, former.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    RaiseDescriptorLimit();
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_GE(limit.rlim_cur, std::min<rlim_t>(8'192, former.rlim_max));
+    EXPECT_EQ(limit.rlim_max, former.rlim_max);
+    ::setrlimit(RLIMIT_NOFILE, &former);
 }
 
 std::set<std::string> Names(const std::string& folder) {
