@@ -398,7 +398,9 @@ void AddCandidate(Collection& collection, const Utxo& utxo, const SecretString& 
 }
 
 void AddPendingCandidates(Collection& collection) {
-    const std::vector<PendingOutput> copy = pending_outputs;  // AddCandidate changes the list
+    std::vector<PendingOutput> copy = pending_outputs;  // AddCandidate changes the list
+    std::stable_sort(copy.begin(), copy.end(),
+                     [](const PendingOutput& a, const PendingOutput& b) { return a.value > b.value; });
     for (const PendingOutput& pending : copy) {
         const SecretString& priv = pending.priv.empty() ? wallet_keys.priv : pending.priv;
         const std::string& pub = pending.pub.empty() ? wallet_keys.pub : pending.pub;

@@ -215,8 +215,7 @@ bool FetchAllUtxos(const std::string& address, std::vector<Utxo>& list, std::str
         return false;
     }
     error.clear();
-    std::stable_sort(list.begin(), list.end(),
-                     [](const Utxo& a, const Utxo& b) { return a.value > b.value; });
+    std::stable_sort(list.begin(), list.end(), IsLarger);
     KeepFirstOfEach(list);
     DropMempoolSpent(address, list);
     return true;
@@ -370,6 +369,7 @@ void StoreUtxoList(const std::string& address, const std::vector<Utxo>& list, bo
             if (pending.hash == hash) add_missing({pending.txid, pending.vout, pending.value});
         }
     }
+    std::stable_sort(merged.begin(), merged.end(), IsLarger);
     if (entry == nullptr) {
         AddEntry({address, std::move(merged), MonotonicNs(), /*valid=*/true});
         return;
@@ -404,7 +404,9 @@ void AddToCache(const std::string& address, const Utxo& utxo) {
     }
     const bool known = std::any_of(entry->utxos.begin(), entry->utxos.end(),
                                    [&utxo](const Utxo& old) { return SameOutpoint(old, utxo); });
-    if (!known) entry->utxos.push_back(utxo);
+    if (!known) {
+        entry->utxos.insert(std::upper_bound(entry->utxos.begin(), entry->utxos.end(), utxo, IsLarger), utxo);
+    }
     entry->fetched_at = MonotonicNs();
     entry->valid = true;
 }

@@ -34,7 +34,7 @@ struct PendingOutput {
 
 struct UtxoCacheEntry {
     std::string address;
-    std::vector<Utxo> utxos;  // in spending order
+    std::vector<Utxo> utxos;  // in spending order: the largest first
     int64_t fetched_at = 0;   // monotonic nanoseconds
     bool valid = false;
 };
@@ -52,6 +52,10 @@ struct AddressRefresh {
 extern std::vector<UtxoCacheEntry>& utxo_cache;
 extern std::vector<PendingOutput>& pending_outputs;
 extern std::unordered_set<std::string>& spent_set;  // outpoint keys; filled by the spend guard
+
+// The order of every list of coins. What is spent first must not be what strangers sent last: a coin of a few
+// satoshis costs more to spend than it brings. Coins of one value keep the order that they came in.
+inline bool IsLarger(const Utxo& a, const Utxo& b) { return a.value > b.value; }
 
 std::string OutpointKey(std::string_view txid, uint32_t vout);  // lower(txid) ":" vout
 std::string FlipTxidHex(std::string_view txid);                 // bytes reversed; empty unless 64 characters

@@ -343,6 +343,23 @@ TEST(MoneyStory, CoinsOfEveryAddressEachWithItsOwnKey) {
     EXPECT_EQ(SpendableBalance(), 6'000 - kEntrySats - fee);
 }
 
+// Anybody may send coins to the address that a recorded row names. One of two satoshis costs 41 to spend.
+TEST(MoneyStory, DustThatStrangersSendIsNotSpentBeforeTheChange) {
+    Story story;
+    story.Fund(100'000);
+    for (int i = 0; i < 50; ++i) story.Fund(2);
+    for (const bool listed_again : {false, true}) {
+        story.Refresh();
+        const int64_t before = story.box.TotalFees();
+        EXPECT_TRUE(IsPaid(story.Pay()));
+        EXPECT_EQ(story.box.TotalFees() - before, kEntryFee) << listed_again;
+        EXPECT_TRUE(IsPaid(PayArcadeScore(kArcadeWatchAddress, "row")));
+        WaitForWorkers();
+        const int64_t record_fee = 10 + 41 + (34 + 15) + 34;  // an input, marker, row of three bytes, change
+        EXPECT_EQ(story.box.TotalFees() - before, kEntryFee + record_fee) << listed_again;
+    }
+}
+
 // A service that lags behind reports more than there is; for a while the player is shown what is left.
 TEST(MoneyStory, TheShownBalanceFallsByAmountAndFee) {
     Story story;

@@ -234,14 +234,15 @@ TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
     ASSERT_TRUE(DecodeAddress(receive2, hash));
     pending_outputs.push_back({FlipTxidHex(TestTxid(3)), 0, 700, {}, {}, hash});
     pending_outputs.push_back({TestTxid(7), 0, 50, {}, {}, hash});
+    pending_outputs.push_back({TestTxid(8), 0, 70, {}, {}, hash});
 
     std::vector<SpendInput> inputs;
     int64_t total = -1;
     EXPECT_TRUE(CollectSpendable(inputs, total));
-    EXPECT_EQ(Describe(inputs), "4=10 2=800 3=700 1=900 7=50 ");
-    EXPECT_EQ(total, 2'460);
+    EXPECT_EQ(Describe(inputs), "4=10 2=800 3=700 1=900 8=70 7=50 ");
+    EXPECT_EQ(total, 2'530);
     EXPECT_TRUE(pending_outputs.empty()) << "taken at that moment, once";
-    const std::string owners[] = {receive0, receive2, receive2, identity, receive2};
+    const std::string owners[] = {receive0, receive2, receive2, identity, receive2, receive2};
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         std::string pub;
         EXPECT_TRUE(PublicKeyFromPrivate(inputs[i].priv, pub));
@@ -269,7 +270,7 @@ TEST_F(SpendGuard, EachTestOfACandidateHoldsItBack) {
     std::vector<SpendInput> inputs;
     int64_t total = 0;
     EXPECT_TRUE(CollectSpendable(inputs, total));
-    EXPECT_EQ(Describe(inputs), "7=1 1=100 ");
+    EXPECT_EQ(Describe(inputs), "1=100 7=1 ");
     EXPECT_EQ(total, 101);
 
     // Reservations made a moment ago count at once; with nothing left the collection is empty.

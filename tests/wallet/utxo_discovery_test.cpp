@@ -16,6 +16,7 @@ namespace {
 
 using nlohmann::json;
 using sandbox::Fault;
+using sandbox::FaultKind;
 using sandbox::Service;
 
 // The coinbase transaction of the genesis block, in display order and as its bytes lie in memory.
@@ -176,22 +177,24 @@ TEST_F(UtxoCache, AFailureNeverDamagesAGoodListAndAnAdditionRenewsIt) {
     EXPECT_EQ(Cached(other), "-");
     AddToCache(address, {FlipTxidHex(TestTxid(1)), 0, 50});
     AddToCache(address, {TestTxid(2), 0, 6});
-    EXPECT_EQ(Cached(address), "1:0=50 2:0=6");
+    AddToCache(address, {TestTxid(3), 0, 60});
+    AddToCache(address, {TestTxid(4), 0, 50});
+    EXPECT_EQ(Cached(address), "3:0=60 1:0=50 4:0=50 2:0=6");
     EXPECT_TRUE(IsCacheFresh(address));
 }
 
 TEST_F(UtxoCache, OnlyACompleteListTakesOutputsAway) {
     Refresh(address, {{TestTxid(1), 0, 50}, {TestTxid(2), 0, 40}}, true, true);
     Refresh(address, {{FlipTxidHex(TestTxid(2)), 0, 40}, {TestTxid(3), 0, 30}}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30 1:0=50");
+    EXPECT_EQ(Cached(address), "1:0=50 " + FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30");
 
     MarkSpentInMemory(FlipTxidHex(TestTxid(1)), 0);
     Refresh(address, {{TestTxid(4), 0, 9}, {TestTxid(1), 0, 50}}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), "4:0=9 " + FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30") << "1 is spent";
+    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(2)) + ":0=40 3:0=30 4:0=9") << "1 is spent";
 
     MarkSpentInMemory(TestTxid(3), 0);
     PruneCacheOfSpent();
-    EXPECT_EQ(Cached(address), "4:0=9 " + FlipTxidHex(TestTxid(2)) + ":0=40");
+    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(2)) + ":0=40 4:0=9");
     Refresh(address, {{TestTxid(5), 1, 7}}, true, true);
     EXPECT_EQ(Cached(address), "5:1=7");
 }
@@ -202,8 +205,8 @@ TEST_F(UtxoCache, APendingOutputStandsUntilACompleteListMissesIt) {
     pending_outputs.push_back({TestTxid(3), 0, 33, {}, {}, other_hash});
     MarkSpentInMemory(TestTxid(2), 0);
 
-    Refresh(address, {{TestTxid(9), 0, 99}}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), "9:0=99 1:0=11") << "2 is spent, 3 pays another address";
+    Refresh(address, {{TestTxid(9), 0, 9}}, true, /*complete=*/false);
+    EXPECT_EQ(Cached(address), "1:0=11 9:0=9") << "2 is spent, 3 pays another address";
     EXPECT_EQ(pending_outputs.size(), 3u);
 
     Refresh(address, {{FlipTxidHex(TestTxid(1)), 0, 11}}, true, true);
@@ -429,15 +432,20 @@ TEST_F(UtxoNetwork, ARescanAddsWhatTheOrdinalsServiceKnowsAndIsUnspent) {
     const auto element = [](uint32_t number) { return json{{"txid", TestTxid(number)}, {"satoshis", 20}}; };
     services.Reply(Service::kOrdinals, "/txos/address/" + address, 200, json{element(2), element(3)}.dump());
     RescanPlainOutputs(lock);
-    EXPECT_EQ(Cached(address), "3:0=20 1:0=50 9:0=90");
+    EXPECT_EQ(Cached(address), "9:0=90 1:0=50 3:0=20");
     EXPECT_TRUE(pending_outputs.empty()) << "the second opinion does not know it";
     EXPECT_EQ(Cached(wallet.IdentityAddress()), "-");
     EXPECT_TRUE(lock.owns_lock());
 }
 
-TEST_F(UtxoNetwork, ARefreshFetchesAndScansEveryRecord) {
+TEST_F(UtxoNetwork, ARefreshFetchesEveryRecordAndFewAtOnce) {
     services.box.Fund(address, 9'000);
-    std::vector<AddressRefresh> records(12);
+    Fault slow;  // so that as many requests meet as were begun
+    slow.kind = FaultKind::kDelay;
+    slow.delay_ms = 300;
+    slow.path_contains = "/unspent/all";
+    services.box.AddFault(Service::kChain, slow);
+    std::vector<AddressRefresh> records(128);
     for (AddressRefresh& record : records) record.address = address;
     FetchRefreshRecords(records, /*with_ordinals=*/true);
     for (const AddressRefresh& record : records) {
@@ -445,6 +453,7 @@ TEST_F(UtxoNetwork, ARefreshFetchesAndScansEveryRecord) {
         ASSERT_EQ(record.utxos.size(), 1u);
         EXPECT_EQ(record.utxos[0].value, 9'000);
     }
+    EXPECT_LE(services.box.MostRequestsAtOnce(), 64);
 }
 
 }  // namespace
