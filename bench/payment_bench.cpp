@@ -30,6 +30,7 @@ void PaymentOfAWalletWithLastReceiveIndex(benchmark::State& state) {
     Hash160 change{};
     DecodeAddress(wallet_keys.address, change);
     const std::vector<PayOutput> wanted{{2'000, P2pkhScript(change)}, {3'000, P2pkhScript(change)}};
+    ListOwnedAddresses(lock);
     FillCache();
     std::string error;
     for (auto _ : state) {
@@ -49,7 +50,8 @@ BENCHMARK(PaymentOfAWalletWithLastReceiveIndex)->Arg(0)->Arg(1'000)->Unit(benchm
 
 void BalanceOfAWalletWithLastReceiveIndex(benchmark::State& state) {
     const WalletFixture wallet("ada", static_cast<uint32_t>(state.range(0)));
-    const WalletLock lock(wallet_mutex);
+    WalletLock lock(wallet_mutex);
+    ListOwnedAddresses(lock);
     FillCache();
     for (auto _ : state) benchmark::DoNotOptimize(SpendableBalance());
 }

@@ -326,8 +326,8 @@ void Session::ClaimName() {
 int64_t Session::WalletHolds() {
     std::vector<std::string> addresses;
     {
-        const WalletLock lock(wallet_mutex);
-        Require(LoadWallet(), "the wallet does not load");
+        WalletLock lock(wallet_mutex);
+        Require(ListOwnedAddresses(lock), "the wallet does not load");
         WalletAddresses(addresses);
     }
     int64_t sum = 0;

@@ -64,8 +64,10 @@ std::string OpenApprovedWallet() {
     WalletLock lock(wallet_mutex);
     ClearWalletState();
     if (!LoadWallet()) {
+        std::string error = "error: approved, but the wallet would not load.";
+        if (!wallet_load_error.empty()) error += " " + wallet_load_error;
         lock.unlock();
-        return ConnectError("error: approved, but the wallet would not load.");
+        return ConnectError(std::move(error));
     }
     PublishWalletState();
     WalletLog("Connected to Pouch wallet " + WalletDisplayName(WalletId()) + "\n");

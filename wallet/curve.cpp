@@ -27,6 +27,17 @@ bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoi
     return written == public_key.size();
 }
 
+bool AddMultipleOfGenerator(const EC_POINT* point, std::span<const uint8_t, 32> scalar,
+                            CompressedPoint& sum) {
+    const EC_GROUP* group = Secp256k1();
+    const BignumPtr multiple(BN_bin2bn(scalar.data(), static_cast<int>(scalar.size()), nullptr));
+    const EcPointPtr result(EC_POINT_new(group));
+    if (!multiple || !result || BN_cmp(multiple.get(), EC_GROUP_get0_order(group)) >= 0) return false;
+    if (EC_POINT_mul(group, result.get(), multiple.get(), point, BN_value_one(), nullptr) != 1) return false;
+    return EC_POINT_point2oct(group, result.get(), POINT_CONVERSION_COMPRESSED, sum.data(), sum.size(),
+                              nullptr) == sum.size();
+}
+
 EcPointPtr DecodePoint(std::span<const uint8_t> bytes) {
     if (bytes.size() != kCompressedKeyBytes && bytes.size() != kUncompressedKeyBytes) return nullptr;
     EcPointPtr point(EC_POINT_new(Secp256k1()));

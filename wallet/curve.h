@@ -41,6 +41,11 @@ const EC_GROUP* Secp256k1();
 // constant time. False when the scalar is 0 or not below the group's order.
 bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key);
 
+// The compressed sum of a point and a multiple of the generator, as BIP32's public derivation wants it: of
+// numbers that are no private keys, so in variable time. False when the scalar is not below the group's order
+// or the sum is the point at infinity.
+bool AddMultipleOfGenerator(const EC_POINT* point, std::span<const uint8_t, 32> scalar, CompressedPoint& sum);
+
 // The point of a SEC public key of 33 or 65 bytes; nullptr for any other size, the point at infinity's one
 // byte among them, and for bytes that are no point of the curve.
 EcPointPtr DecodePoint(std::span<const uint8_t> bytes);

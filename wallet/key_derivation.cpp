@@ -130,14 +130,23 @@ bool AddKeys(std::span<const uint8_t, 32> left, const std::array<uint8_t, 32>& p
     return !BN_is_zero(child.get()) && BN_bn2binpad(child.get(), sum.data(), 32) == 32;
 }
 
+using ChildDataBytes = std::array<uint8_t, kCompressedKeyBytes + 4>;
+
 // `first` is the compressed public key of the parent, or for a hardened index a zero byte and its key.
+ChildDataBytes ChildData(const CompressedPoint& first, uint32_t index) {
+    ChildDataBytes data;
+    std::copy(first.begin(), first.end(), data.begin());
+    for (std::size_t i = 0; i < 4; ++i) {
+        data[kCompressedKeyBytes + i] = static_cast<uint8_t>(index >> (24 - 8 * i));
+    }
+    return data;
+}
+
+// `first` as for ChildData.
 bool DeriveChild(const ExtendedKey& parent, const CompressedPoint& first, uint32_t index,
                  ExtendedKey& child) {
-    std::array<uint8_t, 37> data;
+    ChildDataBytes data = ChildData(first, index);
     const WipeAtExit wipe_data(data);
-    std::copy(first.begin(), first.end(), data.begin());
-    for (std::size_t i = 0; i < 4; ++i) data[33 + i] = static_cast<uint8_t>(index >> (24 - 8 * i));
-
     HmacOutput output;
     const WipeAtExit wipe_output(output);
     if (!HmacSha512(parent.chain_code, data, output)) return false;
@@ -187,37 +196,72 @@ bool DeriveNodeWithKey(const KeyPath& path, ExtendedKey& node, CompressedPoint& 
 
 void ForgetOwnedList() { owned = OwnedList{}; }
 
-void ListAddress(const KeyPath& path, std::string address, const Hash160& hash) {
-    if (!owned.places.try_emplace(hash, owned.addresses.size()).second) return;
-    owned.addresses.push_back({path, std::move(address), hash});
+void ListAddress(OwnedAddress address) {
+    if (!owned.places.try_emplace(address.hash, owned.addresses.size()).second) return;
+    owned.addresses.push_back(std::move(address));
 }
 
-void ListReceiveAddress(uint32_t index) {
-    ExtendedKey node;
-    const WipeAtExit wipe_node(node);
-    CompressedPoint public_key;
-    if (!DeriveNodeWithKey(ReceivePath(index), node, public_key)) return;
-    const Hash160 hash = Hash160Of(public_key);
-    ListAddress(ReceivePath(index), Base58CheckEncode(hash), hash);
+// What every receive address follows from by BIP32's public derivation. There is no private key in it, so it
+// serves without the wallet's lock; the chain code is wiped all the same.
+struct ReceiveSource {
+    CompressedPoint public_key{};
+    std::array<uint8_t, 32> chain_code{};
+};
+
+// The addresses from `index` to before `end`; one whose derivation fails is passed over.
+std::vector<OwnedAddress> DeriveReceiveAddresses(const ReceiveSource& source, uint32_t index, uint32_t end) {
+    std::vector<OwnedAddress> addresses;
+    const EcPointPtr parent = DecodePoint(source.public_key);
+    if (!parent) return addresses;
+    HmacOutput output;
+    const WipeAtExit wipe_output(output);
+    CompressedPoint key;
+    for (; index < end; ++index) {
+        if (!HmacSha512(source.chain_code, ChildData(source.public_key, index), output) ||
+            !AddMultipleOfGenerator(parent.get(), std::span(output).first<32>(), key)) {
+            continue;
+        }
+        const Hash160 hash = Hash160Of(key);
+        addresses.push_back({ReceivePath(index), Base58CheckEncode(hash), hash});
+    }
+    return addresses;
 }
 
-// A counter that has grown costs its new addresses only.
-void ListHdAddresses() {
-    const uint32_t end = wallet_keys.recv[1] + 1;
-    const bool same_wallet = owned.is_hd && owned.other_address == wallet_keys.identity_address;
-    if (same_wallet && owned.next_index == end) return;
-    if (!same_wallet || owned.next_index > end) ForgetOwnedList();
-    if (!EnsureReceiveParent()) return;
+uint32_t ReceiveEnd() { return wallet_keys.recv[1] + 1; }
+
+bool ListsThisWallet() { return owned.is_hd && owned.other_address == wallet_keys.identity_address; }
+
+// Puts more receive addresses, up to before index `end`, behind the listed ones.
+void AppendReceiveAddresses(std::vector<OwnedAddress> more, uint32_t end) {
     if (!owned.addresses.empty() && owned.addresses.back().path == kIdentityPath) {
         owned.places.erase(owned.addresses.back().hash);
         owned.addresses.pop_back();
     }
-    owned.is_hd = true;
-    while (owned.next_index < end) ListReceiveAddress(owned.next_index++);
-    owned.other_address = wallet_keys.identity_address;
+    for (OwnedAddress& address : more) ListAddress(std::move(address));
+    owned.next_index = end;
     if (Hash160 hash; DecodeAddress(owned.other_address, hash)) {
-        ListAddress(kIdentityPath, owned.other_address, hash);
+        ListAddress({kIdentityPath, owned.other_address, hash});
     }
+}
+
+// False when nothing can be derived. Else the list is one of this wallet, and goes on at its next index; a
+// counter that has grown costs its new addresses only.
+bool OpenHdList(ReceiveSource& source) {
+    if (!EnsureReceiveParent()) return false;
+    source = {receive_parent.public_key, receive_parent.node.chain_code};
+    if (!ListsThisWallet() || owned.next_index > ReceiveEnd()) ForgetOwnedList();
+    owned.is_hd = true;
+    owned.other_address = wallet_keys.identity_address;
+    return true;
+}
+
+void ListHdAddresses() {
+    if (ListsThisWallet() && owned.next_index == ReceiveEnd()) return;
+    ReceiveSource source;
+    const WipeAtExit wipe_source(source);
+    if (!OpenHdList(source)) return;
+    const uint32_t end = std::min(ReceiveEnd(), owned.next_index + kListedUnderLock);
+    AppendReceiveAddresses(DeriveReceiveAddresses(source, owned.next_index, end), end);
 }
 
 void ListLegacyAddress() {
@@ -341,6 +385,28 @@ const std::vector<OwnedAddress>& OwnedAddresses() {
         ListLegacyAddress();
     }
     return owned.addresses;
+}
+
+bool ListOwnedAddresses(WalletLock& lock) {
+    constexpr uint32_t kSlice = 256;  // after which a change of the wallet is noticed
+    if (!LoadWallet()) return false;
+    OwnedAddresses();
+    const std::string identity = wallet_keys.identity_address;
+    ReceiveSource source;
+    const WipeAtExit wipe_source(source);
+    while (wallet_keys.is_hd && OpenHdList(source) && owned.next_index < ReceiveEnd()) {
+        const uint32_t from = owned.next_index;
+        const uint32_t end = std::min(ReceiveEnd(), from + kSlice);
+        lock.unlock();
+        std::vector<OwnedAddress> slice = DeriveReceiveAddresses(source, from, end);
+        lock.lock();
+        if (!LoadWallet() || wallet_keys.identity_address != identity) return false;
+        // Another thread may have listed them meanwhile, or the counter gone back.
+        if (ListsThisWallet() && owned.next_index == from && end <= ReceiveEnd()) {
+            AppendReceiveAddresses(std::move(slice), end);
+        }
+    }
+    return true;
 }
 
 const OwnedAddress* FindOwnedHash(const Hash160& hash) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -61,9 +62,16 @@ std::string DeriveOrdAddress();  // empty for a legacy wallet or on any failure
 bool DeriveEncryptionKey(std::string& public_hex, SecretString& private_hex, std::string& error);
 
 // Every receive address from 0 to recv[1], then the identity address, without repeats; for a legacy wallet
-// its one address (with an all-zero path). The first call costs one generator multiplication an address,
-// later ones none. The reference is good until the wallet is cleared, loaded or refreshed.
+// its one address (with an all-zero path). A call derives at most kListedUnderLock addresses, at a fraction
+// of a millisecond each, and later calls none: of a wallet with more that are new the list is short until
+// ListOwnedAddresses has run. The reference is good until the wallet is cleared, loaded or refreshed.
+inline constexpr uint32_t kListedUnderLock = 128;
 const std::vector<OwnedAddress>& OwnedAddresses();
+
+// Makes the list whole, however long it is. The caller's hold on wallet_mutex, which must be the only one of
+// its thread, is released while addresses are derived. False when no wallet, or another one, stands there
+// afterwards.
+bool ListOwnedAddresses(std::unique_lock<std::recursive_mutex>& lock);
 
 // The entry of OwnedAddresses that owns the hash, or nullptr. Costs no derivation once the list is there.
 const OwnedAddress* FindOwnedHash(const Hash160& hash);

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
 #include "base/files.h"
 #include "base/text.h"
@@ -11,6 +12,7 @@
 #include "wallet/app_binds.h"
 #include "wallet/balance_cache.h"
 #include "wallet/broadcast.h"
+#include "wallet/connect_handshake.h"
 #include "wallet/json_numbers.h"
 #include "wallet/secret_json.h"
 #include "wallet/shared_store.h"
@@ -21,6 +23,7 @@ namespace brickfall {
 
 std::recursive_mutex& wallet_mutex = *new std::recursive_mutex;
 WalletKeys& wallet_keys = *new WalletKeys;
+std::string& wallet_load_error = *new std::string;
 
 namespace {
 
@@ -28,6 +31,8 @@ using nlohmann::json;
 
 constexpr int kFormatVersion = 2;
 constexpr std::size_t kMaxNoteBytes = 80;
+constexpr char kTooManyAddressesText[] =
+    "The wallet has more than 100,000 receive addresses. This cabinet cannot open it.";
 constexpr std::size_t kPrivateHexLength = 64;
 constexpr std::size_t kMinAddressLength = 26;
 constexpr std::string_view kCutFromEnds = " \t\r\n";
@@ -174,6 +179,10 @@ bool LoadHd(WalletFile& file) {
     wallet_keys.is_hd = true;
     if (!ReadBool(file.document, "backup", wallet_keys.backup)) return false;
     ReadCounters(file.document);
+    if (wallet_keys.recv[1] > kMaxReceiveIndex) {
+        wallet_load_error = kTooManyAddressesText;
+        return false;
+    }
     ReadShow(file.document);
     ReadNames(file.document);
     return ReadLists(file.document) && RefreshDerivedKeys();
@@ -249,6 +258,7 @@ std::string NormalizeContactDest(std::string_view text) {
 
 bool LoadWallet() {
     if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
+    const std::string told = std::exchange(wallet_load_error, {});
     if (WalletId().empty()) return false;
     std::optional<WalletFile> file = ParsedWalletFile();
     if (!file) return false;
@@ -259,6 +269,8 @@ bool LoadWallet() {
     }
     // Half a wallet would pass for a loaded one at the next call, and its words are of no use.
     ResetWalletKeys();
+    // Every click tries to load it; the player is told once.
+    if (!wallet_load_error.empty() && wallet_load_error != told) WalletLog(wallet_load_error);
     return false;
 }
 
@@ -276,6 +288,7 @@ void ReloadWalletHints() {
     if (!file || !file->document.is_object()) return;
     const uint32_t former_index = wallet_keys.recv[1];
     ReadCounters(file->document);
+    if (wallet_keys.recv[1] > kMaxReceiveIndex) wallet_keys.recv[1] = former_index;
     if (!file->HasText("ord_avatar")) wallet_keys.ord_avatar.clear();
     ReadNames(file->document);
     if (wallet_keys.is_hd && wallet_keys.recv[1] != former_index) RefreshDerivedKeys();

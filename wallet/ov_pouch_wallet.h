@@ -58,6 +58,14 @@ using WalletLock = std::unique_lock<std::recursive_mutex>;
 extern std::recursive_mutex& wallet_mutex;
 extern WalletKeys& wallet_keys;  // guarded by wallet_mutex
 
+// The highest receive index that a wallet is loaded with. Each address below it takes some 0.2 ms of
+// derivation and two requests a refresh; no player comes near it.
+inline constexpr uint32_t kMaxReceiveIndex = 100'000;
+
+// Why the last load failed, where the player can be told more than that it did; else empty. Guarded by
+// wallet_mutex.
+extern std::string& wallet_load_error;
+
 // Caller holds wallet_mutex for these four.
 bool LoadWallet();  // true when a wallet is in memory; cheap after the first success
 bool SaveWallet();  // hd only; false when the file stays as it was

@@ -202,9 +202,10 @@ StatusResult StatusRefresh() {
         return result;
     }
     SyncNameAndAvatar();
+    const std::string cache_id = WalletCacheId();
+    if (!ListOwnedAddresses(lock) || WalletCacheId() != cache_id) return result;
     std::vector<std::string> addresses;
     WalletAddresses(addresses);
-    const std::string cache_id = WalletCacheId();
     const bool outage = OrdinalsOutageRunning();
     std::vector<AddressRefresh> records = StaleAddresses(addresses, outage);
     const ClaimFields claim = {wallet_keys.paymail, wallet_keys.identity_pub, wallet_keys.address,

@@ -36,6 +36,7 @@ constexpr int kListingTimeoutSeconds = 10;
 constexpr int kVisibleTimeoutSeconds = 25;
 constexpr int kPlainScanTimeoutSeconds = 20;
 constexpr char kBadListText[] = "bad utxo list";
+constexpr char kWalletChangedText[] = "wallet changed.";
 
 // Where the entry of an address stands in utxo_cache, so that a wallet of a thousand addresses is not walked
 // for each of them. Guarded by wallet_mutex.
@@ -446,6 +447,10 @@ bool EnsureUtxoCache(WalletLock& lock, std::string& error) {
         return false;
     }
     const std::string cache_id = WalletCacheId();
+    if (!ListOwnedAddresses(lock) || WalletCacheId() != cache_id) {
+        error = kWalletChangedText;
+        return false;
+    }
     std::vector<AddressRefresh> records;
     for (const OwnedAddress& owned : OwnedAddresses()) {
         const UtxoCacheEntry* entry = FindEntry(owned.address);
@@ -458,7 +463,7 @@ bool EnsureUtxoCache(WalletLock& lock, std::string& error) {
     FetchRefreshRecords(records, /*with_ordinals=*/false);
     lock.lock();
     if (!LoadWallet() || WalletCacheId() != cache_id) {
-        error = "wallet changed.";
+        error = kWalletChangedText;
         return false;
     }
     ApplyRefresh(records);

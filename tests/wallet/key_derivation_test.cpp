@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 
 #include "base/text.h"
 #include "tests/support/wallet_fixture.h"
@@ -38,7 +39,7 @@ struct KeyDerivation : testing::Test {
     }
 
     const TempUserData data;  // a refresh tells the registry of names
-    const WalletLock lock{wallet_mutex};
+    WalletLock lock{wallet_mutex};
     SecretString private_hex;
     std::string public_hex;
     std::string address;
@@ -274,6 +275,26 @@ TEST_F(KeyDerivation, TheListOfOwnedAddressesFollowsTheWallet) {
     wallet_keys.recv[1] = 1;
     ASSERT_TRUE(RefreshDerivedKeys());
     ExpectListed("another wallet");
+
+    wallet_keys.recv[1] = 2 * kListedUnderLock + 150;
+    ASSERT_TRUE(RefreshDerivedKeys());
+    EXPECT_LE(OwnedAddresses().size(), 2 + kListedUnderLock + 1) << "too many under the lock";
+    EXPECT_EQ(OwnedAddresses().back().path, kIdentityPath);
+    ASSERT_TRUE(ListOwnedAddresses(lock));
+    ExpectListed("grown by more than one call lists");
+}
+
+TEST_F(KeyDerivation, TheWalletIsFreeWhileManyAddressesAreDerived) {
+    wallet_keys.recv[1] = kMaxReceiveIndex;
+    ASSERT_TRUE(RefreshDerivedKeys());
+    std::thread other([] {
+        const WalletLock other_lock(wallet_mutex);
+        ClearWalletState();
+    });
+    EXPECT_FALSE(ListOwnedAddresses(lock)) << "the wallet went away meanwhile";
+    EXPECT_TRUE(lock.owns_lock());
+    other.join();
+    EXPECT_TRUE(OwnedAddresses().empty());
 }
 
 }  // namespace

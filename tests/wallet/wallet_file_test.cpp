@@ -8,6 +8,7 @@
 #include "deployment/deployment.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/app_binds.h"
+#include "wallet/connect_handshake.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/secret_json.h"
 
@@ -90,7 +91,8 @@ TEST_F(WalletFileTest, CountersOutOfRangeCountAsMissing) {
         return std::pair(wallet_keys.recv[1], wallet_keys.show);
     };
     EXPECT_EQ(load("[0,5]", "2"), std::pair(5u, 2u));
-    EXPECT_EQ(load("[0,2147483647]", "3"), std::pair(2147483647u, 3u));
+    EXPECT_EQ(load("[0,100000,0,0,0,2147483647]", "3"), std::pair(100'000u, 3u));
+    EXPECT_EQ(wallet_keys.recv[5], 2147483647u);
     for (const char* show : {"null", "9", "\"2\"", "2.0", "-1", "2147483648"}) {
         EXPECT_EQ(load("[0,5]", show), std::pair(5u, 5u)) << show;
     }
@@ -98,6 +100,28 @@ TEST_F(WalletFileTest, CountersOutOfRangeCountAsMissing) {
                              "[0,18446744073709551615]", "{\"1\":5}", "[]"}) {
         EXPECT_EQ(load(recv, "1"), std::pair(0u, 0u)) << recv;
     }
+}
+
+TEST_F(WalletFileTest, AWalletOfCountlessAddressesIsNotOpenedAndSaysSoOnce) {
+    int told = 0;
+    const auto install = [](WalletHook hook) {
+        const std::lock_guard sink(wallet_sink_mutex);
+        wallet_log_hook = std::move(hook);
+    };
+    install([&told](std::string_view text) {
+        told += text == "The wallet has more than 100,000 receive addresses. This cabinet cannot open it.";
+    });
+    for (const char* recv : {"[0,100001]", "[0,2147483647]"}) {
+        EXPECT_FALSE(LoadHd({{"recv", json::parse(recv)}})) << recv;
+        EXPECT_FALSE(LoadWallet()) << recv;
+        EXPECT_TRUE(wallet_keys.mnemonic.empty()) << recv;
+    }
+    EXPECT_EQ(told, 1);
+    ASSERT_TRUE(LoadHd({{"recv", {0, 4}}}));
+    WriteFile(WalletFilePath(), R"({"recv":[0,100001,0,0,0,9]})");
+    ReloadWalletHints();
+    EXPECT_EQ(wallet_keys.recv[1], 4u) << "a hint beyond it is none";
+    install(nullptr);
 }
 
 TEST_F(WalletFileTest, AWrongTypeIsNoWalletAndNoException) {
