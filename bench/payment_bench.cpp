@@ -37,7 +37,7 @@ void PaymentOfAWalletWithLastReceiveIndex(benchmark::State& state) {
         std::vector<SpendInput> inputs;
         std::vector<PayOutput> outputs;
         int64_t total = 0, fee = 0;
-        bool done = EnsureUtxoCache(lock, error) && CollectSpendable(inputs, total) &&
+        bool done = EnsureUtxoCache(lock, error) && CollectSpendable(inputs, total, error) &&
                     BuildTransaction(inputs, outputs, change, wanted, fee, error);
         for (SpendInput& input : inputs) {
             done = done && SignInput(input, inputs, outputs, input.hash, input.priv, input.pub);
@@ -47,6 +47,41 @@ void PaymentOfAWalletWithLastReceiveIndex(benchmark::State& state) {
     }
 }
 BENCHMARK(PaymentOfAWalletWithLastReceiveIndex)->Arg(0)->Arg(1'000)->Unit(benchmark::kMicrosecond);
+
+// What strangers may send: thousands of coins on one address, all of them looked at for each payment.
+void CollectCoins(benchmark::State& state) {
+    const WalletFixture wallet;
+    const WalletLock lock(wallet_mutex);
+    std::vector<Utxo> coins;
+    for (uint32_t i = 0; i < state.range(0); ++i) coins.push_back({TestTxid(i), 0, 100});
+    StoreUtxoList(wallet.ReceiveAddress(0), coins, /*ok=*/true, /*merge=*/false);
+    std::string error;
+    for (auto _ : state) {
+        std::vector<SpendInput> inputs;
+        int64_t total = 0;
+        if (!CollectSpendable(inputs, total, error)) state.SkipWithError("no coins");
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(CollectCoins)->Arg(2'000)->Arg(20'000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
+
+// The digests of a transaction that spends them all.
+void SignCoins(benchmark::State& state) {
+    const WalletFixture wallet;
+    const WalletLock lock(wallet_mutex);
+    std::vector<SpendInput> inputs(static_cast<std::size_t>(state.range(0)));
+    for (uint32_t i = 0; i < inputs.size(); ++i) inputs[i].txid = TestTxid(i);
+    const PayOutput output{1'000, P2pkhScript(Hash160{})};
+    for (auto _ : state) {
+        const auto shared = MakeSharedDigests(inputs, std::span(&output, 1));
+        for (SpendInput& input : inputs) {
+            if (!shared || !SignInput(input, *shared, Hash160{}, wallet_keys.priv, wallet_keys.pub)) {
+                state.SkipWithError("no signature");
+            }
+        }
+    }
+}
+BENCHMARK(SignCoins)->Arg(200)->Arg(2'000)->Unit(benchmark::kMillisecond);
 
 void BalanceOfAWalletWithLastReceiveIndex(benchmark::State& state) {
     const WalletFixture wallet("ada", static_cast<uint32_t>(state.range(0)));

@@ -193,8 +193,7 @@ bool IsMissingInputsText(std::string_view text) {
 void RecordSentTx(std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
                   const std::string& txid, const Hash160& change_hash) {
     if (IsTxidText(txid)) last_recorded_txid = txid;
-    for (const SpendInput& input : inputs) MarkSpentInMemory(input.txid, input.vout);
-    SaveSpentSet();
+    MarkSpent(inputs);
     PruneCacheOfSpent();
     std::erase_if(pending_outputs, [](const PendingOutput& each) { return IsSpent(each.txid, each.vout); });
 

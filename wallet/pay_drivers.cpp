@@ -1,5 +1,6 @@
 #include "wallet/pay_drivers.h"
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -59,26 +60,30 @@ std::string ResultIfVisibleOr(const Payment& payment, std::string_view otherwise
 
 bool SignAll(std::vector<SpendInput>& inputs, std::span<const PayOutput> outputs,
              const Hash160& wallet_hash) {
-    for (SpendInput& input : inputs) {
-        const bool own_key = !input.priv.empty();
-        const std::string& pub = input.pub.empty() ? wallet_keys.pub : input.pub;
-        const SecretString& priv = own_key ? input.priv : wallet_keys.priv;
-        if (!SignInput(input, inputs, outputs, own_key ? input.hash : wallet_hash, priv, pub)) return false;
-    }
-    return true;
+    const std::optional<SharedDigests> shared = MakeSharedDigests(inputs, outputs);
+    return shared && std::ranges::all_of(inputs, [&](SpendInput& input) {
+               const bool own_key = !input.priv.empty();
+               const std::string& pub = input.pub.empty() ? wallet_keys.pub : input.pub;
+               const SecretString& priv = own_key ? input.priv : wallet_keys.priv;
+               return SignInput(input, *shared, own_key ? input.hash : wallet_hash, priv, pub);
+           });
+}
+
+bool AnyReserved(const Reserves& reserves, std::span<const SpendInput> inputs) {
+    return std::ranges::any_of(inputs, [&reserves](const SpendInput& input) {
+        return IsReserved(reserves, input.txid, input.vout);
+    });
 }
 
 // The network says that other transactions spend these inputs. No read of the chain is needed.
 void DropConflictingInputs(std::span<const SpendInput> inputs) {
-    for (const SpendInput& input : inputs) MarkSpentInMemory(input.txid, input.vout);
-    SaveSpentSet();
+    MarkSpent(inputs);
     PruneCacheOfSpent();
 }
 
 // The network does not know these inputs as unspent: what the cache believed is out of date.
 void DropMissingInputs(WalletLock& lock, std::span<const SpendInput> inputs) {
-    for (const SpendInput& input : inputs) MarkSpentInMemory(input.txid, input.vout);
-    SaveSpentSet();
+    MarkSpent(inputs);
     PruneCacheOfSpent();
     RescanPlainOutputs(lock);
 }
@@ -96,8 +101,9 @@ std::optional<std::string> Attempt(WalletLock& lock, std::span<const PayOutput> 
 
     std::vector<SpendInput> inputs;
     int64_t collected = 0;
-    if (!CollectSpendable(inputs, collected)) {
-        return ResultIfVisibleOr(payment, "error: you have 0 in your Pouch wallet.");
+    if (!CollectSpendable(inputs, collected, error)) {
+        return ResultIfVisibleOr(
+            payment, error.empty() ? "error: you have 0 in your Pouch wallet." : "error: " + error);
     }
     std::vector<PayOutput> built_outputs;
     int64_t fee = 0;
@@ -106,6 +112,10 @@ std::optional<std::string> Attempt(WalletLock& lock, std::span<const PayOutput> 
         return result.empty() ? std::nullopt : std::optional(std::move(result));
     }
     payment.fee_paid = fee;
+    // A coin that another program has promised to somebody since the collection began is not spent.
+    Reserves reserves;
+    if (!LoadReserves(reserves, error)) return ResultIfVisibleOr(payment, "error: " + error);
+    if (AnyReserved(reserves, inputs)) return std::nullopt;
 
     std::string text = "error: signing failed.";
     if (SignAll(inputs, built_outputs, payment.wallet_hash)) {

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "base/clock.h"
@@ -110,6 +111,9 @@ const OrdinalGuardEntry* FreshGuard(std::string_view address) {
     return place != ordinal_guard.end() && IsYoung(place->second.scanned_at) ? &place->second : nullptr;
 }
 
+// The spent file is there and could not be read: what it holds is not in the set. Guarded by wallet_mutex.
+bool spent_file_unread = false;
+
 std::string SpentFolder() { return StoreRoot() + "/ord_snap"; }
 std::string SpentPath(const std::string& cache_id) { return SpentFolder() + "/" + cache_id + "_spent.json"; }
 
@@ -139,50 +143,49 @@ std::string ReserveFilePath(const char* shop) {
     return folder + "/reserves_" + name + ".json";
 }
 
-// What the guard needs of a row; the others are read for their type alone.
-struct EmporiumReserve {
-    std::string utxo;
-};
-
-struct GalleryReserve {
-    std::string pic_utxo;
-    std::string cert_utxo;
-    int64_t exp = 0;  // Unix seconds; 0: no end
-};
-
-EmporiumReserve ReadEmporiumRow(FieldReader& fields) {
-    EmporiumReserve row{ReserveKey(fields.Text("utxo"))};
+// What a row reserves, as ReserveKeys. The fields that the guard does not need are read for their type alone.
+std::vector<std::string> ReadEmporiumRow(FieldReader& fields) {
+    std::vector<std::string> keys{ReserveKey(fields.Text("utxo"))};
     fields.Text("origin");
     fields.Text("listing");
     fields.Integer("exp", 0);
-    return row;
+    return keys;
 }
 
-GalleryReserve ReadGalleryRow(FieldReader& fields) {
-    GalleryReserve row{ReserveKey(fields.Text("pic_utxo")), ReserveKey(fields.Text("cert_utxo")),
-                       fields.Integer("exp", 0)};
+std::vector<std::string> ReadGalleryRow(FieldReader& fields) {
+    std::vector<std::string> keys{ReserveKey(fields.Text("pic_utxo")), ReserveKey(fields.Text("cert_utxo"))};
+    const int64_t exp = fields.Integer("exp", 0);  // Unix seconds; 0: no end
     fields.Text("pic");
     fields.Text("cert");
     fields.Integer("price_sats", -1);
     fields.Index("spot");
-    return row;
+    const bool dropped = keys.front().empty();
+    const bool expired = exp > 0 && exp < UnixSeconds();
+    if (dropped || expired) keys.clear();
+    return keys;
 }
 
-// True when any row before the first malformed one satisfies `reserves`. The file is read afresh each time,
-// so that a reservation which another program made a moment ago counts.
-template <typename Row>
-bool AnyReserve(const char* shop, Row (*read)(FieldReader&), const auto& reserves) {
-    const json document = ReadStoreJson(ReserveFilePath(shop));
-    const json* rows = FindJsonKey(document, "reserves");
-    if (rows == nullptr || !rows->is_array()) return false;
+// The keys of all rows before the first malformed one. False when the file is there and cannot be read.
+bool ReadReserveFile(const std::string& path, std::vector<std::string> (*read)(FieldReader&),
+                     std::unordered_set<std::string>& reserved) {
+    reserved.clear();
+    const StoreFile file = ReadStoreFile(path);
+    if (file.state == FileState::kUnreadable) return false;
+    const json* rows = FindJsonKey(file.document, "reserves");
+    if (rows == nullptr || !rows->is_array()) return true;
     for (const json& element : *rows) {
         if (!element.is_object()) continue;
         FieldReader fields{element};
-        const Row row = read(fields);
-        if (fields.wrong_type) return false;
-        if (reserves(row)) return true;
+        std::vector<std::string> keys = read(fields);
+        if (fields.wrong_type) break;
+        for (std::string& key : keys) reserved.insert(std::move(key));
     }
-    return false;
+    return true;
+}
+
+// For the player, who has to mend it: the file by its place in the store.
+std::string CannotReadText(std::string_view path) {
+    return "cannot read " + std::string(path.substr(StoreRoot().size() + 1)) + "; nothing was spent.";
 }
 
 std::string ReserveKeyOf(std::string_view txid, uint32_t vout) {
@@ -275,28 +278,32 @@ void MarkSpentInMemory(std::string_view txid, uint32_t vout) {
     if (!flipped.empty()) spent_set.insert(OutpointKey(flipped, vout));
 }
 
-void MarkSpent(std::string_view txid, uint32_t vout) {
-    MarkSpentInMemory(txid, vout);
+void MarkSpent(std::span<const SpendInput> inputs) {
+    for (const SpendInput& input : inputs) MarkSpentInMemory(input.txid, input.vout);
     SaveSpentSet();
 }
 
 void SaveSpentSet() {
     const std::string cache_id = WalletCacheId();
     if (cache_id.empty() || cache_id == "wallet") return;
+    const StoreLock lock;
+    if (!LoadSpentSet()) return;
     MakeFolders(SpentFolder());
     const json document = {{"outpoints", spent_set}};
     WriteStoreFile(SpentPath(cache_id), document.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
-void LoadSpentSet() {
-    const json document = ReadStoreJson(SpentPath(WalletCacheId()));
-    const json* outpoints = FindJsonKey(document, "outpoints");
-    if (outpoints == nullptr || !outpoints->is_array()) return;
+bool LoadSpentSet() {
+    const StoreFile file = ReadStoreFile(SpentPath(WalletCacheId()));
+    spent_file_unread = file.state == FileState::kUnreadable;
+    const json* outpoints = FindJsonKey(file.document, "outpoints");
+    if (outpoints == nullptr || !outpoints->is_array()) return !spent_file_unread;
     for (const json& outpoint : *outpoints) {
         if (!outpoint.is_string()) continue;
         std::string key = outpoint.get<std::string>();
         if (!key.empty()) spent_set.insert(std::move(key));
     }
+    return true;
 }
 
 std::string OriginOf(const json& object) {
@@ -347,45 +354,53 @@ bool IsOrdinalAnywhere(const Utxo& utxo) {
                        [&key](const auto& guard) { return guard.second.keys.contains(key); });
 }
 
-void LoadOfferLocks(std::vector<std::string>& list) {
+bool LoadOfferLocks(std::unordered_set<std::string>& list) {
     list.clear();
-    const json document = ReadStoreJson(OfferFilePath());
-    const json* locks = FindJsonKey(document, "utxos");
-    if (locks == nullptr || !locks->is_array()) return;
+    const StoreFile file = ReadStoreFile(OfferFilePath());
+    if (file.state == FileState::kUnreadable) return false;
+    const json* locks = FindJsonKey(file.document, "utxos");
+    if (locks == nullptr || !locks->is_array()) return true;
     for (const json& lock : *locks) {
         if (!lock.is_string()) continue;
         std::string key = Lower(lock.get_ref<const std::string&>());
-        if (!key.empty()) list.push_back(std::move(key));
+        if (!key.empty()) list.insert(std::move(key));
     }
+    return true;
 }
 
-bool IsEmporiumReserved(std::string_view txid, uint32_t vout) {
-    const std::string key = ReserveKeyOf(txid, vout);
-    return AnyReserve("/emporium", ReadEmporiumRow,
-                      [&key](const EmporiumReserve& row) { return row.utxo == key; });
+bool LoadReserves(Reserves& reserves, std::string& error) {
+    const std::string emporium = ReserveFilePath("/emporium"), gallery = ReserveFilePath("/gallery");
+    error.clear();
+    if (!ReadReserveFile(emporium, ReadEmporiumRow, reserves.emporium)) {
+        error = CannotReadText(emporium);
+    } else if (!ReadReserveFile(gallery, ReadGalleryRow, reserves.gallery)) {
+        error = CannotReadText(gallery);
+    } else if (!LoadOfferLocks(reserves.offer_locks)) {
+        error = CannotReadText(OfferFilePath());
+    }
+    return error.empty();
 }
 
-bool IsGalleryReserved(std::string_view txid, uint32_t vout) {
-    const std::string key = ReserveKeyOf(txid, vout);
-    const int64_t now = UnixSeconds();
-    return AnyReserve("/gallery", ReadGalleryRow, [&key, now](const GalleryReserve& row) {
-        const bool dropped = row.pic_utxo.empty();
-        const bool expired = row.exp > 0 && row.exp < now;
-        return !dropped && !expired && (row.pic_utxo == key || row.cert_utxo == key);
-    });
+bool IsEmporiumReserved(const Reserves& reserves, std::string_view txid, uint32_t vout) {
+    return reserves.emporium.contains(ReserveKeyOf(txid, vout));
+}
+
+bool IsGalleryReserved(const Reserves& reserves, std::string_view txid, uint32_t vout) {
+    return reserves.gallery.contains(ReserveKeyOf(txid, vout));
+}
+
+bool IsReserved(const Reserves& reserves, std::string_view txid, uint32_t vout) {
+    return IsEmporiumReserved(reserves, txid, vout) || IsGalleryReserved(reserves, txid, vout) ||
+           reserves.offer_locks.contains(OfferLockKey(txid, vout));
 }
 
 void AddCandidate(Collection& collection, const Utxo& utxo, const SecretString& priv, const std::string& pub,
                   const Hash160& hash, std::string_view address) {
     if (!IsTxidText(utxo.txid) || IsSpent(utxo.txid, utxo.vout)) return;
     if (address.empty() ? IsOrdinalAnywhere(utxo) : IsOrdinalForAddress(address, utxo)) return;
-    if (IsEmporiumReserved(utxo.txid, utxo.vout) || IsGalleryReserved(utxo.txid, utxo.vout)) return;
-    const std::vector<std::string>& locks = collection.offer_locks;
-    if (std::find(locks.begin(), locks.end(), OfferLockKey(utxo.txid, utxo.vout)) != locks.end()) return;
-    const auto same = [&utxo](const auto& other) { return SameOutpoint(other, utxo); };
-    if (std::any_of(collection.inputs.begin(), collection.inputs.end(), same)) return;
+    if (IsReserved(collection.reserves, utxo.txid, utxo.vout)) return;
+    if (!collection.taken.insert(EitherOrderKey(utxo.txid, utxo.vout)).second) return;
 
-    std::erase_if(pending_outputs, same);
     SpendInput input;
     input.txid = utxo.txid;
     input.vout = utxo.vout;
@@ -398,20 +413,28 @@ void AddCandidate(Collection& collection, const Utxo& utxo, const SecretString& 
 }
 
 void AddPendingCandidates(Collection& collection) {
-    std::vector<PendingOutput> copy = pending_outputs;  // AddCandidate changes the list
-    std::stable_sort(copy.begin(), copy.end(),
-                     [](const PendingOutput& a, const PendingOutput& b) { return a.value > b.value; });
-    for (const PendingOutput& pending : copy) {
-        const SecretString& priv = pending.priv.empty() ? wallet_keys.priv : pending.priv;
-        const std::string& pub = pending.pub.empty() ? wallet_keys.pub : pending.pub;
-        AddCandidate(collection, {pending.txid, pending.vout, pending.value}, priv, pub, pending.hash,
+    std::vector<const PendingOutput*> largest_first;
+    for (const PendingOutput& pending : pending_outputs) largest_first.push_back(&pending);
+    std::stable_sort(largest_first.begin(), largest_first.end(),
+                     [](const auto* a, const auto* b) { return a->value > b->value; });
+    for (const PendingOutput* pending : largest_first) {
+        const SecretString& priv = pending->priv.empty() ? wallet_keys.priv : pending->priv;
+        const std::string& pub = pending->pub.empty() ? wallet_keys.pub : pending->pub;
+        AddCandidate(collection, {pending->txid, pending->vout, pending->value}, priv, pub, pending->hash,
                      /*address=*/"");
     }
 }
 
-bool CollectSpendable(std::vector<SpendInput>& inputs, int64_t& total) {
+bool CollectSpendable(std::vector<SpendInput>& inputs, int64_t& total, std::string& error) {
+    inputs.clear();
+    total = 0;
+    error.clear();
+    if (spent_file_unread && !LoadSpentSet()) {
+        error = CannotReadText(SpentPath(WalletCacheId()));
+        return false;
+    }
     Collection collection;
-    LoadOfferLocks(collection.offer_locks);
+    if (!LoadReserves(collection.reserves, error)) return false;
     SecretString priv;
     std::string pub, derived;
     for (const OwnedAddress& owned : OwnedAddresses()) {
@@ -427,6 +450,9 @@ bool CollectSpendable(std::vector<SpendInput>& inputs, int64_t& total) {
         (RecoverOutputsFromTx(last_recorded_txid) || RecoverOutputsFromTx(last_broadcast_txid))) {
         AddPendingCandidates(collection);
     }
+    std::erase_if(pending_outputs, [&collection](const PendingOutput& pending) {
+        return collection.taken.contains(EitherOrderKey(pending.txid, pending.vout));
+    });
     inputs = std::move(collection.inputs);
     total = collection.total;
     return !inputs.empty();
@@ -451,6 +477,7 @@ bool RecoverOutputsFromTx(std::string_view txid) {
 }
 
 void ClearGuardState() {
+    spent_file_unread = false;
     ordinal_guard.clear();
     ordinals_outage = false;
     ordinals_outage_at = 0;

@@ -93,28 +93,19 @@ std::vector<SpendInput> ChooseInputs(std::vector<SpendInput>& candidates, std::s
     return chosen;
 }
 
-bool ForkIdDigest(const SpendInput& input, std::span<const SpendInput> inputs,
-                  std::span<const PayOutput> outputs, const Hash160& owner_hash, Hash256& digest) {
-    ByteBuffer outpoints;
-    ByteBuffer sequences;
-    for (const SpendInput& each : inputs) {
-        if (!AppendOutpoint(outpoints, each)) return false;
-        AppendU32Le(sequences, kFinalSequence);
-    }
-    ByteBuffer output_bytes;
-    for (const PayOutput& each : outputs) AppendOutput(output_bytes, each);
-
+bool ForkIdDigest(const SpendInput& input, const SharedDigests& shared, const Hash160& owner_hash,
+                  Hash256& digest) {
     const ByteBuffer script_code = P2pkhScript(owner_hash);
     ByteBuffer preimage;
     AppendU32Le(preimage, kTxVersion);
-    AppendBytes(preimage, Sha256Twice(outpoints));
-    AppendBytes(preimage, Sha256Twice(sequences));
+    AppendBytes(preimage, shared.outpoints);
+    AppendBytes(preimage, shared.sequences);
     if (!AppendOutpoint(preimage, input)) return false;
     AppendVarInt(preimage, script_code.size());
     AppendBytes(preimage, script_code);
     AppendU64Le(preimage, static_cast<uint64_t>(input.value));
     AppendU32Le(preimage, kFinalSequence);
-    AppendBytes(preimage, Sha256Twice(output_bytes));
+    AppendBytes(preimage, shared.outputs);
     AppendU32Le(preimage, kTxLockTime);
     AppendU32Le(preimage, kSigHashAllForkId);
     digest = Sha256Twice(preimage);
@@ -224,17 +215,36 @@ bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput
     return false;
 }
 
-bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
-               const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex) {
+std::optional<SharedDigests> MakeSharedDigests(std::span<const SpendInput> inputs,
+                                               std::span<const PayOutput> outputs) {
+    ByteBuffer outpoints;
+    ByteBuffer sequences;
+    for (const SpendInput& input : inputs) {
+        if (!AppendOutpoint(outpoints, input)) return std::nullopt;
+        AppendU32Le(sequences, kFinalSequence);
+    }
+    ByteBuffer output_bytes;
+    for (const PayOutput& output : outputs) AppendOutput(output_bytes, output);
+    return SharedDigests{Sha256Twice(outpoints), Sha256Twice(sequences), Sha256Twice(output_bytes)};
+}
+
+bool SignInput(SpendInput& input, const SharedDigests& shared, const Hash160& owner_hash,
+               std::string_view private_hex, std::string_view public_hex) {
     Hash256 digest{};
     ByteBuffer signature;
-    if (!ForkIdDigest(input, inputs, outputs, owner_hash, digest)) return false;
+    if (!ForkIdDigest(input, shared, owner_hash, digest)) return false;
     if (!SignDigest(private_hex, digest, signature)) return false;
     signature.push_back(kSigHashAllForkId);
     input.script_sig.clear();
     AppendPushData(input.script_sig, signature);
     AppendPushData(input.script_sig, HexDecode(public_hex));
     return true;
+}
+
+bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
+               const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex) {
+    const std::optional<SharedDigests> shared = MakeSharedDigests(inputs, outputs);
+    return shared && SignInput(input, *shared, owner_hash, private_hex, public_hex);
 }
 
 bool SignDigest(std::string_view private_hex, std::span<const uint8_t, 32> digest, ByteBuffer& der) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,8 +42,23 @@ bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput
                       const Hash160& change_hash, std::span<const PayOutput> wanted, int64_t& fee,
                       std::string& error);
 
-// Writes input.script_sig: the BIP143 digest with the fork id flag 0x41. `input` must be an element of
-// `inputs`.
+// What the digests of all inputs of one transaction share (BIP143): made once, since each takes in every
+// input or output.
+struct SharedDigests {
+    Hash256 outpoints{};
+    Hash256 sequences{};
+    Hash256 outputs{};
+};
+
+// Nothing when an id is no 32 bytes.
+std::optional<SharedDigests> MakeSharedDigests(std::span<const SpendInput> inputs,
+                                               std::span<const PayOutput> outputs);
+
+// Writes input.script_sig: the BIP143 digest with the fork id flag 0x41. `input` must be one of the inputs
+// that the digests were made of.
+bool SignInput(SpendInput& input, const SharedDigests& shared, const Hash160& owner_hash,
+               std::string_view private_hex, std::string_view public_hex);
+// For one input alone.
 bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
                const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex);
 

@@ -76,14 +76,6 @@ void AddEntry(UtxoCacheEntry entry) {
     utxo_cache.push_back(std::move(entry));
 }
 
-// The same text for both byte orders of an id: two outpoints are SameOutpoint when these are equal.
-std::string EitherOrderKey(std::string_view txid, uint32_t vout) {
-    std::string key = OutpointKey(txid, vout);
-    const std::string flipped = FlipTxidHex(txid);
-    if (flipped.empty()) return key;
-    return std::min(key, OutpointKey(flipped, vout));
-}
-
 void DropSpent(std::vector<Utxo>& list) {
     std::erase_if(list, [](const Utxo& utxo) { return IsSpent(utxo.txid, utxo.vout); });
 }
@@ -235,6 +227,13 @@ std::string FlipTxidHex(std::string_view txid) {
     flipped.reserve(lower.size());
     for (std::size_t pair = lower.size(); pair > 0; pair -= 2) flipped.append(lower, pair - 2, 2);
     return flipped;
+}
+
+std::string EitherOrderKey(std::string_view txid, uint32_t vout) {
+    std::string key = OutpointKey(txid, vout);
+    const std::string flipped = FlipTxidHex(txid);
+    if (flipped.empty()) return key;
+    return std::min(key, OutpointKey(flipped, vout));
 }
 
 bool IsSpent(std::string_view txid, uint32_t vout) {

@@ -59,7 +59,9 @@ inline bool IsLarger(const Utxo& a, const Utxo& b) { return a.value > b.value; }
 
 std::string OutpointKey(std::string_view txid, uint32_t vout);  // lower(txid) ":" vout
 std::string FlipTxidHex(std::string_view txid);                 // bytes reversed; empty unless 64 characters
-bool IsSpent(std::string_view txid, uint32_t vout);             // in either byte order
+// The same text for both byte orders of an id: two outpoints are SameOutpoint when these are equal.
+std::string EitherOrderKey(std::string_view txid, uint32_t vout);
+bool IsSpent(std::string_view txid, uint32_t vout);  // in either byte order
 
 // Both sides have `txid` and `vout`; equal in either byte order.
 template <typename A, typename B>

@@ -606,9 +606,9 @@ TEST(MoneyStory, TheDiskIsFull) {
 
 TEST(MoneyStory, AFolderStandsWhereAFileBelongs) {
     const std::string id = kTestWalletId;
-    for (const std::string& tail : {"/ord_snap/" + id + "_spent.json", "/tx_hist/" + id + "_face.json",
-                                    std::string("/orvane_paymail.json"), std::string("/wallets.json"),
-                                    std::string("/wallets.json.tmp"), std::string("bind")}) {
+    for (const std::string& tail :
+         {"/tx_hist/" + id + "_face.json", std::string("/orvane_paymail.json"), std::string("/wallets.json"),
+          std::string("/wallets.json.tmp"), std::string("bind")}) {
         SCOPED_TRACE(tail);
         Story story;
         story.Fund(20'000);
@@ -622,6 +622,45 @@ TEST(MoneyStory, AFolderStandsWhereAFileBelongs) {
         story.ExpectBooks(2);
         EXPECT_EQ(Story::Shown(), story.box.BalanceOf(story.receive));
     }
+}
+
+TEST(MoneyStory, WhatTellsThePromisedCoinsCannotBeRead) {
+    const std::string tail = kTestWalletId + std::string(".json");
+    for (const std::string& file :
+         {"ord_snap/" + std::string(kTestWalletId) + "_spent.json", "emporium/reserves_" + tail,
+          "gallery/reserves_" + tail, "gallery/offer_locks_" + tail}) {
+        SCOPED_TRACE(file);
+        Story story;
+        story.Fund(20'000);
+        const std::string path = story.wallet.StorePath("/" + file);
+        ASSERT_TRUE(MakeFolders(path));  // a folder of that name
+        story.wallet.Restart();
+        EXPECT_EQ(story.Pay(), "error: cannot read " + file + "; nothing was spent.");
+        story.ExpectBooks(0);
+        std::filesystem::remove(path);
+        EXPECT_TRUE(IsPaid(story.Pay())) << "asked again at the next payment";
+        story.ExpectBooks(1);
+    }
+}
+
+// The last transaction is read back within the collection, and the service asks for patience: time enough for
+// another program to promise the coin to somebody.
+TEST(MoneyStory, ACoinPromisedWhileThePaymentIsUnderWay) {
+    Story story;
+    const std::string coin = story.Fund(20'000);
+    const uint32_t vout = story.VoutOf(coin);
+    story.Add({Service::kChain, Reply(200, "[]", "/address/")});
+    story.Add({Service::kChain, Reply(429, "", "/tx/" + coin, 1)});
+    {
+        const WalletLock lock(wallet_mutex);
+        last_recorded_txid = coin;
+    }
+    story.wallet.clock.on_sleep = [&](int64_t) {
+        const std::string file = story.wallet.StorePath("/gallery/offer_locks_") + kTestWalletId + ".json";
+        WriteFile(file, R"({"utxos":[")" + coin + "_" + std::to_string(vout) + R"("]})");
+    };
+    EXPECT_EQ(story.Pay(), kNothingLeft);
+    story.ExpectBooks(0);
 }
 
 // What a score and a report pay for stands in the stories of the board and of reports.

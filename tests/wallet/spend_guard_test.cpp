@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "base/files.h"
@@ -35,6 +36,20 @@ class SpendGuard : public testing::Test {
 
     void Write(const std::string& tail, const std::string& content) {
         EXPECT_TRUE(WriteFile(wallet.StorePath(tail), content));
+    }
+
+    static void Spend(const std::string& txid, uint32_t vout) {
+        SpendInput input;
+        input.txid = txid;
+        input.vout = vout;
+        MarkSpent(std::span(&input, 1));
+    }
+
+    static bool Collect(std::vector<SpendInput>& inputs, int64_t& total) {
+        std::string error;
+        const bool found = CollectSpendable(inputs, total, error);
+        EXPECT_EQ(error, "");
+        return found;
     }
 
     std::string SpentFile() { return wallet.StorePath("/ord_snap/") + kTestWalletId + "_spent.json"; }
@@ -107,8 +122,11 @@ TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
     const auto check = [&](bool emporium, const std::string& document) {
         Write((emporium ? "/emporium" : "/gallery") + tail, Replace(document, "@", upper_id + ":3"));
         auto* const reserved = emporium ? IsEmporiumReserved : IsGalleryReserved;
-        EXPECT_FALSE(reserved(id, 4)) << document;
-        return reserved(id, 3);
+        Reserves reserves;
+        std::string error;
+        EXPECT_TRUE(LoadReserves(reserves, error)) << error;
+        EXPECT_FALSE(reserved(reserves, id, 4)) << document;
+        return reserved(reserves, id, 3);
     };
     const auto list = [](const char* rows) { return R"({"reserves":[)" + std::string(rows) + "]}"; };
     for (const char* rows : {R"({"utxo":"@"})", R"({"utxo":"@","exp":1})", R"({"utxo":"@"},{"utxo":7})",
@@ -153,22 +171,29 @@ TEST_F(SpendGuard, FilesAreNamedByTheWalletId) {
         {"", identity, "none", "none"},
         {long_name, long_name.substr(10), long_name, long_name.substr(26)},
     };
-    std::vector<std::string> list;
+    Reserves reserves;
+    std::string error;
     for (const auto& name : names) {
         SCOPED_TRACE(name.wallet_id);
         const std::string offers = "/gallery/offer_locks_" + name.offer_name + ".json";
-        const std::string reserves = "/emporium/reserves_" + name.reserve_name + ".json";
+        const std::string shop = "/emporium/reserves_" + name.reserve_name + ".json";
         SetWalletId(name.wallet_id);
         EXPECT_EQ(WalletCacheId(), name.cache_id);
         Write(offers, locks);
-        Write(reserves, rows);
-        LoadOfferLocks(list);
-        EXPECT_EQ(list, (std::vector<std::string>{"abc_0", "d"}));
-        EXPECT_TRUE(IsEmporiumReserved(TestTxid(1), 0));
-        RemoveFile(wallet.StorePath(offers));
-        RemoveFile(wallet.StorePath(reserves));
-        LoadOfferLocks(list);
-        EXPECT_TRUE(list.empty());
+        Write(shop, rows);
+        EXPECT_TRUE(LoadReserves(reserves, error));
+        EXPECT_EQ(reserves.offer_locks, (std::unordered_set<std::string>{"abc_0", "d"}));
+        EXPECT_TRUE(IsEmporiumReserved(reserves, TestTxid(1), 0));
+        for (const std::string& file : {offers, shop}) {
+            RemoveFile(wallet.StorePath(file));
+            EXPECT_TRUE(LoadReserves(reserves, error));
+            MakeFolders(wallet.StorePath(file));  // in the place of the file: not missing, and not to be read
+            EXPECT_FALSE(LoadReserves(reserves, error));
+            EXPECT_EQ(error, "cannot read " + file.substr(1) + "; nothing was spent.");
+            std::filesystem::remove(wallet.StorePath(file));
+        }
+        EXPECT_TRUE(LoadReserves(reserves, error));
+        EXPECT_TRUE(reserves.offer_locks.empty() && reserves.emporium.empty());
     }
     SetWalletId("");
     ClearWalletState();
@@ -176,7 +201,7 @@ TEST_F(SpendGuard, FilesAreNamedByTheWalletId) {
 }
 
 TEST_F(SpendGuard, WhatWasSpentStaysSpentAcrossARestart) {
-    MarkSpent(TestTxid(1), 4);
+    Spend(TestTxid(1), 4);
     EXPECT_TRUE(IsSpent(FlipTxidHex(TestTxid(1)), 4));
     EXPECT_FALSE(IsSpent(TestTxid(1), 5));
     const json file = json::parse(ReadFile(SpentFile()).value_or("null"));
@@ -200,11 +225,43 @@ TEST_F(SpendGuard, WhatWasSpentStaysSpentAcrossARestart) {
     }
 }
 
+TEST_F(SpendGuard, ASpentFileThatCannotBeReadStopsPaymentsAndIsNeverReplaced) {
+    StoreUtxoList(wallet.ReceiveAddress(0), {{TestTxid(1), 0, 500}, {TestTxid(2), 0, 400}}, true, false);
+    Spend(TestTxid(1), 0);
+    const std::string file = ReadFile(SpentFile()).value_or("");
+    const auto stand_in_the_way = [&] {
+        RemoveFile(SpentFile());
+        MakeFolders(SpentFile());
+    };
+    stand_in_the_way();
+    ClearUtxoState();
+    EXPECT_FALSE(LoadSpentSet());
+    StoreUtxoList(wallet.ReceiveAddress(0), {{TestTxid(1), 0, 500}, {TestTxid(2), 0, 400}}, true, false);
+    std::vector<SpendInput> inputs;
+    int64_t total = 0;
+    std::string error;
+    EXPECT_FALSE(CollectSpendable(inputs, total, error));
+    EXPECT_EQ(error,
+              "cannot read ord_snap/" + std::string(kTestWalletId) + "_spent.json; nothing was spent.");
+    Spend(TestTxid(3), 0);
+
+    // It can be read again: what it holds counts, and what was marked meanwhile joins it.
+    std::filesystem::remove(SpentFile());
+    ASSERT_TRUE(WriteFile(SpentFile(), file));
+    ASSERT_TRUE(Collect(inputs, total));
+    EXPECT_EQ(total, 400);
+    Spend(TestTxid(4), 0);
+    // As do the entries of another installation of the same wallet.
+    ClearUtxoState();
+    Spend(TestTxid(5), 0);
+    for (const uint32_t number : {1, 3, 4, 5}) EXPECT_TRUE(IsSpent(TestTxid(number), 0)) << number;
+}
+
 TEST_F(SpendGuard, ASpentSetOfANamelessWalletStaysInMemory) {
     for (const char* id : {"", "wallet"}) {
         ClearWalletState();
         SetWalletId(id);
-        MarkSpent(TestTxid(1), 0);
+        Spend(TestTxid(1), 0);
         EXPECT_TRUE(IsSpent(TestTxid(1), 0));
         EXPECT_FALSE(FileExists(wallet.StorePath("/ord_snap/wallet_spent.json"))) << id;
     }
@@ -238,7 +295,7 @@ TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
 
     std::vector<SpendInput> inputs;
     int64_t total = -1;
-    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_TRUE(Collect(inputs, total));
     EXPECT_EQ(Describe(inputs), "4=10 2=800 3=700 1=900 8=70 7=50 ");
     EXPECT_EQ(total, 2'530);
     EXPECT_TRUE(pending_outputs.empty()) << "taken at that moment, once";
@@ -269,14 +326,14 @@ TEST_F(SpendGuard, EachTestOfACandidateHoldsItBack) {
     write("/gallery/offer_locks_", R"({"utxos":["AB)" + TestTxid(6).substr(2) + R"(_0"]})");
     std::vector<SpendInput> inputs;
     int64_t total = 0;
-    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_TRUE(Collect(inputs, total));
     EXPECT_EQ(Describe(inputs), "1=100 7=1 ");
     EXPECT_EQ(total, 101);
 
     // Reservations made a moment ago count at once; with nothing left the collection is empty.
     write("/gallery/offer_locks_", R"({"utxos":[")" + TestTxid(1) + R"(_0",")" + FlipTxidHex(TestTxid(1)) +
                                        R"(_0",")" + TestTxid(6) + R"(_0",")" + TestTxid(7) + R"(_0"]})");
-    EXPECT_FALSE(CollectSpendable(inputs, total));
+    EXPECT_FALSE(Collect(inputs, total));
     EXPECT_TRUE(inputs.empty());
     EXPECT_EQ(total, 0);
 }
@@ -385,7 +442,7 @@ TEST_F(GuardNetwork, AnEmptyCollectionLooksAtTheLastTransactions) {
     services.Reply(Service::kChain, "/tx/" + TestTxid(42), 200, body);
     std::vector<SpendInput> inputs;
     int64_t total = 0;
-    EXPECT_TRUE(CollectSpendable(inputs, total));
+    EXPECT_TRUE(Collect(inputs, total));
     EXPECT_EQ(Describe(inputs), "42=50000 ");
     EXPECT_EQ(total, 50'000);
 }
