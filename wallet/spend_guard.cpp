@@ -26,14 +26,17 @@ namespace {
 using nlohmann::json;
 
 struct OrdinalGuardEntry {
-    std::set<std::string> keys;  // outpoint keys of what the scan found to be an ordinal or a token
-    bool ok = false;             // the scan answered
-    int64_t scanned_at = 0;      // monotonic nanoseconds
+    bool ok = false;         // the scan answered
+    int64_t scanned_at = 0;  // monotonic nanoseconds
+    bool covers = false;     // a good scan has seen what the address lists
 };
 
-// By address. Guarded by wallet_mutex, as are the two values below.
+// By address. Guarded by wallet_mutex, as are the values below.
 std::unordered_map<std::string, OrdinalGuardEntry>& ordinal_guard =
     *new std::unordered_map<std::string, OrdinalGuardEntry>;
+// Outpoint keys, in both byte orders, of what a scan has found to be an ordinal or a token.
+std::unordered_set<std::string>& named_ordinals = *new std::unordered_set<std::string>;
+std::optional<int64_t>& scan_failed_at = *new std::optional<int64_t>;  // monotonic nanoseconds
 bool ordinals_outage = false;
 int64_t ordinals_outage_at = 0;
 
@@ -327,7 +330,14 @@ bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
 
 void StoreOrdinalGuard(const std::string& address, const std::set<std::string>& keys, bool ok) {
     const int64_t now = MonotonicNs();
-    ordinal_guard.insert_or_assign(address, OrdinalGuardEntry{keys, ok, now});
+    OrdinalGuardEntry& entry = ordinal_guard[address];
+    entry = {ok, now, ok || entry.covers};
+    for (const std::string& key : keys) {
+        named_ordinals.insert(key);
+        const std::size_t colon = std::min(key.find(':'), key.size());
+        const std::string flipped = FlipTxidHex(key.substr(0, colon));
+        if (!flipped.empty()) named_ordinals.insert(flipped + key.substr(colon));
+    }
     if (ok) return;
     ordinals_outage = true;
     ordinals_outage_at = now;
@@ -337,21 +347,33 @@ bool OrdinalsOutageRunning() { return ordinals_outage && IsYoung(ordinals_outage
 
 bool HasFreshGuard(std::string_view address) { return FreshGuard(address) != nullptr; }
 
+void NoteListing(const std::string& address) {
+    if (const auto place = ordinal_guard.find(address); place != ordinal_guard.end()) {
+        place->second.covers = false;
+    }
+}
+
+void NoteFailedScan() { scan_failed_at = MonotonicNs(); }
+
+bool IsCovered(std::string_view address) {
+    const auto place = ordinal_guard.find(std::string(address));
+    return place != ordinal_guard.end() && place->second.covers;
+}
+
+bool ScanFailedLately() { return scan_failed_at && IsYoung(*scan_failed_at); }
+
 bool IsOrdinalForAddress(std::string_view address, const Utxo& utxo) {
-    // Inscriptions and tokens ride on single satoshis, so without a scan to speak for it each one is suspect.
-    const bool suspect = utxo.value == 1;
-    if (OrdinalsOutageRunning()) return suspect;
+    if (named_ordinals.contains(OutpointKey(utxo.txid, utxo.vout))) return true;
+    // Most inscriptions and tokens ride on single satoshis, so without a scan to speak for it each is
+    // suspect.
+    if (utxo.value != 1) return false;
     const OrdinalGuardEntry* guard = FreshGuard(address);
-    if (guard == nullptr) return suspect;
-    if (guard->keys.contains(OutpointKey(utxo.txid, utxo.vout))) return true;
-    return !guard->ok && suspect;
+    return OrdinalsOutageRunning() || guard == nullptr || !guard->ok;
 }
 
 bool IsOrdinalAnywhere(const Utxo& utxo) {
-    if (OrdinalsOutageRunning()) return utxo.value == 1;
-    const std::string key = OutpointKey(utxo.txid, utxo.vout);
-    return std::any_of(ordinal_guard.begin(), ordinal_guard.end(),
-                       [&key](const auto& guard) { return guard.second.keys.contains(key); });
+    return named_ordinals.contains(OutpointKey(utxo.txid, utxo.vout)) ||
+           (OrdinalsOutageRunning() && utxo.value == 1);
 }
 
 bool LoadOfferLocks(std::unordered_set<std::string>& list) {
@@ -479,6 +501,8 @@ bool RecoverOutputsFromTx(std::string_view txid) {
 void ClearGuardState() {
     spent_file_unread = false;
     ordinal_guard.clear();
+    named_ordinals.clear();
+    scan_failed_at.reset();
     ordinals_outage = false;
     ordinals_outage_at = 0;
 }

@@ -211,7 +211,7 @@ StatusResult StatusRefresh() {
     const ClaimFields claim = {wallet_keys.paymail, wallet_keys.identity_pub, wallet_keys.address,
                                wallet_keys.ord_avatar, DeriveOrdAddress()};
     lock.unlock();
-    FetchRefreshRecords(records, /*with_ordinals=*/!outage);
+    FetchRefreshRecords(records, outage ? OrdinalScans::kNone : OrdinalScans::kAll);
     lock.lock();
     // Another wallet was connected, or this one let go, while the answers came in.
     if (WalletCacheId() != cache_id) return result;

@@ -315,13 +315,17 @@ bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
     return !list.empty();
 }
 
-void FetchRefreshRecords(std::vector<AddressRefresh>& records, bool with_ordinals) {
-    RunInParallel(records.size(), kMostFetchesAtOnce, [&records, with_ordinals](std::size_t i) {
+void FetchRefreshRecords(std::vector<AddressRefresh>& records, OrdinalScans scans) {
+    RunInParallel(records.size(), kMostFetchesAtOnce, [&records, scans](std::size_t i) {
         AddressRefresh& record = records[i];
         try {
             std::string error;
-            record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
-            if (with_ordinals) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
+            if (!record.scan_only) {
+                record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
+            }
+            const bool has_coins = record.scan_only || !record.utxos.empty();
+            record.scanned = scans == OrdinalScans::kAll || (scans == OrdinalScans::kWhereCoins && has_coins);
+            if (record.scanned) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
         } catch (const std::bad_alloc&) {
             AddressRefresh unknown;  // counts as not fetched
             unknown.address = std::move(record.address);
@@ -435,7 +439,11 @@ void ApplyRefresh(const std::vector<AddressRefresh>& records) {
         DropSpent(unspent);
         StoreUtxoList(record.address, unspent, record.ok, /*merge=*/!record.complete);
         if (record.ok && record.complete) PrunePending(record.address, unspent);
-        StoreOrdinalGuard(record.address, record.guard_keys, record.guard_ok);
+        if (record.ok) NoteListing(record.address);
+        if (record.scanned && !record.guard_ok) NoteFailedScan();
+        // Where no coin was found and nobody was asked, there is nothing to guard, and no outage to tell of.
+        const bool needs_no_guard = record.utxos.empty() && !record.scanned && !record.guard_ok;
+        if (!needs_no_guard) StoreOrdinalGuard(record.address, record.guard_keys, record.guard_ok);
     }
 }
 
@@ -451,15 +459,19 @@ bool EnsureUtxoCache(WalletLock& lock, std::string& error) {
         return false;
     }
     std::vector<AddressRefresh> records;
+    const bool may_scan = !ScanFailedLately();
     for (const OwnedAddress& owned : OwnedAddresses()) {
         const UtxoCacheEntry* entry = FindEntry(owned.address);
-        if (entry != nullptr && entry->valid) continue;
-        records.emplace_back().address = owned.address;
+        const bool known = entry != nullptr && entry->valid;
+        if (known && (entry->utxos.empty() || !may_scan || IsCovered(owned.address))) continue;
+        AddressRefresh& record = records.emplace_back();
+        record.address = owned.address;
+        record.scan_only = known;
     }
     if (records.empty()) return true;
 
     lock.unlock();
-    FetchRefreshRecords(records, /*with_ordinals=*/false);
+    FetchRefreshRecords(records, may_scan ? OrdinalScans::kWhereCoins : OrdinalScans::kNone);
     lock.lock();
     if (!LoadWallet() || WalletCacheId() != cache_id) {
         error = kWalletChangedText;

@@ -46,7 +46,12 @@ struct AddressRefresh {
     std::set<std::string> guard_keys;
     bool guard_ok = false;
     bool complete = false;
+    bool scan_only = false;  // its outputs are known; only its ordinals are asked for
+    bool scanned = false;    // the ordinals service was asked
 };
+
+// Of which records the ordinals are asked for, too.
+enum class OrdinalScans { kNone, kWhereCoins, kAll };
 
 // Guarded by wallet_mutex.
 extern std::vector<UtxoCacheEntry>& utxo_cache;
@@ -82,7 +87,7 @@ bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list);
 // Fetches for every record, at most kMostFetchesAtOnce at a time: each takes a thread and a descriptor or
 // two, and a wallet may have a thousand addresses.
 inline constexpr std::size_t kMostFetchesAtOnce = 64;
-void FetchRefreshRecords(std::vector<AddressRefresh>& records, bool with_ordinals);
+void FetchRefreshRecords(std::vector<AddressRefresh>& records, OrdinalScans scans);
 
 void WalletAddresses(std::vector<std::string>& list);
 std::string WalletCacheId();
@@ -97,6 +102,8 @@ bool IsCacheFresh(std::string_view address);
 void ApplyRefresh(const std::vector<AddressRefresh>& records);  // takes wallet_mutex
 
 // Both release the caller's hold around their network work and take it back; it must be held exactly once.
+// EnsureUtxoCache fetches what is not known of any address, and scans for ordinals where coins are listed
+// that no good scan covers. It is true also when a service did not answer.
 bool EnsureUtxoCache(WalletLock& lock, std::string& error);
 void RescanPlainOutputs(WalletLock& lock);
 

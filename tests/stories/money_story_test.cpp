@@ -90,11 +90,11 @@ struct Story {
     }
 
     // The listings are read now, as a status refresh would.
-    void Refresh(bool with_ordinals = false) {
+    void Refresh(OrdinalScans scans = OrdinalScans::kAll) {
         std::vector<AddressRefresh> records(2);
         records[0].address = receive;
         records[1].address = wallet.IdentityAddress();
-        FetchRefreshRecords(records, with_ordinals);
+        FetchRefreshRecords(records, scans);
         ApplyRefresh(records);
     }
 
@@ -316,6 +316,8 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
         SCOPED_TRACE(row.words);
         Story story;
         for (int i = 0; i < 4; ++i) story.Fund(10'000);
+        story.Refresh();
+        story.box.ClearRequests();
         story.Add(kRelayDown);
         story.Add(ChainSays(400, row.words));
         story.Add({Service::kArc, Of(FaultKind::kDrop)});
@@ -394,18 +396,27 @@ TEST(MoneyStory, NoListingOrOneInReversedByteOrder) {
 TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
     struct Row {
         const char* why;
+        bool scanned_before;  // a refresh an hour ago has named the inscription
         std::vector<Fault> faults;
+        bool refreshed;       // by the service as it is now
         bool marked_is_held;  // the large coin that carries an inscription
-        bool single_is_held;  // a coin of one satoshi
+        bool single_is_free;  // a coin of one satoshi
     };
     const Row rows[] = {
-        {"up: it names the inscription and clears the single satoshi", {}, true, false},
+        {"up: it names the inscription and clears the single satoshi", false, {}, true, true, true},
+        {"up: a payment asks for itself before it spends", false, {}, false, true, true},
         {"down: single satoshis are suspect, large coins cannot be told",
-         {Of(FaultKind::kDrop)},
          false,
-         true},
-        {"slow", {Of(FaultKind::kNoAnswer)}, false, true},
-        {"nonsense", {Reply(200, "{\"a\":")}, false, true},
+         {Of(FaultKind::kDrop)},
+         true,
+         false,
+         false},
+        {"down, and nothing was refreshed", false, {Of(FaultKind::kDrop)}, false, false, false},
+        {"slow", false, {Of(FaultKind::kNoAnswer)}, true, false, false},
+        {"nonsense", false, {Reply(200, "{\"a\":")}, true, false, false},
+        {"down now: what was named stays", true, {Of(FaultKind::kDrop)}, true, true, false},
+        {"named long ago, and not asked since", true, {}, false, true, false},
+        {"it does not name it any more", true, {Reply(200, "[]")}, true, true, true},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.why);
@@ -413,16 +424,20 @@ TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
         const std::string marked = story.Fund(10'000);
         const std::string plain = story.Fund(9'000);
         const std::string single = story.Fund(1);
-        story.box.MarkOrdinal(story.receive, {marked, story.VoutOf(marked), marked + "_0"});
+        const uint32_t marked_at = story.VoutOf(marked);
+        story.box.MarkOrdinal(story.receive, {marked, marked_at, marked + "_0"});
+        if (row.scanned_before) story.Refresh();
+        story.wallet.clock.AdvanceMs(3'600'000);
         for (const Fault& fault : row.faults) story.Add({Service::kOrdinals, fault});
-        story.Refresh(/*with_ordinals=*/true);
+        if (row.refreshed) story.Refresh();
         EXPECT_TRUE(IsPaid(story.Pay()));
         EXPECT_EQ(story.Holds(marked), row.marked_is_held);
         EXPECT_EQ(story.Holds(plain), !row.marked_is_held);
         {
             const WalletLock lock(wallet_mutex);
             EXPECT_EQ(IsOrdinalForAddress(story.receive, {single, story.VoutOf(single), 1}),
-                      row.single_is_held);
+                      !row.single_is_free);
+            EXPECT_EQ(IsOrdinalAnywhere({marked, marked_at, 10'000}), row.marked_is_held);
         }
         story.ExpectBooks(1);
     }

@@ -87,32 +87,35 @@ TEST_F(SpendGuard, ASingleSatoshiIsHeldBackWhileNoFreshScanSpeaksForIt) {
     wallet.clock.AdvanceMs(1);
     EXPECT_FALSE(HasFreshGuard(a));
     EXPECT_TRUE(IsOrdinalForAddress(a, single));
-    EXPECT_FALSE(IsOrdinalForAddress(a, picture)) << "an old scan does not count for its address";
-    EXPECT_TRUE(IsOrdinalAnywhere(picture)) << "but it does here, at any age";
+    EXPECT_TRUE(IsOrdinalForAddress(a, picture)) << "once named, at any age";
+    EXPECT_TRUE(IsOrdinalForAddress(b, {FlipTxidHex(picture.txid), 0, 10'000})) << "wherever it is listed";
+    StoreOrdinalGuard(a, {}, /*ok=*/true);
+    EXPECT_TRUE(IsOrdinalForAddress(a, picture)) << "though a later scan misses it";
+    EXPECT_TRUE(IsOrdinalAnywhere(picture));
+    ClearGuardState();
+    EXPECT_FALSE(IsOrdinalForAddress(a, picture) || IsOrdinalAnywhere(picture)) << "of another wallet";
 }
 
 TEST_F(SpendGuard, AnOutageLastsTwentySecondsFromTheLastFailedScan) {
-    const Utxo single{TestTxid(1), 0, 1}, picture{TestTxid(3), 0, 10'000};
+    const Utxo single{TestTxid(1), 0, 1}, picture{TestTxid(3), 0, 10'000}, other{TestTxid(4), 0, 10'000};
     StoreOrdinalGuard("a", {OutpointKey(picture.txid, 0)}, true);
     EXPECT_FALSE(OrdinalsOutageRunning());
     StoreOrdinalGuard("b", {}, /*ok=*/false);
     EXPECT_TRUE(OrdinalsOutageRunning());
     EXPECT_TRUE(IsOrdinalForAddress("a", single)) << "of whatever address";
-    EXPECT_FALSE(IsOrdinalForAddress("a", picture)) << "the value alone decides now";
+    EXPECT_TRUE(IsOrdinalForAddress("a", picture) && IsOrdinalAnywhere(picture)) << "named before";
+    EXPECT_FALSE(IsOrdinalForAddress("a", other) || IsOrdinalAnywhere(other)) << "the value alone decides";
     EXPECT_TRUE(IsOrdinalAnywhere(single));
-    EXPECT_FALSE(IsOrdinalAnywhere(picture));
 
     wallet.clock.AdvanceMs(15'000);
-    StoreOrdinalGuard("b", {OutpointKey(picture.txid, 0)}, false);
+    StoreOrdinalGuard("b", {OutpointKey(other.txid, 0)}, false);
     StoreOrdinalGuard("a", {}, true);
     wallet.clock.AdvanceMs(19'999);
     EXPECT_TRUE(OrdinalsOutageRunning()) << "a good scan does not end it";
     wallet.clock.AdvanceMs(1);
     EXPECT_FALSE(OrdinalsOutageRunning());
-    EXPECT_TRUE(IsOrdinalAnywhere(picture)) << "what the failed scan had read before it failed";
+    EXPECT_TRUE(IsOrdinalAnywhere(other)) << "what the failed scan had read before it failed";
     EXPECT_FALSE(IsOrdinalAnywhere(single));
-    StoreOrdinalGuard("b", {}, true);
-    EXPECT_FALSE(IsOrdinalAnywhere(picture)) << "one entry for each address";
 }
 
 TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {

@@ -237,7 +237,7 @@ TEST_F(UtxoCache, TheBalanceIsWhatTheCurrentAddressCanSpend) {
     StoreOrdinalGuard(address, {OutpointKey(TestTxid(2), 0)}, true);
     EXPECT_EQ(SpendableBalance(), 501);
     wallet.clock.AdvanceMs(20'000);
-    EXPECT_EQ(SpendableBalance(), 1'500) << "without a fresh scan the single satoshi is held back";
+    EXPECT_EQ(SpendableBalance(), 500) << "without a fresh scan the single satoshi is held back, too";
     MarkSpentInMemory(TestTxid(1), 0);
     MarkSpentInMemory(TestTxid(2), 0);
     EXPECT_EQ(SpendableBalance(), 0);
@@ -269,6 +269,18 @@ class UtxoNetwork : public testing::Test {
         return std::ranges::count_if(services.box.Requests(Service::kChain), [&](const std::string& request) {
             return request.find(path) != std::string::npos;
         });
+    }
+
+    // The addresses whose outputs the ordinals service was asked about.
+    std::string Scans() const {
+        std::string scanned;
+        for (const std::string& request : services.box.Requests(Service::kOrdinals)) {
+            const std::size_t at = request.find("/txos/address/");
+            if (at == std::string::npos) continue;
+            const std::string rest = request.substr(at + 14);
+            scanned += (scanned.empty() ? "" : " ") + rest.substr(0, rest.find('/'));
+        }
+        return scanned;
     }
 
     WalletFixture wallet;
@@ -401,8 +413,8 @@ TEST_F(UtxoNetwork, APaymentFetchesOnlyWhatIsNotKnown) {
     EXPECT_TRUE(EnsureUtxoCache(lock, error)) << "a fetch that failed is a fetch";
     EXPECT_EQ(Cached(address), "?");
     EXPECT_EQ(Cached(wallet.IdentityAddress()), "2:0=40");
-    EXPECT_TRUE(OrdinalsOutageRunning()) << "no scan was made";
-    EXPECT_TRUE(services.box.Requests(Service::kOrdinals).empty());
+    EXPECT_EQ(Scans(), wallet.IdentityAddress()) << "once, and only where there are coins";
+    EXPECT_FALSE(OrdinalsOutageRunning());
 
     services.box.ClearFaults();
     services.box.ClearRequests();
@@ -411,10 +423,25 @@ TEST_F(UtxoNetwork, APaymentFetchesOnlyWhatIsNotKnown) {
     EXPECT_TRUE(EnsureUtxoCache(lock, error));
     EXPECT_EQ(Cached(address), "1:0=50");
     EXPECT_EQ(Asked(wallet.IdentityAddress()), 0) << "valid, however old";
+    EXPECT_EQ(Scans(), address);
     services.box.ClearRequests();
     EXPECT_TRUE(EnsureUtxoCache(lock, error));
     EXPECT_TRUE(services.box.Requests(Service::kChain).empty());
     EXPECT_TRUE(lock.owns_lock());
+    EXPECT_EQ(Scans(), "");
+
+    // A listing without a scan leaves its outputs uncovered; a service that fails is asked again after a
+    // while.
+    ApplyRefresh({{address, {{TestTxid(1), 0, 50}, {TestTxid(3), 0, 60}}, /*ok=*/true, {}}});
+    services.Reply(Service::kOrdinals, "/txos/", 500, "");
+    for (const int pause : {0, 19'999, 1}) {
+        wallet.clock.AdvanceMs(pause);
+        services.box.ClearRequests();
+        EXPECT_TRUE(EnsureUtxoCache(lock, error));
+        EXPECT_EQ(Scans(), pause == 19'999 ? "" : address) << pause;
+        EXPECT_TRUE(services.box.Requests(Service::kChain).empty());
+        EXPECT_TRUE(OrdinalsOutageRunning());
+    }
 
     ClearWalletState();
     SetWalletId("");
@@ -447,7 +474,7 @@ TEST_F(UtxoNetwork, ARefreshFetchesEveryRecordAndFewAtOnce) {
     services.box.AddFault(Service::kChain, slow);
     std::vector<AddressRefresh> records(128);
     for (AddressRefresh& record : records) record.address = address;
-    FetchRefreshRecords(records, /*with_ordinals=*/true);
+    FetchRefreshRecords(records, OrdinalScans::kAll);
     for (const AddressRefresh& record : records) {
         EXPECT_TRUE(record.ok && record.complete && record.guard_ok);
         ASSERT_EQ(record.utxos.size(), 1u);
