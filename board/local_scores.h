@@ -39,12 +39,10 @@ struct BoardSnapshot {
 BoardSnapshot TakeBoardSnapshot(const nlohmann::json& ui_doc, const RunControl& run);
 
 // Lists a score in the document: at the end of a run with an empty `txid`, and after its record with the
-// transaction's id, which completes the same entry. `save` runs when something was stored. Takes
-// wallet_mutex.
+// transaction's id, which completes the same entry. `save` runs when something was stored.
 void RecordLocalScore(nlohmann::json& ui_doc, int64_t final_score, std::string_view txid,
                       const std::function<void()>& save);
 
-// Both take wallet_mutex for the wallet's names.
 void MergeWeek(const BoardSnapshot& snapshot, std::vector<ScoreRow>& rows);
 void MergeBest(const BoardSnapshot& snapshot, ScoreRow& best, bool& has_best);
 

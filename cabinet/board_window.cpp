@@ -1,17 +1,13 @@
 #include "cabinet/board_window.h"
 
-#include <algorithm>
-#include <mutex>
-
 #include "board/faces.h"
 #include "cabinet/controls.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/images.h"
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
-#include "game/flows.h"
-#include "wallet/app_binds.h"
 #include "wallet/ov_pouch_wallet.h"
+#include "wallet/status_refresh.h"
 
 namespace brickfall {
 namespace {
@@ -75,10 +71,8 @@ std::string SpokenBoard(const BoardView& view) {
 }  // namespace
 
 void UpdateMyFaceKey(std::string& key) {
-    const WalletLock lock(wallet_mutex, std::try_to_lock);
-    if (!lock.owns_lock()) return;
-    key = IsConnected() ? PlayerHandle() : std::string();
-    key.resize(std::min(key.find('@'), key.size()));
+    const ShownWallet shown = WalletShown();
+    key = shown.loaded && shown.is_hd ? NormalizePaymailHandle(shown.name) : std::string();
 }
 
 void PaintBoard(Canvas& canvas, const BoardView& view) {

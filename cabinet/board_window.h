@@ -27,8 +27,7 @@ WindowId OpenBoardWindow(WindowId owner, const BoardView& view);
 
 void PaintBoard(Canvas& canvas, const BoardView& view);
 
-// Brings `key` to the face key of the connected wallet; empty without one. While a payment holds the wallet
-// it stays as it is, so that no paint ever waits for a network.
+// Brings `key` to the face key of the connected wallet; empty without one.
 void UpdateMyFaceKey(std::string& key);
 
 }  // namespace brickfall

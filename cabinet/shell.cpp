@@ -300,8 +300,6 @@ void OnCommand(int id) {
     }
 }
 
-// Looking the name up writes the registry of names, so it is done when the wallet may have changed and at no
-// paint. Where a payment or a refresh holds the wallet, its result comes here again.
 void RefreshOwnRow() {
     UpdateMyFaceKey(shell.board_view.my_key);
     InvalidateWindow(shell.board);
@@ -365,7 +363,7 @@ void OnPosted(Message& message) {
             return OnBoardDone(TakePayload<std::unique_ptr<BoardResult>>(message.payload));
         case kMsgBalanceDone: {
             const auto balance = TakePayload<StatusResult>(message.payload);
-            RefreshOwnRow();  // the refresh may have held the wallet, or found the player's name
+            RefreshOwnRow();  // the refresh may have found the player's name
             return SetLine(kControlBalanceLine, balance.chain_ok
                                                     ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
                                                     : "Pouch balance:  (WhatsOnChain miss)");
@@ -464,8 +462,8 @@ CellSize RefreshLayout() {
 }
 
 void RefreshWalletLabels() {
-    RefreshOwnRow();  // before a worker takes the wallet
-    const bool connected = IsConnected();
+    const bool connected = IsConnected();  // loads the wallet at the start
+    RefreshOwnRow();
     std::string wallet = "Wallet: not connected";
     std::string balance = "Pouch balance:  -";
     if (connected) {

@@ -89,6 +89,7 @@ void ClearBind() {
 
 bool IsConnected() {
     if (AppMode() && BoundWalletId().empty() && WalletId().empty()) return false;
+    if (const ShownWallet shown = WalletShown(); shown.loaded) return shown.is_hd;
     const WalletLock lock(wallet_mutex);
     return LoadWallet() && wallet_keys.is_hd;
 }

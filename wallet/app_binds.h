@@ -18,7 +18,7 @@ std::string BoundWalletId();  // reads the file afresh
 // written, so that a later start would not take it. No app and no id: does nothing, and that is true.
 bool WriteBind(std::string_view wallet_id);
 void ClearBind();    // deletes the bind file and forgets the wallet id
-bool IsConnected();  // a bound hd wallet whose file loads
+bool IsConnected();  // a bound hd wallet whose file loads; takes wallet_mutex only where none is loaded
 
 // The binding state; each read and write of it is guarded, so these give copies.
 bool AppMode();

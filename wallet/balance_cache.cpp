@@ -1,6 +1,8 @@
 #include "wallet/balance_cache.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -23,6 +25,9 @@ int64_t last_balance = -1;
 int64_t spend_floor = -1;
 int64_t spend_at = 0;
 
+// What the label shows, for those who do not wait for the wallet.
+std::atomic<int64_t> shown_balance = -1;
+
 std::string FaceFolder() { return StoreRoot() + "/tx_hist"; }
 std::string FacePath() { return FaceFolder() + "/" + WalletCacheId() + "_face.json"; }
 
@@ -35,6 +40,7 @@ int64_t ApplyHold(int64_t balance) {
 
 void Remember(int64_t balance) {
     last_balance = balance;
+    shown_balance = balance;
     WriteFaceBalance(balance);
 }
 
@@ -88,25 +94,23 @@ int64_t ReadFaceBalance(std::string_view address) {
 
 void ClearBalanceMemory() {
     last_balance = -1;
+    shown_balance = -1;
     spend_floor = -1;
     spend_at = 0;
 }
 
 int64_t ReadShownBalance() {
+    const WalletLock lock(wallet_mutex, std::try_to_lock);
+    if (!lock.owns_lock()) return shown_balance;
     int64_t balance = -1;
-    {
-        const WalletLock lock(wallet_mutex);
-        if (LoadWallet()) {
-            ReloadWalletHints();
-            balance = SpendableBalance();
-            if (balance >= 0) {
-                balance = HoldAndRemember(balance);
-            } else {
-                balance = last_balance >= 0 ? last_balance : ReadFaceBalance(wallet_keys.address);
-            }
-        }
+    if (LoadWallet()) {
+        ReloadWalletHints();
+        balance = SpendableBalance();
+        if (balance >= 0) return HoldAndRemember(balance);
+        balance = last_balance >= 0 ? last_balance : ReadFaceBalance(wallet_keys.address);
     }
-    return balance >= 0 ? balance : CachedBalance();
+    shown_balance = balance >= 0 ? balance : CachedBalance();
+    return shown_balance;
 }
 
 int64_t CachedBalance() {

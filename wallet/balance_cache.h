@@ -17,8 +17,10 @@ void WriteFaceBalance(int64_t satoshis);
 int64_t ReadFaceBalance(std::string_view address);
 void ClearBalanceMemory();
 
-// These take it.
+// What the label shows. Takes wallet_mutex where it is free; while another thread holds it, the number is the
+// one that it came to before, so that no window waits for a payment.
 int64_t ReadShownBalance();
-int64_t CachedBalance();
+
+int64_t CachedBalance();  // takes wallet_mutex
 
 }  // namespace brickfall

@@ -29,6 +29,9 @@ namespace {
 
 using nlohmann::json;
 
+std::mutex& shown_mutex = *new std::mutex;     // a leaf
+ShownWallet& shown_wallet = *new ShownWallet;  // guarded by shown_mutex
+
 constexpr int kFormatVersion = 2;
 constexpr std::size_t kMaxNoteBytes = 80;
 constexpr char kTooManyAddressesText[] =
@@ -171,6 +174,7 @@ void ResetWalletKeys() {
     OPENSSL_cleanse(&wallet_keys.master, sizeof wallet_keys.master);
     wallet_keys = WalletKeys{};
     ClearDerivationCache();
+    ShowWallet();
 }
 
 bool LoadHd(WalletFile& file) {
@@ -256,6 +260,18 @@ std::string NormalizeContactDest(std::string_view text) {
     return name;
 }
 
+void ShowWallet() {
+    ShownWallet shown = {!wallet_keys.priv.empty() && !wallet_keys.address.empty(), wallet_keys.is_hd,
+                         wallet_keys.address, wallet_keys.paymail};
+    const std::lock_guard lock(shown_mutex);
+    shown_wallet = std::move(shown);
+}
+
+ShownWallet WalletShown() {
+    const std::lock_guard lock(shown_mutex);
+    return shown_wallet;
+}
+
 bool LoadWallet() {
     if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
     const std::string told = std::exchange(wallet_load_error, {});
@@ -265,6 +281,7 @@ bool LoadWallet() {
     ResetWalletKeys();
     if (file->IsHd() ? LoadHd(*file) : LoadLegacy(*file)) {
         LoadSpentSet();
+        ShowWallet();
         return true;
     }
     // Half a wallet would pass for a loaded one at the next call, and its words are of no use.
@@ -292,6 +309,7 @@ void ReloadWalletHints() {
     if (!file->HasText("ord_avatar")) wallet_keys.ord_avatar.clear();
     ReadNames(file->document);
     if (wallet_keys.is_hd && wallet_keys.recv[1] != former_index) RefreshDerivedKeys();
+    ShowWallet();
 }
 
 void ClearWalletState() {
@@ -303,16 +321,11 @@ void ClearWalletState() {
 }
 
 bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd) {
-    address.clear();
-    paymail.clear();
-    is_hd = false;
-    const WalletLock lock(wallet_mutex);
-    if (!wallet_keys.address.empty()) {
-        address = wallet_keys.address;
-        paymail = DisplayPaymail(wallet_keys.paymail);
-        is_hd = wallet_keys.is_hd;
-        return true;
-    }
+    const ShownWallet shown = WalletShown();
+    address = shown.address;
+    paymail = DisplayPaymail(shown.name);
+    is_hd = shown.is_hd;
+    if (!address.empty()) return true;
     if (WalletId().empty()) return false;
     const std::optional<WalletFile> file = ParsedWalletFile();
     if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;

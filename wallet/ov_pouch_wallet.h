@@ -1,6 +1,7 @@
 // ov_pouch_wallet.h - the one wallet of the process: its state, its lock and its file.
 // wallet_mutex guards WalletKeys and every cache that hangs on it. It is recursive, since the operations that
-// hold it call one another. Lock order: wallet_mutex, then the paymail registry's or the store's lock.
+// hold it call one another. Lock order: wallet_mutex, then the paymail registry's or the store's lock. The
+// main thread takes it for what a click cannot do without, and never for what it shows.
 #pragma once
 
 #include <array>
@@ -72,10 +73,22 @@ bool SaveWallet();  // hd only; false when the file stays as it was
 void ReloadWalletHints();
 void ClearWalletState();  // wipes every secret and empties every per-wallet cache
 
-// These two take it.
-bool WalletSummary(std::string& address, std::string& paymail,
-                   bool& is_hd);  // paymail with its domain, or empty
-std::string CurrentAddress();
+// What a window shows of the wallet in memory: a copy that stands under a leaf lock of its own, so that
+// nobody who only shows it waits for a payment, which holds wallet_mutex for as long as services take.
+struct ShownWallet {
+    bool loaded = false;
+    bool is_hd = false;
+    std::string address;
+    std::string name;  // the local part of the paymail, or empty
+};
+ShownWallet WalletShown();
+void ShowWallet();  // takes the copy; with wallet_mutex held, wherever one of its fields may have changed
+
+// Of the wallet shown, else from the file without loading it; `paymail` with its domain, or empty. Never
+// waits for wallet_mutex.
+bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd);
+
+std::string CurrentAddress();  // takes wallet_mutex
 
 std::string WalletFilePath();
 std::string NormalizeContactDest(std::string_view text);

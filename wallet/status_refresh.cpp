@@ -113,6 +113,7 @@ void PaymailSync(bool announce) {
     keys.paymail = NormalizePaymailHandle(keys.paymail);
     const bool was_nameless = keys.paymail.empty();
     if (was_nameless) keys.paymail = FindNameForPubkey(keys.identity_pub);
+    ShowWallet();
     if (keys.paymail.empty()) return;
     // A name that the registry refuses stays in the wallet all the same.
     RegisterPaymail(keys.paymail, keys.identity_pub, keys.address);

@@ -2,14 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <thread>
+
 #include "base/files.h"
+#include "base/workers.h"
 #include "board/board_load.h"
 #include "cabinet/controls.h"
 #include "cabinet/images.h"
 #include "cabinet/theme.h"
+#include "cabinet/ui_settings.h"
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
+#include "wallet/ov_pouch_wallet.h"
 #include "wallet/shared_store.h"
 #include "wallet/status_refresh.h"
 
@@ -310,6 +318,67 @@ TEST(Shell, ShowsTheWalletAndItsBalance) {
     EXPECT_EQ(cabinet.Text(1003), "Wallet: not connected");
     EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  -");
     EXPECT_EQ(cabinet.Text(1001), "Connect");
+}
+
+// As a payment holds it while the services are silent. Gives up after a while, so that a window that waits
+// for the wallet fails its test and does not hang it.
+class HeldWallet {
+  public:
+    HeldWallet() { held_.get_future().wait(); }
+    bool Release() {  // false: somebody waited for it
+        release_.set_value();
+        thread_.join();
+        return in_time_;
+    }
+
+  private:
+    std::promise<void> held_, release_;
+    bool in_time_ = false;
+    std::thread thread_{[this] {
+        const WalletLock lock(wallet_mutex);
+        held_.set_value();
+        in_time_ = release_.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    }};
+};
+
+TEST(Shell, NeverWaitsForAWalletThatAPaymentHolds) {
+    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
+    const std::string address = cabinet.wallet->ReceiveAddress(0),
+                      name = std::string("ada@") + kPaymailDomain;
+    SetInlineWorkers(false);
+    HeldWallet held;
+    cabinet.BeginRun();
+    for (const int button : {1015, 1013, 1017}) {
+        ClickControl(cabinet.main, button);
+        PumpMessages();
+    }
+    for (const WindowId tool : {shell.settings, shell.help, shell.report}) {
+        EXPECT_TRUE(WindowExists(tool));
+        DestroyWindow(tool);
+    }
+    PressKey(cabinet.main, Key::kP);
+    cabinet.Tick(160);
+    shell.run.game.score = 500;
+    shell.run.game.game_over = true;
+    FinishRun(shell.run, shell.driver.run);
+    const auto& listed = ui_doc["week_scores"][0];
+    EXPECT_EQ(listed.value("paymail", ""), name);
+    EXPECT_EQ(listed.value("pay_addr", ""), address);
+
+    auto board = std::make_unique<BoardResult>();
+    board->rows.emplace_back().handle = "ada";
+    PostWindowMessage(cabinet.main, kMsgBoardDone, 0, MakePayload(std::move(board)));
+    PostWindowMessage(cabinet.main, kMsgBalanceDone, 0, MakePayload(StatusResult{true, 7}));
+    PumpMessages();
+    EXPECT_EQ(shell.board_view.my_key, "ada");
+    PostWindowMessage(cabinet.main, kMsgPayDone, kPayReport, MakePayload(std::string("error: no coins")));
+    PumpMessages();
+    EXPECT_EQ(cabinet.Text(1003), "Wallet: " + name);
+    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  0.00000000 BSV");
+    EXPECT_EQ(cabinet.Text(1001), "Connected");
+    EXPECT_TRUE(held.Release()) << "the main thread waited for the wallet";
+    WaitForWorkers();
+    PumpMessages();
 }
 
 TEST(Shell, ComesUpOnAStoreThatCannotBeWrittenAndWithoutALogo) {

@@ -293,7 +293,9 @@ TEST_F(KeyDerivation, TheWalletIsFreeWhileManyAddressesAreDerived) {
     });
     EXPECT_FALSE(ListOwnedAddresses(lock)) << "the wallet went away meanwhile";
     EXPECT_TRUE(lock.owns_lock());
+    lock.unlock();
     other.join();
+    lock.lock();
     EXPECT_TRUE(OwnedAddresses().empty());
 }
 
