@@ -1,6 +1,5 @@
 #include "cabinet/face_drawing.h"
 
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -27,11 +26,8 @@ Font& InitialFont() {
 void BuildFaceBitmaps(const FaceBytes& face_bytes) {
     face_bitmaps.clear();
     for (const auto& [key, bytes] : face_bytes) {
-        std::optional<Image> image = DecodeImage(bytes);
+        std::optional<Image> image = DecodeImage(bytes, kKeptSide);
         if (!image) continue;
-        if (image->w > kKeptSide || image->h > kKeptSide) {
-            image = ResizeImage(*image, std::min(image->w, kKeptSide), std::min(image->h, kKeptSide));
-        }
         face_bitmaps.emplace(key, *std::move(image));
     }
 }

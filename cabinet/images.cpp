@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "assets/assets.h"
@@ -25,7 +26,7 @@ bool IsGround(uint32_t pixel) {
 std::string_view LogoFile() { return LogoFile1024(); }
 
 void LoadLogo(std::string_view file) {
-    logo = DecodeImage(file).value_or(Image());
+    logo = DecodeImage(std::string(file), kMaxDecodedSide).value_or(Image());
     std::replace_if(logo.pixels.begin(), logo.pixels.end(), IsGround, 0u);
     if (logo.w > kLogoSide || logo.h > kLogoSide) logo = ResizeImage(logo, kLogoSide, kLogoSide);
 }
@@ -38,7 +39,7 @@ Image StoredIcon(int size) {
     for (const auto& [side, file] : {std::pair(16, IconFile16()), std::pair(32, IconFile32()),
                                      std::pair(48, IconFile48()), std::pair(256, IconFile256())}) {
         if (side < size && side != 256) continue;
-        const std::optional<Image> icon = DecodeImage(file);
+        const std::optional<Image> icon = DecodeImage(std::string(file), kMaxDecodedSide);
         return icon ? ResizeImage(*icon, size, size) : Image();
     }
     return {};

@@ -1,18 +1,32 @@
-// Any bytes as a picture: nothing, or one whose pixels are as many as its sides say, within the limit.
+// Any bytes as a picture: nothing, or a still one within its limits, which is cut down to itself.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
+#include <string>
 
 #include "fuzz/support.h"
 #include "platform/image.h"
+#include "platform/picture_guard.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;
-    const auto image = DecodeImage({reinterpret_cast<const char*>(data), size});
+    constexpr int kSide = 16;
+    const std::string file(reinterpret_cast<const char*>(data), size);
+    std::string kept = file;
+    const auto still = KeepStillPicture(kept);
+    const auto image = DecodeImage(file, kSide);
+    if (!still) {
+        Require(!image);
+        return 0;
+    }
+    Require(still->w >= 1 && still->w <= kMaxPictureSide && still->h >= 1 && still->h <= kMaxPictureSide);
+    Require(kept.size() <= file.size() + 2);  // with an end, where there was none
+    std::string again = kept;
+    const auto still_again = KeepStillPicture(again);
+    Require(still_again && still_again->w == still->w && still_again->h == still->h && again == kept);
     if (!image) return 0;
-    Require(image->w >= 1 && image->w <= kMaxImageSide && image->h >= 1 && image->h <= kMaxImageSide);
+    Require(image->w == std::min(still->w, kSide) && image->h == std::min(still->h, kSide));
     Require(image->pixels.size() == static_cast<std::size_t>(image->w) * static_cast<std::size_t>(image->h));
-    const Image small = ResizeImage(*image, 16, 16);
-    Require(small.w == 16 && small.h == 16 && small.pixels.size() == 256);
+    Require(DecodeImage(kept, kSide) == image);
     return 0;
 }

@@ -106,6 +106,7 @@ PlatformState& State() {
 Platform::Platform(int& argument_count, char** arguments) {
     PlatformState& state = State();
     PrepareDecoders();
+    OpenDecoders();
     QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     state.application = std::make_unique<QApplication>(argument_count, arguments);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
@@ -121,6 +122,7 @@ Platform::Platform(int& argument_count, char** arguments) {
 
 Platform::~Platform() {
     PlatformState& state = State();
+    CloseDecoders();
     {
         const std::scoped_lock lock(state.mutex);
         state.receiver = nullptr;

@@ -3,7 +3,7 @@
 
 #include <QImage>
 
-#include "platform/image.h"
+#include "base/image.h"
 
 namespace brickfall {
 
@@ -19,5 +19,10 @@ Image FromQImage(QImage picture);
 
 // Sets the decoders' limit, and keeps what is only noise off the terminal. Does it once.
 void PrepareDecoders();
+
+// Around the toolkit's life: closing waits for the picture that is being read, if any, and from then on
+// DecodeImage gives nothing.
+void OpenDecoders();
+void CloseDecoders();
 
 }  // namespace brickfall

@@ -1,16 +1,25 @@
-// Pictures of every kind, whole and broken. The files are those that the fuzz target starts from.
+// Pictures of every kind, whole, broken, and made to cost. The small files are those that the fuzz target
+// starts from.
 #include "platform/image.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/files.h"
+#include "platform/picture_guard.h"
+#include "tests/support/picture_files.h"
 
 namespace brickfall {
 namespace {
+
+using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 std::string Sample(const std::string& name) {
     return ReadFile(std::string(BRICKFALL_SOURCE_DIR) + "/fuzz/corpus/image/" + name).value_or("");
@@ -18,8 +27,14 @@ std::string Sample(const std::string& name) {
 
 using Pixels = std::vector<uint32_t>;
 
+std::optional<Image> Decoded(const std::string& name) { return DecodeImage(Sample(name), 64); }
+
+std::string Replaced(std::string file, std::size_t at, std::string_view bytes) {
+    return file.replace(at, bytes.size(), bytes);
+}
+
 TEST(Decode, ReadsEveryKind) {
-    const auto png = DecodeImage(Sample("quad.png"));
+    const auto png = Decoded("quad.png");
     ASSERT_TRUE(png);
     EXPECT_EQ(png->w, 2);
     EXPECT_EQ(png->h, 2);
@@ -27,15 +42,15 @@ TEST(Decode, ReadsEveryKind) {
               (Pixels{0xFFFF0000, 0x8000FF00, 0xFF0000FF}))
         << "not premultiplied";
     EXPECT_EQ(png->pixels.back() >> 24, 0u);
-    const auto bmp = DecodeImage(Sample("quad.bmp"));  // its last row comes first
+    const auto bmp = Decoded("quad.bmp");  // its last row comes first
     ASSERT_TRUE(bmp);
     EXPECT_EQ(bmp->pixels, (Pixels{0xFFFF0000, 0xFF00FF00, 0xFF0000FF, 0xFFFFFFFF}));
-    const auto gif = DecodeImage(Sample("two_frames.gif"));
+    const auto gif = Decoded("two_frames.gif");
     ASSERT_TRUE(gif);
     EXPECT_EQ(gif->pixels, (Pixels{0xFFFF0000})) << "the first frame";
     for (const char* const name : {"orange.jpg", "progressive.jpg", "orange.webp"}) {
         SCOPED_TRACE(name);
-        const auto image = DecodeImage(Sample(name));
+        const auto image = Decoded(name);
         ASSERT_TRUE(image);
         EXPECT_EQ(image->pixels.size(), 256u);
         const uint32_t pixel = image->pixels[100];
@@ -45,35 +60,182 @@ TEST(Decode, ReadsEveryKind) {
     }
 }
 
-TEST(Decode, ReducesAPhotograph) {
-    std::string photo = Sample("orange.jpg");
-    const std::size_t frame = photo.find("\xFF\xC0");  // then length, precision, height and width
-    ASSERT_NE(frame, std::string::npos);
-    photo.replace(frame + 5, 4, "\x0B\xB8\x0F\xA0");  // 3,000 by 4,000
-    const auto image = DecodeImage(photo);
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->w, 1'024);
-    EXPECT_EQ(image->h, 768);
-    EXPECT_EQ(image->pixels.size(), 1'024u * 768);
+TEST(Decode, ReducesEachLongSide) {
+    const std::string rows((1 + 300 * 4) * 8, '\0');
+    const std::pair<std::string, std::pair<int, int>> files[] = {
+        {ProgressiveJpeg(3'000, 4'000, 3, 0), {152, 152}},
+        {PngFile(300, 8, 8, 6, false, Deflated(rows)), {152, 8}},
+        {WebpOfManyGroups(160), {152, 152}},
+    };
+    for (const auto& [file, size] : files) {
+        const auto image = DecodeImage(file, 152);
+        ASSERT_TRUE(image) << size.second;
+        EXPECT_EQ(std::pair(image->w, image->h), size);
+        EXPECT_EQ(image->pixels.size(), static_cast<std::size_t>(size.first * size.second));
+    }
 }
 
-TEST(Decode, RefusesWhatIsNoPictureOrTooLarge) {
-    EXPECT_FALSE(DecodeImage(""));
-    EXPECT_FALSE(DecodeImage("not a picture"));
-    EXPECT_FALSE(DecodeImage("<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>"));
-    EXPECT_FALSE(DecodeImage(Sample("huge.png"))) << "100,000 by 100,000";
-    EXPECT_FALSE(DecodeImage(Sample("wide.png"))) << "one more than the longest side";
-    std::string bmp = Sample("quad.bmp");
-    for (const char* const side : {"\xFF\xFF\xFF\x7F", "\0\0\0\x80", "\0\0\0\0"}) {
-        bmp.replace(18, 4, side, 4);
-        EXPECT_FALSE(DecodeImage(bmp));
+// What a still picture does not need never reaches a decoder, and what it needs comes through.
+TEST(Guard, LeavesOneStillPicture) {
+    const auto with = [](const std::string& name, std::size_t at, const std::string& more) {
+        return Sample(name).insert(at, more);
+    };
+    const std::string png = Sample("quad.png"), jpeg = Sample("progressive.jpg"),
+                      gif = Sample("two_frames.gif");
+    const std::string text = Deflated(std::string(1'000'000, 'A'));
+    const std::size_t png_data = png.find("IDAT") - 4, frame = gif.find(',');
+    // No second frame, no note of what happens after the first, and of its codes those up to the last pixel.
+    const std::string gif_still = Replaced(gif.substr(0, frame + 11), frame - 5, "\0"sv) + "\1\x44\0;"s;
+    std::string chunks;
+    for (const char* const name : {"zTXt", "iTXt", "iCCP", "tEXt", "eXIf", "acTL", "fdAT"}) {
+        chunks += PngChunk(name, "k\0\0"s + text);
     }
+    const std::string segments = JpegSegment(0xE1, "Exif") + JpegSegment(0xE2, std::string(60'000, 'p')) +
+                                 JpegSegment(0xFE, "a comment") + JpegSegment(0xEE, "other");
+    const std::string lossy = Sample("orange.webp").substr(12);
+    const std::string alpha = RiffChunk("ALPH", std::string(1 + 256, '\0'));
+    const std::string canvas = RiffChunk("VP8X", "\x10\0\0\0\x0F\0\0\x0F\0\0"s);
+    const std::string still = WebpFile(canvas + alpha + lossy);
+    struct Row {
+        const char* why;
+        std::string file;
+        std::string kept;
+    };
+    const Row rows[] = {
+        {"compressed text", with("quad.png", png_data, chunks), png},
+        {"a tail", png + std::string(50'000, 't'), png},
+        {"a camera's notes", with("progressive.jpg", 2, segments), jpeg},
+        {"a cut photograph", jpeg.substr(0, jpeg.size() - 2), jpeg},
+        {"a second picture", jpeg + jpeg, jpeg},
+        {"a GIF's comment", with("two_frames.gif", frame, "!\xFE\3abc\0"s), gif_still},
+        {"a profile",
+         WebpFile(RiffChunk("VP8X", std::string(10, '\0')) + RiffChunk("ICCP", text) + lossy +
+                  RiffChunk("EXIF", text) + RiffChunk("XMP ", text)),
+         Sample("orange.webp")},
+        {"alpha apart", WebpFile(canvas + RiffChunk("ICCP", text) + alpha + lossy + RiffChunk("EXIF", text)),
+         still},
+        {"an animation",
+         WebpFile(canvas + RiffChunk("ANIM", std::string(6, '\0')) +
+                  RiffChunk("ANMF", std::string(16, '\0') + alpha + lossy) +
+                  RiffChunk("ANMF", std::string(16, '\0') + lossy)),
+         still},
+    };
+    for (const Row& row : rows) {
+        std::string file = row.file;
+        EXPECT_TRUE(KeepStillPicture(file)) << row.why;
+        EXPECT_EQ(file, row.kept) << row.why;
+        EXPECT_TRUE(DecodeImage(row.kept, 64)) << row.why;
+        EXPECT_EQ(DecodeImage(row.file, 64), DecodeImage(row.kept, 64)) << row.why;
+    }
+    const auto translucent = DecodeImage(still, 64);
+    ASSERT_TRUE(translucent);
+    EXPECT_EQ(translucent->pixels[100] >> 24, 0u) << "the plane of alpha is all zero";
+}
+
+// The last that passes, and the first that does not.
+TEST(Guard, RefusesWhatCostsTooMuch) {
+    const std::string png = Sample("quad.png"), jpeg = Sample("progressive.jpg"), bmp = Sample("quad.bmp");
+    const auto padded = [&png](std::size_t size) { return png + std::string(size - png.size(), 't'); };
+    const auto flat = [](uint32_t w, uint32_t h, int depth, int color_type, bool interlaced,
+                         std::size_t rows) {
+        return PngFile(w, h, depth, color_type, interlaced, Deflated(std::string(rows, '\0')));
+    };
+    // Blocks of deflate that hold nothing but a table, in front of the row.
+    const auto empty_blocks = [](int count) {
+        BitWriter bits;
+        bits.Put(0x9C78, 16);
+        for (int i = 0; i < count; ++i) {
+            bits.Put(0, 1);
+            bits.Put(2, 2);
+            bits.Put(0, 5 + 5);  // 257 and 1 codes
+            bits.Put(14, 4);
+            for (const uint32_t length : {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1})
+                bits.Put(length, 3);
+            for (const uint32_t zeros : {138, 118}) bits.Put((zeros - 11) << 1 | 1, 8);
+            bits.Put(0, 3);  // both codes have one bit; the end of the block
+        }
+        bits.Put(1, 3);  // the last one, as it is: one row of four
+        return PngFile(4, 1, 8, 0, false, bits.bytes + "\5\0\xFA\xFF\0\0\0\0\0\0\5\0\1"s);
+    };
+    const auto packed_bmp = [&bmp](std::string_view width) {  // 8 bits a pixel, in runs
+        return Replaced(Replaced(bmp, 28, "\x08\0\1"sv), 18, width);
+    };
+    const auto wide = [](int w, int h) { return ProgressiveJpeg(w, h, 1, 0); };
+    const std::size_t jpeg_frame = jpeg.find("\xFF\xC2");
+    struct Row {
+        const char* why;
+        std::string passes;  // none where the smallest is too much
+        std::string refused;
+    };
+    const Row rows[] = {
+        {"16 MB", padded(kMaxPictureFile), padded(kMaxPictureFile + 1)},
+        {"a PNG's side", flat(4'096, 1, 1, 0, false, 513), flat(4'097, 1, 1, 0, false, 514)},
+        {"a side below none", "", Sample("huge.png")},
+        {"8-bit pixels", flat(4'096, 3'072, 8, 6, false, 16'385 * 3'072),
+         flat(4'096, 3'073, 8, 6, false, 16'385 * 3'073)},
+        {"interlaced rows", flat(8, 8, 8, 0, true, 2 + 2 + 3 + 6 + 10 + 20 + 36), flat(8, 8, 8, 0, true, 78)},
+        {"16-bit pixels", flat(2'900, 3'000, 16, 0, false, 5'801 * 3'000),
+         flat(3'100, 3'000, 16, 0, false, 6'201 * 3'000)},
+        {"rows behind the last", flat(8, 8, 8, 2, false, 65'000), flat(8, 8, 8, 2, false, 66'000)},
+        {"tables of nothing", empty_blocks(1'000), empty_blocks(1'100)},
+        {"a damaged chunk", png, Replaced(png, png.size() - 16, "x")},
+        {"no end", png, png.substr(0, png.size() - 12)},
+        {"a JPEG's sides", wide(4'096, 4'096), wide(8, 4'097)},
+        {"scans", ProgressiveJpeg(64, 64, 3, 63), ProgressiveJpeg(64, 64, 3, 64)},
+        {"coefficients gone over", ProgressiveJpeg(4'096, 4'096, 1, 32),
+         ProgressiveJpeg(4'096, 4'096, 1, 33)},
+        {"coefficients held", ProgressiveJpeg(4'096, 4'096, 3, 0), ProgressiveJpeg(4'096, 4'096, 4, 0)},
+        {"arithmetic codes", jpeg, Replaced(jpeg, jpeg_frame + 1, "\xCA")},
+        {"12 bits a sample", jpeg, Replaced(jpeg, jpeg_frame + 4, "\x0C")},
+        {"a GIF's sides", Replaced(Sample("two_frames.gif"), 6, "\0\x10\0\x10"sv),
+         Replaced(Sample("two_frames.gif"), 6, "\1\x10")},
+        {"a BMP's sides", packed_bmp("\0\x10"sv), packed_bmp("\1\x10"sv)},
+        {"a BMP's rows", bmp, bmp.substr(0, bmp.size() - 1)},
+        {"a BMP upside down", Replaced(bmp, 22, "\xFE\xFF\xFF\xFF"), Replaced(bmp, 22, "\0\0\0\x80"sv)},
+        {"groups of codes", WebpOfManyGroups(256), WebpOfManyGroups(260)},
+        {"groups in the alpha", "",
+         WebpFile(RiffChunk("VP8X", std::string(10, '\0')) +
+                  RiffChunk("ALPH", "\1" + WebpOfManyGroups(260).substr(25)) +
+                  Replaced(Sample("orange.webp"), 26, "\4\1\4\1"sv).substr(12))},
+        {"no picture", "", "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>"},
+        {"nothing", "", ""},
+    };
+    for (Row row : rows) {
+        EXPECT_TRUE(row.passes.empty() || KeepStillPicture(row.passes)) << row.why;
+        EXPECT_FALSE(KeepStillPicture(row.refused)) << row.why;
+        EXPECT_FALSE(DecodeImage(row.refused, 64)) << row.why;
+    }
+}
+
+// Codes that make strings of up to 4,096 pixels: a decoder would make them all.
+TEST(Guard, EndsAGifWithItsLastPixel) {
+    BitWriter bits;
+    bits.Put(4, 3);
+    bits.Put(0, 3);
+    int next = 6, width = 3;
+    for (int i = 0; i < 200'000; ++i) {  // each code the one that is just being made, then the longest
+        bits.Put(static_cast<uint32_t>(std::min(next, 4'095)), width);
+        if (next < 4'096 && ++next == 1 << width && width < 12) ++width;
+    }
+    std::string file("GIF89a\x40\0\x40\0\x80\0\0\0\0\0\xFF\0\0,\0\0\0\0\x40\0\x40\0\0\2", 30);
+    for (std::size_t at = 0; at < bits.bytes.size(); at += 255) {
+        const std::string part = bits.bytes.substr(at, 255);
+        file += static_cast<char>(part.size()) + part;
+    }
+    file += "\0;"s;
+    std::string kept = file;
+    ASSERT_TRUE(KeepStillPicture(kept));
+    // 1 + 2 + ... + 90 is just below 4,096 pixels, and the first ninety codes take less than 100 bytes.
+    EXPECT_LT(kept.size(), 30u + 100);
+    const auto image = DecodeImage(file, 64);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->pixels, Pixels(64 * 64, 0xFF000000));
 }
 
 TEST(Decode, TakesBrokenFilesAsTheyCome) {
     std::mt19937 random(20'250'101);
-    for (const char* const name :
-         {"quad.png", "quad.bmp", "two_frames.gif", "orange.jpg", "progressive.jpg", "orange.webp"}) {
+    for (const char* const name : {"quad.png", "quad.bmp", "two_frames.gif", "orange.jpg", "progressive.jpg",
+                                   "orange.webp", "lossless.webp"}) {
         const std::string whole = Sample(name);
         ASSERT_FALSE(whole.empty()) << name;
         for (int round = 0; round < 150; ++round) {
@@ -81,10 +243,10 @@ TEST(Decode, TakesBrokenFilesAsTheyCome) {
             for (unsigned i = random() % 4; i > 0 && !broken.empty(); --i) {
                 broken[random() % broken.size()] = static_cast<char>(random());
             }
-            const auto image = DecodeImage(broken);
+            const auto image = DecodeImage(broken, 8);
             if (image) {
                 EXPECT_EQ(image->pixels.size(), static_cast<std::size_t>(image->w * image->h)) << name;
-                EXPECT_LE(std::max(image->w, image->h), kMaxImageSide);
+                EXPECT_LE(std::max(image->w, image->h), 8);
             }
         }
     }

@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <optional>
+#include <string>
+
+#include "base/files.h"
 
 namespace brickfall {
 namespace {
@@ -23,7 +26,10 @@ class PlatformOffScreen : public ::testing::Environment {
         const WindowId window = OpenWindow({.title = "Last", .size = {100, 100}}, nullptr);
         EXPECT_TRUE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(alive)));
         EXPECT_EQ(alive, 1);
+        const std::string picture = ReadFile(BRICKFALL_SOURCE_DIR "/fuzz/corpus/image/quad.png").value_or("");
+        EXPECT_TRUE(DecodeImage(picture, 2));
         platform_.reset();
+        EXPECT_FALSE(DecodeImage(picture, 2)) << "the toolkit's decoders are gone";
         EXPECT_EQ(alive, 0);
         EXPECT_FALSE(WindowExists(window));
         EXPECT_FALSE(PostWindowMessage(window, 1, 0, std::make_unique<Counted>(alive)));
