@@ -1,6 +1,7 @@
 // The cabinet's picture, its heartbeat and its memory. On the desktop that scripts/measure-cabinet.sh makes
 // the figures are those of real windows; by itself the program draws off screen.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -10,11 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "bench/services_program.h"
 #include "board/board_load.h"
 #include "cabinet/settings_window.h"
 #include "cabinet/shell.h"
@@ -23,6 +27,7 @@
 #include "cabinet/ui_settings.h"
 #include "cabinet/well.h"
 #include "platform/automation.h"
+#include "tests/support/picture_files.h"
 #include "tests/support/temp_folder.h"
 #include "wallet/app_binds.h"
 
@@ -198,6 +203,33 @@ void BM_MemoryOfFramesAndBoards(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_MemoryOfFramesAndBoards)->Iterations(1)->Unit(benchmark::kSecond);
+
+// Foreign pictures that cost most of those that are let through. Targets: below 1 s and 150 MB each.
+void BM_FaceOfACostlyFile(benchmark::State& state) {
+    const auto png = [](int w, int h, int depth, bool interlaced) {
+        const auto bytes = static_cast<std::size_t>(h) * static_cast<std::size_t>(w * depth / 2 + 1) + 40'000;
+        const std::string rows(bytes, '\4');  // as a filter it is the dearest one, wherever a row begins
+        return PngFile(static_cast<uint32_t>(w), static_cast<uint32_t>(h), depth, /*color_type=*/6,
+                       interlaced, Deflated(rows));
+    };
+    const std::pair<const char*, std::function<std::string()>> files[] = {
+        {"PNG, 12 megapixels, interlaced", [&] { return png(4'096, 3'067, 8, true); }},
+        {"PNG, 6 megapixels of 16 bits, interlaced", [&] { return png(2'500, 2'500, 16, true); }},
+        {"JPEG, one component, 33 scans", [] { return ProgressiveJpeg(4'096, 4'096, 1, 32); }},
+        {"JPEG, three components, 31 scans", [] { return ProgressiveJpeg(4'096, 4'096, 3, 30); }},
+        {"WebP, 4,096 groups of codes", [] { return WebpOfManyGroups(256); }},
+    };
+    const auto& [name, make] = files[state.range(0)];
+    const std::string file = make();
+    ::malloc_trim(0);
+    ResetPeak();
+    for (auto _ : state) {
+        if (!DecodeImage(file, kFaceMaxSide)) state.SkipWithError("it is refused");
+    }
+    state.counters["peak_MB"] = PeakMegabytes();
+    state.SetLabel(name);
+}
+BENCHMARK(BM_FaceOfACostlyFile)->DenseRange(0, 4)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace brickfall

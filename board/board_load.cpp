@@ -17,7 +17,7 @@ void RunStep(Step step) {
 
 }  // namespace
 
-void BoardWorker(const BoardSnapshot& snapshot,
+void BoardWorker(const BoardSnapshot& snapshot, const FaceDecoder& decode,
                  const std::function<void(std::unique_ptr<BoardResult>)>& post) {
     auto result = std::make_unique<BoardResult>();
     BoardResult& board = *result;
@@ -27,7 +27,7 @@ void BoardWorker(const BoardSnapshot& snapshot,
     RunStep([&] {
         std::vector<ScoreRow> shown = board.rows;
         if (board.has_best) shown.push_back(board.best);
-        LoadFaces(shown, board.face_bytes);
+        LoadFaces(shown, decode, board.faces);
     });
     post(std::move(result));
 }

@@ -18,12 +18,12 @@ struct BoardResult {
     bool has_best = false;
     std::string week_label;
     std::string message;  // set before the local rows are merged; empty when the chain has rows this week
-    FaceBytes face_bytes;
+    Faces faces;
 };
 
 // Thread body: everything that the load reads of the main thread is in `snapshot`, and the result belongs to
-// whoever `post` hands it to.
-void BoardWorker(const BoardSnapshot& snapshot,
+// whoever `post` hands it to. `decode` is called on the same thread.
+void BoardWorker(const BoardSnapshot& snapshot, const FaceDecoder& decode,
                  const std::function<void(std::unique_ptr<BoardResult>)>& post);
 
 }  // namespace brickfall

@@ -1,6 +1,8 @@
 #include "board/faces.h"
 
+#include <new>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <utility>
 
 #include "deployment/deployment.h"
@@ -11,6 +13,16 @@ namespace brickfall {
 namespace {
 
 bool IsHttps(std::string_view text) { return text.starts_with("https://"); }
+
+// A picture that does not fit into memory is none, and the next one is tried.
+std::optional<Image> LoadFace(const std::string& key, const FaceDecoder& decode) try {
+    const std::string url = ResolveAvatarUrl(key);
+    std::string file;
+    if (url.empty() || !FetchText(url, file) || file.size() < kFaceMinBytes) return std::nullopt;
+    return decode(std::move(file), kFaceMaxSide);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
+}
 
 }  // namespace
 
@@ -38,17 +50,13 @@ std::string AvatarOfProfile(const nlohmann::json& profile) {
     return std::string(kOrdinalsContentBaseUrl) + "/content/" + inscription;
 }
 
-void LoadFaces(const std::vector<ScoreRow>& rows, FaceBytes& face_bytes) {
-    face_bytes.clear();
+void LoadFaces(const std::vector<ScoreRow>& rows, const FaceDecoder& decode, Faces& faces) {
+    faces.clear();
+    std::set<std::string> asked;
     for (const ScoreRow& row : rows) {
         const std::string key = FaceKey(row);
-        if (key.empty() || face_bytes.contains(key)) continue;
-        const std::string url = ResolveAvatarUrl(key);
-        std::string bytes;
-        if (!url.empty() && FetchText(url, bytes) && bytes.size() >= kFaceMinBytes &&
-            bytes.size() <= kFaceMaxBytes) {
-            face_bytes.emplace(key, std::move(bytes));
-        }
+        if (key.empty() || !asked.insert(key).second) continue;
+        if (std::optional<Image> face = LoadFace(key, decode)) faces.emplace(key, *std::move(face));
     }
 }
 

@@ -1,20 +1,16 @@
 #include "cabinet/face_drawing.h"
 
-#include <functional>
-#include <map>
-#include <optional>
+#include <utility>
 
 #include "cabinet/theme.h"
 
 namespace brickfall {
 namespace {
 
-// Pictures are kept at this side at most: enough for a screen of four times the density.
-constexpr int kKeptSide = 4 * kFaceSize;
 // Of a line, so that its capitals are about 17 pixels high as letters go: the em is 38 / 2.2 pixels.
 constexpr int kInitialHeight = 23;
 
-std::map<std::string, Image, std::less<>>& face_bitmaps = *new std::map<std::string, Image, std::less<>>;
+Faces& face_bitmaps = *new Faces;
 
 Font& InitialFont() {
     static Font& font = *new Font(MakeFont("Segoe UI", kInitialHeight, 700, FontQuality::kAntialiased));
@@ -23,22 +19,13 @@ Font& InitialFont() {
 
 }  // namespace
 
-void BuildFaceBitmaps(const FaceBytes& face_bytes) {
-    face_bitmaps.clear();
-    for (const auto& [key, bytes] : face_bytes) {
-        std::optional<Image> image = DecodeImage(bytes, kKeptSide);
-        if (!image) continue;
-        face_bitmaps.emplace(key, *std::move(image));
-    }
-}
-
-void DropFaceBitmaps() { face_bitmaps.clear(); }
+void BuildFaceBitmaps(Faces faces) { face_bitmaps = std::move(faces); }
 
 void DrawFace(Canvas& canvas, int x, int y, std::string_view key) {
     const Rect square = {x, y, kFaceSize, kFaceSize};
-    const auto bitmap = face_bitmaps.find(key);
-    if (bitmap != face_bitmaps.end()) {
-        canvas.ClipEllipse(square, [&] { canvas.Draw(bitmap->second, square); });
+    const auto face = face_bitmaps.find(key);
+    if (face != face_bitmaps.end()) {
+        canvas.ClipEllipse(square, [&] { canvas.Draw(face->second, square); });
     } else {
         canvas.FillEllipse(square, Rgb(0x241A0A));
         canvas.Text(square, key.empty() ? "?" : UpperInitial(key), InitialFont(), Rgb(0xF6E8C8),

@@ -1,5 +1,5 @@
-// face_drawing.h - the round faces of the board: pictures decoded from a load's bytes, or a disc with the
-// first letter of the name. Main thread only.
+// face_drawing.h - the round faces of the board: a load's pictures, or a disc with the first letter of the
+// name. Main thread only.
 #pragma once
 
 #include <string>
@@ -10,9 +10,8 @@
 
 namespace brickfall {
 
-// Decodes the pictures of one load and drops those of the load before. Bytes that are no picture give none.
-void BuildFaceBitmaps(const FaceBytes& face_bytes);
-void DropFaceBitmaps();
+// Takes the pictures of one load, and drops those of the load before.
+void BuildFaceBitmaps(Faces faces);
 
 void DrawFace(Canvas& canvas, int x, int y, std::string_view key);
 

@@ -235,7 +235,7 @@ void OnDestroy(WindowId window) {
     StopSound();
     DropTheme();
     DropLogo();
-    DropFaceBitmaps();
+    BuildFaceBitmaps({});
     QuitMessageLoop(0);
 }
 
@@ -313,7 +313,7 @@ void ShowBoard(std::unique_ptr<BoardResult> result) {
     view.week_label = std::move(result->week_label);
     view.message = view.rows.empty() ? std::move(result->message) : std::string();
     UpdateMyFaceKey(view.my_key);
-    BuildFaceBitmaps(result->face_bytes);
+    BuildFaceBitmaps(std::move(result->faces));
     DestroyWindow(shell.board);
     shell.board = OpenBoardWindow(shell.main, view);
     ShowBeside(shell.board, kBoardWindowSize);

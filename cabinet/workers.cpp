@@ -10,6 +10,7 @@
 #include "cabinet/shell.h"
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
+#include "platform/image.h"
 #include "wallet/status_refresh.h"
 #include "wallet/utxo_discovery.h"
 
@@ -49,7 +50,7 @@ void StartBalanceWorker(WindowId main) {
 
 void StartBoardWorker(WindowId main, BoardSnapshot snapshot) {
     StartWorker([main, snapshot = std::move(snapshot)] {
-        BoardWorker(snapshot, [main](std::unique_ptr<BoardResult> result) {
+        BoardWorker(snapshot, DecodeImage, [main](std::unique_ptr<BoardResult> result) {
             PostWindowMessage(main, kMsgBoardDone, 0, MakePayload(std::move(result)));
         });
     });

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -53,8 +55,8 @@ TEST(Faces, AProfileNamesAWebAddressOrAnInscription) {
     for (const auto& [profile, url] : rows) EXPECT_EQ(AvatarOfProfile(profile), url) << profile;
 }
 
-TEST(Faces, EachPictureIsDownloadedOnce) {
-    const SandboxFixture services;
+TEST(Faces, EachKeyIsAskedForOnceWhateverComesOfIt) {
+    SandboxFixture services;
     sandbox::Sandbox& box = services.box;
     const std::string picture = "https://ordinals.gorillapool.test/content/";
     const auto publish = [&](const char* alias, std::string_view avatar) {
@@ -66,30 +68,41 @@ TEST(Faces, EachPictureIsDownloadedOnce) {
     publish("dan", picture + "huge");
     publish("eve", picture + "least");
     publish("fay", "the-origin_0");
+    publish("ian", picture + "silent");
     box.AddFault(Service::kContent, ReplyTo("whole", std::string(5'000, '\0')));
     box.AddFault(Service::kContent, ReplyTo("short", std::string(32, 'x')));
     box.AddFault(Service::kContent, ReplyTo("least", std::string(33, 'x')));
-    box.AddFault(Service::kContent, ReplyTo("huge", std::string((16 << 20) + 1, 'x')));
+    box.AddFault(Service::kContent, ReplyTo("huge", std::string(6'000, 'x')));
     box.AddFault(Service::kContent, ReplyTo("/content/content/the-origin_0", std::string(40, 'o')));
+    services.Disturb(Service::kContent, sandbox::FaultKind::kDrop, "silent");
     box.AddFault(Service::kPaymail, ReplyTo("/gus@", "]moo["));
 
     std::vector<ScoreRow> rows = {Named("", "", "1BoatSLRHtKNngkdXEeobR76b53LETtpyT"), Named("")};
-    for (const char* handle : {"ada", "bob", "ada@orvane.test", "cyd", "dan", "ada", "eve", "fay", "gus",
-                               "hal", "i j", "k\r\nHost: l", "ada"}) {
-        rows.push_back(Named(handle));
-    }
-    FaceBytes faces = {{"former", std::string(99, 'f')}};
-    LoadFaces(rows, faces);
-    EXPECT_EQ(faces, (FaceBytes{{"ada", std::string(5'000, '\0')},
-                                {"eve", std::string(33, 'x')},
-                                {"fay", std::string(40, 'o')}}));
-    const auto profile = [](const std::string& alias) {
-        return "GET /api/bsvalias/public-profile/" + alias + "@orvane.test";
+    const char* const handles[] = {"ada", "bob", "ada@orvane.test",
+                                   "cyd", "dan", "ada",
+                                   "eve", "fay", "gus",
+                                   "hal", "i j", "k\r\nHost: l",
+                                   "ian", "ian", "gus@orvane.test",
+                                   "hal", "bob", "cyd",
+                                   "dan"};
+    for (const char* const handle : handles) rows.push_back(Named(handle));
+    // A picture as wide as its file is long; 5,000 bytes are no picture, and of 6,000 the memory is not
+    // there.
+    const FaceDecoder decode = [](const std::string& file, int max_side) -> std::optional<Image> {
+        EXPECT_EQ(max_side, 152) << "sharp on a screen of four times the density";
+        if (file.size() == 6'000) throw std::bad_alloc();
+        if (file.size() == 5'000) return std::nullopt;
+        return Image{static_cast<int>(file.size()), 1, {}};
     };
-    EXPECT_EQ(box.Requests(Service::kPaymail),
-              (std::vector<std::string>{profile("ada"), profile("bob"), profile("cyd"), profile("dan"),
-                                        profile("eve"), profile("fay"), profile("gus"), profile("hal")}));
-    EXPECT_EQ(box.Requests(Service::kContent).size(), 6u);
+    Faces faces = {{"former", Image{1, 1, {0}}}};
+    LoadFaces(rows, decode, faces);
+    EXPECT_EQ(faces, (Faces{{"eve", Image{33, 1, {}}}, {"fay", Image{40, 1, {}}}}));
+    std::vector<std::string> profiles;
+    for (const char* const alias : {"ada", "bob", "cyd", "dan", "eve", "fay", "gus", "hal", "ian"}) {
+        profiles.push_back(std::string("GET /api/bsvalias/public-profile/") + alias + "@orvane.test");
+    }
+    EXPECT_EQ(box.Requests(Service::kPaymail), profiles);
+    EXPECT_EQ(box.Requests(Service::kContent).size(), 7u);
 }
 
 }  // namespace

@@ -2,24 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include "board/local_scores.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/theme.h"
+#include "cabinet/ui_settings.h"
+#include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
-#include "wallet/encodings.h"
+#include "tests/support/picture_files.h"
+#include "tests/support/signed_rows.h"
 
 namespace brickfall {
 
 namespace {
 
 constexpr Color kPictureColor = Rgb(0x2040C0);
-
-// A PNG of 8 by 8 pixels, all of that colour, made with zlib alone.
-std::string BluePicture() {
-    const ByteBuffer bytes = HexDecode(
-        "89504e470d0a1a0a0000000d49484452000000080000000808020000004b6d29dc0000001149444154789c6350703880"
-        "15310c2d0900fa5d4801a18f8e270000000049454e44ae426082");
-    return {bytes.begin(), bytes.end()};
-}
+constexpr Color kDiscColor = Rgb(0x241A0A);
 
 Image Painted(const BoardView& view) {
     MakeTheme();
@@ -103,27 +100,46 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
 }
 
 TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
-    FaceBytes faces;
-    faces["ada"] = BluePicture();
-    faces["bad"] = "no picture at all, but long enough to be kept";
-    BuildFaceBitmaps(faces);
+    BuildFaceBitmaps({{"ada", {1, 1, {0xFF2040C0}}}});
     const auto face = [](std::string_view key) {
         return DrawToImage({40, 40}, [key](Canvas& canvas) {
             canvas.Fill({0, 0, 40, 40}, kPanelColor);
             DrawFace(canvas, 0, 0, key);
         });
     };
-    const Color disc = Rgb(0x241A0A);
     const Color letter = Rgb(0xF6E8C8);
     EXPECT_EQ(PixelOf(face("ada"), 19, 19), kPictureColor);
     EXPECT_EQ(PixelOf(face("ada"), 0, 0), kPanelColor);  // round
-    for (const std::string_view key : {"bad", "zoe", "1AddressOfNobody", ""}) {
-        EXPECT_EQ(PixelOf(face(key), 19, 5), disc) << key;
+    for (const std::string_view key : {"zoe", "1AddressOfNobody", ""}) {
+        EXPECT_EQ(PixelOf(face(key), 19, 5), kDiscColor) << key;
         EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, letter)) << key;
     }
     EXPECT_EQ(face("\xD0\xB6").pixels, face("\xD0\x96").pixels);  // a small letter of another script
     BuildFaceBitmaps({});                                         // a new board: the old faces are gone
-    EXPECT_EQ(PixelOf(face("ada"), 19, 5), disc);
+    EXPECT_EQ(PixelOf(face("ada"), 19, 5), kDiscColor);
+}
+
+// From the file that a player publishes to the pixels of the window.
+TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
+    std::string rows;
+    for (int y = 0; y < 600; ++y) {
+        rows += '\0';
+        for (int x = 0; x < 600; ++x) rows += "\x20\x40\xC0";
+    }
+    const std::string picture = PngFile(600, 600, 8, 2, false, Deflated(rows));
+    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
+    sandbox::Sandbox& box = cabinet.services.box;
+    box.Publish(IdentityOf(MakePlayer("ada"), std::string(kOrdinalsContentBaseUrl) + "/content/a"));
+    RecordLocalScore(ui_doc, 900, "", [] {});
+    const auto best_face = [&](const std::string& file) {
+        box.ClearFaults();
+        box.AddFault(sandbox::Service::kContent, ReplyTo("/content/a", file));
+        ClickControl(cabinet.main, 1012);
+        PumpMessages();
+        return PixelShown(shell.board, 20 + 16 + 19, 46 + 4 + 5);
+    };
+    EXPECT_EQ(best_face(picture), kPictureColor);
+    EXPECT_EQ(best_face("no picture at all, but long enough to be kept"), kDiscColor);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -40,6 +41,11 @@ Fault Drop(std::string path = "") { return {FaultKind::kDrop, 0, "", "", {}, 0, 
 
 std::string ListBody(const std::vector<std::string>& txids) { return json{{"txids", txids}}.dump(); }
 
+// A picture that tells how long its file is and how it begins.
+std::optional<Image> TellFile(const std::string& file, int) {
+    return Image{static_cast<int>(file.size()), 1, {static_cast<uint8_t>(file[0])}};
+}
+
 // The services, and a cabinet with ada's wallet.
 struct Story {
     Story() {
@@ -64,7 +70,7 @@ struct Story {
 
     BoardResult Load() {
         std::unique_ptr<BoardResult> got;
-        BoardWorker(TakeBoardSnapshot(doc, run), [&got](auto result) { got = std::move(result); });
+        BoardWorker(TakeBoardSnapshot(doc, run), TellFile, [&got](auto result) { got = std::move(result); });
         EXPECT_TRUE(got);
         return got ? std::move(*got) : BoardResult();
     }
@@ -423,7 +429,7 @@ TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
         board = story.Load();
         EXPECT_EQ(Ids(board.rows), (std::vector<std::string>{"", txid, TestTxid(1)}));
         EXPECT_EQ(board.best.score, 501);
-        EXPECT_TRUE(board.face_bytes.empty());
+        EXPECT_TRUE(board.faces.empty());
     }
 }
 
@@ -501,7 +507,7 @@ TEST(BoardStory, AFaceForEachPlayerAndTheBest) {
     const BoardResult board = story.Load();
     EXPECT_EQ(board.rows.size(), 3u);
     EXPECT_EQ(board.best.handle, "cyd");
-    EXPECT_EQ(board.face_bytes, (FaceBytes{{"bob", std::string(100, 'b')}, {"cyd", std::string(100, 'c')}}));
+    EXPECT_EQ(board.faces, (Faces{{"bob", {100, 1, {'b'}}}, {"cyd", {100, 1, {'c'}}}}));
     EXPECT_EQ(story.Asked(Service::kContent).size(), 2u);
 }
 
@@ -523,7 +529,7 @@ TEST(BoardStoryConcurrent, LoadsBesideRunsThatEnd) {
     const auto id_of = [](int64_t number) { return TestTxid(static_cast<uint32_t>(number)); };
     for (int load = 0; load < 4; ++load) {
         StartWorker([&, snapshot = TakeBoardSnapshot(story.doc, story.run)] {
-            BoardWorker(snapshot, [&](std::unique_ptr<BoardResult> result) {
+            BoardWorker(snapshot, TellFile, [&](std::unique_ptr<BoardResult> result) {
                 const std::lock_guard lock(mutex);
                 results.push_back(std::move(result));
             });
