@@ -21,7 +21,6 @@ struct SavedPlacement {
     std::optional<int64_t> y;
     int64_t w = kDefaultWindowW;
     int64_t h = kDefaultWindowH;
-    bool max = false;
 };
 
 // False for a key of the wrong type. A number that is none of 64 bits, or beyond any desktop, is cut to its
@@ -46,10 +45,7 @@ std::optional<SavedPlacement> ReadSaved() {
     saved.w = w.value_or(saved.w);
     saved.h = h.value_or(saved.h);
     const auto max = ui_doc.find("max");
-    if (max != ui_doc.end()) {
-        if (!max->is_boolean()) return {};
-        saved.max = max->get<bool>();
-    }
+    if (max != ui_doc.end() && !max->is_boolean()) return {};
     return saved;
 }
 
@@ -67,7 +63,7 @@ void SaveWindowPlacement(const WindowPlacement& placement) {
 }
 
 RestoredPlacement RestoreWindowPlacement(std::span<const Monitor> monitors) {
-    RestoredPlacement restored{std::nullopt, {kDefaultWindowW, kDefaultWindowH}, false};
+    RestoredPlacement restored{std::nullopt, {kDefaultWindowW, kDefaultWindowH}};
     const std::optional<SavedPlacement> saved = ReadSaved();
     if (!saved || !saved->x || !saved->y) return restored;
     const Rect rect = {static_cast<int>(*saved->x), static_cast<int>(*saved->y),
@@ -78,7 +74,6 @@ RestoredPlacement RestoreWindowPlacement(std::span<const Monitor> monitors) {
     if (!seen) return restored;
     restored.position = Point{rect.x, rect.y};
     if (saved->h >= kSmallestSavedHeight) restored.size.h = std::max(rect.h, kDefaultWindowH);
-    restored.maximize = saved->max;
     return restored;
 }
 

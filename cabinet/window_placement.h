@@ -21,7 +21,6 @@ struct WindowPlacement {
 struct RestoredPlacement {
     std::optional<Point> position;  // nothing: the system's place stands
     Size size;
-    bool maximize = false;
 };
 
 // Stores the placement in the settings document and saves it. Nothing for a minimised window or a side below

@@ -138,27 +138,26 @@ TEST(WindowPlacement, ComesBackOnlyOntoAMonitorThatIsThere) {
         const char* document;
         std::optional<Point> position;
         int height;
-        bool maximize;
     };
     const Case cases[] = {
-        {"{}", std::nullopt, 1300, false},
-        {R"({"x":5,"y":6})", Point{5, 6}, 1300, false},
-        {R"({"x":5,"y":6,"w":200,"h":1500,"max":true})", Point{5, 6}, 1500, true},
-        {R"({"x":5,"y":6,"h":399})", Point{5, 6}, 1300, false},
-        {R"({"x":5,"y":6,"h":800})", Point{5, 6}, 1300, false},
-        {R"({"x":3000,"y":900})", Point{3000, 900}, 1300, false},
-        {R"({"x":3200,"y":6,"max":true})", std::nullopt, 1300, false},
-        {R"({"x":-1320,"y":0})", std::nullopt, 1300, false},  // its right edge touches nothing
-        {R"({"x":-1319,"y":0})", Point{-1319, 0}, 1300, false},
-        {R"({"x":-199,"y":0,"w":200})", Point{-199, 0}, 1300, false},
-        {R"({"x":-1000,"y":0,"w":200})", std::nullopt, 1300, false},
-        {R"({"x":-1000,"y":0,"w":80})", Point{-1000, 0}, 1300, false},  // too narrow counts as 1320
-        {R"({"x":5})", std::nullopt, 1300, false},
-        {R"({"x":5,"y":"6","h":1500})", std::nullopt, 1300, false},
-        {R"({"x":5,"y":6,"max":1})", std::nullopt, 1300, false},
-        {R"({"x":5.0,"y":6})", std::nullopt, 1300, false},
-        {R"({"x":9223372036854775807,"y":-9223372036854775808})", std::nullopt, 1300, false},
-        {R"({"x":18446744073709551615,"y":0,"w":99999999999,"h":99999999999})", std::nullopt, 1300, false},
+        {"{}", std::nullopt, 1300},
+        {R"({"x":5,"y":6})", Point{5, 6}, 1300},
+        {R"({"x":5,"y":6,"w":200,"h":1500,"max":true})", Point{5, 6}, 1500},
+        {R"({"x":5,"y":6,"h":399})", Point{5, 6}, 1300},
+        {R"({"x":5,"y":6,"h":800})", Point{5, 6}, 1300},
+        {R"({"x":3000,"y":900})", Point{3000, 900}, 1300},
+        {R"({"x":3200,"y":6,"max":true})", std::nullopt, 1300},
+        {R"({"x":-1320,"y":0})", std::nullopt, 1300},  // its right edge touches nothing
+        {R"({"x":-1319,"y":0})", Point{-1319, 0}, 1300},
+        {R"({"x":-199,"y":0,"w":200})", Point{-199, 0}, 1300},
+        {R"({"x":-1000,"y":0,"w":200})", std::nullopt, 1300},
+        {R"({"x":-1000,"y":0,"w":80})", Point{-1000, 0}, 1300},  // too narrow counts as 1320
+        {R"({"x":5})", std::nullopt, 1300},
+        {R"({"x":5,"y":"6","h":1500})", std::nullopt, 1300},
+        {R"({"x":5,"y":6,"max":1})", std::nullopt, 1300},
+        {R"({"x":5.0,"y":6})", std::nullopt, 1300},
+        {R"({"x":9223372036854775807,"y":-9223372036854775808})", std::nullopt, 1300},
+        {R"({"x":18446744073709551615,"y":0,"w":99999999999,"h":99999999999})", std::nullopt, 1300},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.document);
@@ -166,7 +165,6 @@ TEST(WindowPlacement, ComesBackOnlyOntoAMonitorThatIsThere) {
         const RestoredPlacement restored = RestoreWindowPlacement(monitors);
         EXPECT_EQ(restored.position, c.position);
         EXPECT_EQ(restored.size, (Size{1320, c.height}));
-        EXPECT_EQ(restored.maximize, c.maximize);
     }
 }
 
