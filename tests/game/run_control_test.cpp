@@ -102,9 +102,10 @@ TEST(RunControl, APauseFreezesTheRunAndThePollAtItsEndCatchesTheKeys) {
     play.Pass(16);
     play.MoveKey(GameKey::kLeft, true);
     play.clock.AdvanceMs(15);  // stays owed
+    int repaints = play.well_repaints;
     play.Tap(GameKey::kP);
+    EXPECT_EQ(play.well_repaints, ++repaints) << "to show the word";
     const GameState frozen = play.run.game;
-    const int repaints = play.well_repaints;
     play.Pass(5'000);
     play.MoveKey(GameKey::kLeft, false);
     play.MoveKey(GameKey::kRight, true);
@@ -116,6 +117,7 @@ TEST(RunControl, APauseFreezesTheRunAndThePollAtItsEndCatchesTheKeys) {
     EXPECT_EQ(Stamps(play.run), (std::vector<Stamp>{{16, 1}}));
 
     OnKeyDown(play.run, play.driver, GameKey::kP, /*is_repeat=*/true);
+    EXPECT_EQ(play.well_repaints, ++repaints);
     EXPECT_EQ(play.TakeCalls(), (Lines{"status Paused.", "status Back."}));
     EXPECT_EQ(Stamps(play.run), (std::vector<Stamp>{{16, 1}, {16, 9}}));
     EXPECT_FALSE(play.run.game.left_held);
@@ -124,7 +126,9 @@ TEST(RunControl, APauseFreezesTheRunAndThePollAtItsEndCatchesTheKeys) {
     play.Pass(1);
     EXPECT_EQ(play.run.sim_clock_ms, 32u);
 
+    repaints = play.well_repaints;
     PauseForWindow(play.run, play.driver);
+    EXPECT_EQ(play.well_repaints, repaints + 1);
     EXPECT_EQ(play.TakeCalls(), Lines{"status Paused."});
     play.Pass(1'000);
     EXPECT_TRUE(play.run.game.paused);  // until P, whatever happens to the window
