@@ -281,6 +281,16 @@ TEST_F(DirectMessage, EveryFailureHasItsWords) {
 
     json no_object = json::array();
     EXPECT_FALSE(EncryptDirectMessage({"text"}, "ada", "bob", no_object, error));
+    json nothing_yet;
+    EXPECT_TRUE(EncryptDirectMessage({"text"}, "ada", "bob", nothing_yet, error)) << error;
+    EXPECT_EQ(OpenMessage(nothing_yet, "wrap_to", kRecipientPrivate), "text");
+    ClearEncryptionKeys();
+    {
+        const WalletLock lock(wallet_mutex);
+        WipeString(wallet_keys.mnemonic);
+    }
+    EXPECT_FALSE(Encrypt({"text"}));
+    EXPECT_EQ(error, "could not derive Pouch encryption key");
     UnbindWallet();
     EXPECT_FALSE(Encrypt({"text"}));
     EXPECT_EQ(error, "Connect Pouch");
@@ -436,6 +446,24 @@ TEST_F(DirectMessage, NoSecretOfASealingIsLeftInMemory) {
     ByteBuffer seen = HexDecode(kMaskedContentKey);
     for (uint8_t& byte : seen) byte ^= kSecretMask;
     EXPECT_EQ(secrets.Find(), std::vector<std::string>{"content key"}) << "the search is blind";
+}
+
+TEST_F(DirectMessage, TheOwnPrivateKeyIsGoneWithItsWallet) {
+#ifdef BRICKFALL_SHADOW_MEMORY
+    GTEST_SKIP() << "the sanitizer's own memory is too large to search, and keeps what is freed";
+#endif
+    // Of a phrase whose key stands nowhere in this program as text.
+    constexpr char kPhrase[] = "zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong";
+    ASSERT_TRUE(WriteFile(WalletFilePath(), json{{"mnemonic", kPhrase}, {"paymail", "ada"}}.dump()));
+    wallet.Restart();
+    ASSERT_TRUE(LoadEncryptionKeys(public_hex, private_hex, error)) << error;
+    Needles own;
+    own.Add("own key", AsBytes(private_hex));
+    WipeString(private_hex);
+    EXPECT_EQ(own.Find(), std::vector<std::string>{"own key"}) << "kept for the next message";
+    UnbindWallet();
+    EXPECT_FALSE(LoadEncryptionKeys(public_hex, private_hex, error));
+    EXPECT_EQ(own.Find(), std::vector<std::string>());
 }
 
 }  // namespace

@@ -2,15 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/files.h"
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/connect_handshake.h"
 #include "wallet/ov_pouch_wallet.h"
 
 namespace brickfall {
@@ -76,6 +80,23 @@ TEST_F(Signing, AGeneralRowIsStampedAndSigned) {
     EXPECT_TRUE(services_.box.Requests(Service::kPaymail).empty());
 }
 
+TEST_F(Signing, ANameThatOnlyTheRegistryKnowsSignsAndIsNotAnnounced) {
+    json row = ScoreRow();
+    ASSERT_TRUE(Sign(row)) << error_;  // notes the name in the registry
+    ASSERT_TRUE(WriteFile(WalletFilePath(), json{{"version", 2}, {"mnemonic", kTestPhrase}}.dump()));
+    wallet_.Restart();
+    std::vector<std::string> events;
+    const auto hear = [](std::function<void(std::string_view)> hook) {
+        const std::lock_guard lock(wallet_sink_mutex);
+        wallet_event_hook = std::move(hook);
+    };
+    hear([&events](std::string_view event) { events.emplace_back(event); });
+    EXPECT_TRUE(Sign(row)) << error_;
+    hear(nullptr);
+    EXPECT_EQ(row["actor"], "ada");
+    EXPECT_EQ(events, std::vector<std::string>{});
+}
+
 TEST_F(Signing, AWebRowLosesWhatDoesNotBelongInIt) {
     json row = {{"type", "web_gate"}, {"origin", "o"}, {"path", "/p"},
                 {"nonce", "n"},       {"extra", 1},    {"handle", "x"}};
@@ -95,6 +116,11 @@ TEST_F(Signing, ARowThatNobodyWouldVouchForIsRefused) {
     row.update({{"type", "message"}, {"handle", ""}});
     EXPECT_FALSE(Sign(row));
     EXPECT_EQ(error_, kNotPublished) << "a message without a handle";
+
+    row = nullptr;
+    EXPECT_FALSE(Sign(row));
+    EXPECT_EQ(error_, kNotPublished) << "a row without a field as yet";
+    EXPECT_EQ(row["actor"], "ada");
 
     row = ScoreRow();
     services_.box.Publish(IdentityOf(MakePlayer("ada")));
