@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Measures the cabinet on a desktop in memory: frame, heartbeat, processor, memory, and the time to its first window.
+# Arguments go to the benchmark program, as in --benchmark_filter=WellFrame.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 cmake --preset release >/dev/null
 cmake --build --preset release --target brickfall cabinet_bench
-tests/e2e/run.sh build/release/bench/cabinet_bench
+tests/e2e/run.sh build/release/bench/cabinet_bench "$@"
 # shellcheck disable=SC2016
 tests/e2e/run.sh bash -c '
   export LOCALAPPDATA=$XDG_CACHE_HOME/store BRICKFALL_SANDBOX_CONNECT=::127.0.0.1:9

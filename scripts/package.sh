@@ -5,7 +5,9 @@ set -euo pipefail
 [ $# -eq 1 ] || { echo "package.sh: usage: scripts/package.sh VALUES.cmake" >&2; exit 2; }
 values=$(realpath -- "$1")
 cd "$(dirname "$0")/.."
-cmake -S . -B build/production -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -g1" \
+# A clone in another folder finds what ccache holds already.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+cmake --preset release -B build/production \
   -DBRICKFALL_DEPLOYMENT=production -DBRICKFALL_PRODUCTION_VALUES="$values"
 cmake --build build/production
 if grep -lE 'BRICKFALL_SANDBOX|\.test\b' build/production/*.a build/production/cabinet/brickfall; then

@@ -33,11 +33,17 @@ for compiler in g++ clang++; do
   done
 done
 
+play_words() {  # the words of one entry of builds
+  local words
+  read -ra words <<<"$1"
+  play "${words[@]}"
+}
+
 # Two at a time.
 failed=0
 for ((i = 0; i < ${#builds[@]}; i += 2)); do
-  play ${builds[i]} & first=$!
-  play ${builds[i + 1]} & second=$!
+  play_words "${builds[i]}" & first=$!
+  play_words "${builds[i + 1]}" & second=$!
   wait "$first" || failed=1
   wait "$second" || failed=1
 done

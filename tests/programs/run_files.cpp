@@ -1,0 +1,104 @@
+// run_files DIR: checks the four files that a headless run leaves against one another, by the sandbox's own
+// reading of transactions and hashes. Exit 1 with the first thing that does not fit.
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "base/files.h"
+#include "deployment/deployment.h"
+#include "sandbox/server/raw_transaction.h"
+
+namespace {
+
+using nlohmann::json;
+using namespace brickfall::sandbox;
+
+void Require(bool holds, const std::string& what) {
+    if (holds) return;
+    std::fprintf(stderr, "run_files: %s\n", what.c_str());
+    std::exit(1);
+}
+
+std::string Text(const std::string& path) { return brickfall::ReadFile(path).value_or(""); }
+json Parsed(const std::string& path) { return json::parse(Text(path), nullptr, /*allow_exceptions=*/false); }
+
+bool Pays(const ParsedTx& tx, const char* address, int64_t satoshis) {
+    const Bytes script = PayToKeyHash(ParseAddress(address).value());
+    for (const TxOutput& output : tx.outputs) {
+        if (output.value == satoshis && output.locking == script) return true;
+    }
+    return false;
+}
+
+bool Carries(const ParsedTx& tx, const std::string& text) {
+    for (const TxOutput& output : tx.outputs) {
+        if (std::string(output.locking.begin(), output.locking.end()).ends_with(text)) return true;
+    }
+    return false;
+}
+
+// Outputs that are there and not yet spent, and what all transactions so far have left as fees.
+struct Books {
+    std::map<Outpoint, int64_t> unspent;
+    int64_t funded = 0, fees = 0;
+
+    void Take(const ParsedTx& tx) {
+        int64_t in = 0, out = 0;
+        for (const TxInput& input : tx.inputs) {
+            const auto coin = unspent.extract(input.spent);
+            Require(IsCoinbase(tx) || !coin.empty(), IdText(tx.id) + " spends what is not there");
+            if (!coin.empty()) in += coin.mapped();
+        }
+        for (const TxOutput& output : tx.outputs) {
+            unspent[{tx.id, static_cast<uint32_t>(&output - tx.outputs.data())}] = output.value;
+            out += output.value;
+        }
+        Require(IsCoinbase(tx) || out < in, IdText(tx.id) + " pays no fee");
+        (IsCoinbase(tx) ? funded : fees) += IsCoinbase(tx) ? out : in - out;
+    }
+};
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 2) return 2;
+    const std::string folder = std::string(arguments[1]) + "/";
+    const json run = Parsed(folder + "run.json");
+    const json row = Parsed(folder + "row.json");
+    const json wallet = Parsed(folder + "wallet.json");
+    Require(run.is_object() && row.is_object() && wallet.is_object(), "a file is missing, or no JSON");
+
+    const Bytes tape = FromHex(run.value("tape", "")).value_or(Bytes());
+    Require(tape.size() > 10 && tape.back() == 255, "the tape has no end");
+    const std::string seal = ToHex(Sha256(tape));
+    Require(run.value("tape_hash", "") == seal && row.value("tape_hash", "") == seal,
+            "the seal is of another tape");
+    for (const char* const key : {"tape", "score"})
+        Require(row.at(key) == run.at(key), "the row tells another run");
+    Require(row.at("pay_addr") == wallet.at("address"), "the row is to be paid to another wallet");
+
+    Books books;
+    int entries = 0, records = 0;
+    for (const json& hex : Parsed(folder + "transactions.json")) {
+        const auto tx = ParseTransaction(FromHex(hex.get<std::string>()).value_or(Bytes()));
+        Require(tx.has_value(), "a transaction that no node would read");
+        books.Take(*tx);
+        if (IdText(tx->id) == row.at("entry")) {
+            ++entries;
+            Require(Pays(*tx, brickfall::kArcadeHouseAddress, 2'000) &&
+                        Pays(*tx, brickfall::kArcadePotAddress, 3'000),
+                    "the entry pays something else");
+        }
+        if (Carries(*tx, Text(folder + "row.json"))) {
+            ++records;
+            Require(Pays(*tx, brickfall::kArcadeWatchAddress, 1), "the record pays something else");
+        }
+    }
+    Require(entries == 1 && records == 1, "the row, or its entry, is not on the chain once");
+    for (const auto& [outpoint, value] : books.unspent) books.funded -= value;
+    Require(books.funded == books.fees && books.fees > 0, "the books do not balance");
+    std::puts("run_files: the seal, the ids and the satoshis of the run fit");
+    return 0;
+}
