@@ -13,7 +13,7 @@ tests/e2e/run.sh bash -c '
   for start in cold warm warm; do
     began=$(date +%s%N)
     build/release/cabinet/brickfall &
-    until xdotool search --onlyvisible --name "^Brickfall$" >/dev/null 2>&1; do kill -0 "$!"; sleep 0.01; done
+    until xdotool search --onlyvisible --name "^Brickfall$" >/dev/null 2>&1; do kill -0 "$!" || exit 1; sleep 0.01; done
     echo "first window, $start start: $((($(date +%s%N) - began) / 1000000)) ms"
     sleep 1
     grep VmRSS "/proc/$!/status"

@@ -305,21 +305,6 @@ TEST(Shell, ShowsStatusTextsOfAnyKindUnharmed) {
     EXPECT_EQ(ControlRect(cabinet.main, 1007).h, 20);
 }
 
-TEST(Shell, ShowsTheWalletAndItsBalance) {
-    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
-    EXPECT_EQ(cabinet.Text(1003), std::string("Wallet: ada@") + kPaymailDomain);
-    EXPECT_EQ(cabinet.Text(1001), "Connected");
-    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  0.00000000 BSV");
-    ClickControl(cabinet.main, 1001);
-    PumpMessages();
-    EXPECT_EQ(cabinet.Text(1007), "Already connected. Unbind to pick another wallet.");
-    ClickControl(cabinet.main, 1002);
-    PumpMessages();
-    EXPECT_EQ(cabinet.Text(1003), "Wallet: not connected");
-    EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  -");
-    EXPECT_EQ(cabinet.Text(1001), "Connect");
-}
-
 // As a payment holds it while the services are silent. Gives up after a while, so that a window that waits
 // for the wallet fails its test and does not hang it.
 class HeldWallet {

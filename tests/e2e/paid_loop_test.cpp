@@ -316,29 +316,6 @@ TEST(PaidLoop, EveryOtherButton) {
     EXPECT_EQ(Text(1001), "Connected");
 }
 
-TEST(PaidLoop, ButtonsLookAlive) {
-    Desktop desktop;
-    const auto button_row = [] {
-        const Image shown = GrabWindow(shell.main);
-        return shown.pixels[static_cast<std::size_t>(142) * static_cast<std::size_t>(shown.w) + 342 + 20];
-    };
-    MoveTo(kMainTitle, {600, 600});
-    RunFor(100);
-    const uint32_t rest = button_row();
-    MoveTo(kMainTitle, {380, 157});
-    EXPECT_SOON(button_row() != rest);
-    const uint32_t hot = button_row();
-    Screenshot("8-button-hot");
-    Xdotool("mousedown 1");
-    EXPECT_SOON(button_row() != hot);
-    EXPECT_NE(button_row(), rest);
-    Screenshot("9-button-pressed");
-    MoveTo(kMainTitle, {600, 600});  // dragged off: no click
-    Xdotool("mouseup 1");
-    EXPECT_SOON(button_row() == rest);
-    EXPECT_FALSE(WindowExists(shell.help));
-}
-
 }  // namespace
 }  // namespace brickfall
 
