@@ -158,11 +158,6 @@ TEST(Shell, TakesEachPrivateMessage) {
         post(number, 0, std::make_unique<CountedPayload>());
     }
     EXPECT_EQ(CountedPayload::alive, 0);
-    PostWindowMessage(cabinet.main, kMsgStatusText, 0, std::make_unique<CountedPayload>());
-    DestroyWindow(cabinet.main);
-    EXPECT_FALSE(PostWindowMessage(cabinet.main, kMsgStatusText, 0, std::make_unique<CountedPayload>()));
-    PumpMessages();
-    EXPECT_EQ(CountedPayload::alive, 0);
 }
 
 TEST(Shell, FormatsAmounts) {
@@ -291,18 +286,6 @@ TEST(Shell, LoadsTheBoardOnceMoreWhenAskedDuringALoad) {
     PostWindowMessage(cabinet.main, kMsgBoardDone, 0, MakePayload(std::move(result)));
     PumpMessages();
     EXPECT_EQ(cabinet.Text(1007), "Weekly board loaded.");
-}
-
-TEST(Shell, ShowsStatusTextsOfAnyKindUnharmed) {
-    CabinetFixture cabinet;
-    for (const std::string& text : {std::string(100'000, 'x'), std::string("a\r\nb\tc\x01\x7f"),
-                                    std::string("\xff\xfe<b>x"), std::string()}) {
-        SetStatus(text);
-        PumpMessages();
-        // Nothing beyond its rectangle.
-        EXPECT_EQ(PixelShown(cabinet.main, 4, ClientSize(cabinet.main).h - 64), kBgColor);
-    }
-    EXPECT_EQ(ControlRect(cabinet.main, 1007).h, 20);
 }
 
 // As a payment holds it while the services are silent. Gives up after a while, so that a window that waits

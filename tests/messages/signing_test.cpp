@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -86,13 +84,9 @@ TEST_F(Signing, ANameThatOnlyTheRegistryKnowsSignsAndIsNotAnnounced) {
     ASSERT_TRUE(WriteFile(WalletFilePath(), json{{"version", 2}, {"mnemonic", kTestPhrase}}.dump()));
     wallet_.Restart();
     std::vector<std::string> events;
-    const auto hear = [](std::function<void(std::string_view)> hook) {
-        const std::lock_guard lock(wallet_sink_mutex);
-        wallet_event_hook = std::move(hook);
-    };
-    hear([&events](std::string_view event) { events.emplace_back(event); });
+    wallet_event_hook = [&events](std::string_view event) { events.emplace_back(event); };
     EXPECT_TRUE(Sign(row)) << error_;
-    hear(nullptr);
+    wallet_event_hook = nullptr;
     EXPECT_EQ(row["actor"], "ada");
     EXPECT_EQ(events, std::vector<std::string>{});
 }

@@ -1,14 +1,14 @@
-// run_files DIR: checks the four files that a headless run leaves against one another, by the sandbox's own
-// reading of transactions and hashes. Exit 1 with the first thing that does not fit.
+// run_files DIR: checks the four files that a headless run leaves against one another, by the sandbox's
+// own hashes and by its judgement of each transaction, in their order. Exit 1 with the first thing that does
+// not fit.
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/files.h"
 #include "deployment/deployment.h"
-#include "sandbox/server/raw_transaction.h"
+#include "sandbox/server/chain.h"
 
 namespace {
 
@@ -39,27 +39,6 @@ bool Carries(const ParsedTx& tx, const std::string& text) {
     return false;
 }
 
-// Outputs that are there and not yet spent, and what all transactions so far have left as fees.
-struct Books {
-    std::map<Outpoint, int64_t> unspent;
-    int64_t funded = 0, fees = 0;
-
-    void Take(const ParsedTx& tx) {
-        int64_t in = 0, out = 0;
-        for (const TxInput& input : tx.inputs) {
-            const auto coin = unspent.extract(input.spent);
-            Require(IsCoinbase(tx) || !coin.empty(), IdText(tx.id) + " spends what is not there");
-            if (!coin.empty()) in += coin.mapped();
-        }
-        for (const TxOutput& output : tx.outputs) {
-            unspent[{tx.id, static_cast<uint32_t>(&output - tx.outputs.data())}] = output.value;
-            out += output.value;
-        }
-        Require(IsCoinbase(tx) || out < in, IdText(tx.id) + " pays no fee");
-        (IsCoinbase(tx) ? funded : fees) += IsCoinbase(tx) ? out : in - out;
-    }
-};
-
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -79,26 +58,28 @@ int main(int count, char** arguments) {
         Require(row.at(key) == run.at(key), "the row tells another run");
     Require(row.at("pay_addr") == wallet.at("address"), "the row is to be paid to another wallet");
 
-    Books books;
+    Chain chain;
     int entries = 0, records = 0;
     for (const json& hex : Parsed(folder + "transactions.json")) {
-        const auto tx = ParseTransaction(FromHex(hex.get<std::string>()).value_or(Bytes()));
-        Require(tx.has_value(), "a transaction that no node would read");
-        books.Take(*tx);
-        if (IdText(tx->id) == row.at("entry")) {
+        const Bytes raw = FromHex(hex.get<std::string>()).value_or(Bytes());
+        const ParsedTx tx = ParseTransaction(raw).value_or(ParsedTx());
+        Digest id{};
+        Require(AddFunding(chain, raw, 0) || Submit(chain, raw, id).Accepted(),
+                IdText(tx.id) + " is no good");
+        if (IdText(tx.id) == row.at("entry")) {
             ++entries;
-            Require(Pays(*tx, brickfall::kArcadeHouseAddress, 2'000) &&
-                        Pays(*tx, brickfall::kArcadePotAddress, 3'000),
+            Require(Pays(tx, brickfall::kArcadeHouseAddress, 2'000) &&
+                        Pays(tx, brickfall::kArcadePotAddress, 3'000),
                     "the entry pays something else");
         }
-        if (Carries(*tx, Text(folder + "row.json"))) {
+        if (Carries(tx, Text(folder + "row.json"))) {
             ++records;
-            Require(Pays(*tx, brickfall::kArcadeWatchAddress, 1), "the record pays something else");
+            Require(Pays(tx, brickfall::kArcadeWatchAddress, 1), "the record pays something else");
         }
     }
     Require(entries == 1 && records == 1, "the row, or its entry, is not on the chain once");
-    for (const auto& [outpoint, value] : books.unspent) books.funded -= value;
-    Require(books.funded == books.fees && books.fees > 0, "the books do not balance");
+    Require(chain.total_fees > 0 && chain.total_funded == UnspentTotal(chain) + chain.total_fees,
+            "the books do not balance");
     std::puts("run_files: the seal, the ids and the satoshis of the run fit");
     return 0;
 }

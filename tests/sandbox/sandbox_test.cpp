@@ -369,23 +369,6 @@ TEST_F(ServiceTest, ConcurrentRequestsDoNotHoldUpAStop) {
     EXPECT_EQ(box.Port(), 0);
 }
 
-TEST_F(ServiceTest, ConcurrentClientsAreAllServed) {
-    std::atomic<int> good = 0;
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 60; ++i) {
-        clients.emplace_back([&, i] {
-            const bool pays = i % 10 == 0;
-            const Answer answer = pays ? Post(kControl + "/fund", {{"address", receive}, {"satoshis", i + 1}})
-                                       : Get(AddressUrl("/unspent/all"));
-            good += answer.good ? 1 : 0;
-            if (i % 20 == 5) box.Mine();
-        });
-    }
-    for (std::thread& client : clients) client.join();
-    EXPECT_EQ(good, 60);
-    EXPECT_EQ(Get(kControl + "/state").document["funded"], 100'000 + 1 + 11 + 21 + 31 + 41 + 51);
-}
-
 TEST_F(ServiceTest, TheControlEndpointDoesWhatTheInterfaceDoes) {
     const std::string url = kControl + "/balance/" + kReportFeeAddress;
     const json fund = {{"address", kReportFeeAddress}, {"satoshis", 700}};
