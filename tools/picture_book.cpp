@@ -161,6 +161,7 @@ void DrawAll() {
     SetStatus("Score recorded.");
     KeepMain("recorded");
     PostWindowMessage(shell.main, kMsgBoardDone, 0, MakePayload(SampleBoard()));
+    PumpMessages();
     Keep("board", GrabWindow(shell.board));
     KeepTools();
     KeepButtons();
