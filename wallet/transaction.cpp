@@ -76,9 +76,20 @@ bool AddUpOutputs(std::span<const PayOutput> outputs, int64_t& total) {
     return true;
 }
 
-// Moves candidates over, in their order, until amount, fee and a change output are covered.
+// Spending it brings more than its bytes cost.
+bool IsWorthItsFee(const SpendInput& input) {
+    return input.value > static_cast<int64_t>(kSkeletonInputBytes);
+}
+
+// Moves candidates over, in their order, until amount, fee and a change output are covered. Where all of them
+// together do not cover these, those that are worth their fee may: strangers' dust on an older address must
+// not make a payment fail that the wallet can make without it.
 std::vector<SpendInput> ChooseInputs(std::vector<SpendInput>& candidates, std::size_t output_list_bytes,
                                      int64_t total_out, int64_t& chosen_total) {
+    const auto covers = [&](std::size_t count, int64_t total) {
+        const int64_t fee = FeeOf(SkeletonSize(count, output_list_bytes) + kChangeOutputBytes);
+        return count > 0 && static_cast<uint64_t>(total) >= Sum(total_out, fee);
+    };
     std::vector<SpendInput> chosen;
     chosen_total = 0;
     for (SpendInput& candidate : candidates) {
@@ -87,9 +98,20 @@ std::vector<SpendInput> ChooseInputs(std::vector<SpendInput>& candidates, std::s
         if (!usable) continue;
         chosen_total += candidate.value;
         chosen.push_back(std::move(candidate));
-        const int64_t fee = FeeOf(SkeletonSize(chosen.size(), output_list_bytes) + kChangeOutputBytes);
-        if (static_cast<uint64_t>(chosen_total) >= Sum(total_out, fee)) break;
+        if (covers(chosen.size(), chosen_total)) return chosen;
     }
+    int64_t worthy_total = 0;
+    std::size_t worthy = 0, end = 0;
+    while (end < chosen.size() && !covers(worthy, worthy_total)) {
+        const SpendInput& input = chosen[end++];
+        if (!IsWorthItsFee(input)) continue;
+        worthy_total += input.value;
+        ++worthy;
+    }
+    if (!covers(worthy, worthy_total)) return chosen;
+    chosen.resize(end);
+    std::erase_if(chosen, [](const SpendInput& input) { return !IsWorthItsFee(input); });
+    chosen_total = worthy_total;
     return chosen;
 }
 

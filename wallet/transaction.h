@@ -35,7 +35,8 @@ inline constexpr uint8_t kSigHashAllForkId = 0x41;
 // length byte 0x6B with nothing behind it. Empty when an id is no 32 bytes.
 ByteBuffer SerializeTx(std::span<const SpendInput> inputs, std::span<const PayOutput> outputs, bool skeleton);
 
-// Takes candidates in their order until amount and fee are covered, and adds change as the last output.
+// Takes candidates in their order until amount and fee are covered, and adds change as the last output. Only
+// where all of them do not cover these are coins passed over that cost more than they bring.
 // `candidates` becomes the chosen inputs. The fee is one satoshi a byte of the skeleton form. On false
 // `error` says why.
 bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput>& outputs,

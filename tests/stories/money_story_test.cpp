@@ -362,6 +362,17 @@ TEST(MoneyStory, DustThatStrangersSendIsNotSpentBeforeTheChange) {
     }
 }
 
+// Of an address that an older row names, whose coins go before those of the address in use.
+TEST(MoneyStory, DustOnAnOlderAddressStopsNoPayment) {
+    Story story(/*timeout_divisor=*/1, /*last_receive=*/1);
+    const std::string current = story.wallet.ReceiveAddress(1);
+    for (int i = 0; i < 300; ++i) story.box.Fund(story.receive, 2);
+    story.box.Fund(current, 9'000);  // the dust alone would cost 12,300
+    EXPECT_TRUE(IsPaid(story.Pay()));
+    EXPECT_EQ(story.box.TotalFees(), kEntryFee);
+    EXPECT_EQ(story.box.BalanceOf(current), 9'000 - kEntrySats - kEntryFee);
+}
+
 // A service that lags behind reports more than there is; for a while the player is shown what is left.
 TEST(MoneyStory, TheShownBalanceFallsByAmountAndFee) {
     Story story;

@@ -157,7 +157,8 @@ TEST(BuildTransaction, PassesOverCoinsThatCannotBeSpent) {
 }
 
 // The same selection with a whole skeleton made for each test, as slow and as plain as can be.
-Built BuildPlainly(const std::vector<SpendInput>& candidates, const std::vector<PayOutput>& wanted) {
+Built BuildPlainly(const std::vector<SpendInput>& candidates, const std::vector<PayOutput>& wanted,
+                   bool without_dust = false) {
     const auto size = [](const Built& built) {
         return static_cast<int64_t>(SerializeTx(built.inputs, built.outputs, true).size());
     };
@@ -168,9 +169,15 @@ Built BuildPlainly(const std::vector<SpendInput>& candidates, const std::vector<
     for (const PayOutput& output : wanted) total_out += output.value;
     for (const SpendInput& candidate : candidates) {
         if (!built.inputs.empty() && have >= size(built) + 34 + total_out) break;
-        if (!IsTxidText(candidate.txid)) continue;
+        if (!IsTxidText(candidate.txid) || (without_dust && candidate.value <= 41)) continue;
         built.inputs.push_back(candidate);
         have += candidate.value;
+    }
+    const bool enough = !built.inputs.empty() && have >= size(built) + 34 + total_out;
+    if (without_dust && !enough) return {};
+    if (!enough) {
+        Built clean = BuildPlainly(candidates, wanted, /*without_dust=*/true);
+        if (clean.ok) return clean;
     }
     built.fee = size(built);
     if (have - built.fee - total_out >= 1) {
@@ -189,7 +196,7 @@ TEST(BuildTransaction, AgreesWithThePlainWayOfChoosing) {
         const int count =
             *rc::gen::weightedOneOf<int>({{9, rc::gen::inRange(0, 12)}, {1, rc::gen::inRange(250, 260)}});
         for (int i = 0; i < count; ++i) {
-            candidates.push_back(Coin(i, *rc::gen::inRange(1, 400)));
+            candidates.push_back(Coin(i, *rc::gen::oneOf(rc::gen::inRange(1, 60), rc::gen::inRange(1, 400))));
             if (*rc::gen::inRange(0, 8) == 0) candidates.back().txid[9] = '-';
         }
         std::vector<PayOutput> wanted;
