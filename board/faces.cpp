@@ -8,6 +8,7 @@
 #include "deployment/deployment.h"
 #include "messages/row.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 
 namespace brickfall {
 namespace {
@@ -35,10 +36,10 @@ std::string FaceKey(const ScoreRow& row) {
 
 std::string ResolveAvatarUrl(std::string_view key) {
     if (key.empty() || key.starts_with('1')) return {};  // a chain address has no profile
-    std::string url = std::string(kApiBaseUrl) + "/api/bsvalias/public-profile/";
-    url.append(key).append("@").append(kPaymailDomain);
+    const auto url = UrlWithName(std::string(kApiBaseUrl) + "/api/bsvalias/public-profile/", key,
+                                 std::string("@") + kPaymailDomain);
     nlohmann::json profile;
-    return FetchJson(url, profile) ? AvatarOfProfile(profile) : std::string();
+    return url && FetchJson(*url, profile, kShortAnswer) ? AvatarOfProfile(profile) : std::string();
 }
 
 std::string AvatarOfProfile(const nlohmann::json& profile) {
@@ -47,7 +48,7 @@ std::string AvatarOfProfile(const nlohmann::json& profile) {
     std::string inscription = JsonString(profile, "ord");
     if (inscription.empty()) inscription = JsonString(profile, "origin");
     if (inscription.empty() || IsHttps(inscription)) return inscription;
-    return std::string(kOrdinalsContentBaseUrl) + "/content/" + inscription;
+    return UrlWithName(std::string(kOrdinalsContentBaseUrl) + "/content/", inscription).value_or("");
 }
 
 void LoadFaces(const std::vector<ScoreRow>& rows, const FaceDecoder& decode, Faces& faces) {

@@ -11,8 +11,10 @@
 #include "deployment/deployment.h"
 #include "messages/row.h"
 #include "net/http_client.h"
+#include "net/url_text.h"
 #include "wallet/curve.h"
 #include "wallet/identity_signature.h"
+#include "wallet/json_numbers.h"
 
 namespace brickfall {
 namespace {
@@ -94,6 +96,17 @@ bool NamesForeignDomain(std::string_view paymail, std::string_view name) {
     const std::string local = NormalizeHandle(paymail.substr(0, at));
     return !local.empty() && Lower(local) == Lower(name) &&
            Lower(paymail.substr(at + 1)) != Lower(kPaymailDomain);
+}
+
+// Under which a name's key is kept, and which a host calls its handle.
+std::string PaymailKey(std::string_view name) { return Lower(name) + "@" + Lower(kPaymailDomain); }
+
+// A host that tells of somebody else has not answered. One that names nobody has: the URL named one name.
+bool AnswersFor(const json& answer, const std::string& key) {
+    const json* const handle = FindJsonKey(answer, "handle");
+    if (handle == nullptr) return true;
+    const std::string name = NormalizeHandle(JsonString(answer, "handle"));
+    return (name.find('@') == std::string::npos ? PaymailKey(name) : Lower(name)) == key;
 }
 
 std::string PublicKeyField(const json& row) { return JsonString(row, "pubkey", "publicKey"); }
@@ -179,7 +192,10 @@ std::string CanonicalPublicKey(std::span<const uint8_t> key_bytes) {
 std::string LookupIdentityKey(std::string_view handle, std::string_view paymail) {
     const std::string name = NormalizeHandle(handle);
     if (name.empty() || NamesForeignDomain(paymail, name)) return {};
-    const std::string key = Lower(name) + "@" + Lower(kPaymailDomain);
+    const std::string key = PaymailKey(name);
+    const auto url =
+        UrlWithName(std::string(kApiBaseUrl) + "/api/bsvalias/id/", Lower(name), "@" + Lower(kPaymailDomain));
+    if (!url) return {};
     {
         const std::lock_guard lock(identity_keys.lock);
         const auto found = identity_keys.entries.find(key);
@@ -189,7 +205,7 @@ std::string LookupIdentityKey(std::string_view handle, std::string_view paymail)
         }
     }
     json answer;
-    if (!FetchJsonStrict(std::string(kApiBaseUrl) + "/api/bsvalias/id/" + key, answer)) return {};
+    if (!FetchJsonStrict(*url, answer, kShortAnswer) || !AnswersFor(answer, key)) return {};
     ByteBuffer bytes;
     if (!DecodeKeyHex(JsonString(answer, "pubkey", "publicKey"), bytes)) return {};
     std::string public_key = CanonicalPublicKey(bytes);

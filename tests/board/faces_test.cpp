@@ -46,7 +46,8 @@ TEST(Faces, AProfileNamesAWebAddressOrAnInscription) {
         {{{"avatar", "http://a"}, {"ord", "b_0"}, {"origin", "c_0"}}, content + "b_0"},
         {{{"avatar", ""}, {"ord", ""}, {"origin", "c_0"}}, content + "c_0"},
         {{{"ord", "https://b"}}, "https://b"},
-        {{{"ord", "http://b"}}, content + "http://b"},
+        {{{"ord", "http://b"}}, ""},  // no outpoint
+        {{{"avatar", nullptr}, {"ord", nullptr}, {"origin", "c_0"}}, content + "c_0"},
         {{{"avatar", 7}, {"ord", json::array()}, {"origin", "https://c"}}, "https://c"},
         {{{"avatar", "http://a"}}, ""},
         {{{"avatar", "file:///etc/passwd"}, {"name", "ada"}}, ""},

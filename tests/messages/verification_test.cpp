@@ -280,6 +280,7 @@ TEST_F(Verification, WhatMayBeAskedForIsAskedForOnce) {
         bool found;
     } rows[] = {
         {" @Ada", "", true},      {"", "", false},
+        {"$ADA\t", "", true},     {"ada ", "", true},
         {"ada", "ada@", true},  // no paymail, so it says nothing
         {"ada", "@x", true},      {"ada", "ada", true},
         {"ada", "@ada@x", true},  // begins with "@": nothing in front of it
@@ -306,6 +307,13 @@ TEST_F(Verification, AnswersOfTheService) {
         {200, json{{"pubkey", key}}.dump(), true},
         {200, json{{"publicKey", "0x" + Upper(key)}}.dump(), true},
         {200, json{{"pubkey", 7}, {"publicKey", "04" + kX + kY}}.dump(), true},
+        {200, json{{"pubkey", nullptr}, {"publicKey", key}, {"handle", nullptr}}.dump(), true},
+        {200, json{{"pubkey", key}, {"handle", "Ada@Orvane.Test"}}.dump(), true},
+        {200, json{{"pubkey", key}, {"handle", "ada"}}.dump(), true},
+        {200, json{{"pubkey", key}, {"handle", "bob@orvane.test"}}.dump(), false},
+        {200, json{{"pubkey", key}, {"handle", "ada@elsewhere.test"}}.dump(), false},
+        {200, json{{"pubkey", key}, {"handle", ""}}.dump(), false},
+        {200, json{{"pubkey", key}, {"handle", 7}}.dump(), false},
         {201, json{{"pubkey", key}}.dump(), false},
         {200, json{{"pubkey", ""}, {"publicKey", key}}.dump(), false},
         {200, json{{"pubkey", key.substr(2)}}.dump(), false},
