@@ -19,7 +19,8 @@ bool IsHttps(std::string_view text) { return text.starts_with("https://"); }
 std::optional<Image> LoadFace(const std::string& key, const FaceDecoder& decode) try {
     const std::string url = ResolveAvatarUrl(key);
     std::string file;
-    if (url.empty() || !FetchText(url, file) || file.size() < kFaceMinBytes) return std::nullopt;
+    if (url.empty() || !FetchText(url, file, kFaceMaxBytes) || file.size() < kFaceMinBytes)
+        return std::nullopt;
     return decode(std::move(file), kFaceMaxSide);
 } catch (const std::bad_alloc&) {
     return std::nullopt;

@@ -21,6 +21,8 @@ inline constexpr int kFaceMaxSide =
     4 * kFaceSize;  // kept of a picture: sharp on a screen of four times the density
 inline constexpr std::size_t kFaceMinBytes = 33;  // a shorter download is no picture
 
+inline constexpr std::size_t kFaceMaxBytes = 16 << 20;  // a longer one is given up
+
 // The picture in a file from anywhere, neither side above `max_side`; nothing for what is no picture.
 using FaceDecoder = std::function<std::optional<Image>(std::string file, int max_side)>;
 

@@ -66,7 +66,10 @@ TEST_F(StoreFiles, AreReplacedWholeOrStayAsTheyAre) {
          [](int i) { RegisterPaymail("ada", "02ad", "1" + std::to_string(i)); }},
         {wallet.StorePath("/tx_hist") + of_wallet + "_face.json", [](int i) { WriteFaceBalance(5000 + i); }},
         {wallet.StorePath("/ord_snap") + of_wallet + "_spent.json",
-         [](int i) { MarkSpent(TestTxid(static_cast<uint32_t>(i)), 0); }},
+         [](int i) {
+             MarkSpentInMemory(TestTxid(static_cast<uint32_t>(i)), 0);
+             SaveSpentSet();
+         }},
         {wallet.StorePath("/brickfall_ui.json"),
          [](int i) {
              music_vol = i;
