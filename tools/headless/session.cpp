@@ -1,43 +1,26 @@
-// headless.cpp - the whole paid loop without a window: connect, claim, pay, play, record, read back, the
-// board.
-//
-//   headless [--out DIR] [--report TEXT]   one paid run; DIR gets its files, TEXT goes to the architect,
-//   sealed headless --board                       only loads the board and prints it
-//
-// It drives the same flows as the cabinet, supplies the operations that they ask of a driver, and prints what
-// happens. Exit 0 only when every step held; 1 with the step and the reason; 2 for a wrong command line.
-#include <unistd.h>
+#include "tools/headless/session.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <stdexcept>
+#include <utility>
+#include <vector>
 
-#include "base/clock.h"
 #include "base/files.h"
 #include "base/text.h"
 #include "base/workers.h"
-#include "board/board_load.h"
 #include "board/local_scores.h"
 #include "board/watch_reader.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
-#include "game/flows.h"
-#include "game/week.h"
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tools/autopilot.h"
+#include "tools/headless/lines.h"
 #include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
 #include "wallet/ov_pouch_wallet.h"
 #include "wallet/pay_drivers.h"
 #include "wallet/shared_store.h"
@@ -55,30 +38,8 @@ constexpr int64_t kPlayMoney = 100'000;    // satoshis put into a wallet that ca
 constexpr int64_t kEnoughForARun = 6'000;  // entry, record and their fees
 constexpr char kControlUrl[] = "https://control.sandbox.test";
 
-struct StepFailed : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 void Require(bool held, const std::string& why) {
     if (!held) throw StepFailed(why);
-}
-
-std::string Grouped(int64_t number) {
-    std::string digits = std::to_string(number);
-    for (std::size_t at = digits.size(); at > 3 + (number < 0 ? 1u : 0u);) {
-        at -= 3;
-        digits.insert(at, ",");
-    }
-    return digits;
-}
-
-std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
-
-void Say(std::string_view line) { std::printf("     %.*s\n", static_cast<int>(line.size()), line.data()); }
-
-void SayField(std::string_view name, std::string_view value) {
-    std::printf("     %-16.*s %.*s\n", static_cast<int>(name.size()), name.data(),
-                static_cast<int>(value.size()), value.data());
 }
 
 // What the workers bring to the main thread.
@@ -109,131 +70,29 @@ class MainQueue {
 
 MainQueue& main_queue = *new MainQueue;  // workers may outlive main
 
-// The system's clock, but that the wall clock of a run moves only by what is played: a run takes no real
-// time.
-class RunClock {
-  public:
-    RunClock() : clock_(SystemClock()) {
-        clock_.self = &tick_ms_;
-        clock_.tick_ms = [](void* self) { return *static_cast<const uint64_t*>(self); };
-        InstallClock(&clock_);
-    }
-    ~RunClock() { InstallClock(nullptr); }
-    RunClock(const RunClock&) = delete;
-    RunClock& operator=(const RunClock&) = delete;
-
-    void PassOneTick() { tick_ms_ += static_cast<uint64_t>(kTickMs); }
-
-  private:
-    uint64_t tick_ms_ = 1'000;
-    Clock clock_;
-};
-
-struct Options {
-    std::string out_folder;
-    std::string report;
-    bool only_board = false;
-};
-
-// As the board shows it: the name as text, whatever its bytes, in a column of its own.
-std::string NameColumn(const ScoreRow& row) {
-    constexpr std::size_t kWidth = 24;
-    std::string name;
-    for (const char c : FaceKey(row)) name += static_cast<unsigned char>(c) < 0x20 || c == 0x7f ? '?' : c;
-    if (name.size() > kWidth) name = name.substr(0, kWidth - 3) + "...";
-    name.resize(kWidth, ' ');
-    return name;
-}
-
-std::string TimeColumn(int64_t unix_seconds) {
-    if (unix_seconds <= 0) return "-";
-    const auto time = static_cast<std::time_t>(unix_seconds);
-    std::tm utc{};
-    if (::gmtime_r(&time, &utc) == nullptr) return "-";
-    char text[64];
-    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &utc) > 0 ? text : "-";
-}
-
-void SayRow(const std::string& place, const ScoreRow& row, const std::string& my_key) {
-    const bool mine = !my_key.empty() && FaceKey(row) == my_key;
-    std::printf("     %4s  %s  %12s  %-20s  %-7s%s\n", place.c_str(), NameColumn(row).c_str(),
-                Grouped(row.score).c_str(), TimeColumn(row.ts).c_str(), row.verified ? "chain" : "local",
-                mine ? " <- you" : "");
-}
-
-void SayBoard(const BoardResult& board) {
-    const std::string handle = IsConnected() ? PlayerHandle() : std::string();
-    const std::string my_key = handle.substr(0, handle.find('@'));
-    SayField("week", board.week_label);
-    if (board.has_best) {
-        Say("Highest score ever:");
-        SayRow("", board.best, my_key);
-    }
-    if (board.rows.empty()) {
-        Say(board.message.empty() ? "No scores posted yet." : board.message);
-        return;
-    }
-    Say("Top scores for this week:");
-    for (std::size_t i = 0; i < board.rows.size(); ++i) SayRow(std::to_string(i + 1), board.rows[i], my_key);
-    SayField("faces", std::to_string(board.faces.size()) + " pictures");
-}
-
 // Nothing here draws a face: a file counts as a picture, unread.
 std::optional<Image> CountAsPicture(const std::string&, int) { return Image{1, 1, {0xFF000000}}; }
 
-class Session {
-  public:
-    explicit Session(const Options& options) : options_(options) { MakeDriver(); }
+}  // namespace
 
-    void Run() {
-        if (options_.only_board) return Step("Board", [this] { Board(); });
-        Step("Connect", [this] { Connect(); });
-        Step("Play money", [this] { TakePlayMoney(); });
-        Step("Name", [this] { ClaimName(); });
-        Step("Enter", [this] { Enter(); });
-        Step("Play", [this] { Play(); });
-        Step("Record", [this] { Record(); });
-        Step("Read back", [this] { ReadBack(); });
-        Step("Who holds what", [this] { Holdings(); });
-        Step("Board", [this] { Board(); });
-        if (!options_.report.empty()) Step("Report", [this] { Report(); });
-        if (!options_.out_folder.empty()) Step("Files", [this] { WriteFiles(); });
-    }
+void Session::WaitForFlow() {
+    main_queue.RunWhile([this] { return run_.busy; });
+}
 
-  private:
-    void MakeDriver();
-    void Step(const std::string& title, const std::function<void()>& body);
-    void Connect();
-    void ClaimName();
-    void TakePlayMoney();
-    void Enter();
-    void Play();
-    void Record();
-    void ReadBack();
-    void Holdings();
-    void Board();
-    void Report();
-    void WriteFiles();
-    int64_t WalletHolds();
-    void WaitForFlow() {
-        main_queue.RunWhile([this] { return run_.busy; });
-    }
-
-    const Options options_;
-    std::unique_ptr<BoardResult> board_;  // of the last load
-    bool board_busy_ = false;
-    RunClock clock_;
-    int step_ = 0;
-    RunControl run_;
-    FlowDriver driver_;
-    std::string last_status_;
-    bool left_held_ = false;
-    bool right_held_ = false;
-    int64_t balance_at_start_ = 0;
-    int64_t balance_entered_ = 0;
-    int64_t balance_at_end_ = 0;
-    Json recorded_row_;
-};
+void Session::Run() {
+    if (options_.only_board) return Step("Board", [this] { Board(); });
+    Step("Connect", [this] { Connect(); });
+    Step("Play money", [this] { TakePlayMoney(); });
+    Step("Name", [this] { ClaimName(); });
+    Step("Enter", [this] { Enter(); });
+    Step("Play", [this] { Play(); });
+    Step("Record", [this] { Record(); });
+    Step("Read back", [this] { ReadBack(); });
+    Step("Who holds what", [this] { Holdings(); });
+    Step("Board", [this] { Board(); });
+    if (!options_.report.empty()) Step("Report", [this] { Report(); });
+    if (!options_.out_folder.empty()) Step("Files", [this] { WriteFiles(); });
+}
 
 void Session::MakeDriver() {
     RunDriver& run = driver_.run;
@@ -449,7 +308,8 @@ void Session::Board() {
     driver_.start_board_load();
     main_queue.RunWhile([this] { return board_busy_; });
     Require(board_ != nullptr, "the board's load brought nothing");
-    SayBoard(*board_);
+    const std::string handle = IsConnected() ? PlayerHandle() : std::string();
+    SayBoard(*board_, handle.substr(0, handle.find('@')));
     if (run_.record_txid.empty() || run_.final_score < 1) return;
     const auto is_mine = [this](const ScoreRow& row) { return row.txid == run_.record_txid; };
     const auto mine = std::find_if(board_->rows.begin(), board_->rows.end(), is_mine);
@@ -507,69 +367,4 @@ void Session::WriteFiles() {
     write("run.json", run.dump(2));
 }
 
-int64_t PeakMemoryKb() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) return std::strtoll(line.c_str() + 6, nullptr, 10);
-    }
-    return -1;
-}
-
-int Main(const Options& options) {
-    // The executable's folder is the working folder and, as the installation's key, names its bind.
-    const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
-    if (::chdir(folder.c_str()) != 0) throw StepFailed("cannot enter " + folder);
-    LoadUiSettings();
-    BindAtStart(folder, "Brickfall");
-    StartNetwork();
-    {
-        const std::lock_guard lock(wallet_sink_mutex);
-        wallet_log_hook = [](std::string_view text) { SayField("Pouch", Trim(text)); };
-    }
-    if (!options.only_board) std::printf("Brickfall without a window: one paid run, with play money\n");
-    std::string failure;
-    try {
-        Session(options).Run();
-    } catch (const StepFailed& failed) {
-        failure = failed.what();
-    }
-    WaitForWorkers();
-    StopNetwork();
-    if (!failure.empty()) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "\nFailed at %s\n", failure.c_str());
-        return 1;
-    }
-    if (!options.only_board)
-        std::printf("\nAll of it held. Peak memory %.1f MB.\n", static_cast<double>(PeakMemoryKb()) / 1024);
-    return 0;
-}
-
-}  // namespace
 }  // namespace brickfall
-
-int main(int count, char** arguments) {
-    brickfall::Options options;
-    for (int i = 1; i < count; ++i) {
-        const std::string argument = arguments[i];
-        if (argument == "--out" && i + 1 < count) {
-            options.out_folder = std::filesystem::absolute(arguments[++i]).string();
-        } else if (argument == "--report" && i + 1 < count) {
-            options.report = arguments[++i];
-        } else if (argument == "--board" && count == 2) {
-            options.only_board = true;
-        } else {
-            std::fprintf(
-                stderr,
-                "headless: bad argument \"%s\"; usage: headless [--out DIR] [--report TEXT] | --board\n",
-                argument.c_str());
-            return 2;
-        }
-    }
-    try {
-        return brickfall::Main(options);
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "headless: %s\n", failure.what());
-        return 1;
-    }
-}

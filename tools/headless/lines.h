@@ -1,0 +1,22 @@
+// lines.h - what the headless driver prints: indented lines, fields and the board. Standard output; main
+// thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "board/board_load.h"
+
+namespace brickfall {
+
+std::string Grouped(int64_t number);   // with a comma between thousands
+std::string Satoshis(int64_t amount);  // grouped, with the unit
+
+void Say(std::string_view line);
+void SayField(std::string_view name, std::string_view value);
+
+// The rows whose face key is `my_key` are marked as the player's; none when it is empty.
+void SayBoard(const BoardResult& board, const std::string& my_key);
+
+}  // namespace brickfall
