@@ -27,7 +27,8 @@ bool IsLetterOrDigit(char c) {
 // Walks the string literals of a JSON text. It judges nothing: a text that is no JSON is for the parser.
 class LiteralWalk {
   public:
-    explicit LiteralWalk(std::string_view text) : text_(text) {}
+    // The parser takes a zero byte for the end of the text, so that nothing behind one counts.
+    explicit LiteralWalk(std::string_view text) : text_(text.substr(0, text.find('\0'))) {}
 
     // Moves to the next literal; false at the end of the text.
     bool Next() {

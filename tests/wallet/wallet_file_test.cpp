@@ -321,6 +321,7 @@ TEST(SecretJson, TakesWhatTheParserWouldHaveReadAndBlanksIt) {
         {R"({"\u0070riv":"a\u0062\t\"\\\/\u00e9\ud83d\ude00"})", "ab\t\"\\/\xc3\xa9\xf0\x9f\x98\x80",
          R"({"priv":"xx\t\"\\/\u00e9\ud83d\ude00"})"},
         {R"({"priv" : "one", "priv": "two"})", "two", R"({"priv":"xxx"})"},
+        {R"({"priv":"one"})" + std::string(1, '\0') + R"({"priv":"two"})", "one", R"({"priv":"xxx"})"},
         {R"({"priv":"one","priv":2})", "", R"({"priv":2})"},
         {R"({"a":"priv","b":"key"})", "", R"({"a":"priv","b":"key"})"},
         {R"([{"priv":"no"},"yes",{"b":["yes"]}])", "", R"([{"priv":"xx"},"yes",{"b":["yes"]}])"},
