@@ -1,5 +1,5 @@
-// Any bytes as the download page: the build found is one that the result message can carry, only the page's
-// end counts, and a build written out reads as itself.
+// Any bytes as the download page: a build is found or none, only the page's end counts, and a build written
+// out reads as itself.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,7 +14,7 @@ using namespace brickfall;
 constexpr std::size_t kPageTail = 24'000;
 
 void RequireBuild(int32_t build) {
-    Require(build >= -1 && build < INT32_MAX);
+    Require(build >= -1);  // the message adds one in 64 bits
     Require(ParseBuild(FormatBuild(build)) == (build < 0 ? 1 : build));
 }
 
