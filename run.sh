@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, starts the sandbox in a private folder, and opens the cabinet and the companion on it.
-#   ./run.sh                                          the cabinet; closing it ends everything
+#   ./run.sh                                          the cabinet; closing it ends everything. A second one
+#                                                     raises the first
 #   ./run.sh --headless [--out DIR] [--report TEXT]   one whole paid run without a window, printed
 # Without a display the headless run is played. --out DIR leaves transactions.json, wallet.json, row.json and run.json
 # there; --report sends TEXT to the architect and prints what was read. The private folder is out/sandbox, or the one
@@ -46,24 +47,32 @@ if [ "$headless" = yes ]; then
 else
   targets=(brickfall-sandbox brickfall-companion-window brickfall)
 fi
-scripts/install-deps.sh
-mkdir -p build
-echo "run.sh: building (a first build takes some minutes; its output goes to build/run.log)"
-if ! { cmake --preset release &&
-       cmake --build --preset release --target "${targets[@]}"; } >build/run.log 2>&1; then
-  tail -n 40 build/run.log >&2
-  echo "run.sh: the build failed; build/run.log has all of it" >&2
-  exit 1
-fi
-
 home=$(realpath -m -- "${BRICKFALL_SANDBOX_HOME:-out/sandbox}")
 mkdir -p "$home"
 chmod 700 "$home"
 build=$PWD/build/release
 
-# One sandbox at a time works on the folder.
+# One sandbox at a time works on the folder. A cabinet that runs on it is raised; without a display the program does
+# that and nothing else.
 exec 9>"$home/run.lock"
-flock -n 9 || { echo "run.sh: another run is using $home" >&2; exit 1; }
+if ! flock -n 9; then
+  if [ "$headless" = no ] && [ -x "$build/cabinet/brickfall" ] &&
+     env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$build/cabinet/brickfall" 2>/dev/null 9>&-; then
+    exit 0
+  fi
+  echo "run.sh: another run is using $home" >&2
+  exit 1
+fi
+
+scripts/install-deps.sh 9>&-
+mkdir -p build
+echo "run.sh: building (a first build takes some minutes; its output goes to build/run.log)"
+if ! { cmake --preset release &&
+       cmake --build --preset release --target "${targets[@]}"; } >build/run.log 2>&1 9>&-; then
+  tail -n 40 build/run.log >&2
+  echo "run.sh: the build failed; build/run.log has all of it" >&2
+  exit 1
+fi
 
 pids=()
 stop_all() {
@@ -96,6 +105,7 @@ BRICKFALL_SANDBOX_CA=$(sed -n 's/^sandbox ready on .*, authority //p' "$home/san
 export BRICKFALL_SANDBOX_CONNECT BRICKFALL_SANDBOX_CA
 
 if [ "$headless" = no ]; then
+  export BRICKFALL_SANDBOX_RUN=$$  # a companion that the cabinet starts anew ends with this
   "$build/sandbox/brickfall-companion-window" player >"$home/companion.log" 2>&1 9>&- &
   pids+=($!)
   wait_for "$home/companion.log" "companion ready" "${pids[1]}" "the companion"

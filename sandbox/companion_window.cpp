@@ -6,7 +6,13 @@
 //
 // The wallet is created with the first play money or at the first approval, under the name that stands in the
 // field then: a cabinet binds the only wallet of a store by itself, and a person wants to see the handshake.
+// Where BRICKFALL_SANDBOX_RUN names a process, it ends with that.
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
@@ -140,7 +146,15 @@ void ShowRequest(const std::string& text, bool waiting) {
     EnableWindowControl(companion.window, kDeny, waiting);
 }
 
+// A run of the sandbox that a cabinet has started it in ends with its script.
+bool RunIsOver() {
+    const char* const run = std::getenv("BRICKFALL_SANDBOX_RUN");
+    const pid_t process = run != nullptr ? static_cast<pid_t>(std::atoi(run)) : 0;
+    return process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
+}
+
 void LookForRequests() {
+    if (RunIsOver()) return DestroyWindow(companion.window);
     companion.ignored.merge(AbandonedRequestIds());  // nobody waits for these any more
     bool waiting = false;
     const std::vector<ConnectAnswer> answers = AnswerRequests(
@@ -166,8 +180,21 @@ void LookForRequests() {
     if (companion.looks++ % kLooksPerRefresh == 0) StartReading(/*add_money=*/false);
 }
 
+// A pouch with a coin.
+Image IconOf(int side) {
+    return DrawToImage({side, side}, [side](Canvas& canvas) {
+        const auto part = [side](int sixteenths) { return side * sixteenths / 16; };
+        canvas.FillEllipse({part(1), part(4), part(14), part(12)}, Rgb(0x4870A8));
+        canvas.Fill({part(5), part(1), part(6), part(5)}, Rgb(0x345890));
+        canvas.Fill({part(4), part(4), part(8), std::max(1, part(1))}, kInk);
+        canvas.FillEllipse({part(5), part(7), part(6), part(6)}, Rgb(0xE8C448));
+    });
+}
+
 void Create(WindowId window) {
     companion.window = window;
+    const Image icons[] = {IconOf(16), IconOf(32), IconOf(48), IconOf(256)};
+    SetWindowIcons(window, icons);
     companion.font = MakeFont("Segoe UI", 18, 400, FontQuality::kAntialiased);
     companion.title = MakeFont("Segoe UI", 24, 700, FontQuality::kAntialiased);
     const Font& font = companion.font;

@@ -4,9 +4,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
 
 #include "base/files.h"
 #include "deployment/deployment.h"
+#include "platform/automation.h"
 #include "platform/desktop.h"
 #include "tests/e2e/desktop_robot.h"
 #include "tests/support/child_process.h"
@@ -19,6 +23,18 @@ constexpr char kProgram[] = BRICKFALL_BINARY_DIR "/cabinet/brickfall";
 constexpr char kMainTitle[] = "Brickfall";
 // None of the unanswered requests would be over by then. The time that it takes is printed.
 constexpr int kWaitsForNothingMs = 3'000;
+
+std::string PlaceJson(const Rect& place, bool maximized) {
+    return nlohmann::json{{"x", place.x}, {"y", place.y}, {"w", place.w}, {"h", place.h}, {"max", maximized}}
+        .dump();
+}
+
+std::optional<Rect> SavedPlace(const std::string& file) {
+    const auto saved =
+        nlohmann::json::parse(ReadFile(file).value_or(""), nullptr, /*allow_exceptions=*/false);
+    if (!saved.is_object()) return std::nullopt;
+    return Rect{saved.value("x", -1), saved.value("y", -1), saved.value("w", -1), saved.value("h", -1)};
+}
 
 TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
     using enum sandbox::Service;
@@ -57,6 +73,72 @@ TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
     EXPECT_LT(took.count(), kWaitsForNothingMs);
     EXPECT_TRUE(FileExists(wallet.StorePath("/brickfall_ui.json")));
     services.box.ClearFaults();
+}
+
+// The place that a start of the program finds in its settings, what happens to its window, and the place that
+// is there and in the settings afterwards. Twice each: what creeps a little each time is seen.
+TEST(Program, ComesBackWhereItWasAndAllOfItInsideTheWorkArea) {
+    const Rect left = {200, 100, 1320, 1300};
+    const Rect all = {0, 0, 2200, 1500}, small = {0, 100, 1366, 728};
+    const struct {
+        const char* what;
+        std::optional<Rect> saved;
+        bool maximized;
+        bool late_frame;  // the window manager comes long after the window
+        Rect work;
+        const char* act;
+        Rect expected;
+    } kCases[] = {
+        {"left there", left, false, false, all, "", left},
+        {"left maximised", left, true, false, all, "", left},
+        {"a slow window manager", left, false, true, all, "", left},
+        {"moved", left, false, false, all, "windowmove --sync $W 411 131", {410, 111, 1320, 1300}},
+        {"a first start on a small screen", {}, false, false, small, "", {0, 100, 1320, 728}},
+        {"back on a small screen", left, false, false, small, "", {46, 100, 1320, 728}},
+    };
+    const TempUserData data;
+    const std::string file = data.Path() + "/Orvane/brickfall_ui.json";
+    MakeFolders(data.Path() + "/Orvane");
+    for (const auto& a_case : kCases) {
+        SCOPED_TRACE(a_case.what);
+        RemoveFile(file);
+        if (a_case.saved) WriteFile(file, PlaceJson(*a_case.saved, a_case.maximized));
+        // A window that keeps the rest of the desktop for itself, as a panel does.
+        const WindowId panel = OpenWindow({.title = "Panel", .size = {60, 40}}, nullptr);
+        ShowWindow(panel);
+        ASSERT_TRUE(WaitFor("the panel", [] { return WindowIsUp("Panel"); }));
+        const auto bar = [](int width) { return "," + std::to_string(width); };
+        RunShell(
+            "xprop -id $(xdotool search --onlyvisible --name '^Panel$') -f _NET_WM_STRUT 32c -set "
+            "_NET_WM_STRUT 0" +
+            bar(all.w - a_case.work.w) + bar(a_case.work.y) + bar(all.h - a_case.work.Bottom()));
+        ASSERT_TRUE(WaitFor("the work area", [&] { return MonitorOf(panel).work == a_case.work; }));
+        for (int start = 0; start < 2; ++start) {
+            if (a_case.late_frame) RunShell("openbox --exit");
+            ChildProcess program(kProgram, {});
+            ASSERT_TRUE(WaitFor("the program's window", [] { return WindowIsUp(kMainTitle); }));
+            if (a_case.late_frame) RunShell("openbox >/dev/null 2>&1 &");
+            const auto stands_at = [&](const Rect& rect) { return RectOnScreen(kMainTitle) == rect; };
+            if (a_case.maximized) {
+                EXPECT_SOON(stands_at({0, 0, 2200, 1500}));
+            } else if (start > 0 || a_case.act[0] == '\0') {
+                EXPECT_SOON(stands_at(a_case.expected));
+            }
+            if (start == 0 && a_case.act[0] != '\0') {
+                EXPECT_SOON(stands_at(left));
+                RunFor(600);  // until it takes a move for the player's
+                RunShell(std::string("W=$(xdotool search --onlyvisible --name '^Brickfall$'); xdotool ") +
+                         a_case.act);
+                EXPECT_SOON(stands_at(a_case.expected));
+                EXPECT_SOON(SavedPlace(file) == a_case.expected);
+            }
+            Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key alt+F4");
+            EXPECT_EQ(program.Wait(), 0);
+            EXPECT_EQ(SavedPlace(file), a_case.expected);
+        }
+        DestroyWindow(panel);
+        PumpMessages();
+    }
 }
 
 TEST(Program, SaysSoWithoutADisplay) {
