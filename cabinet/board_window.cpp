@@ -41,7 +41,7 @@ int DrawBoardRow(Canvas& canvas, int y, const ScoreRow& row, const RowLook& look
     canvas.Text(FromEdges(face_x + 52, y, box.Right() - 140, box.Bottom()), key, theme.font_button,
                 kTextColor, AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
     canvas.Text(FromEdges(box.Right() - 132, y, box.Right() - 16, box.Bottom()), std::to_string(row.score),
-                theme.font_mono, look.score, AlignX::kRight, AlignY::kCentre);
+                theme.font_mono, look.score, AlignX::kRight, AlignY::kCentre, /*ellipsis=*/true);
     return y + 54;
 }
 

@@ -97,6 +97,22 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
     EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
     EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
     EXPECT_EQ(PixelOf(image, 250, 96 + 14 * 54 + 4), kPanelColor);  // the last row that fits whole
+    // A score too long keeps its leading digits: the picture begins as that of those digits alone does.
+    const auto column = [](std::string_view digits) {
+        BoardView one;
+        one.rows = {Row("ada", std::stoll(std::string(digits)))};
+        return Painted(one);
+    };
+    const Image full = column("9223372036854775807");
+    const Image other = column("1223372036854775807");
+    const Rect first_digit = {540 - 20 - 132, 100, MeasureText(theme.font_mono, "9").w, 40};
+    bool differs = false;
+    for (int y = first_digit.y; y < first_digit.Bottom(); ++y) {
+        for (int x = first_digit.x; x < first_digit.Right(); ++x)
+            differs |= PixelOf(full, x, y) != PixelOf(other, x, y);
+    }
+    EXPECT_TRUE(differs) << "the leading digit stands first in the column";
+    EXPECT_EQ(full.pixels, column("9223372036854775000").pixels) << "and the end is left out";
 }
 
 TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
