@@ -14,7 +14,6 @@ namespace {
 
 enum ReportControlId : int {
     kControlText = 1401,
-    kControlSend = 1402,
     kControlClose = 1403,
 };
 
@@ -28,7 +27,7 @@ constexpr std::string_view kIncludeLines[] = {"What broke, or who abused.", "A s
 void Create(WindowId window) {
     CreateEdit(window, kControlText, {24, 402, 552, 148}, theme.font_button, kTextLimit, kTextColor,
                kPanelColor);
-    MakeButton(window, "Send report", kControlSend, {24, 568, 150, 36});
+    MakeButton(window, "Send report", kControlSendReport, {24, 568, 150, 36});
     MakeButton(window, "Close", kControlClose, {184, 568, 110, 36});
     SetAccessibleControlName(window, kControlText, "Report text");
     FocusControl(window, kControlText);
@@ -66,7 +65,7 @@ WindowId OpenReportWindow(WindowId owner) {
                 Create(window);
                 return true;
             case MessageType::kCommand:
-                if (message.id == kControlSend) Send(window);
+                if (message.id == kControlSendReport) Send(window);
                 if (message.id == kControlClose) DestroyWindow(window);
                 return true;
             case MessageType::kPaint:

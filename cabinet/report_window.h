@@ -5,6 +5,7 @@
 
 namespace brickfall {
 
+inline constexpr int kControlSendReport = 1402;
 inline constexpr Size kReportClientSize = {600, 640};
 
 WindowId OpenReportWindow(WindowId owner);  // not shown yet

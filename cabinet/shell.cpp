@@ -44,7 +44,7 @@ constexpr Size kSmallestWindow = {1200, 1040};
 constexpr uint64_t kRecordBlinkMs = 280;
 constexpr Point kWellAt = {16, 178};
 
-enum class ControlKind { kText, kClickableText, kButton };
+enum class ControlKind { kText, kButton };
 
 struct ControlRow {
     int id;
@@ -70,7 +70,7 @@ constexpr ControlRow kControls[] = {
     {kControlReport, ControlKind::kButton, {440, 140, 90, 34}, "Report", &Theme::font_button},
     {kControlStatus, ControlKind::kText, {16, 700, 740, 20}, "Connect Pouch, then Play.", &Theme::font_small},
     {kControlCloseMain, ControlKind::kButton, {325, 720, 110, 34}, "Close", &Theme::font_button},
-    {kControlVersion, ControlKind::kClickableText, {16, 726, 240, 20}, "", &Theme::font_small},
+    {kControlVersion, ControlKind::kText, {16, 726, 240, 20}, "", &Theme::font_small},
 };
 
 bool IsInHeader(int id) {
@@ -90,16 +90,12 @@ std::optional<CellSize> RunCell() {
 }
 
 // The window is made no smaller than the run in progress needs; one that is already, since a run takes the
-// cell size of the moment, stays as it is. The floor below which it looks crowded gives way where the screen
-// itself is smaller, so that its foot row stays in reach.
+// cell size of the moment, stays as it is. The floor of the whole window is where it begins to look crowded.
 void LimitSize(const Size& client) {
     const CellSize cell = RunCell().value_or(CellSize{kSmallestCell, kSmallestCell});
-    const Size frame = FrameSize(shell.main);
-    const Rect work = MonitorOf(shell.main).work;
-    SetMinimumClientSize(shell.main, {std::max(std::min(cell.w * kBrickCols + 322, client.w),
-                                               std::min(kSmallestWindow.w, work.w) - frame.w),
-                                      std::max(std::min(cell.h * 18 + 322, client.h),
-                                               std::min(kSmallestWindow.h, work.h) - frame.h)});
+    SetMinimumSize(shell.main,
+                   {std::min(cell.w * kBrickCols + 322, client.w), std::min(cell.h * 18 + 322, client.h)},
+                   kSmallestWindow);
 }
 
 // The balance line follows the end of the wallet line.
@@ -108,6 +104,16 @@ void FitWalletLine() {
     const int width = std::max(MeasureText(theme.font_small, line).w + 8, 80);
     MoveControl(shell.main, kControlWalletLine, {16, 92, width, 22});
     MoveControl(shell.main, kControlBalanceLine, {width + 36, 92, 360, 22});
+}
+
+// Whole if there is room before the Close button.
+void FitVersionLine() {
+    constexpr Size kUsual = {240, 20};
+    const Size client = ClientSize(shell.main);
+    const int wanted = MeasureText(theme.font_small, ControlText(shell.main, kControlVersion)).w + 8;
+    const int room = (client.w - 110) / 2 - 16 - 8;
+    MoveControl(shell.main, kControlVersion,
+                {16, client.h - 42, std::max(std::min(wanted, room), kUsual.w), kUsual.h});
 }
 
 void SetLine(int id, std::string_view text) {
@@ -139,11 +145,33 @@ GameKey KeyOfGame(Key key) {
     }
 }
 
+// Called at every frame: a screen reader hears of it only when it says something else.
+void RefreshWell() {
+    InvalidateWindow(shell.well);
+    std::string spoken = SpokenWell(shell.run);
+    if (spoken == shell.spoken_well) return;
+    SetAccessibleWindowName(shell.well, "Play field", spoken);
+    shell.spoken_well = std::move(spoken);
+}
+
+// The Send button of the report window stands for the one that opens it.
+void BeginCheck(int control, std::string_view text) {
+    shell.status_before_check = ControlText(shell.main, kControlStatus);
+    SetStatus(text);
+    const bool is_report = control == kControlReport && WindowExists(shell.report);
+    BeginWait(is_report ? shell.report : shell.main, is_report ? kControlSendReport : control);
+}
+
+void EndCheck() {
+    EndWait();
+    SetStatus(shell.status_before_check);
+}
+
 FlowDriver MakeDriver() {
     FlowDriver driver;
     driver.run.set_status = SetStatus;
     driver.run.enable_control = [](int id, bool on) { EnableWindowControl(shell.main, id, on); };
-    driver.run.invalidate_well = [] { InvalidateWindow(shell.well); };
+    driver.run.invalidate_well = RefreshWell;
     driver.run.invalidate_record_button = [] { InvalidateControl(shell.main, kControlRecord); };
     driver.run.refresh_layout = RefreshLayout;
     driver.run.start_heartbeat = [] { StartTimer(shell.main, kHeartbeatTimer, static_cast<int>(kTickMs)); };
@@ -158,6 +186,8 @@ FlowDriver MakeDriver() {
     driver.confirm = [](std::string_view title, std::string_view question) {
         return ShowMessageBox(shell.main, title, question, BoxButtons::kOkCancel, BoxIcon::kQuestion);
     };
+    driver.begin_check = BeginCheck;
+    driver.end_check = EndCheck;
     driver.refresh_wallet_labels = RefreshWalletLabels;
     driver.start_pot_refresh = StartPotRefresh;
     driver.start_board_load = StartBoardLoad;
@@ -177,10 +207,7 @@ void OpenOnce(WindowId& slot, WindowId (*open)(WindowId owner), bool beside = fa
     PauseForWindow(shell.run, shell.driver.run);
     if (WindowExists(slot)) return BringToFront(slot);
     slot = open(shell.main);
-    if (beside) {
-        const Rect rect = WindowRect(slot);
-        return ShowBeside(slot, {rect.w, rect.h});
-    }
+    if (beside) return ShowBeside(slot);
     ShowWindow(slot);
 }
 
@@ -209,14 +236,12 @@ void OnCreate(WindowId window) {
             PaintWell(*message.canvas, shell.run, shell.cell, TickMs());
             return true;
         });
-    SetAccessibleWindowName(shell.well, "Play field",
-                            "Left and Right move the paddle, Space serves, P pauses");
+    RefreshWell();
     for (const ControlRow& control : kControls) {
         if (control.kind == ControlKind::kButton) {
             MakeButton(window, control.text, control.id, control.rect);
         } else {
-            CreateText(window, control.id, control.rect, control.text, theme.*control.font,
-                       control.kind == ControlKind::kClickableText);
+            CreateText(window, control.id, control.rect, control.text, theme.*control.font);
         }
     }
     SetAccessibleControlName(window, kControlSettings, "Settings");
@@ -316,7 +341,7 @@ void ShowBoard(std::unique_ptr<BoardResult> result) {
     BuildFaceBitmaps(std::move(result->faces));
     DestroyWindow(shell.board);
     shell.board = OpenBoardWindow(shell.main, view);
-    ShowBeside(shell.board, kBoardWindowSize);
+    ShowBeside(shell.board);
     SetStatus(view.message.empty() ? std::string_view("Weekly board loaded.") : view.message);
 }
 
@@ -331,6 +356,8 @@ void OnUpdateDone(int64_t value) {
     shell.build_latest = static_cast<int32_t>(value - 1);
     shell.update_available = shell.build_latest > kBuildNumber;
     SetControlText(shell.main, kControlVersion, VersionText(shell.update_available));
+    SetTextClickable(shell.main, kControlVersion, shell.update_available);
+    FitVersionLine();
     InvalidateControl(shell.main, kControlVersion);
     if (shell.update_available &&
         ShowMessageBox(shell.main, "Brickfall update", UpdateQuestion(shell.build_latest), BoxButtons::kYesNo,
@@ -445,7 +472,7 @@ CellSize RefreshLayout() {
     move(kControlPotLine, {16, 116, inner, 22});
     move(kControlStatus, {16, h - 74, inner, 20});
     move(kControlCloseMain, {(w - 110) / 2, h - 50, 110, 34});
-    move(kControlVersion, {16, h - 42, 240, 20});
+    FitVersionLine();
 
     const int room_w = std::max(inner, 400);
     const int room_h = std::max(h - 256, 200);
@@ -504,8 +531,10 @@ void StartBoardLoad() {
 
 void SetStatus(std::string_view text) { SetControlText(shell.main, kControlStatus, text); }
 
-void ShowBeside(WindowId tool_window, Size size) {
-    MoveWindow(tool_window, PlaceBeside(WindowRect(shell.main), MonitorOf(shell.main).work, size));
+void ShowBeside(WindowId tool_window) {
+    const Rect rect = WindowRect(tool_window);
+    MoveWindow(tool_window,
+               PlaceBeside(WindowRect(shell.main), MonitorOf(shell.main).work, {rect.w, rect.h}));
     ShowWindow(tool_window);
 }
 

@@ -61,6 +61,9 @@ struct Shell {
     bool board_again = false;
     int32_t build_latest = -1;
     bool update_available = false;
+
+    std::string spoken_well;          // as a screen reader has it
+    std::string status_before_check;  // stands again after a look-up that the window waits for
 };
 
 extern Shell& shell;
@@ -78,7 +81,7 @@ void StartBoardLoad();
 void SetStatus(std::string_view text);
 
 // Brings a tool window beside the main window and shows it.
-void ShowBeside(WindowId tool_window, Size size);
+void ShowBeside(WindowId tool_window);
 
 // Satoshis as whole coins with eight decimals, such as "-0.00005000".
 std::string FormatBsv(int64_t satoshis);

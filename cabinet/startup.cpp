@@ -15,12 +15,17 @@
 namespace brickfall {
 namespace {
 
-// On a screen smaller than the window the window takes what there is.
+// On a screen smaller than the window the window takes what there is, and wherever it was left, all of it
+// comes back into the work area: its title bar to move it by, and its foot row.
 void RestorePlacement(WindowId main) {
     const RestoredPlacement placement = RestoreWindowPlacement(Monitors());
     if (placement.position) MoveWindow(main, *placement.position);
     const Rect work = MonitorOf(main).work;
-    ResizeWindow(main, {std::min(placement.size.w, work.w), std::min(placement.size.h, work.h)});
+    const Size size = {std::min(placement.size.w, work.w), std::min(placement.size.h, work.h)};
+    ResizeWindow(main, size);
+    if (!placement.position) return;
+    const Rect inside = Rect{placement.position->x, placement.position->y, size.w, size.h}.MovedInside(work);
+    MoveWindow(main, {inside.x, inside.y});
 }
 
 }  // namespace

@@ -1,24 +1,69 @@
 #include "cabinet/theme.h"
 
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <utility>
+
 #include "cabinet/images.h"
 
 namespace brickfall {
 
 Theme& theme = *new Theme;
 
-void MakeTheme() {
-    using enum FontQuality;
-    theme.font_button = MakeFont("Segoe UI", 18, 400, kAntialiased);
-    theme.font_small = MakeFont("Segoe UI", 16, 400, kClearType);
-    theme.font_title = MakeFont("Georgia", 28, 700, kClearType);
-    theme.font_mono = MakeFont("Consolas", 22, 600, kClearType);
-    theme.font_body = MakeFont("Segoe UI", 18, 400, kAntialiased);
-    theme.font_heading = MakeFont("Georgia", 32, 700, kAntialiased);
-    theme.font_huge = MakeFont("Segoe UI", 72, 900, kClearType);
-    theme.font_large = MakeFont("Segoe UI", 40, 700, kClearType);
+namespace {
+
+struct FontRow {
+    Font Theme::*font;
+    const char* family;
+    int height;
+    int weight;
+    FontQuality quality;
+};
+constexpr FontRow kFonts[] = {
+    {&Theme::font_button, "Segoe UI", 18, 400, FontQuality::kAntialiased},
+    {&Theme::font_small, "Segoe UI", 16, 400, FontQuality::kClearType},
+    {&Theme::font_title, "Georgia", 28, 700, FontQuality::kClearType},
+    {&Theme::font_mono, "Consolas", 22, 600, FontQuality::kClearType},
+    {&Theme::font_body, "Segoe UI", 18, 400, FontQuality::kAntialiased},
+    {&Theme::font_heading, "Georgia", 32, 700, FontQuality::kAntialiased},
+    {&Theme::font_huge, "Segoe UI", 72, 900, FontQuality::kClearType},
+    {&Theme::font_large, "Segoe UI", 40, 700, FontQuality::kClearType},
+};
+constexpr int kLowestFitted = 8;
+
+// The smaller ones that were asked for, by row and height.
+auto& fitted_fonts = *new std::map<std::pair<const FontRow*, int>, Font>;
+
+Font MakeRowFont(const FontRow& row, int height) {
+    return MakeFont(row.family, height, row.weight, row.quality);
 }
 
-void DropTheme() { theme = Theme(); }
+}  // namespace
+
+void MakeTheme() {
+    for (const FontRow& row : kFonts) theme.*row.font = MakeRowFont(row, row.height);
+}
+
+void DropTheme() {
+    theme = Theme();
+    fitted_fonts.clear();
+}
+
+Font FittedFont(Font Theme::*font, std::string_view text, int width) {
+    const FontRow& row = *std::find_if(std::begin(kFonts), std::end(kFonts),
+                                       [font](const FontRow& each) { return each.font == font; });
+    Font fitted = theme.*font;
+    int height = row.height;
+    for (int w = MeasureText(fitted, text).w; w > width && height > kLowestFitted;
+         w = MeasureText(fitted, text).w) {
+        height = std::clamp(height * width / w, kLowestFitted, height - 1);
+        Font& kept = fitted_fonts[{&row, height}];
+        if (kept == nullptr) kept = MakeRowFont(row, height);
+        fitted = kept;
+    }
+    return fitted;
+}
 
 int DrawPanel(Canvas& canvas, const Rect& rect, std::string_view title) {
     constexpr Color kPanelFill = Rgb(0x0A1612);

@@ -39,6 +39,9 @@ extern Theme& theme;
 void MakeTheme();
 void DropTheme();
 
+// A font of the theme, or its face in the largest lower height in which the text is no wider than `width`.
+Font FittedFont(Font Theme::*font, std::string_view text, int width);
+
 // `t` of 0 gives `a`, of 255 gives `b`; each channel is truncated.
 constexpr Color BlendColor(Color a, Color b, int t) {
     const auto mix = [t](int from, int to) {

@@ -1,6 +1,8 @@
 #include "cabinet/tool_window.h"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "cabinet/controls.h"
 #include "cabinet/images.h"
@@ -8,12 +10,40 @@
 
 namespace brickfall {
 
+namespace {
+
+// A page that is larger than the desktop has room for is shown smaller as a whole, so that its Close button,
+// and every line of it, stays on the screen.
+double FactorOf(Size page, Size room) {
+    return std::min({1.0, static_cast<double>(room.w) / page.w, static_cast<double>(room.h) / page.h});
+}
+
+Size Scaled(Size size, double factor) {
+    return {static_cast<int>(size.w * factor), static_cast<int>(size.h * factor)};
+}
+
+void PaintSmaller(WindowId window, Message& message, Size page, const WindowProcedure& procedure) {
+    const Image image = DrawToImage(
+        page,
+        [&](Canvas& canvas) {
+            Message whole{.type = MessageType::kPaint, .size = page, .canvas = &canvas};
+            procedure(window, whole);
+        },
+        /*scale=*/2);
+    message.canvas->Draw(image, {0, 0, message.size.w, message.size.h});
+}
+
+}  // namespace
+
 void DressWindow(WindowId window) {
     SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor);
-    Image big = MakeIcon(32);
-    if (big.Empty()) big = StoredIcon(32);
-    const Image small = MakeIcon(16);
-    SetWindowIcons(window, big, small.Empty() ? big : small);
+    std::vector<Image> icons;
+    for (const int side : {16, 32, 48}) {
+        icons.push_back(MakeIcon(side));
+        if (icons.back().Empty()) icons.back() = StoredIcon(side);
+    }
+    icons.push_back(StoredIcon(256));  // larger than the logo is kept
+    SetWindowIcons(window, icons);
 }
 
 std::string Spoken(std::span<const std::string_view> lines) {
@@ -26,18 +56,31 @@ std::string Spoken(std::span<const std::string_view> lines) {
 }
 
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure) {
+    const Size frame = FrameSize(owner);  // as large as its own will be
+    const Rect work = MonitorOf(owner).work;
+    const Size page =
+        options.size_is_client ? options.size : Size{options.size.w - frame.w, options.size.h - frame.h};
+    const double factor = FactorOf(page, {work.w - frame.w, work.h - frame.h});
+    const bool is_whole = factor >= 1;
     const WindowOptions window = {.title = options.title,
-                                  .size = options.size,
-                                  .size_is_client = options.size_is_client,
+                                  .size = is_whole ? options.size : Scaled(page, factor),
+                                  .size_is_client = options.size_is_client || !is_whole,
                                   .resizable = false,
                                   .owner = owner,
                                   .background = kBgColor};
-    return OpenWindow(window, [options, procedure = std::move(procedure)](WindowId id, Message& message) {
+    return OpenWindow(window, [options, page, factor, is_whole, procedure = std::move(procedure)](
+                                  WindowId id, Message& message) {
         if (message.type == MessageType::kCreate) {
             DressWindow(id);
             SetAccessibleWindowName(id, options.title, options.spoken);
         }
-        if (procedure(id, message)) return true;
+        if (message.type == MessageType::kPaint && !is_whole) {
+            PaintSmaller(id, message, page, procedure);
+            return true;
+        }
+        const bool handled = procedure(id, message);
+        if (message.type == MessageType::kCreate && !is_whole) ScaleControls(id, factor);
+        if (handled) return true;
         if (message.type != MessageType::kPaintButton) return false;
         PaintButton(id, message);
         return true;

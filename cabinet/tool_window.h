@@ -17,7 +17,8 @@ struct ToolWindowOptions {
     std::string spoken = {};  // what is painted, for a screen reader
 };
 
-// The procedure need not care for the look of buttons and texts. The window is not shown yet.
+// The procedure need not care for the look of buttons and texts, nor for a screen that is smaller than the
+// window. The window is not shown yet.
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure);
 
 // Lines for a screen reader, one after the other.

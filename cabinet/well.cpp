@@ -24,6 +24,7 @@ constexpr Color kTextShadowColor = Rgb(0x140000);
 constexpr Color kWhite = Rgb(0xFFFFFF);
 constexpr Color kBlack = Rgb(0x000000);
 constexpr uint64_t kBannerBlinkMs = 220;
+constexpr std::string_view kGameOverText = "GAME OVER";
 
 constexpr Color kBrickColors[kBrickRows] = {Rgb(0xC46C28), Rgb(0xBC7C30), Rgb(0xA89438), Rgb(0x78A848),
                                             Rgb(0x48B064), Rgb(0x38B878), Rgb(0x30AC7C), Rgb(0x289C70)};
@@ -124,20 +125,23 @@ void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
     canvas.Text(box.Grown(8), "B", theme.font_mono, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
 }
 
+int64_t ShownScore(const RunControl& run) {
+    const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
+    return ended ? run.final_score : run.game.score;
+}
+
 void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field) {
     const int left = field.w + 62;
     const auto line = [&](int y, int height, std::string_view text, const Font& font, Color color) {
         canvas.Text(FromEdges(left, y, field.w + 266, y + height), text, font, color);
     };
     line(26, 36, "THIS RUN", theme.font_title, kPaddleColor);
-    const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
     const bool attract = run.mode == kModeAttract;
-    const int64_t score = ended ? run.final_score : run.game.score;
     int y = 70;
-    for (const std::string& text :
-         {"Score   " + std::to_string(score), "Level   " + std::to_string(attract ? 1 : run.game.level),
-          "Bricks  " + std::to_string(attract ? 0 : run.game.bricks_left),
-          "Lives   " + std::to_string(attract ? kStartLives : run.game.lives)}) {
+    for (const std::string& text : {"Score   " + std::to_string(ShownScore(run)),
+                                    "Level   " + std::to_string(attract ? 1 : run.game.level),
+                                    "Bricks  " + std::to_string(attract ? 0 : run.game.bricks_left),
+                                    "Lives   " + std::to_string(attract ? kStartLives : run.game.lives)}) {
         line(y, 28, text, theme.font_mono, kTextColor);
         y += 28;
     }
@@ -165,21 +169,33 @@ void DrawBanner(Canvas& canvas, const RunControl& run, const Rect& field, uint64
     FillAround(canvas, box, box.Grown(-2), kBannerEdgeColor);
     canvas.Fill(box.Grown(-2), kBannerColor);
     const bool bright = BlinkOn(tick_ms, kBannerBlinkMs);
-    const auto line = [&](int from, int to, std::string_view text, const Font& font, Color color) {
-        DrawOutlined(canvas, {box.x, box.y + from, box.w, to - from}, text, font, color);
+    // In a field of small cells the lines are smaller, so that they stay whole, outlines included.
+    const auto line = [&](int from, int to, std::string_view text, Font Theme::*font, Color color) {
+        DrawOutlined(canvas, {box.x, box.y + from, box.w, to - from}, text, FittedFont(font, text, box.w - 8),
+                     color);
     };
-    line(12, 102, "GAME OVER", theme.font_huge, bright ? Rgb(0xFF2424) : Rgb(0xB00808));
-    line(106, 162, "Score  " + std::to_string(run.final_score), theme.font_large, kTextColor);
-    line(170, 218, "Click  Record score", theme.font_large, bright ? Rgb(0xFFC86E) : Rgb(0xDC8C38));
+    line(12, 102, kGameOverText, &Theme::font_huge, bright ? Rgb(0xFF2424) : Rgb(0xB00808));
+    line(106, 162, "Score  " + std::to_string(run.final_score), &Theme::font_large, kTextColor);
+    line(170, 218, "Click  Record score", &Theme::font_large, bright ? Rgb(0xFFC86E) : Rgb(0xDC8C38));
+}
+
+std::string_view OverlayText(const RunControl& run) {
+    switch (run.mode) {
+        case kModeAttract:
+            return "INSERT 5000 SATS";
+        case kModePlaying:
+            return run.game.paused ? "PAUSED" : "";
+        case kModeRecorded:
+            return "SCORE ON-CHAIN";
+        case kModeGameOver:
+            break;  // a banner
+    }
+    return "";
 }
 
 void DrawOverlay(Canvas& canvas, const RunControl& run, const Rect& field, uint64_t tick_ms) {
     if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms);
-    const std::string_view text = run.mode == kModeAttract    ? "INSERT 5000 SATS"
-                                  : run.mode == kModeRecorded ? "SCORE ON-CHAIN"
-                                  : run.game.paused           ? "PAUSED"
-                                                              : "";
-    canvas.Text(field, text, theme.font_title, kPaddleColor, AlignX::kCentre, AlignY::kCentre);
+    canvas.Text(field, OverlayText(run), theme.font_title, kPaddleColor, AlignX::kCentre, AlignY::kCentre);
 }
 
 }  // namespace
@@ -195,6 +211,18 @@ void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t 
     }
     DrawHud(canvas, run, field.rect);
     DrawOverlay(canvas, run, field.rect, tick_ms);
+}
+
+std::string SpokenWell(const RunControl& run) {
+    constexpr std::string_view kKeys = "Left and Right move the paddle, Space serves, P pauses";
+    std::string spoken(OverlayText(run));
+    if (run.mode == kModeGameOver) spoken = kGameOverText;
+    if (run.mode != kModeAttract) {
+        if (!spoken.empty()) spoken += ". ";
+        spoken += "Score " + std::to_string(ShownScore(run)) + ", level " + std::to_string(run.game.level) +
+                  ", lives " + std::to_string(run.game.lives);
+    }
+    return spoken.append(". ").append(kKeys);
 }
 
 }  // namespace brickfall

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "game/run_control.h"
 #include "platform/window.h"
@@ -15,5 +16,8 @@ inline constexpr int kFieldTop = 14;
 
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
 void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms);
+
+// What the picture says, for a screen reader; it changes only with what a player wants to hear of.
+std::string SpokenWell(const RunControl& run);
 
 }  // namespace brickfall

@@ -64,6 +64,30 @@ void StartPay(const FlowDriver& driver, PayKind kind, std::function<std::string(
     StartWorker([post = driver.post_pay_done, kind, pay = std::move(pay)] { post(kind, ResultOf(pay)); });
 }
 
+class Check {
+  public:
+    Check(const FlowDriver& driver, int control) : driver_(driver) {
+        driver_.begin_check(control, "Checking your name...");
+    }
+    ~Check() { driver_.end_check(); }
+    Check(const Check&) = delete;
+    Check& operator=(const Check&) = delete;
+
+  private:
+    const FlowDriver& driver_;
+};
+
+bool LookUpFrozen(const FlowDriver& driver) {
+    const Check check(driver, kControlPlay);
+    std::string note;
+    return IsFrozen(note);
+}
+
+bool SignChecked(const FlowDriver& driver, int control, json& row, std::string& error) {
+    const Check check(driver, control);
+    return SignMessage(row, error);
+}
+
 json ScoreRow(const RunControl& run, Player player) {
     const int64_t now = UnixSeconds();
     std::string tape = TapeToHex(run.tape);
@@ -162,8 +186,7 @@ void OnPlayClicked(RunControl& run, const FlowDriver& driver) {
     if (PlayerHandle().empty()) {
         return SetStatus(driver, std::string("Publish a @") + kPaymailDomain + " name before you play.");
     }
-    std::string note;
-    if (IsFrozen(note)) return SetStatus(driver, "This identity is frozen. No play.");
+    if (LookUpFrozen(driver)) return SetStatus(driver, "This identity is frozen. No play.");
     if (!driver.confirm("Brickfall", kEnterQuestion)) return;
     SetBusy(run, driver, true);
     SetStatus(driver, "Paying enter fee in Pouch...");
@@ -182,7 +205,7 @@ void OnRecordClicked(RunControl& run, const FlowDriver& driver) {
     {
         json row = ScoreRow(run, std::move(player));
         std::string error;
-        if (!SignMessage(row, error)) {
+        if (!SignChecked(driver, kControlRecord, row, error)) {
             return SetStatus(driver, error.empty() ? "Could not sign the score." : error);
         }
         text = DumpRow(row);
@@ -212,7 +235,8 @@ ReportOutcome OnSendReport(RunControl& run, const FlowDriver& driver, std::strin
     if (!EncryptDirectMessage({std::string(text)}, handle, kArchitectHandle, row, error)) {
         return FailReport(std::move(error), "Could not encrypt the report.");
     }
-    if (!SignMessage(row, error)) return FailReport(std::move(error), "Could not sign the report.");
+    if (!SignChecked(driver, kControlReport, row, error))
+        return FailReport(std::move(error), "Could not sign the report.");
     SetBusy(run, driver, true);
     SetStatus(driver, "Sending report in Pouch...");
     StartPay(driver, kPayReport, [payload = DumpRow(row)] { return PayReport(payload); });

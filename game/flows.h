@@ -20,6 +20,10 @@ using ResultText = std::unique_ptr<std::string>;
 struct FlowDriver {
     RunDriver run;
     std::function<bool(std::string_view title, std::string_view question)> confirm;  // OK and Cancel
+    // Around a look-up that keeps the main thread for seconds. The driver shows at once that the control
+    // waits, with `text` in the status line, and takes no click or key meanwhile; then all is as before.
+    std::function<void(int control, std::string_view text)> begin_check;
+    std::function<void()> end_check;
     std::function<void()> refresh_wallet_labels;
     std::function<void()> start_pot_refresh;
     std::function<void()> start_board_load;

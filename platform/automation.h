@@ -28,6 +28,7 @@ void MovePointer(WindowId window, Point at);
 void PressPointer(WindowId window, Point at);
 void ReleasePointer(WindowId window, Point at);
 void ClickControl(WindowId window, int id);
+bool PointerWaits();                 // it shows that the program is at work
 void PretendFocusLost(bool lost);    // another application takes or gives back the focus
 bool CloseByFrame(WindowId window);  // the frame's close button
 
@@ -40,7 +41,8 @@ bool ControlEnabled(WindowId window, int id);
 bool ControlExists(WindowId window, int id);
 int FocusedControl(WindowId window);  // 0: none
 std::string AccessibleName(WindowId window, int id);
-std::string AccessibleDescription(WindowId window);  // of the window itself
+std::string AccessibleRole(WindowId window, int id);  // "link", "text", "button", or empty
+std::string AccessibleDescription(WindowId window);   // of the window itself
 std::string WindowTitle(WindowId window);
 Rect ChildRect(WindowId child);
 Size MinimumClientSize(WindowId window);

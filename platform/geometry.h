@@ -31,6 +31,12 @@ struct Rect {
         return x < other.Right() && other.x < Right() && y < other.Bottom() && other.y < Bottom();
     }
     Rect Grown(int by) const { return {x - by, y - by, w + 2 * by, h + 2 * by}; }
+    // Moved as little as it takes to stand inside `area`; where it is too large, from its left and top edge
+    // on.
+    Rect MovedInside(const Rect& area) const {
+        return {std::max(std::min(x, area.Right() - w), area.x),
+                std::max(std::min(y, area.Bottom() - h), area.y), w, h};
+    }
 };
 
 // From edge to edge, the right and bottom ones excluded.

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -139,9 +140,11 @@ Size ClientSize(WindowId window);
 void MoveWindow(WindowId window, Point at);  // neither shown nor activated
 void ResizeWindow(WindowId window, Size size);
 void MoveChild(WindowId child, const Rect& rect);
-void SetMinimumClientSize(WindowId window, Size size);
+// The greater of both on each axis: of the client, and of the window with its frame. It gives way where the
+// work area is smaller, so that every edge stays in reach.
+void SetMinimumSize(WindowId window, Size client, Size outer);
 void SetTitleBarColors(WindowId window, Color caption, Color border, Color text);  // where the desktop can
-void SetWindowIcons(WindowId window, const Image& big, const Image& small);
+void SetWindowIcons(WindowId window, std::span<const Image> sizes);  // of one icon; empty ones are left out
 void SetAccessibleWindowName(WindowId window, std::string_view name, std::string_view description = {});
 
 void InvalidateWindow(WindowId window);  // a repaint with the next turn of the loop
@@ -174,9 +177,21 @@ void MoveControl(WindowId window, int id, const Rect& rect);
 void SetControlText(WindowId window, int id, std::string_view text);  // UTF-8
 std::string ControlText(WindowId window, int id);
 void EnableWindowControl(WindowId window, int id, bool on);
+void SetTextClickable(WindowId window, int id, bool on);  // else it is no link, and Tab passes it by
 void FocusControl(WindowId window, int id);
+// All of them at once: places and sizes times `factor`.
+void ScaleControls(WindowId window, double factor);
 void InvalidateControl(WindowId window, int id);
 void SetAccessibleControlName(WindowId window, int id, std::string_view name);
+
+// ---- Waiting: around work that keeps the main thread from its messages.
+
+// At once, on the screen too: the control shows itself disabled, the texts and buttons are as they were last
+// set, and the pointer is the waiting one.
+void BeginWait(WindowId window, int control);
+// All as before, the keyboard's place included. What was clicked or typed meanwhile reaches nobody, nor does
+// a click that had not been told yet.
+void EndWait();
 
 // ---- Message boxes: modal; the program's timers and messages go on meanwhile.
 

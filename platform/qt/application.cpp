@@ -12,7 +12,9 @@
 #include "platform/qt/key_tracker.h"
 #include "platform/qt/message_boxes.h"
 #include "platform/qt/picture.h"
+#include "platform/qt/waiting.h"
 #include "platform/qt/window_widget.h"
+#include "platform/qt/x11.h"
 
 namespace brickfall {
 namespace {
@@ -113,7 +115,13 @@ Platform::Platform(int& argument_count, char** arguments) {
     QApplication::setPalette(DarkPalette());
     QApplication::setQuitOnLastWindowClosed(false);
     InstallAccessibility();
+    state.input_gate = MakeInputGate();  // before the tracker, which sees also what the gate drops
     state.key_tracker = MakeKeyTracker();
+    StartX11Watch([](quint32 handle) {
+        for (const auto& [id, window] : State().windows) {
+            if (window->internalWinId() == handle) return window->Settle();
+        }
+    });
     state.posted_receiver = std::make_unique<Receiver>();
     state.command_receiver = std::make_unique<Receiver>();
     const std::scoped_lock lock(state.mutex);
@@ -136,7 +144,9 @@ Platform::~Platform() {
     }
     state.posted_receiver.reset();  // frees what is still posted
     state.command_receiver.reset();
+    StopX11Watch();
     state.key_tracker.reset();
+    state.input_gate.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     ForgetLayouts();
     RemoveAccessibility();
@@ -207,6 +217,8 @@ void PostCommand(WindowId window, int control) {
 }
 
 void DeliverCommands() { QCoreApplication::sendPostedEvents(State().command_receiver.get()); }
+
+void DropCommands() { QCoreApplication::removePostedEvents(State().command_receiver.get()); }
 
 bool ApplicationActive() { return !State().focus_pretended_lost && QApplication::activeWindow() != nullptr; }
 

@@ -25,6 +25,7 @@ struct PlatformState {
     QObject* receiver = nullptr;  // of posted messages
 
     std::unique_ptr<QApplication> application;
+    std::unique_ptr<QObject> input_gate;
     std::unique_ptr<QObject> key_tracker;
     std::unique_ptr<QObject> posted_receiver;
     std::unique_ptr<QObject> command_receiver;  // apart, so that clicks can be brought through alone
@@ -58,6 +59,7 @@ class ProcedureScope {
 // A click becomes a command in a later turn, so that its handler may destroy the control.
 void PostCommand(WindowId window, int control);
 void DeliverCommands();
+void DropCommands();
 
 bool ApplicationActive();
 

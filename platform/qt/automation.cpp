@@ -4,6 +4,7 @@
 #include <QAccessibleInterface>
 #include <QClipboard>
 #include <QCloseEvent>
+#include <QCursor>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPixmap>
@@ -48,6 +49,12 @@ void SendPointer(WindowId window, QEvent::Type type, Point at, Qt::MouseButton b
     const QPointF global = handle->mapToGlobal(local);
     QMouseEvent event(type, local, local, global, button, buttons, Qt::NoModifier);
     QCoreApplication::sendEvent(handle, &event);
+}
+
+QAccessibleInterface* AccessOf(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
+    return control != nullptr ? QAccessible::queryAccessibleInterface(control) : nullptr;
 }
 
 QString TextOf(Key key) {
@@ -148,6 +155,11 @@ void ClickControl(WindowId window, int id) {
     DeliverCommands();
 }
 
+bool PointerWaits() {
+    const QCursor* const cursor = QGuiApplication::overrideCursor();
+    return cursor != nullptr && cursor->shape() == Qt::WaitCursor;
+}
+
 void PretendFocusLost(bool lost) {
     if (lost == State().focus_pretended_lost) return;
     if (lost) {
@@ -194,11 +206,22 @@ int FocusedControl(WindowId window) {
     return widget != nullptr ? widget->ControlOf(widget->window()->focusWidget()) : 0;
 }
 
+std::string AccessibleRole(WindowId window, int id) {
+    QAccessibleInterface* const access = AccessOf(window, id);
+    switch (access != nullptr ? access->role() : QAccessible::NoRole) {
+        case QAccessible::Link:
+            return "link";
+        case QAccessible::StaticText:
+            return "text";
+        case QAccessible::Button:
+            return "button";
+        default:
+            return {};
+    }
+}
+
 std::string AccessibleName(WindowId window, int id) {
-    const WindowWidget* const widget = FindWindow(window);
-    QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
-    QAccessibleInterface* const access =
-        control != nullptr ? QAccessible::queryAccessibleInterface(control) : nullptr;
+    QAccessibleInterface* const access = AccessOf(window, id);
     return access != nullptr ? access->text(QAccessible::Name).toStdString() : std::string();
 }
 

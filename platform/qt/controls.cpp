@@ -49,6 +49,14 @@ void ClickWidget::SetText(std::string_view text) {
     QAccessible::updateAccessibility(&changed);
 }
 
+void ClickWidget::SetClickable(bool clickable) {
+    if (clickable == clickable_) return;
+    if (!clickable && hasFocus()) window_.TakeFocus();
+    clickable_ = clickable;
+    setFocusPolicy(clickable ? Qt::TabFocus : Qt::NoFocus);
+    SetState(inside_, false, false);
+}
+
 void ClickWidget::Click() {
     if (clickable_ && isEnabled()) PostCommand(window_.Id(), id_);
 }
@@ -305,10 +313,12 @@ namespace {
 
 class ClickAccess : public QAccessibleWidget {
   public:
-    explicit ClickAccess(ClickWidget* control)
-        : QAccessibleWidget(control, control->IsButton()    ? QAccessible::Button
-                                     : control->Clickable() ? QAccessible::Link
-                                                            : QAccessible::StaticText) {}
+    explicit ClickAccess(ClickWidget* control) : QAccessibleWidget(control) {}
+
+    QAccessible::Role role() const override {
+        if (Control().IsButton()) return QAccessible::Button;
+        return Control().Clickable() ? QAccessible::Link : QAccessible::StaticText;
+    }
 
     QString text(QAccessible::Text kind) const override {
         if (kind == QAccessible::Name && widget()->accessibleName().isEmpty()) {

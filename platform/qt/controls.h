@@ -22,6 +22,7 @@ class ClickWidget : public QWidget {
     const std::string& Text() const { return text_; }
     virtual void SetText(std::string_view text);
     bool Clickable() const { return clickable_; }
+    void SetClickable(bool clickable);
     virtual bool IsButton() const = 0;
     void Click();
 
@@ -46,7 +47,7 @@ class ClickWidget : public QWidget {
     const int id_;
     std::string text_;
     const Font font_;
-    const bool clickable_;
+    bool clickable_;
     bool inside_ = false;    // the pointer is on it
     bool held_ = false;      // pressed by the pointer, wherever that is now
     bool key_held_ = false;  // pressed by the blank key

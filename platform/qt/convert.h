@@ -20,6 +20,7 @@ inline QColor ToQColor(Color color) { return QColor(color.r, color.g, color.b); 
 inline Color FromQColor(const QColor& color) { return Rgb(color.rgb() & 0xFFFFFF); }
 inline QRect ToQRect(const Rect& rect) { return QRect(rect.x, rect.y, rect.w, rect.h); }
 inline Rect FromQRect(const QRect& rect) { return {rect.x(), rect.y(), rect.width(), rect.height()}; }
+inline QSize ToQSize(const Size& size) { return QSize(size.w, size.h); }
 inline Size FromQSize(const QSize& size) { return {size.width(), size.height()}; }
 
 // Control characters and line separators become blanks.

@@ -1,15 +1,13 @@
 #include "platform/qt/key_tracker.h"
 
-#include <xcb/xcb.h>
-
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QWindow>
 #include <array>
-#include <cstdlib>
 #include <memory>
-#include <optional>
 #include <utility>
+
+#include "platform/qt/x11.h"
 
 namespace brickfall {
 namespace {
@@ -18,6 +16,9 @@ struct NamedKey {
     Key key;
     int toolkit_key;
 };
+// Where the letter is on a keyboard, as window systems number it.
+constexpr quint32 kPlaceOfP = 33;
+
 constexpr NamedKey kKeys[] = {
     {Key::kLeft, Qt::Key_Left}, {Key::kRight, Qt::Key_Right},   {Key::kSpace, Qt::Key_Space},
     {Key::kP, Qt::Key_P},       {Key::kEscape, Qt::Key_Escape},
@@ -30,24 +31,13 @@ struct KeyState {
 std::array<KeyState, static_cast<std::size_t>(Key::kOther)> states{};
 
 void NotePress(const QKeyEvent& event) {
-    const Key key = KeyOf(event.key());
+    const Key key = KeyOf(event);
     if (key != Key::kOther) states[static_cast<std::size_t>(key)] = {true, event.nativeScanCode()};
 }
 
 void NoteRelease(const QKeyEvent& event) {
-    const Key key = KeyOf(event.key());
+    const Key key = KeyOf(event);
     if (key != Key::kOther) states[static_cast<std::size_t>(key)].down = false;
-}
-
-// Has the X server itself look at a key. Nothing on other window systems, which do not tell.
-std::optional<bool> AskServer(quint32 key_code) {
-    const auto* const x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr || key_code < 8 || key_code > 255) return std::nullopt;
-    xcb_connection_t* const connection = x11->connection();
-    const std::unique_ptr<xcb_query_keymap_reply_t, void (*)(void*)> reply(
-        xcb_query_keymap_reply(connection, xcb_query_keymap(connection), nullptr), std::free);
-    if (reply == nullptr) return std::nullopt;
-    return (reply->keys[key_code / 8] >> key_code % 8 & 1) != 0;
 }
 
 // For its auto-repeat an X server makes up a release and a press, of the same time. The toolkit knows them
@@ -91,13 +81,13 @@ class KeyTracker : public QObject {
     // The key's own release is on its way.
     bool IsLateRepeat(const QKeyEvent& press) {
         if (!press.isAutoRepeat() && MomentOf(press) != last_release_) return false;
-        if (AskServer(press.nativeScanCode()).value_or(true)) return false;
+        if (KeyDownOnServer(press.nativeScanCode()).value_or(true)) return false;
         held_back_.reset();
         return true;
     }
 
     bool HoldBack(const QKeyEvent& release) {
-        if (!AskServer(release.nativeScanCode()).value_or(false)) return false;
+        if (!KeyDownOnServer(release.nativeScanCode()).value_or(false)) return false;
         held_back_.reset(release.clone());
         return true;
     }
@@ -143,11 +133,17 @@ std::unique_ptr<QObject> MakeKeyTracker() {
     return tracker;
 }
 
-Key KeyOf(int toolkit_key) {
+// A letter is known by its Latin meaning: the present layout's, or else, where that writes another script,
+// that of another layout of the keyboard, or else the one that its place has on most keyboards.
+Key KeyOf(const QKeyEvent& event) {
     for (const NamedKey& named : kKeys) {
-        if (named.toolkit_key == toolkit_key) return named.key;
+        if (named.toolkit_key == event.key()) return named.key;
     }
-    return Key::kOther;
+    constexpr int kLastAscii = 0x7F;
+    if (event.key() <= kLastAscii || event.key() >= Qt::Key_Escape) return Key::kOther;
+    const char letter = LatinLetterOfKey(event.nativeScanCode());
+    const bool is_p = letter != 0 ? letter == 'P' : event.nativeScanCode() == kPlaceOfP;
+    return is_p ? Key::kP : Key::kOther;
 }
 
 int ToolkitKey(Key key) {
@@ -165,7 +161,7 @@ void ReleaseAllKeys() {
 bool KeyIsDown(Key key) {
     if (key == Key::kOther) return false;
     const KeyState& state = states[static_cast<std::size_t>(key)];
-    return AskServer(state.server_code).value_or(state.down);
+    return KeyDownOnServer(state.server_code).value_or(state.down);
 }
 
 }  // namespace brickfall

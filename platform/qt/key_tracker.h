@@ -1,6 +1,7 @@
 // key_tracker.h - watches every key event of the program. Main thread only.
 #pragma once
 
+#include <QKeyEvent>
 #include <QObject>
 #include <memory>
 
@@ -10,7 +11,7 @@ namespace brickfall {
 
 std::unique_ptr<QObject> MakeKeyTracker();
 
-Key KeyOf(int toolkit_key);
+Key KeyOf(const QKeyEvent& event);
 int ToolkitKey(Key key);
 void ReleaseAllKeys();
 

@@ -23,12 +23,6 @@ Control* FindControl(WindowId window, int id) {
     return found != nullptr ? dynamic_cast<Control*>(found->Control(id)) : nullptr;
 }
 
-// The rectangle, frame included, where the client area is this.
-Rect WithFrame(const WindowWidget& window, const QRect& client) {
-    const QMargins frame = window.Frame();
-    return FromQRect(client.marginsAdded(frame));
-}
-
 int64_t Overlap(const Rect& a, const Rect& b) {
     const int64_t w = std::min(a.Right(), b.Right()) - std::max(a.x, b.x);
     const int64_t h = std::min(a.Bottom(), b.Bottom()) - std::max(a.y, b.y);
@@ -113,22 +107,12 @@ bool IsMinimized(WindowId window) {
 
 Rect WindowRect(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    if (widget == nullptr) return {};
-    const QRect frame = widget->frameGeometry();
-    if (frame.size() != widget->size()) return FromQRect(frame);
-    // The frame is not there yet: it will stand around the place that was asked for.
-    const QMargins margins = widget->Frame();
-    return {frame.x(), frame.y(), frame.width() + margins.left() + margins.right(),
-            frame.height() + margins.top() + margins.bottom()};
+    return widget != nullptr ? FromQRect(widget->OuterRect()) : Rect{};
 }
 
 Rect NormalRect(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    if (widget == nullptr) return {};
-    const QRect normal = widget->normalGeometry();
-    const bool is_normal =
-        (widget->windowState() & (Qt::WindowMaximized | Qt::WindowMinimized | Qt::WindowFullScreen)) == 0;
-    return is_normal || !normal.isValid() ? WindowRect(window) : WithFrame(*widget, normal);
+    return widget != nullptr ? FromQRect(widget->NormalOuterRect()) : Rect{};
 }
 
 Size FrameSize(WindowId window) {
@@ -158,11 +142,9 @@ void MoveChild(WindowId child, const Rect& rect) {
     widget->CheckSize();
 }
 
-void SetMinimumClientSize(WindowId window, Size size) {
+void SetMinimumSize(WindowId window, Size client, Size outer) {
     WindowWidget* const widget = FindWindow(window);
-    if (widget == nullptr || !widget->Resizable()) return;
-    widget->setMinimumSize(std::max(0, size.w), std::max(0, size.h));
-    widget->CheckSize();
+    if (widget != nullptr && widget->Resizable()) widget->SetMinimum(ToQSize(client), ToQSize(outer));
 }
 
 // Window managers take no colours for their frames. A frame that the toolkit draws itself, and the boxes
@@ -177,12 +159,12 @@ void SetTitleBarColors(WindowId window, Color caption, Color, Color text) {
     if (palette != QApplication::palette()) QApplication::setPalette(palette);
 }
 
-void SetWindowIcons(WindowId window, const Image& big, const Image& small) {
+void SetWindowIcons(WindowId window, std::span<const Image> sizes) {
     WindowWidget* const widget = FindWindow(window);
     if (widget == nullptr) return;
     QIcon icon;
-    for (const Image* const image : {&big, &small}) {
-        if (IsWhole(*image)) icon.addPixmap(QPixmap::fromImage(OnPixelsOf(*image).copy()));
+    for (const Image& image : sizes) {
+        if (IsWhole(image)) icon.addPixmap(QPixmap::fromImage(OnPixelsOf(image).copy()));
     }
     widget->setWindowIcon(icon);
 }
@@ -327,6 +309,19 @@ void EnableWindowControl(WindowId window, int id, bool on) {
     // Left alone, the focus would wander to the next control, and a key with it.
     if (!on && around->ControlOf(around->window()->focusWidget()) == id) around->TakeFocus();
     control->setEnabled(on);
+}
+
+void SetTextClickable(WindowId window, int id, bool on) {
+    if (auto* const control = FindControl<TextWidget>(window, id)) control->SetClickable(on);
+}
+
+void ScaleControls(WindowId window, double factor) {
+    const WindowWidget* const widget = FindWindow(window);
+    if (widget == nullptr) return;
+    for (const auto& [id, control] : widget->Controls()) {
+        const QRectF rect(control->geometry());
+        control->setGeometry(QRectF(rect.topLeft() * factor, rect.size() * factor).toRect());
+    }
 }
 
 void FocusControl(WindowId window, int id) {

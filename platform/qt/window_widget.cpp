@@ -18,10 +18,10 @@ namespace brickfall {
 namespace {
 
 constexpr int kQuietMs = 300;  // no move for so long: the user has let go
-// Looks for the frame after the window was shown: nothing tells when the window manager has made it.
-constexpr int kFrameLookMs[] = {0, 50, 150, 400};
+constexpr int kWishLookMs = 250;
+constexpr int kWishTries = 8;
 
-// Frames seen on earlier windows of the same kind: fixed in size, and resizable.
+// Frames seen on earlier windows, by kind: fixed in size, and resizable.
 QMargins seen_frames[2];
 
 constexpr Qt::WindowFlags kFixedFlags = Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
@@ -52,6 +52,9 @@ WindowWidget::WindowWidget(WindowId id, const WindowOptions& options, QWidget* o
     }
     quiet_.setSingleShot(true);
     quiet_.setInterval(kQuietMs);
+    wish_look_.setSingleShot(true);
+    wish_look_.setInterval(kWishLookMs);
+    connect(&wish_look_, &QTimer::timeout, this, [this] { LookAtWishes(); });
     connect(&quiet_, &QTimer::timeout, this, [this] { OnQuiet(); });
     setFocus();
 }
@@ -114,6 +117,7 @@ void WindowWidget::Destroy() {
         state.live.erase(id_);
     }
     quiet_.stop();
+    wish_look_.stop();
     for (const auto& [number, timer] : timers) timer->stop();
     CloseMessageBoxes(this);
     Bury(this);
@@ -141,10 +145,16 @@ int WindowWidget::ControlOf(const QWidget* widget) const {
 
 void WindowWidget::TakeFocus() { setFocus(Qt::OtherFocusReason); }
 
+// While the frame is not known, that of another window, if possible of the same kind.
 QMargins WindowWidget::Frame() const {
     const QWindow* const handle = windowHandle();
     const QMargins frame = handle != nullptr ? handle->frameMargins() : QMargins();
-    return frame.isNull() ? seen_frames[resizable_] : frame;
+    if (!frame.isNull()) return frame;
+    return seen_frames[resizable_].isNull() ? seen_frames[!resizable_] : seen_frames[resizable_];
+}
+
+bool WindowWidget::Framed() const {
+    return windowHandle() != nullptr && !windowHandle()->frameMargins().isNull();
 }
 
 void WindowWidget::SetClientSize(QSize size) {
@@ -157,15 +167,53 @@ void WindowWidget::SetClientSize(QSize size) {
 }
 
 void WindowWidget::SetOuterSize(Size size) {
-    const QSize outer(size.w, size.h);
-    if (windowHandle() != nullptr && windowHandle()->frameMargins().isNull()) wanted_outer_ = outer;
-    SetClientSize(Shrunk(outer, Frame()));
+    wanted_outer_ = ToQSize(size);
+    wish_tries_ = kWishTries;
+    SetClientSize(Shrunk(*wanted_outer_, Frame()));
+    Settle();
 }
 
 void WindowWidget::MoveOuter(QPoint at) {
+    wanted_place_ = at;
+    wish_tries_ = kWishTries;
     move(at);
-    const QWindow* const handle = windowHandle();
-    if (handle != nullptr && handle->frameMargins().isNull()) wanted_place_ = at;
+    Settle();
+}
+
+void WindowWidget::SetMinimum(QSize client, QSize outer) {
+    minimum_client_ = client;
+    minimum_outer_ = outer;
+    ApplyMinimum();
+    CheckSize();
+}
+
+void WindowWidget::ApplyMinimum() {
+    if (!minimum_outer_.isValid()) return;
+    const Rect work = MonitorOf(id_).work;
+    const QSize least = minimum_client_.expandedTo(Shrunk(minimum_outer_, Frame()));
+    setMinimumSize(least.boundedTo(Shrunk({work.w, work.h}, Frame())));
+}
+
+QRect WindowWidget::WithWishes(QRect outer) const {
+    if (wanted_place_) outer.moveTopLeft(*wanted_place_);
+    if (wanted_outer_) outer.setSize(wanted_outer_->expandedTo(minimumSize().grownBy(Frame())));
+    return outer;
+}
+
+QRect WindowWidget::OuterRect() const {
+    if (isMaximized() || isFullScreen()) return frameGeometry();
+    if (Framed()) return WithWishes(frameGeometry());
+    // The frame will stand around the place that was asked for.
+    const QMargins frame = Frame();
+    return WithWishes({pos(), size().grownBy(frame)});
+}
+
+QRect WindowWidget::NormalOuterRect() const {
+    const QRect normal = normalGeometry();
+    const bool is_normal = !isMaximized() && !isMinimized() && !isFullScreen();
+    if (is_normal || !normal.isValid()) return OuterRect();
+    // Before it was ever framed it stood where its frame was to stand.
+    return WithWishes(normal.marginsAdded(normal_frame_.value_or(QMargins())));
 }
 
 void WindowWidget::CheckSize() {
@@ -175,16 +223,44 @@ void WindowWidget::CheckSize() {
     Dispatch(message);
 }
 
-void WindowWidget::FitToFrame() {
-    const QWindow* const handle = windowHandle();
-    if (gone_ || handle == nullptr) return;
-    const QMargins frame = handle->frameMargins();
-    if (frame.isNull() || isMaximized() || isMinimized() || isFullScreen()) return;
-    seen_frames[resizable_] = frame;
-    if (wanted_place_) move(*std::exchange(wanted_place_, std::nullopt));
-    if (!wanted_outer_) return;
-    const QSize client = Shrunk(*std::exchange(wanted_outer_, std::nullopt), frame);
-    if (client != size()) SetClientSize(client);
+bool WindowWidget::CanBePlaced() const {
+    return !gone_ && Framed() && !isMaximized() && !isMinimized() && !isFullScreen();
+}
+
+void WindowWidget::Settle() {
+    if (!CanBePlaced()) return;
+    normal_frame_ = seen_frames[resizable_] = windowHandle()->frameMargins();
+    ApplyMinimum();
+    // The window manager found the place for a window without a frame, or for a larger one.
+    if (isVisible() && !std::exchange(place_seen_, true) && !wanted_place_) {
+        const Rect outer = FromQRect(OuterRect());
+        const Rect inside = outer.MovedInside(MonitorOf(id_).work);
+        if (inside != outer) {
+            wanted_place_ = QPoint(inside.x, inside.y);
+            wish_tries_ = kWishTries;
+        }
+    }
+    if (!wish_look_.isActive()) AskForWishes();
+}
+
+void WindowWidget::AskForWishes() {
+    if (wanted_outer_) {
+        const QSize client = Shrunk(*wanted_outer_, Frame()).expandedTo(minimumSize());
+        if (size() != client) SetClientSize(client);
+    }
+    if (wanted_place_ && frameGeometry().topLeft() != *wanted_place_) move(*wanted_place_);
+    if (wanted_outer_ || wanted_place_) wish_look_.start();
+}
+
+// What was asked for is taken for done by the toolkit until the window manager says otherwise. It has had
+// time.
+void WindowWidget::LookAtWishes() {
+    if (!CanBePlaced()) return;
+    const QRect stands = frameGeometry();
+    const bool is_last = --wish_tries_ <= 0;
+    if (is_last || (wanted_outer_ && stands.size() == WithWishes(stands).size())) wanted_outer_.reset();
+    if (is_last || (wanted_place_ && stands.topLeft() == *wanted_place_)) wanted_place_.reset();
+    AskForWishes();
 }
 
 void WindowWidget::paintEvent(QPaintEvent*) {
@@ -206,18 +282,24 @@ void WindowWidget::moveEvent(QMoveEvent* event) {
 void WindowWidget::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     if (!top_level_ || event->spontaneous()) return;
-    for (const int delay : kFrameLookMs) QTimer::singleShot(delay, this, [this] { FitToFrame(); });
+    QTimer::singleShot(0, this, [this] { Settle(); });
+    quiet_.start();  // from the place that it has then on, a move is the user's
+}
+
+void WindowWidget::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (top_level_ && event->type() == QEvent::WindowStateChange) Settle();
 }
 
 void WindowWidget::PlacedByUser() {
     if (!isVisible() || gone_) return;
-    FitToFrame();
+    Settle();
     quiet_.start();
 }
 
 void WindowWidget::OnQuiet() {
     const QRect before = std::exchange(settled_rect_, frameGeometry());
-    // The first time it is the desktop that has found a place for it.
+    // The first time it has just been shown.
     if (before.isValid() && before != settled_rect_) Dispatch(MessageType::kMoveEnd);
 }
 
@@ -228,7 +310,7 @@ void WindowWidget::closeEvent(QCloseEvent* event) {
 
 void WindowWidget::keyPressEvent(QKeyEvent* event) {
     if (!top_level_) return QWidget::keyPressEvent(event);  // on to the window around it
-    const Key key = KeyOf(event->key());
+    const Key key = KeyOf(*event);
     if (!resizable_ && key == Key::kEscape) {
         if (!Dispatch(MessageType::kClose)) Destroy();
         return;
@@ -240,7 +322,7 @@ void WindowWidget::keyPressEvent(QKeyEvent* event) {
 void WindowWidget::keyReleaseEvent(QKeyEvent* event) {
     if (!top_level_) return QWidget::keyReleaseEvent(event);
     if (event->isAutoRepeat()) return;  // the key is still down
-    Message message{.type = MessageType::kKeyUp, .key = KeyOf(event->key())};
+    Message message{.type = MessageType::kKeyUp, .key = KeyOf(*event)};
     Dispatch(message);
 }
 

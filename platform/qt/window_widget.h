@@ -32,6 +32,7 @@ class WindowWidget : public QWidget {
     void Forget() { gone_ = true; }  // its procedure is not called any more
 
     QWidget* Control(int id) const;
+    const std::map<int, QWidget*>& Controls() const { return controls_; }
     void AddControl(int id, QWidget* control);
     int ControlOf(const QWidget* widget) const;  // 0: not on one of them
 
@@ -41,8 +42,15 @@ class WindowWidget : public QWidget {
     void SetClientSize(QSize size);
     void SetOuterSize(Size size);
     void MoveOuter(QPoint at);
+    void SetMinimum(QSize client, QSize outer);
+    // To be called when the frame may have become known.
+    void Settle();
     void CheckSize();  // sends kSize if it has changed
     QMargins Frame() const;
+
+    // With the frame, where it stands or will stand once the window manager has done what was asked for.
+    QRect OuterRect() const;
+    QRect NormalOuterRect() const;  // the same as it will be restored
 
     std::map<int, QTimer*> timers;
 
@@ -51,13 +59,19 @@ class WindowWidget : public QWidget {
     void resizeEvent(QResizeEvent* event) override;
     void moveEvent(QMoveEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void keyReleaseEvent(QKeyEvent* event) override;
 
   private:
     void Prepare();
-    void FitToFrame();
+    bool Framed() const;
+    QRect WithWishes(QRect outer) const;
+    void ApplyMinimum();
+    bool CanBePlaced() const;
+    void AskForWishes();
+    void LookAtWishes();
     void PlacedByUser();
     void OnQuiet();
 
@@ -70,11 +84,19 @@ class WindowWidget : public QWidget {
     bool destroying_ = false;
     bool gone_ = false;
     QSize told_size_;
-    // Asked for with the frame, before the frame was known.
+    QSize minimum_client_;
+    QSize minimum_outer_;
+    // Asked for with the frame. A wish is forgotten when the frame is as wished, and not before: what the
+    // window manager makes of it meanwhile, while the frame is not known yet or the window is maximised, is
+    // not where the window belongs.
     std::optional<QSize> wanted_outer_;
-    std::optional<QPoint> wanted_place_;  // of the frame, while that is still to come
-    QTimer quiet_;                        // runs while the window is moved or sized
-    QRect settled_rect_;                  // where it stood when it was last quiet
+    std::optional<QPoint> wanted_place_;
+    QTimer wish_look_;                      // runs while the window manager has time to do what it was asked
+    int wish_tries_ = 0;                    // left, since some place windows as they like
+    bool place_seen_ = false;  // the one that it has first, with its frame
+    std::optional<QMargins> normal_frame_;  // seen while neither maximised nor minimised
+    QTimer quiet_;                          // runs while the window is moved or sized
+    QRect settled_rect_;                    // where it stood when it was last quiet
 };
 
 }  // namespace brickfall

@@ -10,6 +10,13 @@
 
 namespace brickfall {
 
+namespace {
+
+// Off screen, at any density, the real one would be too small for the windows.
+void PretendLargeMonitor() { PretendMonitors({{{0, 0, 3840, 2160}, {0, 0, 3840, 2120}}}); }
+
+}  // namespace
+
 CabinetFixture::CabinetFixture(Wallet with_wallet) {
     if (with_wallet == Wallet::kBound) {
         wallet.emplace();
@@ -31,6 +38,7 @@ CabinetFixture::~CabinetFixture() {
     DestroyWindow(main);
     PumpMessages();
     SetInlineWorkers(false);
+    PretendLargeMonitor();
 }
 
 void CabinetFixture::Resize(Size client) {
@@ -81,5 +89,6 @@ int main(int count, char** arguments) {
     ::setenv("QT_QPA_PLATFORM", "offscreen", /*overwrite=*/0);
     ::testing::InitGoogleTest(&count, arguments);
     const brickfall::Platform platform(count, arguments);
+    brickfall::PretendLargeMonitor();
     return RUN_ALL_TESTS();
 }

@@ -1,5 +1,6 @@
-// cabinet_fixture.h - the whole main window, off screen, on a store and services of its own. Workers run
-// inline, so that a click's whole effect is there once messages are pumped.
+// cabinet_fixture.h - the whole main window, off screen, on a monitor of 3840 by 2160 unless the test
+// pretends another before, and on a store and services of its own. Workers run inline, so that a click's
+// whole effect is there once messages are pumped.
 #pragma once
 
 #include <optional>

@@ -96,10 +96,72 @@ TEST(Shell, ComesUpWithItsTextsAndRecordDisabled) {
     }
     EXPECT_FALSE(ControlEnabled(cabinet.main, 1006));
     EXPECT_EQ(AccessibleName(cabinet.main, 1015), "Settings");
+    EXPECT_EQ(AccessibleRole(cabinet.main, 1016), "text");
+}
+
+TEST(Shell, ReadsTheWellOutToAScreenReader) {
+    CabinetFixture cabinet;
+    const std::string keys = "Left and Right move the paddle, Space serves, P pauses";
+    const auto expect = [&](const std::string& state) {
+        EXPECT_EQ(AccessibleDescription(shell.well), state + ". " + keys);
+    };
+    expect("INSERT 5000 SATS");
+    cabinet.BeginRun();
+    cabinet.Tick(16);
+    expect("Score 0, level 1, lives 3");
+    shell.run.game.score = 70;
+    shell.run.game.lives = 2;
+    shell.run.game.level = 4;
+    cabinet.Tick(16);
+    expect("Score 70, level 4, lives 2");
+    PressKey(cabinet.main, Key::kP);
+    expect("PAUSED. Score 70, level 4, lives 2");
+    PressKey(cabinet.main, Key::kP);
+    shell.run.game.lives = 0;
+    shell.run.game.game_over = true;
+    FinishRun(shell.run, shell.driver.run);
+    expect("GAME OVER. Score 70, level 4, lives 0");
+    OnPayResult(shell.run, shell.driver, kPayRecord, std::make_unique<std::string>("success"));
+    expect("SCORE ON-CHAIN. Score 70, level 4, lives 0");
+}
+
+TEST(Shell, FitsItsToolWindowsToASmallScreen) {
+    const Rect work = {0, 0, 1366, 728};
+    PretendMonitors({{{0, 0, 1366, 768}, work}});
+    CabinetFixture cabinet;
+    const struct {
+        int button, close;
+        WindowId Shell::*slot;
+        Rect whole;  // of Close, on a screen that is large enough
+    } kTools[] = {{1013, 1201, &Shell::help, {584, 772, 120, 36}},
+                  {1012, 1102, &Shell::board, {400, 796, 110, 34}},
+                  {1017, 1403, &Shell::report, {184, 568, 110, 36}}};
+    for (const auto& tool : kTools) {
+        SCOPED_TRACE(tool.button);
+        const auto open = [&] {
+            ClickControl(cabinet.main, tool.button);
+            PumpMessages();
+        };
+        open();
+        const WindowId window = shell.*tool.slot;
+        const Rect rect = WindowRect(window);
+        EXPECT_EQ(rect.MovedInside(work), rect);
+        EXPECT_LE(rect.h, work.h);
+        const Rect close = ControlRect(window, tool.close);
+        EXPECT_LE(close.Bottom(), ClientSize(window).h);
+        EXPECT_EQ(close.h < tool.whole.h, tool.button != 1017) << "the report fits";
+        ClickControl(window, tool.close);
+        PumpMessages();
+        EXPECT_FALSE(WindowExists(window));
+    }
+    // The page is there whole, smaller: the last panel's edge stands above the button.
+    ClickControl(cabinet.main, 1013);
+    PumpMessages();
+    const int below = ControlRect(shell.help, 1201).y - 4;
+    EXPECT_EQ(PixelShown(shell.help, ClientSize(shell.help).w / 2, below), kBgColor);
 }
 
 TEST(Shell, IsNeverSmallerThanTheRunInProgressNeeds) {
-    PretendMonitors({{{0, 0, 3840, 2160}, {0, 0, 3840, 2120}}});
     CabinetFixture cabinet;
     const Size floor = MinimumClientSize(cabinet.main);
     const Size frame = FrameSize(cabinet.main);
@@ -120,8 +182,7 @@ TEST(Shell, IsNeverSmallerThanTheRunInProgressNeeds) {
     PretendMonitors({{{0, 0, 1024, 600}, {0, 0, 1024, 570}}});
     shell.run.mode = kModeAttract;
     RefreshLayout();
-    EXPECT_EQ(MinimumClientSize(cabinet.main).w, 1024 - frame.w);
-    PretendMonitors({});
+    EXPECT_EQ(MinimumClientSize(cabinet.main), (Size{1024 - frame.w, 570 - frame.h}));
 }
 
 TEST(Shell, TakesEachPrivateMessage) {
@@ -224,6 +285,8 @@ TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
                     "1.500\n\nOpen ") +
             kDownloadPageUrl + " to download it?");
     EXPECT_EQ(cabinet.Text(1016), std::string("Update available, ") + kDownloadPageUrl);
+    EXPECT_GE(ControlRect(cabinet.main, 1016).w, MeasureText(theme.font_small, cabinet.Text(1016)).w);
+    EXPECT_EQ(AccessibleRole(cabinet.main, 1016), "link");
     EXPECT_TRUE(TakeOpenedAddresses().empty());
     yes = true;
     found(1501);

@@ -162,6 +162,19 @@ TEST(Well, BlinksTheGameOverBannerByTheClock) {
     EXPECT_EQ(odd.At(18 + 26, middle + 145), Rgb(0x08100C));
     // Nothing of the text leaves the box, its outline included.
     EXPECT_FALSE(odd.Has({18, middle - 118, 24, 200}, Rgb(0x140000)));
+    // Nor where the cells are small: the lines are smaller, with room at both sides.
+    for (const int cell : {18, 24}) {
+        RunControl small = over;
+        small.game.cell_w = small.game.cell_h = cell;
+        small.final_score = INT64_MAX;
+        const Look look(small, 220);
+        const int cy = 14 + 9 * cell;
+        for (const int x : {18 + 24, 18 + 13 * cell - 24 - 2}) {
+            EXPECT_FALSE(look.Has({x, cy - 118, 2, 240}, Rgb(0x140000))) << cell;
+        }
+        const Rect middle_third = {18 + 24 + (13 * cell - 48) / 3, cy - 118, (13 * cell - 48) / 3, 90};
+        EXPECT_TRUE(look.Has(middle_third, Rgb(0xFF2424))) << cell;
+    }
     // The lost run stays visible behind it.
     EXPECT_EQ(odd.At(19 + 19, 55 + 19), Rgb(0xC46C28));
     EXPECT_EQ(Look(RunIn(kModeRecorded), 0).image.pixels, Look(RunIn(kModeRecorded), 220).image.pixels);

@@ -64,11 +64,12 @@ JumpingClock::JumpingClock() : clock_(SystemClock()) {
 JumpingClock::~JumpingClock() { InstallClock(nullptr); }
 
 bool WaitFor(std::string_view what, const std::function<bool()>& condition, int seconds) {
-    for (int step = 0; step < seconds * 200; ++step) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    do {
         PumpMessages();
         if (condition()) return true;
         Pause(5);
-    }
+    } while (std::chrono::steady_clock::now() < end);
     Screenshot("failed");
     ADD_FAILURE() << "waited in vain: " << what;
     return false;
@@ -81,12 +82,12 @@ void RunFor(int milliseconds) {
     }
 }
 
-std::string Xdotool(const std::string& arguments) {
+std::string RunShell(const std::string& command) {
     // In a thread of its own, since xdotool waits for what the windows answer.
     std::string output;
     std::atomic<bool> done = false;
     std::thread runner([&] {
-        ChildProcess shell("/bin/sh", {"-c", "xdotool " + arguments});
+        ChildProcess shell("/bin/sh", {"-c", command});
         while (const std::optional<std::string> line = shell.ReadLine())
             output += (output.empty() ? "" : "\n") + *line;
         shell.Wait();
@@ -96,6 +97,24 @@ std::string Xdotool(const std::string& arguments) {
     runner.join();
     RunFor(30);
     return output;
+}
+
+std::string Xdotool(const std::string& arguments) { return RunShell("xdotool " + arguments); }
+
+std::optional<Rect> RectOnScreen(const std::string& title) {
+    const std::string window = WindowOfTitle(title);
+    if (window.empty()) return std::nullopt;
+    const std::string told =
+        RunShell("xwininfo -id " + window +
+                 " | sed -n 's/.*\\(Absolute upper-left [XY]\\|Width\\|Height\\): *//p' | tr '\\n' ' '; "
+                 "xprop -id " +
+                 window + " _NET_FRAME_EXTENTS | tr -d ,");
+    int x = 0, y = 0, w = 0, h = 0, left = 0, right = 0, top = 0, bottom = 0;
+    if (std::sscanf(told.c_str(), "%d %d %d %d _NET_FRAME_EXTENTS(CARDINAL) = %d %d %d %d", &x, &y, &w, &h,
+                    &left, &right, &top, &bottom) != 8) {
+        return std::nullopt;
+    }
+    return FromEdges(x - left, y - top, x + w + right, y + h + bottom);
 }
 
 bool WindowIsUp(const std::string& title) { return !WindowOfTitle(title).empty(); }

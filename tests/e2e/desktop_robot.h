@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,11 +34,13 @@ bool WaitFor(std::string_view what, const std::function<bool()>& condition, int 
 #define EXPECT_SOON(condition) EXPECT_TRUE(::brickfall::WaitFor(#condition, [&] { return condition; }))
 void RunFor(int milliseconds);
 
-// One xdotool command line, while the message loop runs. Its output without the last newline.
+// One command line, while the message loop runs. Its output without the last newline.
+std::string RunShell(const std::string& command);
 std::string Xdotool(const std::string& arguments);
 
 // `title` is the window's whole title. Coordinates are client pixels.
 bool WindowIsUp(const std::string& title);
+std::optional<Rect> RectOnScreen(const std::string& title);  // with its frame; nothing without the window
 void MoveTo(const std::string& title, Point at);
 void Click(const std::string& title, Point at);
 void ClickBehind(const std::string& title, Point at);  // brings the window to the front first

@@ -49,8 +49,18 @@ class Cabinet : public NotedRun {
         driver.record_local_score = [this](const std::string& txid) { listed.push_back(txid); };
         flow.run = driver;
         flow.confirm = [this](std::string_view title, std::string_view question) {
+            EXPECT_FALSE(checking) << "the question comes when the wait is over";
             questions.push_back(std::string(title) + ": " + std::string(question));
             return answer;
+        };
+        flow.begin_check = [this](int control, std::string_view text) {
+            checks.push_back(std::to_string(control) + " " + std::string(text));
+            checking = true;
+            asked_before = look_ups();
+        };
+        flow.end_check = [this] {
+            checks.back() += " " + std::to_string(look_ups() - asked_before);
+            checking = false;
         };
         flow.refresh_wallet_labels = [this] { ++label_refreshes; };
         flow.start_pot_refresh = [this] { ++pot_refreshes; };
@@ -84,8 +94,11 @@ class Cabinet : public NotedRun {
     std::string Status() const { return statuses.empty() ? "" : statuses.back(); }
 
     FlowDriver flow;
-    bool answer = true;
+    bool answer = true, checking = false;
     std::vector<std::string> statuses, questions, listed;
+    std::vector<std::string> checks;  // control, text, how many look-ups were made within
+    std::function<std::size_t()> look_ups = [] { return std::size_t{0}; };
+    std::size_t asked_before = 0;
     std::map<int, bool> enabled;
     int label_refreshes = 0, pot_refreshes = 0, board_loads = 0;
     std::deque<std::function<void()>> posted;
@@ -95,6 +108,7 @@ struct PaidCabinet : testing::Test {
     PaidCabinet() {
         ClearIdentityKeyCache();
         Publish(/*frozen=*/false);
+        cabinet.look_ups = [this] { return remote.box.Requests(Service::kPaymail).size(); };
     }
     ~PaidCabinet() override { ClearIdentityKeyCache(); }
 
@@ -218,6 +232,7 @@ TEST_F(PaidCabinet, RefusesInOneLineAndChangesNothing) {
     EXPECT_TRUE(cabinet.questions.empty());
     EXPECT_TRUE(cabinet.posted.empty());
     EXPECT_TRUE(cabinet.enabled.empty());
+    EXPECT_TRUE(cabinet.checks.empty());
     EXPECT_EQ(remote.box.Requests(Service::kPaymail), std::vector<std::string>{});
 }
 
@@ -225,6 +240,8 @@ TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
     Publish(/*frozen=*/true);
     cabinet.Play();
     EXPECT_EQ(cabinet.Status(), "This identity is frozen. No play.");
+    EXPECT_EQ(cabinet.checks, std::vector<std::string>{"1005 Checking your name... 1"});
+    EXPECT_FALSE(cabinet.checking);
     EXPECT_TRUE(cabinet.questions.empty());
     std::string note;
     EXPECT_TRUE(IsFrozen(note));
@@ -350,6 +367,8 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
               std::string("identity signature did not verify against ") + kPaymailDomain + " PKI");
     EXPECT_FALSE(cabinet.run.busy);
     EXPECT_TRUE(cabinet.enabled[kControlRecord]);
+    EXPECT_EQ(cabinet.checks.back(), "1006 Checking your name... 1");
+    EXPECT_FALSE(cabinet.checking);
     remote.box.ClearFaults();
     ClearIdentityKeyCache();
 

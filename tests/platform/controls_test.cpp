@@ -207,6 +207,19 @@ TEST(Texts, AreClickedOnlyWhenMadeForIt) {
     TypeText("\n");
     PumpMessages();
     EXPECT_EQ(window.Take(), (Notes{"command 2"}));
+    EXPECT_EQ(AccessibleRole(window.id, 2), "link");
+
+    SetTextClickable(window.id, 2, false);
+    EXPECT_EQ(FocusedControl(window.id), 0);
+    EXPECT_EQ(AccessibleRole(window.id, 2), "text");
+    ClickControl(window.id, 2);
+    PressTab();
+    EXPECT_EQ(FocusedControl(window.id), 0);
+    EXPECT_EQ(std::count(window.notes.begin(), window.notes.end(), "command 2"), 0);
+    SetTextClickable(window.id, 1, true);
+    PressTab();
+    EXPECT_EQ(FocusedControl(window.id), 1);
+    EXPECT_EQ(AccessibleRole(window.id, 1), "link");
 }
 
 TEST(TrackBars, AreMovedByTheArrowsWithinTheirRange) {

@@ -107,6 +107,7 @@ bool NotedWindow::OnMessage(Message& message) {
             return true;
         case MessageType::kPaintButton:
             button = message.button;
+            painted_disabled = button.disabled ? message.id : painted_disabled;
             message.canvas->Fill({0, 0, message.size.w, message.size.h}, Rgb(0x146448));
             return true;
         default:

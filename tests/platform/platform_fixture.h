@@ -33,6 +33,7 @@ struct NotedWindow {
     std::vector<std::string> notes;
     std::function<bool(Message&)> handle;  // asked first
     ButtonState button;                    // as last painted
+    int painted_disabled = 0;              // the last button that was
     TextStyle style = {Rgb(0xDCF0E4), Rgb(0x102030), false};
 
   private:

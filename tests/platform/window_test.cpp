@@ -132,7 +132,7 @@ TEST(Windows, CountTheirFrameOrNotAsAskedAndTellEachSizeOnce) {
     ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
     ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
     EXPECT_EQ(window.Take(), (Notes{"size 300 200"})) << "at once, and once";
-    SetMinimumClientSize(window.id, {320, 100});
+    SetMinimumSize(window.id, {100, 100}, {320 + frame.w, 40});
     EXPECT_EQ(window.Take(), (Notes{"size 320 200"}));
     ResizeWindow(window.id, {10, 10});
     PumpMessages();
@@ -156,6 +156,69 @@ TEST(Windows, CountTheirFrameOrNotAsAskedAndTellEachSizeOnce) {
 
     NotedWindow tool(Tool(window.id));
     EXPECT_EQ(ClientSize(tool.id), (Size{300, 200}));
+}
+
+// A desktop with a bar of 40 pixels at its bottom.
+TEST(Windows, ComeUpInsideTheWorkArea) {
+    const Rect work = {0, 0, 500, 360};
+    const struct {
+        Rect rect, inside;
+    } kCases[] = {{{10, 20, 300, 200}, {10, 20, 300, 200}},
+                  {{250, 200, 300, 200}, {200, 160, 300, 200}},
+                  {{-30, -40, 300, 200}, {0, 0, 300, 200}},
+                  {{90, 90, 600, 500}, {0, 0, 600, 500}}};
+    for (const auto& a_case : kCases) EXPECT_EQ(a_case.rect.MovedInside(work), a_case.inside);
+    PretendMonitors({{{0, 0, 9'000, 9'000}, {700, 800, 2'000, 1'000}}});
+    const NotedWindow window({.title = "Low", .size = {300, 200}});
+    EXPECT_EQ(WindowRect(window.id), (Rect{700, 800, 300, 200}));
+    SetMinimumSize(window.id, {3'000, 10}, {10, 600});
+    EXPECT_EQ(WindowRect(window.id), (Rect{700, 800, 2'000, 600})) << "no more than there is room for";
+    PretendMonitors({});
+}
+
+// What the player sees while the program cannot answer, and what becomes of a hand that does not wait.
+TEST(Waiting, ShowsItselfAtOnceAndDropsWhatIsClickedAndTypedMeanwhile) {
+    NotedWindow window;
+    CreateButton(window.id, 1, {20, 20, 100, 30}, "Pay", nullptr);
+    CreateButton(window.id, 2, {20, 60, 100, 30}, "Other", nullptr);
+    FocusControl(window.id, 1);
+    PumpMessages();
+    window.Take();
+    const auto click = [&window](int control) {
+        const Rect rect = ControlRect(window.id, control);
+        PressPointer(window.id, {rect.x + 5, rect.y + 5});
+        ReleasePointer(window.id, {rect.x + 5, rect.y + 5});
+    };
+    window.handle = [&](Message& message) {
+        if (message.type != MessageType::kCommand || message.id != 1) return false;
+        BeginWait(window.id, 1);
+        EXPECT_EQ(window.painted_disabled, 1) << "painted before the work begins";
+        EXPECT_TRUE(PointerWaits());
+        EndWait();
+        EXPECT_FALSE(PointerWaits());
+        EXPECT_TRUE(ControlEnabled(window.id, 1));
+        EXPECT_EQ(FocusedControl(window.id), 1);
+        // These have happened before the loop is back.
+        click(2);
+        TypeText("\n");
+        PressKey(window.id, Key::kP);
+        ReleaseKey(window.id, Key::kP);
+        return false;
+    };
+    click(1);
+    click(2);  // in the same breath, and not told yet when the wait begins
+    PumpMessages();
+    const auto told = [notes = window.Take()](const std::string& note) {
+        return std::count(notes.begin(), notes.end(), note);
+    };
+    EXPECT_EQ(told("command 1"), 1);
+    EXPECT_EQ(told("command 2"), 0);
+    EXPECT_EQ(told("down p"), 0);
+    EXPECT_EQ(told("up p"), 0);
+    window.handle = nullptr;
+    click(2);
+    PumpMessages();
+    EXPECT_EQ(window.Take(), (Notes{"command 2"})) << "from then on as ever";
 }
 
 TEST(Windows, PaintTheirChildrenAboveThemselves) {

@@ -65,6 +65,8 @@ struct ReportStory : testing::Test {
         driver.run.set_status = [this](std::string_view text) { statuses.emplace_back(text); };
         driver.run.enable_control = [this](int id, bool on) { enabled[id] = on; };
         driver.run.invalidate_well = [] {};
+        driver.begin_check = [this](int control, std::string_view) { checks.push_back(control); };
+        driver.end_check = [this] { checks.push_back(0); };
         driver.refresh_wallet_labels = [] {};
         driver.start_pot_refresh = [] {};
         driver.post_pay_done = [this](PayKind kind, ResultText text) {
@@ -142,6 +144,7 @@ struct ReportStory : testing::Test {
     FlowDriver driver;
     std::vector<std::string> statuses;
     std::map<int, bool> enabled;
+    std::vector<int> checks;  // begun, by control, and ended
     std::deque<std::pair<PayKind, ResultText>> posted;
 };
 
@@ -152,6 +155,7 @@ TEST_F(ReportStory, AReportIsReadWordForWord) {
     EXPECT_TRUE(outcome.sent) << outcome.refusal;
     EXPECT_EQ(outcome.refusal, "");
     EXPECT_EQ(statuses, std::vector<std::string>{"Sending report in Pouch..."});
+    EXPECT_EQ(checks, (std::vector<int>{kControlReport, 0}));
     EXPECT_TRUE(run.busy);
     const auto expect_enabled = [&](bool on) {
         for (const int id :
