@@ -20,8 +20,10 @@
 
 #include "bench/services_program.h"
 #include "board/board_load.h"
+#include "cabinet/private_messages.h"
 #include "cabinet/settings_window.h"
 #include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/sound.h"
 #include "cabinet/theme.h"
 #include "cabinet/ui_settings.h"

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/startup.h"
 #include "net/http_client.h"
 #include "platform/desktop.h"

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "cabinet/controls.h"
-#include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
 #include "game/flows.h"

@@ -7,7 +7,7 @@
 
 #include "base/workers.h"
 #include "board/board_load.h"
-#include "cabinet/shell.h"
+#include "cabinet/private_messages.h"
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
 #include "platform/image.h"

@@ -4,6 +4,7 @@
 
 #include "board/local_scores.h"
 #include "cabinet/face_drawing.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"

@@ -5,6 +5,8 @@
 #include <cstdlib>
 
 #include "base/workers.h"
+#include "cabinet/shell_driver.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/ui_settings.h"
 #include "wallet/app_binds.h"
 

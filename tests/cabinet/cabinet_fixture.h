@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "platform/automation.h"
 #include "tests/support/wallet_fixture.h"
 

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cabinet/images.h"
+#include "cabinet/shell_state.h"
 #include "tests/cabinet/cabinet_fixture.h"
 
 namespace brickfall {

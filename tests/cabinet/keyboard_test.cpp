@@ -1,6 +1,8 @@
 // What the keyboard does is what the tape says, whatever the window system does around it.
 #include <gtest/gtest.h>
 
+#include "cabinet/private_messages.h"
+#include "cabinet/shell_state.h"
 #include "tests/cabinet/cabinet_fixture.h"
 
 namespace brickfall {

@@ -7,6 +7,8 @@
 
 #include "base/files.h"
 #include "base/workers.h"
+#include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/sound.h"
 #include "cabinet/startup.h"
 #include "cabinet/ui_settings.h"

@@ -2,6 +2,7 @@
 
 #include "cabinet/help_window.h"
 #include "cabinet/report_window.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "base/files.h"
-#include "cabinet/shell.h"
+#include "cabinet/shell_state.h"
 #include "cabinet/sound.h"
 #include "cabinet/startup.h"
 #include "cabinet/theme.h"

@@ -1,0 +1,71 @@
+#include "cabinet/shell_labels.h"
+
+#include "board/local_scores.h"
+#include "cabinet/board_window.h"
+#include "cabinet/shell_layout.h"
+#include "cabinet/shell_state.h"
+#include "cabinet/ui_settings.h"
+#include "cabinet/workers.h"
+#include "wallet/app_binds.h"
+#include "wallet/balance_cache.h"
+#include "wallet/ov_pouch_wallet.h"
+#include "wallet/status_refresh.h"
+
+namespace brickfall {
+
+void RefreshOwnRow() {
+    UpdateMyFaceKey(shell.board_view.my_key);
+    InvalidateWindow(shell.board);
+}
+
+void RefreshWalletLabels() {
+    const bool connected = IsConnected();  // loads the wallet at the start
+    RefreshOwnRow();
+    std::string wallet = "Wallet: not connected";
+    std::string balance = "Pouch balance:  -";
+    if (connected) {
+        std::string address;
+        std::string paymail;
+        bool is_hd = false;
+        WalletSummary(address, paymail, is_hd);
+        wallet = "Wallet: " + (!paymail.empty() ? paymail : !address.empty() ? address : "connected");
+        const int64_t shown = ReadShownBalance();
+        balance = "Pouch balance:  " + (shown >= 0 ? FormatBsv(shown) + " BSV" : std::string("…"));
+        bool idle = false;
+        if (balance_busy.compare_exchange_strong(idle, true)) StartBalanceWorker(shell.main);
+    }
+    SetLine(kControlWalletLine, wallet);
+    SetLine(kControlBalanceLine, balance);
+    SetControlText(shell.main, kControlConnect, connected ? "Connected" : "Connect");
+}
+
+void RefreshPotLabel() {
+    const std::string value = shell.pot_sats >= 0        ? FormatBsv(shell.pot_sats) + " BSV"
+                              : !shell.pot_error.empty() ? std::string("(lookup miss)")
+                                                         : std::string("-");
+    SetLine(kControlPotLine, "Current weekly pot:  " + value);
+}
+
+void StartPotRefresh() { StartPotWorker(shell.main); }
+
+void StartBoardLoad() {
+    if (shell.board_busy) {
+        shell.board_again = true;
+        return;
+    }
+    shell.board_busy = true;
+    EnableWindowControl(shell.main, kControlBoard, false);
+    SetStatus("Loading this week's board...");
+    StartBoardWorker(shell.main, TakeBoardSnapshot(ui_doc, shell.run));
+}
+
+std::string FormatBsv(int64_t satoshis) {
+    constexpr uint64_t kCoin = 100'000'000;
+    const uint64_t amount =
+        satoshis < 0 ? 0 - static_cast<uint64_t>(satoshis) : static_cast<uint64_t>(satoshis);
+    const std::string decimals = std::to_string(amount % kCoin);
+    return (satoshis < 0 ? "-" : "") + std::to_string(amount / kCoin) + "." +
+           std::string(8 - decimals.size(), '0') + decimals;
+}
+
+}  // namespace brickfall

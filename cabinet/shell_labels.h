@@ -1,0 +1,19 @@
+// shell_labels.h - what the main window's lines say of wallet and pot, and the background work that renews
+// it. Main thread only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace brickfall {
+
+void RefreshWalletLabels();  // and starts a refresh of the balance
+void RefreshPotLabel();
+void RefreshOwnRow();  // which row of the board is the player's
+void StartPotRefresh();
+void StartBoardLoad();  // or once more after the one that is under way
+
+// Satoshis as whole coins with eight decimals, such as "-0.00005000".
+std::string FormatBsv(int64_t satoshis);
+
+}  // namespace brickfall

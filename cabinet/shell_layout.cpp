@@ -1,0 +1,139 @@
+#include "cabinet/shell_layout.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <string>
+
+#include "cabinet/controls.h"
+#include "cabinet/shell_state.h"
+#include "cabinet/theme.h"
+#include "platform/canvas.h"
+
+namespace brickfall {
+namespace {
+
+constexpr int kSmallestCell = 18;
+constexpr Size kSmallestWindow = {1200, 1040};
+
+enum class ControlKind { kText, kButton };
+
+struct ControlRow {
+    int id;
+    ControlKind kind;
+    Rect rect;  // at creation; the layout moves it
+    const char* text;
+    const Font Theme::*font;
+};
+
+constexpr ControlRow kControls[] = {
+    {kControlTitle, ControlKind::kText, {96, 14, 280, 36}, "Brickfall", &Theme::font_title},
+    {kControlMaker, ControlKind::kText, {96, 50, 160, 20}, "Orvane Arcade", &Theme::font_small},
+    {kControlWalletLine, ControlKind::kText, {16, 92, 280, 22}, "Wallet: not connected", &Theme::font_small},
+    {kControlBalanceLine, ControlKind::kText, {310, 92, 360, 22}, "Pouch balance:  -", &Theme::font_small},
+    {kControlPotLine, ControlKind::kText, {16, 116, 700, 22}, "Current weekly pot:  -", &Theme::font_small},
+    {kControlSettings, ControlKind::kButton, {336, 20, 44, 38}, "", &Theme::font_button},
+    {kControlPlay, ControlKind::kButton, {388, 22, 150, 34}, "Play  5000 sats", &Theme::font_button},
+    {kControlConnect, ControlKind::kButton, {546, 22, 110, 34}, "Connect", &Theme::font_button},
+    {kControlUnbind, ControlKind::kButton, {664, 22, 100, 34}, "Unbind", &Theme::font_button},
+    {kControlRecord, ControlKind::kButton, {16, 140, 140, 34}, "Record score", &Theme::font_button},
+    {kControlBoard, ControlKind::kButton, {164, 140, 170, 34}, "Weekly top scores", &Theme::font_button},
+    {kControlHelp, ControlKind::kButton, {342, 140, 90, 34}, "Help", &Theme::font_button},
+    {kControlReport, ControlKind::kButton, {440, 140, 90, 34}, "Report", &Theme::font_button},
+    {kControlStatus, ControlKind::kText, {16, 700, 740, 20}, "Connect Pouch, then Play.", &Theme::font_small},
+    {kControlCloseMain, ControlKind::kButton, {325, 720, 110, 34}, "Close", &Theme::font_button},
+    {kControlVersion, ControlKind::kText, {16, 726, 240, 20}, "", &Theme::font_small},
+};
+
+// The cell size that the run in progress or the last one needs; nothing before the first.
+std::optional<CellSize> RunCell() {
+    const GameState& game = shell.run.game;
+    if (shell.run.mode == kModeAttract || game.cell_w <= 0 || game.cell_h <= 0) return std::nullopt;
+    return CellSize{std::max<int32_t>(game.cell_w, kSmallestCell),
+                    std::max<int32_t>(game.cell_h, kSmallestCell)};
+}
+
+// The window is made no smaller than the run in progress needs; one that is already, since a run takes the
+// cell size of the moment, stays as it is. The floor of the whole window is where it begins to look crowded.
+void LimitSize(const Size& client) {
+    const CellSize cell = RunCell().value_or(CellSize{kSmallestCell, kSmallestCell});
+    SetMinimumSize(shell.main,
+                   {std::min(cell.w * kBrickCols + 322, client.w), std::min(cell.h * 18 + 322, client.h)},
+                   kSmallestWindow);
+}
+
+// The balance line follows the end of the wallet line.
+void FitWalletLine() {
+    const std::string line = ControlText(shell.main, kControlWalletLine);
+    const int width = std::max(MeasureText(theme.font_small, line).w + 8, 80);
+    MoveControl(shell.main, kControlWalletLine, {16, 92, width, 22});
+    MoveControl(shell.main, kControlBalanceLine, {width + 36, 92, 360, 22});
+}
+
+}  // namespace
+
+void CreateMainControls(WindowId window) {
+    for (const ControlRow& control : kControls) {
+        if (control.kind == ControlKind::kButton) {
+            MakeButton(window, control.text, control.id, control.rect);
+        } else {
+            CreateText(window, control.id, control.rect, control.text, theme.*control.font);
+        }
+    }
+}
+
+bool IsInHeader(int id) {
+    const auto* const row = std::find_if(std::begin(kControls), std::end(kControls),
+                                         [id](const ControlRow& control) { return control.id == id; });
+    return row != std::end(kControls) && row->rect.y < kHeaderBottom;
+}
+
+void FitVersionLine() {
+    constexpr Size kUsual = {240, 20};
+    const Size client = ClientSize(shell.main);
+    const int wanted = MeasureText(theme.font_small, ControlText(shell.main, kControlVersion)).w + 8;
+    const int room = (client.w - 110) / 2 - 16 - 8;
+    MoveControl(shell.main, kControlVersion,
+                {16, client.h - 42, std::max(std::min(wanted, room), kUsual.w), kUsual.h});
+}
+
+void SetLine(int id, std::string_view text) {
+    SetControlText(shell.main, id, text);
+    if (id == kControlWalletLine || id == kControlBalanceLine) FitWalletLine();
+}
+
+void SetStatus(std::string_view text) { SetControlText(shell.main, kControlStatus, text); }
+
+CellSize RefreshLayout() {
+    const Size client = ClientSize(shell.main);
+    const int w = client.w;
+    const int h = client.h;
+    const int inner = w - 32;
+    const auto move = [](int id, const Rect& rect) { MoveControl(shell.main, id, rect); };
+    move(kControlTitle, {96, 14, 264, 36});
+    move(kControlMaker, {96, 50, 220, 20});
+    move(kControlSettings, {376, 20, 44, 38});
+    move(kControlPlay, {428, 22, 150, 34});
+    move(kControlConnect, {586, 22, 110, 34});
+    move(kControlUnbind, {704, 22, 100, 34});
+    FitWalletLine();
+    move(kControlPotLine, {16, 116, inner, 22});
+    move(kControlStatus, {16, h - 74, inner, 20});
+    move(kControlCloseMain, {(w - 110) / 2, h - 50, 110, 34});
+    FitVersionLine();
+
+    const int room_w = std::max(inner, 400);
+    const int room_h = std::max(h - 256, 200);
+    Size well = {room_w, room_h};
+    if (const std::optional<CellSize> cell = RunCell()) {
+        well.w = std::max(well.w, cell->w * kBrickCols + 290);
+        well.h = std::max(well.h, cell->h * 18 + 66);
+    }
+    MoveChild(shell.well, {kWellAt.x, kWellAt.y, well.w, well.h});
+    const int cell = std::max(std::min((room_w - 296) / kBrickCols, (room_h - 52) / 18), kSmallestCell);
+    shell.cell = {cell, cell};
+    LimitSize(client);
+    return shell.cell;
+}
+
+}  // namespace brickfall

@@ -1,0 +1,38 @@
+// shell_layout.h - the controls of the main window, and where they and the well stand. Main thread only.
+#pragma once
+
+#include <string_view>
+
+#include "game/run_control.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+inline constexpr Point kWellAt = {16, 178};
+
+enum MainControlId : int {
+    kControlWalletLine = 1003,
+    kControlBalanceLine = 1004,
+    kControlTitle = 1008,
+    kControlMaker = 1009,
+    kControlPotLine = 1011,
+    kControlHelp = 1013,
+    kControlCloseMain = 1014,
+    kControlVersion = 1016,
+};
+
+void CreateMainControls(WindowId window);
+
+bool IsInHeader(int control);
+
+// Lays everything out for the window's present size. The cell size that a new run would take.
+CellSize RefreshLayout();
+
+// Sets a line's text; the balance line follows the end of the wallet line.
+void SetLine(int control, std::string_view text);
+void SetStatus(std::string_view text);
+
+// The version line, whole if there is room before the Close button.
+void FitVersionLine();
+
+}  // namespace brickfall

@@ -1,0 +1,39 @@
+// shell_state.h - the state that hangs on the main window. Main thread only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "cabinet/board_window.h"
+#include "game/flows.h"
+#include "platform/window.h"
+
+namespace brickfall {
+
+struct Shell {
+    WindowId main = 0;
+    WindowId well = 0;
+    WindowId board = 0;
+    WindowId help = 0;
+    WindowId settings = 0;
+    WindowId report = 0;
+
+    RunControl run;
+    FlowDriver driver;
+    CellSize cell = {32, 32};  // of the present layout; a run keeps the one that it began with
+
+    int64_t pot_sats = -1;
+    std::string pot_error;
+    BoardView board_view;
+    bool board_busy = false;
+    bool board_again = false;
+    int32_t build_latest = -1;
+    bool update_available = false;
+
+    std::string spoken_well;          // as a screen reader has it
+    std::string status_before_check;  // stands again after a look-up that the window waits for
+};
+
+extern Shell& shell;
+
+}  // namespace brickfall
