@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QApplication>
+#include <QDialog>
 #include <QPointer>
 #include <functional>
 #include <map>
@@ -19,6 +20,11 @@ namespace brickfall {
 
 class WindowWidget;
 
+struct OpenBox {
+    WindowId owner = 0;
+    QPointer<QDialog> box;
+};
+
 struct PlatformState {
     std::mutex mutex;
     std::unordered_set<WindowId> live;
@@ -33,6 +39,7 @@ struct PlatformState {
     WindowId last_id = 0;
 
     int procedures_running = 0;
+    std::vector<OpenBox> boxes;             // message boxes on show
     std::vector<QPointer<QWidget>> buried;  // gone windows, deleted when no procedure runs
 
     bool loop_running = false;
@@ -44,6 +51,9 @@ struct PlatformState {
 PlatformState& State();
 
 WindowWidget* FindWindow(WindowId window);
+
+// As refused: those of an owner, or all with 0.
+void CloseMessageBoxes(WindowId owner = 0);
 
 // Deletes the widget as soon as no procedure and no message box is on the stack.
 void Bury(QWidget* widget);

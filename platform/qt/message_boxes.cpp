@@ -1,5 +1,3 @@
-#include "platform/qt/message_boxes.h"
-
 #include <QMessageBox>
 #include <QPointer>
 #include <functional>
@@ -23,15 +21,6 @@ using Answer = std::function<bool(std::string_view title, std::string_view text)
 Answer& BoxAnswer() {
     static Answer& answer = *new Answer;
     return answer;
-}
-
-struct OpenBox {
-    const WindowWidget* owner;
-    QPointer<QMessageBox> box;
-};
-std::vector<OpenBox>& OpenBoxes() {
-    static auto& boxes = *new std::vector<OpenBox>;
-    return boxes;
 }
 
 QMessageBox::StandardButtons ButtonsOf(BoxButtons buttons) {
@@ -62,13 +51,6 @@ QMessageBox::Icon IconOf(BoxIcon icon) {
 
 }  // namespace
 
-void CloseMessageBoxes(const WindowWidget* owner) {
-    for (const OpenBox& open : std::vector<OpenBox>(OpenBoxes())) {
-        const bool is_meant = owner == nullptr || open.owner == owner;
-        if (is_meant && open.box != nullptr) open.box->done(QMessageBox::Cancel);
-    }
-}
-
 void AnswerMessageBoxes(Answer answer) { BoxAnswer() = std::move(answer); }
 
 bool ShowMessageBox(WindowId owner, std::string_view title, std::string_view text, BoxButtons buttons,
@@ -83,9 +65,9 @@ bool ShowMessageBox(WindowId owner, std::string_view title, std::string_view tex
     box->setText(CutUnits(ToQString(text.substr(0, kMaxBoxUnits * 4)), kMaxBoxUnits));
     box->setStandardButtons(ButtonsOf(buttons));
     box->setIcon(IconOf(icon));
-    OpenBoxes().push_back({window, box});
+    State().boxes.push_back({owner, box.data()});
     const int answer = box->exec();
-    std::erase_if(OpenBoxes(), [&](const OpenBox& open) { return open.box == box; });
+    std::erase_if(State().boxes, [&](const OpenBox& open) { return open.box == box; });
     delete box;
     return answer == QMessageBox::Ok || answer == QMessageBox::Yes;
 }

@@ -11,7 +11,6 @@
 #include "platform/qt/application.h"
 #include "platform/qt/convert.h"
 #include "platform/qt/key_tracker.h"
-#include "platform/qt/message_boxes.h"
 #include "platform/qt/painter_canvas.h"
 
 namespace brickfall {
@@ -119,7 +118,7 @@ void WindowWidget::Destroy() {
     quiet_.stop();
     wish_look_.stop();
     for (const auto& [number, timer] : timers) timer->stop();
-    CloseMessageBoxes(this);
+    CloseMessageBoxes(id_);
     Bury(this);
 }
 

@@ -93,7 +93,7 @@ class WindowWidget : public QWidget {
     std::optional<QPoint> wanted_place_;
     QTimer wish_look_;                      // runs while the window manager has time to do what it was asked
     int wish_tries_ = 0;                    // left, since some place windows as they like
-    bool place_seen_ = false;  // the one that it has first, with its frame
+    bool place_seen_ = false;               // the one that it has first, with its frame
     std::optional<QMargins> normal_frame_;  // seen while neither maximised nor minimised
     QTimer quiet_;                          // runs while the window is moved or sized
     QRect settled_rect_;                    // where it stood when it was last quiet
