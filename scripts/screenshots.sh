@@ -7,4 +7,7 @@ folder=${1:-docs/pictures}
 cmake --preset release >/dev/null
 cmake --build --preset release --target picture_book
 mkdir -p "$folder"
-build/release/tools/picture_book "$folder"
+# A desktop in memory that every window fits on.
+screens=$PWD/build/release/screens.json
+echo '{"screens":[{"name":"desktop","x":0,"y":0,"width":2560,"height":1600,"logicalDpi":96,"logicalBaseDpi":96,"dpr":1}]}' >"$screens"
+QT_QPA_PLATFORM=offscreen:configfile=$screens build/release/tools/picture_book "$folder"

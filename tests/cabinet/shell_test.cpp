@@ -6,6 +6,7 @@
 #include <future>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <tuple>
 
 #include "base/files.h"
 #include "base/workers.h"
@@ -127,6 +128,24 @@ TEST(Shell, ReadsTheWellOutToAScreenReader) {
     expect("GAME OVER. Score 70, level 4, lives 0");
     OnPayResult(shell.run, shell.driver, kPayRecord, std::make_unique<std::string>("success"));
     expect("SCORE ON-CHAIN. Score 70, level 4, lives 0");
+}
+
+TEST(Shell, ShowsThatItWaitsForALookUpAndThenAllAsBefore) {
+    CabinetFixture cabinet;
+    ClickControl(cabinet.main, 1017);
+    PumpMessages();
+    for (const auto& [control, window, shown] :
+         {std::tuple(1005, cabinet.main, 1005), {1017, shell.report, 1402}}) {
+        const std::string before = cabinet.Text(1007);
+        shell.driver.begin_check(control, "Checking your name...");
+        EXPECT_EQ(cabinet.Text(1007), "Checking your name...");
+        EXPECT_FALSE(ControlEnabled(window, shown));
+        EXPECT_TRUE(PointerWaits());
+        shell.driver.end_check();
+        EXPECT_EQ(cabinet.Text(1007), before);
+        EXPECT_TRUE(ControlEnabled(window, shown));
+        EXPECT_FALSE(PointerWaits());
+    }
 }
 
 TEST(Shell, FitsItsToolWindowsToASmallScreen) {
