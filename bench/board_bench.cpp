@@ -14,8 +14,8 @@
 #include "messages/verification.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/curve.h"
-#include "wallet/identity_signature.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 namespace {

@@ -31,7 +31,7 @@
 #include "platform/automation.h"
 #include "tests/support/picture_files.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/app_binds.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

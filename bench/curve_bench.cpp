@@ -2,8 +2,8 @@
 // of a wallet with a thousand receive addresses.
 #include <benchmark/benchmark.h>
 
-#include "wallet/curve.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/curve.h"
 
 namespace brickfall {
 namespace {

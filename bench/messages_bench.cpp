@@ -11,11 +11,11 @@
 #include "messages/signing.h"
 #include "messages/verification.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/curve.h"
-#include "wallet/identity_signature.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 namespace {

@@ -3,8 +3,8 @@
 #include <benchmark/benchmark.h>
 
 #include "tests/support/wallet_fixture.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
 
 namespace brickfall {
 namespace {

@@ -11,8 +11,8 @@
 #include "messages/signing.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/encodings.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

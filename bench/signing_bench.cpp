@@ -2,8 +2,8 @@
 // generator and one ECDSA_do_sign.
 #include <benchmark/benchmark.h>
 
-#include "wallet/curve.h"
-#include "wallet/transaction.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

@@ -10,8 +10,8 @@
 #include "base/clock.h"
 #include "game/week.h"
 #include "messages/row.h"
-#include "wallet/json_numbers.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

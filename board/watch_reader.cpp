@@ -15,8 +15,8 @@
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/encodings.h"
-#include "wallet/json_numbers.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

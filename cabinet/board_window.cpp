@@ -6,8 +6,8 @@
 #include "cabinet/images.h"
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
 
 namespace brickfall {
 namespace {

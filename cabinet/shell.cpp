@@ -30,8 +30,11 @@
 #include "cabinet/workers.h"
 #include "deployment/deployment.h"
 #include "platform/desktop.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/status_refresh.h"
+#include "wallet/coins/balance_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 

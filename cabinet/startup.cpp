@@ -9,8 +9,8 @@
 #include "cabinet/window_placement.h"
 #include "net/http_client.h"
 #include "platform/desktop.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

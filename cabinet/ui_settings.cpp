@@ -7,7 +7,7 @@
 
 #include "base/files.h"
 #include "cabinet/sound.h"
-#include "wallet/shared_store.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

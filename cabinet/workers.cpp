@@ -11,8 +11,8 @@
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
 #include "platform/image.h"
-#include "wallet/status_refresh.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/link/status_refresh.h"
 
 namespace brickfall {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "fuzz/support.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 using namespace brickfall;
 

@@ -7,9 +7,9 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "fuzz/support.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/paymail_registry.h"
-#include "wallet/shared_store.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/store/paymail_registry.h"
+#include "wallet/store/shared_store.h"
 
 namespace {
 

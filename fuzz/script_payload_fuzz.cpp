@@ -6,7 +6,7 @@
 #include "base/text.h"
 #include "board/watch_reader.h"
 #include "fuzz/support.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;

@@ -7,9 +7,9 @@
 
 #include "base/files.h"
 #include "fuzz/support.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/shared_store.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "cabinet/ui_settings.h"
 #include "cabinet/window_placement.h"
 #include "fuzz/support.h"
-#include "wallet/shared_store.h"
+#include "wallet/store/shared_store.h"
 
 namespace {
 

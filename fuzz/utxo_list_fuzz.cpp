@@ -10,7 +10,7 @@
 #include "base/foreign_json.h"
 #include "base/text.h"
 #include "fuzz/support.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/support.h"
-#include "wallet/json_numbers.h"
-#include "wallet/secret_json.h"
-#include "wallet/shared_store.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/json/secret_json.h"
+#include "wallet/store/shared_store.h"
 
 using namespace brickfall;
 using nlohmann::json;

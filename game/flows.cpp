@@ -15,11 +15,11 @@
 #include "messages/signing.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

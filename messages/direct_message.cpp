@@ -20,11 +20,11 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "messages/row.h"
-#include "wallet/app_binds.h"
-#include "wallet/curve.h"
-#include "wallet/encodings.h"
-#include "wallet/key_derivation.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

@@ -9,8 +9,8 @@
 #include <system_error>
 
 #include "base/text.h"
-#include "wallet/encodings.h"
-#include "wallet/json_numbers.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

@@ -7,9 +7,9 @@
 #include "deployment/deployment.h"
 #include "messages/row.h"
 #include "messages/verification.h"
-#include "wallet/identity_signature.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 namespace {

@@ -12,9 +12,9 @@
 #include "messages/row.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/curve.h"
-#include "wallet/identity_signature.h"
-#include "wallet/json_numbers.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 namespace {

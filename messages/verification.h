@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 

@@ -12,14 +12,14 @@
 
 #include "base/clock.h"
 #include "base/files.h"
-#include "wallet/app_binds.h"
-#include "wallet/bip39_words.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/encodings.h"
-#include "wallet/json_numbers.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/bip39_words.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

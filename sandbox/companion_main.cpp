@@ -27,7 +27,7 @@
 
 #include "base/clock.h"
 #include "sandbox/companion.h"
-#include "wallet/paymail_registry.h"
+#include "wallet/store/paymail_registry.h"
 
 namespace brickfall {
 namespace {

@@ -25,10 +25,10 @@
 #include "platform/desktop.h"
 #include "platform/window.h"
 #include "sandbox/companion.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/json_numbers.h"
-#include "wallet/paymail_registry.h"
-#include "wallet/shared_store.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/paymail_registry.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

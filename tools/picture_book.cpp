@@ -24,9 +24,9 @@
 #include "cabinet/ui_settings.h"
 #include "platform/automation.h"
 #include "tools/autopilot.h"
-#include "wallet/app_binds.h"
-#include "wallet/shared_store.h"
-#include "wallet/status_refresh.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

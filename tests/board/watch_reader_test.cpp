@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "tests/support/manual_clock.h"
-#include "wallet/encodings.h"
-#include "wallet/transaction.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

@@ -8,7 +8,7 @@
 #include "cabinet/shell_driver.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/ui_settings.h"
-#include "wallet/app_binds.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 

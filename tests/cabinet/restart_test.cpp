@@ -14,8 +14,8 @@
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

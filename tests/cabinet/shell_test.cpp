@@ -22,9 +22,9 @@
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
-#include "wallet/status_refresh.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

@@ -20,8 +20,8 @@
 #include "tests/support/child_process.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

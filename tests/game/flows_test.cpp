@@ -22,8 +22,8 @@
 #include "net/http_client.h"
 #include "tests/game/random_run.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
 
 namespace brickfall {
 namespace {

@@ -22,9 +22,9 @@
 #include "tests/support/sealed_message.h"
 #include "tests/support/shadow_memory.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/encodings.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

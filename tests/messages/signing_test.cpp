@@ -12,8 +12,8 @@
 #include "messages/verification.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
 
 namespace brickfall {
 namespace {

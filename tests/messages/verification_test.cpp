@@ -11,8 +11,8 @@
 #include "sandbox/server/test_key.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/curve.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "base/clock.h"
 #include "base/files.h"
-#include "wallet/shared_store.h"
+#include "wallet/store/shared_store.h"
 
 int main(int count, char** arguments) {
     if (count != 2) return 2;

@@ -11,10 +11,10 @@
 #include "base/workers.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/pay_drivers.h"
-#include "wallet/status_refresh.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/store/app_binds.h"
 
 // Of a refresh's threads one may have ended and wait for its neighbours to be joined with.
 extern "C" const char* __tsan_default_options();

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "wallet/paymail_registry.h"
-#include "wallet/shared_store.h"
+#include "wallet/store/paymail_registry.h"
+#include "wallet/store/shared_store.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include "tests/support/sealed_message.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/encodings.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

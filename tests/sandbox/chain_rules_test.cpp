@@ -8,8 +8,8 @@
 
 #include "sandbox/server/sandbox.h"
 #include "sandbox/server/script_check.h"
-#include "wallet/curve.h"
-#include "wallet/transaction.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

@@ -15,10 +15,10 @@
 #include "net/http_client.h"
 #include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/identity_signature.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/status_refresh.h"
-#include "wallet/transaction.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 namespace {

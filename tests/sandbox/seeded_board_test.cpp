@@ -13,7 +13,7 @@
 #include "sandbox/server/services.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

@@ -21,8 +21,8 @@
 #include "messages/verification.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/payment/pay_drivers.h"
 
 namespace brickfall {
 namespace {

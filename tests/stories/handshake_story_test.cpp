@@ -16,11 +16,11 @@
 #include "tests/support/child_process.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

@@ -15,10 +15,10 @@
 #include "net/url_text.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/spend_guard.h"
-#include "wallet/status_refresh.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
 
 namespace brickfall {
 namespace {

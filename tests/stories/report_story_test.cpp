@@ -19,10 +19,10 @@
 #include "messages/verification.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/encodings.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

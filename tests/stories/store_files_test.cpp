@@ -15,12 +15,12 @@
 #include "messages/direct_message.h"
 #include "tests/support/full_disk.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/balance_cache.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/paymail_registry.h"
-#include "wallet/shared_store.h"
-#include "wallet/spend_guard.h"
+#include "wallet/coins/balance_cache.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/paymail_registry.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

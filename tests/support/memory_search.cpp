@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 

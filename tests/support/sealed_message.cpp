@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
-#include "wallet/curve.h"
+#include "wallet/protocol/curve.h"
 
 namespace brickfall {
 namespace {

@@ -6,10 +6,10 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "messages/row.h"
-#include "wallet/curve.h"
-#include "wallet/encodings.h"
-#include "wallet/identity_signature.h"
-#include "wallet/transaction.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 

@@ -8,10 +8,10 @@
 #include "base/workers.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
-#include "wallet/app_binds.h"
-#include "wallet/encodings.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/app_binds.h"
+#include "wallet/store/app_binds.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include "base/files.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

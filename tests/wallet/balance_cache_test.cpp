@@ -1,4 +1,4 @@
-#include "wallet/balance_cache.h"
+#include "wallet/coins/balance_cache.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 
 #include "base/files.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
 
 namespace brickfall {
 namespace {

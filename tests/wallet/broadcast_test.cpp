@@ -1,4 +1,4 @@
-#include "wallet/broadcast.h"
+#include "wallet/payment/broadcast.h"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +7,10 @@
 #include "base/files.h"
 #include "base/workers.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

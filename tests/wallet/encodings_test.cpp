@@ -1,11 +1,11 @@
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
 #include <algorithm>
 
-#include "wallet/transaction.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

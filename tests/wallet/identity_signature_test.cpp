@@ -1,4 +1,4 @@
-#include "wallet/identity_signature.h"
+#include "wallet/session/identity_signature.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include "sandbox/server/bytes.h"
 #include "sandbox/server/script_check.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/key_derivation.h"
+#include "wallet/keys/key_derivation.h"
 
 #include <gtest/gtest.h>
 #include <openssl/hmac.h>
@@ -9,7 +9,7 @@
 
 #include "base/text.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/paymail_registry.h"
+#include "wallet/store/paymail_registry.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 namespace {

@@ -9,11 +9,11 @@
 #include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/app_binds.h"
-#include "wallet/bip39_words.h"
-#include "wallet/identity_signature.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/transaction.h"
+#include "wallet/keys/bip39_words.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/identity_signature.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

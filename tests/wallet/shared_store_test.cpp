@@ -1,4 +1,4 @@
-#include "wallet/shared_store.h"
+#include "wallet/store/shared_store.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,3 @@
-#include "wallet/spend_guard.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,9 +6,10 @@
 
 #include "base/files.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/broadcast.h"
-#include "wallet/json_numbers.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/payment/broadcast.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/status_refresh.h"
+#include "wallet/link/status_refresh.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,8 @@
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/transaction.h"
+#include "wallet/protocol/transaction.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>

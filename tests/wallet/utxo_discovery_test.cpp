@@ -1,5 +1,3 @@
-#include "wallet/utxo_discovery.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,9 +5,10 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/support/wallet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/json_numbers.h"
-#include "wallet/spend_guard.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

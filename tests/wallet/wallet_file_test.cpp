@@ -7,10 +7,10 @@
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/secret_json.h"
+#include "wallet/json/secret_json.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

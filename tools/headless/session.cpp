@@ -19,13 +19,13 @@
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tools/autopilot.h"
-#include "tools/headless/lines.h"
-#include "wallet/app_binds.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/pay_drivers.h"
-#include "wallet/shared_store.h"
-#include "wallet/status_refresh.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/payment/pay_drivers.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/broadcast.h"
+#include "wallet/payment/broadcast.h"
 
 #include <algorithm>
 #include <exception>
@@ -9,11 +9,11 @@
 #include "base/workers.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
-#include "wallet/json_numbers.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
 

@@ -1,4 +1,4 @@
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 #include <openssl/ripemd.h>
 #include <openssl/sha.h>
@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "wallet/curve.h"
+#include "wallet/protocol/curve.h"
 
 namespace brickfall {
 namespace {

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/transaction.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 

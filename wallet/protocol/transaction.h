@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/secret.h"
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 

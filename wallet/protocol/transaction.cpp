@@ -1,4 +1,4 @@
-#include "wallet/transaction.h"
+#include "wallet/protocol/transaction.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "wallet/curve.h"
+#include "wallet/protocol/curve.h"
 
 namespace brickfall {
 namespace {

@@ -1,4 +1,4 @@
-#include "wallet/status_refresh.h"
+#include "wallet/link/status_refresh.h"
 
 #include <algorithm>
 #include <mutex>
@@ -12,17 +12,17 @@
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/app_binds.h"
-#include "wallet/balance_cache.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/identity_signature.h"
-#include "wallet/json_numbers.h"
-#include "wallet/key_derivation.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/paymail_registry.h"
-#include "wallet/shared_store.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/balance_cache.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/session/identity_signature.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/paymail_registry.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

@@ -1,4 +1,4 @@
-#include "wallet/json_numbers.h"
+#include "wallet/json/json_numbers.h"
 
 #include <algorithm>
 #include <cmath>

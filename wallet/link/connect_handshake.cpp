@@ -1,4 +1,4 @@
-#include "wallet/connect_handshake.h"
+#include "wallet/link/connect_handshake.h"
 
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -6,11 +6,11 @@
 
 #include "base/clock.h"
 #include "base/files.h"
-#include "wallet/app_binds.h"
-#include "wallet/json_numbers.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
-#include "wallet/status_refresh.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

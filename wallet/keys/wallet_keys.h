@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "base/secret.h"
-#include "wallet/key_derivation.h"
+#include "wallet/keys/key_derivation.h"
 
 namespace brickfall {
 

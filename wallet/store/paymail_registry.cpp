@@ -1,4 +1,4 @@
-#include "wallet/paymail_registry.h"
+#include "wallet/store/paymail_registry.h"
 
 #include <algorithm>
 #include <mutex>
@@ -8,8 +8,8 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

@@ -11,8 +11,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "wallet/transaction.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 

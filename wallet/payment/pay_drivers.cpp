@@ -1,4 +1,4 @@
-#include "wallet/pay_drivers.h"
+#include "wallet/payment/pay_drivers.h"
 
 #include <algorithm>
 #include <exception>
@@ -8,11 +8,11 @@
 
 #include "base/text.h"
 #include "deployment/deployment.h"
-#include "wallet/app_binds.h"
-#include "wallet/balance_cache.h"
-#include "wallet/broadcast.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/balance_cache.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/payment/broadcast.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {

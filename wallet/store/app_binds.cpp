@@ -1,11 +1,11 @@
-#include "wallet/app_binds.h"
+#include "wallet/store/app_binds.h"
 
 #include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "base/files.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

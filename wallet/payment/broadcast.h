@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "wallet/transaction.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 

@@ -1,5 +1,5 @@
 // The published English list of BIP39, one row a handful of words; the order is the words' value.
-#include "wallet/bip39_words.h"
+#include "wallet/keys/bip39_words.h"
 
 namespace brickfall {
 

@@ -1,10 +1,10 @@
-#include "wallet/identity_signature.h"
+#include "wallet/session/identity_signature.h"
 
 #include <array>
 
-#include "wallet/curve.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/transaction.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

@@ -12,8 +12,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "wallet/encodings.h"
-#include "wallet/ov_pouch_wallet.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 

@@ -1,5 +1,3 @@
-#include "wallet/utxo_discovery.h"
-
 #include <algorithm>
 #include <deque>
 #include <iterator>
@@ -15,9 +13,10 @@
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/app_binds.h"
-#include "wallet/json_numbers.h"
-#include "wallet/spend_guard.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 

@@ -1,4 +1,4 @@
-#include "wallet/spend_guard.h"
+#include "wallet/coins/ordinal_guard.h"
 
 #include <algorithm>
 #include <functional>
@@ -14,11 +14,11 @@
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
-#include "wallet/app_binds.h"
-#include "wallet/broadcast.h"
-#include "wallet/json_numbers.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/payment/broadcast.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

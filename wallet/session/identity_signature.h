@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "wallet/encodings.h"
+#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 

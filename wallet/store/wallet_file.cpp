@@ -1,5 +1,3 @@
-#include "wallet/ov_pouch_wallet.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -9,15 +7,16 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
-#include "wallet/app_binds.h"
-#include "wallet/balance_cache.h"
-#include "wallet/broadcast.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/json_numbers.h"
-#include "wallet/secret_json.h"
-#include "wallet/shared_store.h"
-#include "wallet/spend_guard.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/balance_cache.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/json/secret_json.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/payment/broadcast.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

@@ -1,4 +1,4 @@
-#include "wallet/key_derivation.h"
+#include "wallet/keys/key_derivation.h"
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
@@ -11,10 +11,10 @@
 #include <utility>
 
 #include "base/text.h"
-#include "wallet/bip39_words.h"
-#include "wallet/curve.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/paymail_registry.h"
+#include "wallet/keys/bip39_words.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/store/paymail_registry.h"
 
 namespace brickfall {
 namespace {

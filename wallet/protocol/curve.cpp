@@ -1,4 +1,4 @@
-#include "wallet/curve.h"
+#include "wallet/protocol/curve.h"
 
 #include <openssl/obj_mac.h>
 

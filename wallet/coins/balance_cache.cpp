@@ -1,4 +1,4 @@
-#include "wallet/balance_cache.h"
+#include "wallet/coins/balance_cache.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,12 +8,12 @@
 
 #include "base/clock.h"
 #include "base/files.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
-#include "wallet/json_numbers.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/shared_store.h"
-#include "wallet/utxo_discovery.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/link/connect_handshake.h"
+#include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

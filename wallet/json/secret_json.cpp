@@ -1,13 +1,13 @@
-#include "wallet/secret_json.h"
+#include "wallet/json/secret_json.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <vector>
 
 #include "base/text.h"
-#include "wallet/encodings.h"
-#include "wallet/json_numbers.h"
-#include "wallet/shared_store.h"
+#include "wallet/json/json_numbers.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {
