@@ -15,6 +15,7 @@
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/hashes.h"
 #include "wallet/session/identity_signature.h"
 
 namespace brickfall {

@@ -2,8 +2,13 @@
 // of a wallet with a thousand receive addresses.
 #include <benchmark/benchmark.h>
 
+#include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/session/coin_refresh.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

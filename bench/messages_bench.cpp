@@ -11,11 +11,12 @@
 #include "messages/signing.h"
 #include "messages/verification.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/keys/wallet_keys.h"
 #include "wallet/link/status_refresh.h"
 #include "wallet/payment/pay_drivers.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/hashes.h"
 #include "wallet/session/identity_signature.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

@@ -3,8 +3,16 @@
 #include <benchmark/benchmark.h>
 
 #include "tests/support/wallet_fixture.h"
-#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/balance_cache.h"
 #include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/payment/coin_selection.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/protocol/script.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/coin_refresh.h"
 
 namespace brickfall {
 namespace {

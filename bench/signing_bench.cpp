@@ -2,7 +2,12 @@
 // generator and one ECDSA_do_sign.
 #include <benchmark/benchmark.h>
 
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/ecdsa.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 #include "wallet/protocol/transaction.h"
 
 namespace brickfall {

@@ -11,7 +11,7 @@
 #include "game/week.h"
 #include "messages/row.h"
 #include "wallet/json/json_numbers.h"
-#include "wallet/keys/wallet_keys.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

@@ -7,7 +7,7 @@
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_sync.h"
 
 namespace brickfall {
 namespace {

@@ -30,11 +30,10 @@
 #include "cabinet/workers.h"
 #include "deployment/deployment.h"
 #include "platform/desktop.h"
-#include "wallet/coins/balance_cache.h"
-#include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/link/status_refresh.h"
-#include "wallet/store/app_binds.h"
+#include "wallet/session/shown_balance.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 

@@ -7,6 +7,7 @@
 
 #include "base/files.h"
 #include "cabinet/sound.h"
+#include "wallet/json/store_json.h"
 #include "wallet/store/shared_store.h"
 
 namespace brickfall {

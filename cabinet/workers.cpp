@@ -11,8 +11,9 @@
 #include "cabinet/update_check.h"
 #include "deployment/deployment.h"
 #include "platform/image.h"
-#include "wallet/coins/utxo_cache.h"
+#include "wallet/chain/chain_api.h"
 #include "wallet/link/status_refresh.h"
+#include "wallet/protocol/outpoint.h"
 
 namespace brickfall {
 namespace {

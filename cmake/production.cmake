@@ -26,7 +26,8 @@ require_value(PINNED_HOST_ADDRESS "^${octet}\\.${octet}\\.${octet}\\.${octet}$" 
 require_value(ARCHITECT_HANDLE "^[a-z0-9_.-]+$" "a paymail name without its domain")
 
 try_compile(checker_built "${CMAKE_BINARY_DIR}/check_address"
-  SOURCES "${CMAKE_SOURCE_DIR}/cmake/check_address.cpp" "${CMAKE_SOURCE_DIR}/wallet/protocol/encodings.cpp"
+  SOURCES "${CMAKE_SOURCE_DIR}/cmake/check_address.cpp" "${CMAKE_SOURCE_DIR}/wallet/protocol/address.cpp"
+          "${CMAKE_SOURCE_DIR}/wallet/protocol/encodings.cpp" "${CMAKE_SOURCE_DIR}/wallet/protocol/hashes.cpp"
           "${CMAKE_SOURCE_DIR}/wallet/protocol/curve.cpp" "${CMAKE_SOURCE_DIR}/base/text.cpp"
   CMAKE_FLAGS "-DINCLUDE_DIRECTORIES=${CMAKE_SOURCE_DIR}"
   COMPILE_DEFINITIONS -DOPENSSL_SUPPRESS_DEPRECATED

@@ -3,7 +3,9 @@
 #include <cstdint>
 
 #include "fuzz/support.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 using namespace brickfall;
 

@@ -10,7 +10,8 @@
 #include "base/foreign_json.h"
 #include "base/text.h"
 #include "fuzz/support.h"
-#include "wallet/coins/utxo_cache.h"
+#include "wallet/chain/chain_api.h"
+#include "wallet/protocol/outpoint.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "fuzz/support.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/json/secret_json.h"
-#include "wallet/store/shared_store.h"
+#include "wallet/json/store_json.h"
 
 using namespace brickfall;
 using nlohmann::json;

@@ -17,9 +17,9 @@
 #include "net/url_text.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_sync.h"
 #include "wallet/payment/pay_drivers.h"
-#include "wallet/store/app_binds.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

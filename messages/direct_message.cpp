@@ -20,11 +20,11 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "messages/row.h"
-#include "wallet/keys/key_derivation.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_sync.h"
 #include "wallet/protocol/curve.h"
 #include "wallet/protocol/encodings.h"
-#include "wallet/store/app_binds.h"
+#include "wallet/session/encryption_key.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

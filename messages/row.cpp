@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 namespace {

@@ -8,8 +8,9 @@
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_sync.h"
 #include "wallet/session/identity_signature.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

@@ -14,6 +14,8 @@
 #include "net/url_text.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 #include "wallet/session/identity_signature.h"
 
 namespace brickfall {

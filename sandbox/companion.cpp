@@ -13,13 +13,17 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/json/store_json.h"
 #include "wallet/keys/bip39_words.h"
 #include "wallet/keys/key_derivation.h"
+#include "wallet/keys/mnemonic.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
-#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_file.h"
 
 namespace brickfall {
 namespace {

@@ -26,9 +26,9 @@
 #include "platform/window.h"
 #include "sandbox/companion.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/json/store_json.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/store/paymail_registry.h"
-#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {

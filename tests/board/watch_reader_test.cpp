@@ -12,7 +12,7 @@
 
 #include "tests/support/manual_clock.h"
 #include "wallet/protocol/encodings.h"
-#include "wallet/protocol/transaction.h"
+#include "wallet/protocol/script.h"
 
 namespace brickfall {
 namespace {

@@ -14,7 +14,7 @@
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/store/app_binds.h"
 
 namespace brickfall {

@@ -24,7 +24,6 @@
 #include "tests/cabinet/cabinet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/status_refresh.h"
-#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 

@@ -20,7 +20,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/keys/wallet_keys.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 
 namespace brickfall {

@@ -24,7 +24,11 @@
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/session/wallet_session.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -12,8 +12,9 @@
 #include "messages/verification.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

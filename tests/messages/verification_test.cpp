@@ -11,7 +11,9 @@
 #include "sandbox/server/test_key.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/ecdsa.h"
 #include "wallet/protocol/encodings.h"
 
 namespace brickfall {

@@ -11,6 +11,7 @@
 #include "base/workers.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/link/status_refresh.h"
 #include "wallet/payment/pay_drivers.h"

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "wallet/json/store_json.h"
 #include "wallet/store/paymail_registry.h"
 #include "wallet/store/shared_store.h"
 

@@ -19,7 +19,6 @@
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/payment/pay_drivers.h"
-#include "wallet/protocol/encodings.h"
 
 namespace brickfall {
 namespace {

@@ -8,7 +8,11 @@
 
 #include "sandbox/server/sandbox.h"
 #include "sandbox/server/script_check.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 #include "wallet/protocol/transaction.h"
 
 namespace brickfall {

@@ -16,7 +16,11 @@
 #include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_host.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 #include "wallet/protocol/transaction.h"
 #include "wallet/session/identity_signature.h"
 

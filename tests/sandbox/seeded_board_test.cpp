@@ -14,6 +14,7 @@
 #include "tests/support/temp_folder.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 namespace {

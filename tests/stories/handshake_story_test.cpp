@@ -16,11 +16,13 @@
 #include "tests/support/child_process.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
-#include "wallet/keys/key_derivation.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -15,10 +15,11 @@
 #include "net/url_text.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/coins/ordinal_guard.h"
-#include "wallet/coins/utxo_cache.h"
-#include "wallet/keys/wallet_keys.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/chain/chain_api.h"
+#include "wallet/chain/ordinals_api.h"
+#include "wallet/link/paymail_host.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -21,7 +21,7 @@
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
-#include "wallet/payment/pay_drivers.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/encodings.h"
 
 namespace brickfall {

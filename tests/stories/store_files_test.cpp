@@ -16,11 +16,12 @@
 #include "tests/support/full_disk.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/coins/balance_cache.h"
-#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/spent_set.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/paymail_registry.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_file.h"
 
 namespace brickfall {
 namespace {

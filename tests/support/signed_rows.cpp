@@ -6,9 +6,12 @@
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "messages/row.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/curve.h"
+#include "wallet/protocol/ecdsa.h"
 #include "wallet/protocol/encodings.h"
-#include "wallet/protocol/transaction.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 #include "wallet/session/identity_signature.h"
 
 namespace brickfall {

@@ -8,9 +8,12 @@
 #include "base/workers.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
+#include "wallet/keys/bip32.h"
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/script.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 
 namespace brickfall {

@@ -8,6 +8,7 @@
 #include "base/files.h"
 #include "tests/support/temp_folder.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

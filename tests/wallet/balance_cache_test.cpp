@@ -8,8 +8,10 @@
 #include "base/files.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/coins/utxo_cache.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/session/shown_balance.h"
 
 namespace brickfall {
 namespace {

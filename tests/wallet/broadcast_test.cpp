@@ -7,10 +7,17 @@
 #include "base/files.h"
 #include "base/workers.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/own_transactions.h"
+#include "wallet/coins/spent_set.h"
 #include "wallet/coins/utxo_cache.h"
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/protocol/script.h"
+#include "wallet/protocol/transaction.h"
 
 namespace brickfall {
 namespace {

@@ -5,7 +5,10 @@
 
 #include <algorithm>
 
-#include "wallet/protocol/transaction.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/ecdsa.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 
 namespace brickfall {
 namespace {

@@ -8,6 +8,8 @@
 #include "sandbox/server/script_check.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 namespace {

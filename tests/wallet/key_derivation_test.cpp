@@ -9,7 +9,15 @@
 
 #include "base/text.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/keys/bip32.h"
+#include "wallet/keys/mnemonic.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/session/coin_refresh.h"
+#include "wallet/session/encryption_key.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

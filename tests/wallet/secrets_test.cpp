@@ -9,11 +9,19 @@
 #include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
 #include "tests/support/temp_folder.h"
+#include "wallet/keys/bip32.h"
 #include "wallet/keys/bip39_words.h"
+#include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 #include "wallet/protocol/transaction.h"
+#include "wallet/session/encryption_key.h"
 #include "wallet/session/identity_signature.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
+#include "wallet/store/wallet_file.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

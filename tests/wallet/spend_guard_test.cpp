@@ -6,10 +6,22 @@
 
 #include "base/files.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/chain/ordinals_api.h"
 #include "wallet/coins/ordinal_guard.h"
-#include "wallet/json/json_numbers.h"
-#include "wallet/payment/broadcast.h"
+#include "wallet/coins/own_transactions.h"
+#include "wallet/coins/reservations.h"
+#include "wallet/coins/spent_set.h"
+#include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/payment/coin_selection.h"
+#include "wallet/payment/output_recovery.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -15,8 +15,11 @@
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
+#include "wallet/link/paymail_host.h"
+#include "wallet/link/paymail_sync.h"
 
 namespace brickfall {
 namespace {

@@ -9,6 +9,9 @@
 #include "base/text.h"
 #include "sandbox/server/raw_transaction.h"
 #include "sandbox/server/script_check.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
 
 namespace brickfall {
 namespace {

@@ -5,9 +5,20 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/support/wallet_fixture.h"
+#include "wallet/chain/address_refresh.h"
+#include "wallet/chain/chain_api.h"
+#include "wallet/chain/ordinals_api.h"
+#include "wallet/coins/balance_cache.h"
 #include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/spent_set.h"
 #include "wallet/coins/utxo_cache.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/session/coin_refresh.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 
 namespace brickfall {

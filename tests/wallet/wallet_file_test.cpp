@@ -1,3 +1,5 @@
+#include "wallet/store/wallet_file.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -7,10 +9,13 @@
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "tests/support/wallet_fixture.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/json/secret_json.h"
+#include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -19,13 +19,18 @@
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tools/autopilot.h"
-#include "wallet/coins/utxo_cache.h"
+#include "wallet/chain/chain_api.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/link/paymail_sync.h"
 #include "wallet/link/status_refresh.h"
 #include "wallet/payment/pay_drivers.h"
+#include "wallet/protocol/outpoint.h"
+#include "wallet/session/coin_refresh.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -1,21 +1,30 @@
 #include "wallet/coins/balance_cache.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <unordered_set>
 
 #include "base/clock.h"
 #include "base/files.h"
+#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/spent_set.h"
 #include "wallet/coins/utxo_cache.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/json/store_json.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/outpoint.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
+
+std::atomic<int64_t>& shown_balance = *new std::atomic<int64_t>(-1);
+
 namespace {
 
 using nlohmann::json;
@@ -24,9 +33,6 @@ using nlohmann::json;
 int64_t last_balance = -1;
 int64_t spend_floor = -1;
 int64_t spend_at = 0;
-
-// What the label shows, for those who do not wait for the wallet.
-std::atomic<int64_t> shown_balance = -1;
 
 std::string FaceFolder() { return StoreRoot() + "/tx_hist"; }
 std::string FacePath() { return FaceFolder() + "/" + WalletCacheId() + "_face.json"; }
@@ -51,6 +57,32 @@ int64_t HoldAndRemember(int64_t balance) {
 }
 
 }  // namespace
+
+int64_t SpendableBalance() {
+    const std::string& address = wallet_keys.address;
+    int64_t sum = 0;
+    std::unordered_set<std::string> counted;
+    const UtxoCacheEntry* entry = FindCacheEntry(address);
+    const bool known = entry != nullptr && entry->valid;
+    if (known) {
+        for (const Utxo& utxo : entry->utxos) {
+            if (IsSpent(utxo.txid, utxo.vout) || IsOrdinalForAddress(address, utxo)) continue;
+            if (counted.insert(EitherOrderKey(utxo.txid, utxo.vout)).second)
+                sum = AddSatoshis(sum, utxo.value);
+        }
+    }
+    Hash160 hash;
+    const bool one_owner = DecodeAddress(address, hash);
+    for (const PendingOutput& pending : pending_outputs) {
+        if (one_owner && pending.hash != hash) continue;
+        const Utxo utxo{pending.txid, pending.vout, pending.value};
+        if (IsSpent(utxo.txid, utxo.vout) || IsOrdinalAnywhere(utxo)) continue;
+        if (counted.insert(EitherOrderKey(utxo.txid, utxo.vout)).second) sum = AddSatoshis(sum, utxo.value);
+    }
+    return !known && sum == 0 ? -1 : sum;
+}
+
+int64_t LastBalance() { return last_balance; }
 
 int64_t ReadBalance() {
     const int64_t balance = SpendableBalance();
@@ -97,29 +129,6 @@ void ClearBalanceMemory() {
     shown_balance = -1;
     spend_floor = -1;
     spend_at = 0;
-}
-
-int64_t ReadShownBalance() {
-    const WalletLock lock(wallet_mutex, std::try_to_lock);
-    if (!lock.owns_lock()) return shown_balance;
-    int64_t balance = -1;
-    if (LoadWallet()) {
-        ReloadWalletHints();
-        balance = SpendableBalance();
-        if (balance >= 0) return HoldAndRemember(balance);
-        balance = last_balance >= 0 ? last_balance : ReadFaceBalance(wallet_keys.address);
-    }
-    shown_balance = balance >= 0 ? balance : CachedBalance();
-    return shown_balance;
-}
-
-int64_t CachedBalance() {
-    std::string address, paymail;
-    bool is_hd = false;
-    if (!WalletSummary(address, paymail, is_hd) || address.empty()) return -1;
-    const WalletLock lock(wallet_mutex);
-    if (last_balance >= 0 && wallet_keys.address == address) return last_balance;
-    return ReadFaceBalance(address);
 }
 
 }  // namespace brickfall

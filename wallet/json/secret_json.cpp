@@ -6,8 +6,7 @@
 
 #include "base/text.h"
 #include "wallet/json/json_numbers.h"
-#include "wallet/protocol/encodings.h"
-#include "wallet/store/shared_store.h"
+#include "wallet/json/store_json.h"
 
 namespace brickfall {
 namespace {

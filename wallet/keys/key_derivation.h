@@ -1,22 +1,19 @@
-// key_derivation.h - checks the twelve words and derives every key of the wallet from them (BIP39, BIP32).
-// All operations run with wallet_mutex held by the caller, but DeriveEncryptionKey, which takes it itself.
+// key_derivation.h - derives every key of the wallet from its words, and lists the addresses that it owns.
+// All operations run with wallet_mutex held by the caller, but DeriveAddresses, which needs no lock.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <mutex>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/secret.h"
-#include "wallet/protocol/encodings.h"
+#include "wallet/keys/bip32.h"
+#include "wallet/protocol/curve.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
-
-inline constexpr uint32_t kHardenedBit = 0x80000000;
-
-using KeyPath = std::array<uint32_t, 5>;
 
 // m/44'/236'/account'/0/index
 constexpr KeyPath MakePath(uint32_t account, uint32_t index) {
@@ -30,12 +27,6 @@ inline constexpr KeyPath kOrdinalsPath = MakePath(5, 0);  // the last index is r
 
 constexpr KeyPath ReceivePath(uint32_t index) { return MakePath(1, index); }
 
-// 32 key bytes, then 32 chain-code bytes.
-struct ExtendedKey {
-    std::array<uint8_t, 32> key{};
-    std::array<uint8_t, 32> chain_code{};
-};
-
 // One address that the wallet can spend from. Addresses are public: the list is kept until the wallet is
 // cleared.
 struct OwnedAddress {
@@ -44,22 +35,14 @@ struct OwnedAddress {
     Hash160 hash{};
 };
 
-bool ValidateMnemonic();  // of WalletKeys.mnemonic: twelve English words with a good checksum
-
 // The key pair and address of a path. False with whatever was reached blanked.
 bool DeriveAtPath(const KeyPath& path, SecretString& private_hex, std::string& public_hex,
                   std::string& address);
 
-// BIP32 private derivation of one level. False when the step fails; there is no move to the next index.
-bool DeriveChildKey(const ExtendedKey& parent, uint32_t index, ExtendedKey& child);
-
-// Puts the wallet's current receive, identity and ordinals addresses in place.
+// Puts the wallet's current receive and identity keys in place. Tells nobody of them.
 bool RefreshDerivedKeys();
 
 std::string DeriveOrdAddress();  // empty for a legacy wallet or on any failure
-
-// Takes wallet_mutex and loads the wallet. On false `error` says why.
-bool DeriveEncryptionKey(std::string& public_hex, SecretString& private_hex, std::string& error);
 
 // Every receive address from 0 to recv[1], then the identity address, without repeats; for a legacy wallet
 // its one address (with an all-zero path). A call derives at most kListedUnderLock addresses, at a fraction
@@ -68,10 +51,28 @@ bool DeriveEncryptionKey(std::string& public_hex, SecretString& private_hex, std
 inline constexpr uint32_t kListedUnderLock = 128;
 const std::vector<OwnedAddress>& OwnedAddresses();
 
-// Makes the list whole, however long it is. The caller's hold on wallet_mutex, which must be the only one of
-// its thread, is released while addresses are derived. False when no wallet, or another one, stands there
-// afterwards.
-bool ListOwnedAddresses(std::unique_lock<std::recursive_mutex>& lock);
+// What every receive address follows from by BIP32's public derivation. There is no private key in it, so it
+// serves without the wallet's lock; the chain code is wiped all the same.
+struct ReceiveSource {
+    CompressedPoint public_key{};
+    std::array<uint8_t, 32> chain_code{};
+};
+
+// The receive addresses from one index to before another.
+struct AddressSlice {
+    ReceiveSource source;
+    uint32_t from = 0;
+    uint32_t end = 0;
+};
+
+// The next addresses that the list lacks; false when it is whole, or nothing can be derived. They are derived
+// without the lock, and listed where the list still ends at their first.
+bool NextAddressSlice(AddressSlice& slice);
+std::vector<OwnedAddress> DeriveAddresses(const AddressSlice& slice);
+void ListAddresses(const AddressSlice& slice, std::vector<OwnedAddress> addresses);
+
+// Empties WalletKeys. Its secrets are wiped, whether they were valid or not.
+void ResetWalletKeys();
 
 // The entry of OwnedAddresses that owns the hash, or nullptr. Costs no derivation once the list is there.
 const OwnedAddress* FindOwnedHash(const Hash160& hash);

@@ -1,18 +1,17 @@
-// ov_pouch_wallet.h - the one wallet of the process: its state, its lock and its file.
-// wallet_mutex guards WalletKeys and every cache that hangs on it. It is recursive, since the operations that
-// hold it call one another. Lock order: wallet_mutex, then the paymail registry's or the store's lock. The
-// main thread takes it for what a click cannot do without, and never for what it shows.
+// wallet_keys.h - the one wallet of the process: its state and its lock. wallet_mutex guards WalletKeys and
+// every cache that hangs on it. It is recursive, since the operations that hold it call one another. Lock
+// order: wallet_mutex, then the paymail registry's or the store's lock. The main thread takes it for what a
+// click cannot do without, and never for what it shows.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/secret.h"
-#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/bip32.h"
 
 namespace brickfall {
 
@@ -63,16 +62,6 @@ extern WalletKeys& wallet_keys;  // guarded by wallet_mutex
 // derivation and two requests a refresh; no player comes near it.
 inline constexpr uint32_t kMaxReceiveIndex = 100'000;
 
-// Why the last load failed, where the player can be told more than that it did; else empty. Guarded by
-// wallet_mutex.
-extern std::string& wallet_load_error;
-
-// Caller holds wallet_mutex for these four.
-bool LoadWallet();  // true when a wallet is in memory; cheap after the first success
-bool SaveWallet();  // hd only; false when the file stays as it was
-void ReloadWalletHints();
-void ClearWalletState();  // wipes every secret and empties every per-wallet cache
-
 // What a window shows of the wallet in memory: a copy that stands under a leaf lock of its own, so that
 // nobody who only shows it waits for a payment, which holds wallet_mutex for as long as services take.
 struct ShownWallet {
@@ -83,14 +72,5 @@ struct ShownWallet {
 };
 ShownWallet WalletShown();
 void ShowWallet();  // takes the copy; with wallet_mutex held, wherever one of its fields may have changed
-
-// Of the wallet shown, else from the file without loading it; `paymail` with its domain, or empty. Never
-// waits for wallet_mutex.
-bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd);
-
-std::string CurrentAddress();  // takes wallet_mutex
-
-std::string WalletFilePath();
-std::string NormalizeContactDest(std::string_view text);
 
 }  // namespace brickfall

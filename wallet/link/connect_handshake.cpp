@@ -1,40 +1,28 @@
 #include "wallet/link/connect_handshake.h"
 
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
-#include <vector>
 
 #include "base/clock.h"
 #include "base/files.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/json/store_json.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/status_refresh.h"
+#include "wallet/link/paymail_sync.h"
+#include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_file.h"
 
 namespace brickfall {
-
-std::mutex& wallet_sink_mutex = *new std::mutex;
-WalletHook& wallet_log_hook = *new WalletHook;
-WalletHook& wallet_event_hook = *new WalletHook;
-
 namespace {
 
 using nlohmann::json;
 
-constexpr char kFieldSeparator = '\x1f';
-
 std::mutex& pouch_desktop_mutex = *new std::mutex;
 PouchDesktop& pouch_desktop = *new PouchDesktop;  // guarded by pouch_desktop_mutex, called outside it
-
-void CallHook(const WalletHook& hook, std::string_view text) {
-    WalletHook current;
-    {
-        const std::lock_guard lock(wallet_sink_mutex);
-        current = hook;
-    }
-    if (current) current(text);
-}
 
 std::string ConnectError(std::string text) {
     EmitWalletEvent("error", {text});
@@ -146,18 +134,5 @@ bool RaisePouch() {
     const std::string program = folder + "/" + kPouchExecutable;
     return FileExists(program) && desktop.start_program(program, folder);
 }
-
-void WalletLog(std::string_view text) { CallHook(wallet_log_hook, text); }
-
-void EmitWalletEvent(std::string_view kind, std::initializer_list<std::string_view> fields) {
-    std::vector<std::string_view> used(fields);
-    while (!used.empty() && used.back().empty()) used.pop_back();
-    std::string line = "[OV-POUCH]";
-    (line += kFieldSeparator) += kind;
-    for (const std::string_view field : used) (line += kFieldSeparator) += field;
-    EmitTaggedLine(line);
-}
-
-void EmitTaggedLine(std::string_view line) { CallHook(wallet_event_hook, line); }
 
 }  // namespace brickfall

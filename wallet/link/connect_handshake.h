@@ -1,11 +1,9 @@
-// connect_handshake.h - connects the cabinet to a wallet of Pouch through a request and a reply file, ends
-// the connection again, and carries the wallet core's progress texts.
+// connect_handshake.h - connects the cabinet to a wallet of Pouch through a request and a reply file, and
+// ends the connection again.
 #pragma once
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -30,16 +28,5 @@ std::string UnbindWallet();    // "success"
 std::string WriteConnectRequest();                          // the request id, or empty text
 std::string ReadConnectReply(std::string_view request_id);  // "pending", "ok" or "denied"
 bool RaisePouch();
-
-using WalletHook = std::function<void(std::string_view)>;
-
-// Guards the two hooks; they are called outside it.
-extern std::mutex& wallet_sink_mutex;
-extern WalletHook& wallet_log_hook;
-extern WalletHook& wallet_event_hook;
-
-void WalletLog(std::string_view text);
-void EmitWalletEvent(std::string_view kind, std::initializer_list<std::string_view> fields = {});
-void EmitTaggedLine(std::string_view line);  // to wallet_event_hook, as it stands
 
 }  // namespace brickfall

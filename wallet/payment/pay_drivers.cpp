@@ -8,11 +8,23 @@
 
 #include "base/text.h"
 #include "deployment/deployment.h"
+#include "wallet/chain/chain_api.h"
 #include "wallet/coins/balance_cache.h"
-#include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/own_transactions.h"
+#include "wallet/coins/reservations.h"
+#include "wallet/coins/spent_set.h"
 #include "wallet/coins/utxo_cache.h"
+#include "wallet/keys/wallet_keys.h"
 #include "wallet/payment/broadcast.h"
-#include "wallet/store/app_binds.h"
+#include "wallet/payment/coin_selection.h"
+#include "wallet/payment/output_recovery.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/coin_refresh.h"
+#include "wallet/session/wallet_session.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/hashes.h"
 #include "wallet/protocol/transaction.h"
 
 namespace brickfall {

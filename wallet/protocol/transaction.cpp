@@ -1,12 +1,13 @@
 #include "wallet/protocol/transaction.h"
 
 #include <algorithm>
-#include <array>
+#include <cstddef>
 #include <limits>
 #include <utility>
 
 #include "base/text.h"
-#include "wallet/protocol/curve.h"
+#include "wallet/protocol/ecdsa.h"
+#include "wallet/protocol/script.h"
 
 namespace brickfall {
 namespace {
@@ -17,9 +18,6 @@ constexpr uint32_t kFinalSequence = 0xFFFFFFFF;
 constexpr uint8_t kSkeletonScriptLength = 107;  // a signature and a compressed key, counted but not written
 constexpr std::size_t kSkeletonInputBytes = 32 + 4 + 1 + 4;
 constexpr std::size_t kChangeOutputBytes = 8 + 1 + 25;
-
-constexpr uint8_t kOpFalse = 0;
-constexpr uint8_t kOpReturn = 106;
 
 void AppendBytes(ByteBuffer& out, std::span<const uint8_t> bytes) {
     out.insert(out.end(), bytes.begin(), bytes.end());
@@ -134,45 +132,6 @@ bool ForkIdDigest(const SpendInput& input, const SharedDigests& shared, const Ha
     return true;
 }
 
-// A key with both halves in place, or nullptr for a scalar outside the group's range.
-EcKeyPtr MakeSigningKey(std::string_view private_hex) {
-    std::array<uint8_t, 32> bytes{};
-    const WipeAtExit wipe(bytes);
-    if (!HexDecodeSecret(private_hex, bytes)) return nullptr;
-
-    const EC_GROUP* group = Secp256k1();
-    const BignumPtr scalar(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
-    if (!scalar || BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group)) >= 0) {
-        return nullptr;
-    }
-    BN_set_flags(scalar.get(), BN_FLG_CONSTTIME);
-
-    EcKeyPtr key(EC_KEY_new());
-    const EcPointPtr point(EC_POINT_new(group));
-    const bool made = key && point && EC_KEY_set_group(key.get(), group) == 1 &&
-                      EC_POINT_mul(group, point.get(), scalar.get(), nullptr, nullptr, nullptr) == 1 &&
-                      EC_KEY_set_private_key(key.get(), scalar.get()) == 1 &&
-                      EC_KEY_set_public_key(key.get(), point.get()) == 1;
-    return made ? std::move(key) : nullptr;
-}
-
-// Of the two valid values s and order - s the network takes the lower one only.
-bool PutLowS(ECDSA_SIG* signature) {
-    const BIGNUM* order = EC_GROUP_get0_order(Secp256k1());
-    const BignumPtr half(BN_new());
-    if (!half || BN_rshift1(half.get(), order) != 1) return false;
-    const BIGNUM* s = ECDSA_SIG_get0_s(signature);
-    if (BN_cmp(s, half.get()) <= 0) return true;
-
-    BignumPtr low_r(BN_dup(ECDSA_SIG_get0_r(signature)));
-    BignumPtr low_s(BN_new());
-    if (!low_r || !low_s || BN_sub(low_s.get(), order, s) != 1) return false;
-    if (ECDSA_SIG_set0(signature, low_r.get(), low_s.get()) != 1) return false;
-    static_cast<void>(low_r.release());  // the signature owns both now
-    static_cast<void>(low_s.release());
-    return true;
-}
-
 }  // namespace
 
 ByteBuffer SerializeTx(std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
@@ -267,28 +226,6 @@ bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<
                const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex) {
     const std::optional<SharedDigests> shared = MakeSharedDigests(inputs, outputs);
     return shared && SignInput(input, *shared, owner_hash, private_hex, public_hex);
-}
-
-bool SignDigest(std::string_view private_hex, std::span<const uint8_t, 32> digest, ByteBuffer& der) {
-    der.clear();
-    const EcKeyPtr key = MakeSigningKey(private_hex);
-    if (!key) return false;
-    const EcdsaSigPtr signature(ECDSA_do_sign(digest.data(), static_cast<int>(digest.size()), key.get()));
-    if (!signature || !PutLowS(signature.get())) return false;
-
-    const int length = i2d_ECDSA_SIG(signature.get(), nullptr);
-    if (length <= 0) return false;
-    der.resize(static_cast<std::size_t>(length));
-    uint8_t* place = der.data();
-    if (i2d_ECDSA_SIG(signature.get(), &place) == length) return true;
-    der.clear();
-    return false;
-}
-
-ByteBuffer DataCarrierScript(std::string_view payload) {
-    ByteBuffer script{kOpFalse, kOpReturn};
-    AppendPushData(script, AsBytes(payload));
-    return script;
 }
 
 std::string TxidOf(std::span<const uint8_t> raw) {

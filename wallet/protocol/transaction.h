@@ -1,5 +1,5 @@
-// transaction.h - builds and signs a transaction from candidate inputs and wanted outputs. Pure functions;
-// any thread.
+// transaction.h - builds and signs a transaction from candidate inputs and wanted outputs, and reckons its
+// fee. Pure functions; any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 
 #include "base/secret.h"
 #include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 
@@ -59,15 +60,10 @@ std::optional<SharedDigests> MakeSharedDigests(std::span<const SpendInput> input
 // that the digests were made of.
 bool SignInput(SpendInput& input, const SharedDigests& shared, const Hash160& owner_hash,
                std::string_view private_hex, std::string_view public_hex);
+
 // For one input alone.
 bool SignInput(SpendInput& input, std::span<const SpendInput> inputs, std::span<const PayOutput> outputs,
                const Hash160& owner_hash, std::string_view private_hex, std::string_view public_hex);
-
-// ECDSA over a 32-byte digest, DER, with s in the lower half of the order and a fresh random nonce.
-bool SignDigest(std::string_view private_hex, std::span<const uint8_t, 32> digest, ByteBuffer& der);
-
-// OP_FALSE OP_RETURN and one push of the payload.
-ByteBuffer DataCarrierScript(std::string_view payload);
 
 std::string TxidOf(std::span<const uint8_t> raw);  // display byte order
 

@@ -2,9 +2,14 @@
 
 #include <array>
 
+#include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/protocol/curve.h"
-#include "wallet/protocol/transaction.h"
+#include "wallet/protocol/ecdsa.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+#include "wallet/protocol/script.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 

@@ -1,10 +1,11 @@
 #include "wallet/store/app_binds.h"
 
+#include <cstddef>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "base/files.h"
-#include "wallet/keys/wallet_keys.h"
+#include "wallet/json/store_json.h"
 #include "wallet/store/shared_store.h"
 
 namespace brickfall {
@@ -87,18 +88,11 @@ void ClearBind() {
     SetWalletId("");
 }
 
-bool IsConnected() {
-    if (AppMode() && BoundWalletId().empty() && WalletId().empty()) return false;
-    if (const ShownWallet shown = WalletShown(); shown.loaded) return shown.is_hd;
-    const WalletLock lock(wallet_mutex);
-    return LoadWallet() && wallet_keys.is_hd;
-}
-
 bool AppMode() { return Binding().app_mode; }
+
 std::string AppName() { return Binding().app_name; }
 std::string AppInstance() { return Binding().instance; }
 std::string WalletId() { return Binding().wallet_id; }
-
 void SetWalletId(std::string_view wallet_id) {
     const std::lock_guard lock(binding_mutex);
     binding.wallet_id = wallet_id;

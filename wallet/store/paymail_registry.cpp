@@ -8,6 +8,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
+#include "wallet/json/store_json.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/store/shared_store.h"
 

@@ -2,11 +2,12 @@
 
 #include <filesystem>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
 #include "base/clock.h"
+#include "base/foreign_json.h"
+#include "wallet/json/store_json.h"
 
 namespace brickfall {
 namespace {
@@ -78,17 +79,6 @@ bool WriteStoreFile(const std::string& path, std::string_view text) {
     return (state == FileState::kRead && present == text) || ReplaceFile(path, text);
 }
 
-std::string StoreText(const json& object, const char* key) {
-    if (!object.is_object()) return {};
-    const auto entry = object.find(key);
-    if (entry == object.end() || !entry->is_string()) return {};
-    return entry->get<std::string>();
-}
-
-std::string StoreDump(const json& document) {
-    return document.dump(2, ' ', false, json::error_handler_t::replace);
-}
-
 StoreFile ReadRegistry() {
     StoreFile registry = ReadStoreFile(RegistryPath());
     json& document = registry.document;
@@ -153,6 +143,10 @@ void SetWalletName(std::string_view wallet_id, std::string_view name) {
         if (entry.is_object() && StoreText(entry, "id") == wallet_id) entry["name"] = name;
     }
     WriteRegistry(registry.document);
+}
+
+std::string CannotReadText(std::string_view path) {
+    return "cannot read " + std::string(path.substr(StoreRoot().size() + 1)) + "; nothing was spent.";
 }
 
 }  // namespace brickfall

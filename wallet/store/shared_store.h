@@ -9,13 +9,9 @@
 #include <vector>
 
 #include "base/files.h"
-#include "base/foreign_json.h"
 #include "base/secret.h"
 
 namespace brickfall {
-
-// Far above any file that the programs of the store make.
-inline constexpr JsonLimits kStoreLimits = {.bytes = kMaxFileBytes, .values = 1'000'000};
 
 struct WalletInfo {
     std::string id;
@@ -54,6 +50,9 @@ FileState ReadStoreText(const std::string& path, SecretString& text);
 // file is as it was, when it is there and cannot be read, or cannot be written.
 bool WriteStoreFile(const std::string& path, std::string_view text);
 
+// For the player, who has to mend it: the file by its place in the store.
+std::string CannotReadText(std::string_view path);
+
 // With StoreLock held. The document read is an object with an array `wallets`, whatever the file holds; one
 // that could not be read must not be changed and written back.
 StoreFile ReadRegistry();
@@ -64,11 +63,5 @@ void MigrateSingleWallet();
 std::vector<WalletInfo> ListWallets();
 std::string WalletDisplayName(std::string_view wallet_id);
 void SetWalletName(std::string_view wallet_id, std::string_view name);
-
-// The text at a key; empty when `object` is none, the key is missing or holds something else.
-std::string StoreText(const nlohmann::json& object, const char* key);
-
-// The text of a JSON file for people: indent of 2, bytes that are no UTF-8 replaced, no newline at the end.
-std::string StoreDump(const nlohmann::json& document);
 
 }  // namespace brickfall

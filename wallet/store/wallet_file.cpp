@@ -1,38 +1,41 @@
+#include "wallet/store/wallet_file.h"
+
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "base/files.h"
+#include "base/secret.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
-#include "wallet/coins/balance_cache.h"
-#include "wallet/coins/ordinal_guard.h"
-#include "wallet/coins/utxo_cache.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/json/secret_json.h"
+#include "wallet/json/store_json.h"
+#include "wallet/keys/bip32.h"
+#include "wallet/keys/key_derivation.h"
+#include "wallet/keys/mnemonic.h"
 #include "wallet/keys/wallet_keys.h"
-#include "wallet/link/connect_handshake.h"
-#include "wallet/payment/broadcast.h"
+#include "wallet/protocol/address.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
+#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 
-std::recursive_mutex& wallet_mutex = *new std::recursive_mutex;
-WalletKeys& wallet_keys = *new WalletKeys;
 std::string& wallet_load_error = *new std::string;
 
 namespace {
 
 using nlohmann::json;
 
-std::mutex& shown_mutex = *new std::mutex;     // a leaf
-ShownWallet& shown_wallet = *new ShownWallet;  // guarded by shown_mutex
-
 constexpr int kFormatVersion = 2;
 constexpr std::size_t kMaxNoteBytes = 80;
+
 constexpr char kTooManyAddressesText[] =
     "The wallet has more than 100,000 receive addresses. This cabinet cannot open it.";
 constexpr std::size_t kPrivateHexLength = 64;
@@ -165,17 +168,6 @@ void ReadShow(const json& document) {
     if (const auto counter = Counter(*show)) wallet_keys.show = std::min(*counter, wallet_keys.recv[1]);
 }
 
-// Empties WalletKeys. Its secrets are wiped, whether they were valid or not.
-void ResetWalletKeys() {
-    WipeString(wallet_keys.priv);
-    WipeString(wallet_keys.mnemonic);
-    OPENSSL_cleanse(wallet_keys.seed.data(), wallet_keys.seed.size());
-    OPENSSL_cleanse(&wallet_keys.master, sizeof wallet_keys.master);
-    wallet_keys = WalletKeys{};
-    ClearDerivationCache();
-    ShowWallet();
-}
-
 bool LoadHd(WalletFile& file) {
     wallet_keys.mnemonic = std::move(file.mnemonic);
     if (!ValidateMnemonic()) return false;
@@ -239,16 +231,7 @@ json WalletJson() {
     return document;
 }
 
-std::string DisplayPaymail(const std::string& name) {
-    return name.empty() ? std::string() : name + "@" + kPaymailDomain;
-}
-
 }  // namespace
-
-std::string WalletFilePath() {
-    const std::string id = WalletId();
-    return StoreRoot() + (id.empty() ? "/orvane_pouch.json" : "/wallets/" + id + "/wallet.json");
-}
 
 std::string NormalizeContactDest(std::string_view text) {
     const std::string_view dest = CutEnds(StripFront(CutEnds(text), "@$"));
@@ -259,35 +242,34 @@ std::string NormalizeContactDest(std::string_view text) {
     return name;
 }
 
-void ShowWallet() {
-    ShownWallet shown = {!wallet_keys.priv.empty() && !wallet_keys.address.empty(), wallet_keys.is_hd,
-                         wallet_keys.address, wallet_keys.paymail};
-    const std::lock_guard lock(shown_mutex);
-    shown_wallet = std::move(shown);
-}
-
-ShownWallet WalletShown() {
-    const std::lock_guard lock(shown_mutex);
-    return shown_wallet;
-}
-
-bool LoadWallet() {
-    if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
-    const std::string told = std::exchange(wallet_load_error, {});
-    if (WalletId().empty()) return false;
+bool ReadWallet() {
     std::optional<WalletFile> file = ParsedWalletFile();
     if (!file) return false;
     ResetWalletKeys();
-    if (file->IsHd() ? LoadHd(*file) : LoadLegacy(*file)) {
-        LoadSpentSet();
-        ShowWallet();
-        return true;
-    }
+    if (file->IsHd() ? LoadHd(*file) : LoadLegacy(*file)) return true;
     // Half a wallet would pass for a loaded one at the next call, and its words are of no use.
     ResetWalletKeys();
-    // Every click tries to load it; the player is told once.
-    if (!wallet_load_error.empty() && wallet_load_error != told) WalletLog(wallet_load_error);
     return false;
+}
+
+bool ReadWalletHints() {
+    const std::optional<WalletFile> file = ParsedWalletFile();
+    if (!file || !file->document.is_object()) return false;
+    const uint32_t former_index = wallet_keys.recv[1];
+    ReadCounters(file->document);
+    if (wallet_keys.recv[1] > kMaxReceiveIndex) wallet_keys.recv[1] = former_index;
+    if (!file->HasText("ord_avatar")) wallet_keys.ord_avatar.clear();
+    ReadNames(file->document);
+    return true;
+}
+
+bool ReadWalletSummary(std::string& address, std::string& name, bool& is_hd) {
+    const std::optional<WalletFile> file = ParsedWalletFile();
+    if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;
+    if (!ReadJsonText(file->document, "address", address)) return false;
+    ReadJsonText(file->document, "paymail", name);
+    is_hd = file->IsHd();
+    return true;
 }
 
 bool SaveWallet() {
@@ -296,49 +278,6 @@ bool SaveWallet() {
     MakeFolders(std::filesystem::path(path).parent_path().string());
     return MayReplaceWalletFile() &&
            ReplaceFile(path, InsertSecret(StoreDump(WalletJson()), "mnemonic", wallet_keys.mnemonic));
-}
-
-void ReloadWalletHints() {
-    if (wallet_keys.priv.empty() || wallet_keys.address.empty()) return;
-    const std::optional<WalletFile> file = ParsedWalletFile();
-    if (!file || !file->document.is_object()) return;
-    const uint32_t former_index = wallet_keys.recv[1];
-    ReadCounters(file->document);
-    if (wallet_keys.recv[1] > kMaxReceiveIndex) wallet_keys.recv[1] = former_index;
-    if (!file->HasText("ord_avatar")) wallet_keys.ord_avatar.clear();
-    ReadNames(file->document);
-    if (wallet_keys.is_hd && wallet_keys.recv[1] != former_index) RefreshDerivedKeys();
-    ShowWallet();
-}
-
-void ClearWalletState() {
-    ResetWalletKeys();
-    ClearUtxoState();
-    ClearGuardState();
-    ClearBalanceMemory();
-    last_recorded_txid.clear();
-}
-
-bool WalletSummary(std::string& address, std::string& paymail, bool& is_hd) {
-    const ShownWallet shown = WalletShown();
-    address = shown.address;
-    paymail = DisplayPaymail(shown.name);
-    is_hd = shown.is_hd;
-    if (!address.empty()) return true;
-    if (WalletId().empty()) return false;
-    const std::optional<WalletFile> file = ParsedWalletFile();
-    if (!file || (!file->IsHd() && !file->HasText("priv"))) return false;
-    std::string name;
-    if (!ReadJsonText(file->document, "address", address)) return false;
-    ReadJsonText(file->document, "paymail", name);
-    paymail = DisplayPaymail(name);
-    is_hd = file->IsHd();
-    return true;
-}
-
-std::string CurrentAddress() {
-    const WalletLock lock(wallet_mutex);
-    return LoadWallet() ? wallet_keys.address : std::string();
 }
 
 }  // namespace brickfall
