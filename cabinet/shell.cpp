@@ -32,8 +32,6 @@
 #include "platform/desktop.h"
 #include "wallet/events/wallet_events.h"
 #include "wallet/link/status_refresh.h"
-#include "wallet/session/shown_balance.h"
-#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 

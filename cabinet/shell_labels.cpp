@@ -6,10 +6,9 @@
 #include "cabinet/shell_state.h"
 #include "cabinet/ui_settings.h"
 #include "cabinet/workers.h"
-#include "wallet/app_binds.h"
-#include "wallet/balance_cache.h"
-#include "wallet/ov_pouch_wallet.h"
-#include "wallet/status_refresh.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/session/shown_balance.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 

@@ -23,8 +23,8 @@
 #include "net/http_client.h"
 #include "tools/headless/lines.h"
 #include "tools/headless/session.h"
-#include "wallet/app_binds.h"
-#include "wallet/connect_handshake.h"
+#include "wallet/events/wallet_events.h"
+#include "wallet/store/app_binds.h"
 
 namespace brickfall {
 namespace {
