@@ -15,6 +15,7 @@
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
+#include "wallet/store/shared_store.h"
 #include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
@@ -248,7 +249,17 @@ TEST_F(WalletFileTest, HintsFollowTheFile) {
         WriteFile(WalletFilePath(), text);
         ReloadWalletHints();
     };
+    // What the registry tells of the identity's ordinals; once each, since it is taken out again.
+    const auto shared_ord_address = [] {
+        const std::string path = StoreRoot() + "/orvane_paymail.json";
+        const json names = json::parse(ReadFile(path).value_or("{}"), nullptr, false).value("names", json());
+        WriteFile(path, json{{"names", {{"ada", {{"pubkey", wallet_keys.identity_pub}}}}}}.dump());
+        return names.is_object() ? names["ada"].value("ordAddress", "") : "";
+    };
     ASSERT_TRUE(LoadHd({{"recv", {1, 2}}, {"show", 0}, {"paymail", "ada"}, {"ord_avatar", "o1"}}));
+    shared_ord_address();
+    ASSERT_TRUE(LoadHd({{"recv", {1, 2}}, {"show", 0}, {"paymail", "ada"}, {"ord_avatar", "o1"}}));
+    EXPECT_EQ(shared_ord_address(), DeriveOrdAddress()) << "a load shares it";
     for (const char* unusable : {"", "{", "[1]", "5"}) {
         rewrite(unusable);
         EXPECT_EQ(wallet_keys.ord_avatar, "o1") << unusable;
@@ -264,6 +275,7 @@ TEST_F(WalletFileTest, HintsFollowTheFile) {
     EXPECT_EQ(wallet_keys.ord_avatar, "");
     EXPECT_EQ(wallet_keys.paymail, "eve");
     EXPECT_EQ(OwnedAddresses().size(), 6u);
+    EXPECT_EQ(shared_ord_address(), DeriveOrdAddress()) << "so does a counter that has grown";
     ASSERT_NE(FindOwnedAddress(kAddress4), nullptr);
     EXPECT_EQ(wallet_keys.address, kAddress0);
 
