@@ -372,9 +372,11 @@ class PixelCount {
             return;
         }
         // A code is a string: that of an older code and one pixel more.
-        const int length = code < clear_ ? 1 : code == next_ ? former_ + 1 : lengths_[code];
+        const int length = code < clear_   ? 1
+                           : code == next_ ? former_ + 1
+                                           : lengths_[static_cast<std::size_t>(code)];
         if (former_ > 0 && next_ < kTableSize) {
-            lengths_[next_++] = former_ + 1;
+            lengths_[static_cast<std::size_t>(next_++)] = former_ + 1;
             if (next_ == 1 << width_ && next_ < kTableSize) ++width_;
         }
         former_ = length;

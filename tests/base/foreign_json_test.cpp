@@ -16,8 +16,9 @@ std::string Repeat(std::string_view unit, std::size_t times) {
     return text;
 }
 
+constexpr JsonLimits kLimits = {.bytes = 100, .values = 9, .depth = 4};
+
 TEST(ForeignJson, ATextBeyondALimitIsNoDocument) {
-    constexpr JsonLimits kLimits = {.bytes = 100, .values = 9, .depth = 4};
     constexpr JsonLimits kLong = {.bytes = 64 << 20, .values = 9};
     const auto text_of = [](std::size_t length) { return "\"" + std::string(length, 'a') + "\""; };
     const struct {

@@ -149,9 +149,10 @@ TEST(Guard, RefusesWhatCostsTooMuch) {
             bits.Put(2, 2);
             bits.Put(0, 5 + 5);  // 257 and 1 codes
             bits.Put(14, 4);
-            for (const uint32_t length : {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1})
+            for (const uint32_t length :
+                 {0u, 0u, 1u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 1u})
                 bits.Put(length, 3);
-            for (const uint32_t zeros : {138, 118}) bits.Put((zeros - 11) << 1 | 1, 8);
+            for (const uint32_t zeros : {138u, 118u}) bits.Put((zeros - 11) << 1 | 1, 8);
             bits.Put(0, 3);  // both codes have one bit; the end of the block
         }
         bits.Put(1, 3);  // the last one, as it is: one row of four

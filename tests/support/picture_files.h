@@ -105,7 +105,7 @@ inline std::string WebpOfManyGroups(int side) {
     const auto bytes_alike = [&bits](int alphabet) {  // the first 256 symbols have eight bits each
         bits.Put(0, 1);
         bits.Put(12 - 4, 4);
-        for (const uint32_t length : {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1})
+        for (const uint32_t length : {0u, 0u, 1u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 1u})
             bits.Put(length, 3);  // of 0 and of 8
         bits.Put(0, 1);
         for (int i = 0; i < alphabet; ++i) bits.Put(i < 256 ? 1 : 0, 1);

@@ -268,7 +268,7 @@ TEST_F(SpendGuard, ASpentFileThatCannotBeReadStopsPaymentsAndIsNeverReplaced) {
     // As do the entries of another installation of the same wallet.
     ClearUtxoState();
     Spend(TestTxid(5), 0);
-    for (const uint32_t number : {1, 3, 4, 5}) EXPECT_TRUE(IsSpent(TestTxid(number), 0)) << number;
+    for (const uint32_t number : {1u, 3u, 4u, 5u}) EXPECT_TRUE(IsSpent(TestTxid(number), 0)) << number;
 }
 
 TEST_F(SpendGuard, ASpentSetOfANamelessWalletStaysInMemory) {
