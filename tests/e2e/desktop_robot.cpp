@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/workers.h"
 #include "platform/automation.h"
 #include "tests/support/child_process.h"
 
@@ -157,13 +158,13 @@ void AnswerBox(const std::string& title, const std::string& keys, const std::str
         while (shell.ReadLine()) ++count;
         return count;
     };
-    std::thread([keys, photographer, windows, before = windows()] {
+    StartWorker([keys, photographer, windows, before = windows()] {
         for (int look = 0; look < 200 && windows() <= before; ++look) Pause(100);
         Pause(500);  // until it has the focus
         PostWindowMessage(photographer, 0);
         Pause(100);
         ChildProcess("/bin/sh", {"-c", "xdotool key " + keys}).Wait();
-    }).detach();
+    });
 }
 
 void TypeKeys(const std::string& text) { Xdotool("type --delay 5 '" + text + "'"); }

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/files.h"
+#include "base/workers.h"
 #include "deployment/deployment.h"
 #include "platform/automation.h"
 #include "platform/desktop.h"
@@ -100,6 +101,7 @@ TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
 }
 
 TEST(Program, StartsTheCompanionThatIsNotThereAndRaisesTheOneThatIs) {
+    WaitForWorkers();  // the environment changes: nobody who answers a box may start a program meanwhile
     const SandboxFixture services;
     const TempUserData data;
     ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
