@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -70,7 +71,7 @@ void RunInParallel(std::size_t count, std::size_t at_most, const std::function<v
     for (std::size_t i = 1; i < std::min(count, at_most); ++i) {
         try {
             helpers.emplace_back(work);
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {  // no thread or no memory left
             break;
         }
     }

@@ -25,6 +25,7 @@
 #include "wallet/protocol/encodings.h"
 #include "wallet/session/encryption_key.h"
 #include "wallet/session/wallet_session.h"
+#include "wallet/store/shared_store.h"
 
 namespace brickfall {
 namespace {
@@ -89,9 +90,8 @@ EncryptionKey ReadEncryptionKeyFile(const std::string& name) {
 
 void WriteEncryptionKeyFile(const std::string& name, const EncryptionKey& key) {
     const std::optional<std::string> path = KeyFilePath(name);
-    std::string former;
-    if (!path || !MakeFolders(kKeyFolder) || ReadFile(*path, former) == FileState::kUnreadable) return;
-    ReplaceFile(*path, key.public_key + "\n" + std::to_string(key.ts) + "\n");
+    if (!path || !MakeFolders(kKeyFolder)) return;
+    WriteStoreFile(*path, key.public_key + "\n" + std::to_string(key.ts) + "\n");
 }
 
 ByteBuffer DecodeKeyText(std::string_view text) {

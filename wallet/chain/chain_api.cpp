@@ -17,6 +17,7 @@
 #include "net/answer_limits.h"
 #include "net/http_client.h"
 #include "net/url_text.h"
+#include "wallet/chain/listing.h"
 #include "wallet/json/json_numbers.h"
 
 namespace brickfall {
@@ -82,8 +83,6 @@ bool FetchListing(const std::string& address, const char* tail, std::vector<Utxo
 
 // The ids of the newest unconfirmed transactions of an address, newest first.
 std::deque<std::string> NewestUnconfirmed(const std::string& address) {
-    const auto url = AddressUrl(address, "/unconfirmed/history");
-    if (!url) return {};
     std::deque<std::string> ids;
     const auto take = [&ids](const json& element) {
         const std::string* txid = FirstString(element, "tx_hash", "txid");
@@ -92,20 +91,14 @@ std::deque<std::string> NewestUnconfirmed(const std::string& address) {
         if (ids.size() > kMaxUnconfirmedReads) ids.pop_back();
         return true;
     };
-    std::string error;
-    if (!HttpGetAndRead(*url, error, kListingTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
-            return ForEachElement(body, kHistoryList, kListAnswer, take);
-        })) {
-        return {};
-    }
+    const auto url = AddressUrl(address, "/unconfirmed/history");
+    if (!ReadListing(url, kHistoryList, kListingTimeoutSeconds, take)) ids.clear();
     return ids;
 }
 
 // What a transaction spends, as either-order keys. Nothing when any input is malformed: a document that is
 // wrong in one place is not believed in another.
 std::vector<std::string> InputKeysOf(std::string_view txid) {
-    const auto url = TransactionUrl(txid);
-    if (!url) return {};
     std::vector<std::string> keys;
     const auto take = [&keys](const json& input) {
         if (!input.is_object()) return false;
@@ -117,12 +110,7 @@ std::vector<std::string> InputKeysOf(std::string_view txid) {
         if (id.size() == 64 && vout) keys.push_back(EitherOrderKey(id, *vout));
         return true;
     };
-    std::string error;
-    if (!HttpGetAndRead(*url, error, kListingTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
-            return ForEachElement(body, kInputList, kListAnswer, take);
-        })) {
-        return {};
-    }
+    if (!ReadListing(TransactionUrl(txid), kInputList, kListingTimeoutSeconds, take)) keys.clear();
     return keys;
 }
 

@@ -1,7 +1,6 @@
 #include "wallet/chain/ordinals_api.h"
 
 #include <cstdint>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
@@ -9,9 +8,8 @@
 #include "base/foreign_json.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
-#include "net/answer_limits.h"
-#include "net/http_client.h"
 #include "net/url_text.h"
+#include "wallet/chain/listing.h"
 #include "wallet/json/json_fields.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/json/store_json.h"
@@ -22,10 +20,20 @@ namespace {
 using nlohmann::json;
 
 constexpr int kPlainScanTimeoutSeconds = 20;
+constexpr int kOriginScanTimeoutSeconds = 10;
+constexpr int kTokenScanTimeoutSeconds = 12;
 
+// The members of a listing's element that are read.
+constexpr std::string_view kGuardMembers[] = {"origin", "outpoint", "spend", "txid", "vout"};
+constexpr ListShape kGuardList = {.root_is_list = true, .members = kGuardMembers};
 constexpr std::string_view kPlainMembers[] = {"origin", "outpoint", "data", "bsv21",    "bsv20",
                                               "insc",   "txid",     "vout", "satoshis", "value"};
 constexpr ListShape kPlainList = {.root_is_list = true, .members = kPlainMembers};
+
+// What an address holds, as the listing below `folder` tells it.
+std::optional<std::string> ListingUrl(const char* folder, const std::string& address) {
+    return UrlWithName(std::string(kOrdinalsApiBaseUrl) + folder, address, "/unspent");
+}
 
 bool IsTokenOrInscription(const json& element) {
     if (!OriginOf(element).empty()) return true;
@@ -50,23 +58,6 @@ bool TakePlainOutput(const json& element, std::vector<Utxo>& list) {
     return true;
 }
 
-constexpr int kOriginScanTimeoutSeconds = 10;
-constexpr int kTokenScanTimeoutSeconds = 12;
-
-// The members of a listing's element that are read.
-constexpr std::string_view kGuardMembers[] = {"origin", "outpoint", "spend", "txid", "vout"};
-constexpr ListShape kGuardList = {.root_is_list = true, .members = kGuardMembers};
-
-// Hands the elements of an address's listing below `folder` to `take`. False when it cannot be read as one.
-bool ReadGuardListing(const char* folder, const std::string& address, int timeout_seconds,
-                      const std::function<bool(const json&)>& take) {
-    const auto url = UrlWithName(std::string(kOrdinalsApiBaseUrl) + folder, address, "/unspent");
-    std::string error;
-    return url && HttpGetAndRead(*url, error, timeout_seconds, kListAnswer.bytes, [&](std::string_view body) {
-               return ForEachElement(body, kGuardList, kListAnswer, take);
-           });
-}
-
 // Adds the outpoint of a listing's element. False when a field has the wrong JSON type.
 bool AddOutpointOf(FieldReader& fields, std::set<std::string>& keys) {
     const std::string txid = fields.Text("txid");
@@ -78,25 +69,21 @@ bool AddOutpointOf(FieldReader& fields, std::set<std::string>& keys) {
 
 // What a listing that fails in its middle has told until then is held back as well.
 void AddTokens(const std::string& address, std::set<std::string>& keys) {
-    ReadGuardListing("/bsv20/", address, kTokenScanTimeoutSeconds, [&keys](const json& element) {
+    const auto take = [&keys](const json& element) {
         if (!element.is_object()) return true;
         FieldReader fields{element};
         const bool unspent = fields.Text("spend").empty();
         return !fields.wrong_type && (!unspent || AddOutpointOf(fields, keys));
-    });
+    };
+    ReadListing(ListingUrl("/bsv20/", address), kGuardList, kTokenScanTimeoutSeconds, take);
 }
 
 }  // namespace
 
 bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list) {
     list.clear();
-    const auto url = UrlWithName(std::string(kOrdinalsApiBaseUrl) + "/txos/address/", address, "/unspent");
-    std::string error;
     const auto take = [&list](const json& element) { return TakePlainOutput(element, list); };
-    if (!url ||
-        !HttpGetAndRead(*url, error, kPlainScanTimeoutSeconds, kListAnswer.bytes, [&](std::string_view body) {
-            return ForEachElement(body, kPlainList, kListAnswer, take);
-        })) {
+    if (!ReadListing(ListingUrl("/txos/address/", address), kPlainList, kPlainScanTimeoutSeconds, take)) {
         list.clear();
         return false;
     }
@@ -112,11 +99,12 @@ std::string OriginOf(const json& object) {
 
 bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
     keys.clear();
-    if (!ReadGuardListing("/txos/address/", address, kOriginScanTimeoutSeconds, [&keys](const json& element) {
-            if (OriginOf(element).empty()) return true;
-            FieldReader fields{element};
-            return AddOutpointOf(fields, keys);
-        })) {
+    const auto take = [&keys](const json& element) {
+        if (OriginOf(element).empty()) return true;
+        FieldReader fields{element};
+        return AddOutpointOf(fields, keys);
+    };
+    if (!ReadListing(ListingUrl("/txos/address/", address), kGuardList, kOriginScanTimeoutSeconds, take)) {
         return false;
     }
     AddTokens(address, keys);

@@ -8,7 +8,7 @@
 
 namespace brickfall {
 
-// What other programs of the family have promised to somebody, as their files stood at one moment.
+// As the files stood at one moment.
 struct Reserves {
     std::unordered_set<std::string> offer_locks;  // OfferLockKey
     std::unordered_set<std::string> emporium;     // ReserveKey, as is the next
