@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/clock.h"
 #include "base/text.h"
@@ -71,12 +72,24 @@ void InstallLogHook(WindowId main) {
     };
 }
 
+// The tool windows, which it owns, show the same.
+void SetIcons(WindowId window) {
+    std::vector<Image> icons;
+    for (const int side : {16, 32, 48}) {
+        icons.push_back(MakeIcon(side));
+        if (icons.back().Empty()) icons.back() = StoredIcon(side);
+    }
+    icons.push_back(StoredIcon(256));  // larger than the logo is kept
+    SetWindowIcons(window, icons);
+}
+
 void OnCreate(WindowId window) {
     shell.main = window;
     shell.driver = MakeDriver();
     InstallLogHook(window);
     MakeTheme();
     DressWindow(window);
+    SetIcons(window);
     shell.well =
         OpenChild(window, {kWellAt.x, kWellAt.y, 740, 520}, kBgColor, [](WindowId, Message& message) {
             if (message.type != MessageType::kPaint) return false;

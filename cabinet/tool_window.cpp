@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "cabinet/controls.h"
-#include "cabinet/images.h"
 #include "cabinet/theme.h"
 
 namespace brickfall {
@@ -35,16 +33,7 @@ void PaintSmaller(WindowId window, Message& message, Size page, const WindowProc
 
 }  // namespace
 
-void DressWindow(WindowId window) {
-    SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor);
-    std::vector<Image> icons;
-    for (const int side : {16, 32, 48}) {
-        icons.push_back(MakeIcon(side));
-        if (icons.back().Empty()) icons.back() = StoredIcon(side);
-    }
-    icons.push_back(StoredIcon(256));  // larger than the logo is kept
-    SetWindowIcons(window, icons);
-}
+void DressWindow(WindowId window) { SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor); }
 
 std::string Spoken(std::span<const std::string_view> lines) {
     std::string spoken;

@@ -144,7 +144,8 @@ void MoveChild(WindowId child, const Rect& rect);
 // work area is smaller, so that every edge stays in reach.
 void SetMinimumSize(WindowId window, Size client, Size outer);
 void SetTitleBarColors(WindowId window, Color caption, Color border, Color text);  // where the desktop can
-void SetWindowIcons(WindowId window, std::span<const Image> sizes);  // of one icon; empty ones are left out
+// The sizes of one icon; empty ones are left out. A window without its own shows its owner's.
+void SetWindowIcons(WindowId window, std::span<const Image> sizes);
 void SetAccessibleWindowName(WindowId window, std::string_view name, std::string_view description = {});
 
 void InvalidateWindow(WindowId window);  // a repaint with the next turn of the loop
