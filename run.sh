@@ -34,8 +34,7 @@ while [ $# -gt 0 ]; do
 done
 
 cd "$(dirname "$0")"
-# A clone in another folder finds what ccache holds already.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 [ "$headless" = yes ] || [ "${#arguments[@]}" -eq 0 ] || usage "--out and --report go with --headless"
 if [ "$headless" = no ] && [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
   echo "run.sh: there is no display; playing the headless loop"

@@ -12,7 +12,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int kControlClose = 1102;
+constexpr int kControlCloseBoard = 1102;
 
 struct RowLook {
     std::string place;  // empty for the best row
@@ -112,10 +112,10 @@ WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
                           [&view](WindowId window, Message& message) {
                               switch (message.type) {
                                   case MessageType::kCreate:
-                                      MakeButton(window, "Close", kControlClose, {400, 796, 110, 34});
+                                      MakeButton(window, "Close", kControlCloseBoard, {400, 796, 110, 34});
                                       return true;
                                   case MessageType::kCommand:
-                                      if (message.id == kControlClose) DestroyWindow(window);
+                                      if (message.id == kControlCloseBoard) DestroyWindow(window);
                                       return true;
                                   case MessageType::kPaint:
                                       PaintBoard(*message.canvas, view);

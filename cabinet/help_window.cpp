@@ -11,7 +11,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int kControlClose = 1201;
+constexpr int kControlCloseHelp = 1201;
 
 constexpr std::pair<std::string_view, std::string_view> kKeys[] = {
     {"Left  /  Right", "move the paddle"}, {"Space", "serve the sat"}, {"P", "pause"}};
@@ -72,10 +72,10 @@ WindowId OpenHelpWindow(WindowId owner) {
     return OpenToolWindow(owner, options, [](WindowId window, Message& message) {
         switch (message.type) {
             case MessageType::kCreate:
-                MakeButton(window, "Close", kControlClose, {584, 772, 120, 36});
+                MakeButton(window, "Close", kControlCloseHelp, {584, 772, 120, 36});
                 return true;
             case MessageType::kCommand:
-                if (message.id == kControlClose) DestroyWindow(window);
+                if (message.id == kControlCloseHelp) DestroyWindow(window);
                 return true;
             case MessageType::kPaint:
                 PaintHelp(*message.canvas);

@@ -14,7 +14,7 @@ namespace {
 
 enum ReportControlId : int {
     kControlText = 1401,
-    kControlClose = 1403,
+    kControlCloseReport = 1403,
 };
 
 constexpr int kTextLimit = 2'000;
@@ -24,11 +24,11 @@ constexpr std::string_view kWhatLines[] = {"Bug reports and abuse. Not email.",
 constexpr std::string_view kIncludeLines[] = {"What broke, or who abused.", "A score txid if you have one.",
                                               "2,000 characters at most."};
 
-void Create(WindowId window) {
+void CreateReport(WindowId window) {
     CreateEdit(window, kControlText, {24, 402, 552, 148}, theme.font_button, kTextLimit, kTextColor,
                kPanelColor);
     MakeButton(window, "Send report", kControlSendReport, {24, 568, 150, 36});
-    MakeButton(window, "Close", kControlClose, {184, 568, 110, 36});
+    MakeButton(window, "Close", kControlCloseReport, {184, 568, 110, 36});
     SetAccessibleControlName(window, kControlText, "Report text");
     FocusControl(window, kControlText);
 }
@@ -62,11 +62,11 @@ WindowId OpenReportWindow(WindowId owner) {
     return OpenToolWindow(owner, options, [](WindowId window, Message& message) {
         switch (message.type) {
             case MessageType::kCreate:
-                Create(window);
+                CreateReport(window);
                 return true;
             case MessageType::kCommand:
                 if (message.id == kControlSendReport) Send(window);
-                if (message.id == kControlClose) DestroyWindow(window);
+                if (message.id == kControlCloseReport) DestroyWindow(window);
                 return true;
             case MessageType::kPaint:
                 PaintReport(*message.canvas);

@@ -22,7 +22,7 @@ enum SettingsControlId : int {
     kControlSoundVolume = 1304,
     kControlMusicLabel = 1305,
     kControlSoundLabel = 1306,
-    kControlClose = 1307,
+    kControlCloseSettings = 1307,
     kControlSite = 1308,
 };
 
@@ -37,7 +37,7 @@ std::string SiteName() {
 std::string MusicCaption() { return music_on ? "Music  On" : "Music  Off"; }
 std::string SoundCaption() { return sfx_on ? "Sound  On" : "Sound  Off"; }
 
-void Create(WindowId window) {
+void CreateSettings(WindowId window) {
     MakeButton(window, MusicCaption(), kControlMusic, {24, 24, 140, 36});
     CreateText(window, kControlMusicLabel, {180, 30, 70, 24}, "Volume", theme.font_button);
     CreateTrackBar(window, kControlMusicVolume, {250, 26, 260, 32}, 0, 100, music_vol);
@@ -45,7 +45,7 @@ void Create(WindowId window) {
     CreateText(window, kControlSoundLabel, {180, 88, 70, 24}, "Volume", theme.font_button);
     CreateTrackBar(window, kControlSoundVolume, {250, 84, 260, 32}, 0, 100, sfx_vol);
     CreateText(window, kControlSite, {24, 148, 200, 20}, SiteName(), theme.font_small, /*clickable=*/true);
-    MakeButton(window, "Close", kControlClose, {400, 200, 110, 36});
+    MakeButton(window, "Close", kControlCloseSettings, {400, 200, 110, 36});
     SetAccessibleControlName(window, kControlMusicVolume, "Music volume");
     SetAccessibleControlName(window, kControlSoundVolume, "Sound volume");
 }
@@ -63,7 +63,7 @@ void OnCommand(WindowId window, int id) {
             break;
         case kControlSite:
             return OpenAddress(kDownloadPageUrl);
-        case kControlClose:
+        case kControlCloseSettings:
             return DestroyWindow(window);
         default:
             return;
@@ -92,7 +92,7 @@ WindowId OpenSettingsWindow(WindowId owner) {
     return OpenToolWindow(owner, {"Settings", {540, 320}}, [](WindowId window, Message& message) {
         switch (message.type) {
             case MessageType::kCreate:
-                Create(window);
+                CreateSettings(window);
                 return true;
             case MessageType::kCommand:
                 OnCommand(window, message.id);

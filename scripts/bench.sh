@@ -2,8 +2,7 @@
 # Builds the release preset and runs every benchmark, or those whose name contains the argument.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# A clone in another folder finds what ccache holds already.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 cmake --preset release >/dev/null
 cmake --build --preset release
 for program in build/release/bench/*"${1:-}"*_bench; do

@@ -3,12 +3,11 @@
 #   scripts/fuzz.sh                    lists them
 #   scripts/fuzz.sh NAME [SECONDS]     one of them, for a minute unless told otherwise
 #   scripts/fuzz.sh --all [SECONDS]    each of them for so long, two at a time
-# New inputs stay in build/fuzz/found/NAME; copy the ones worth keeping to fuzz/corpus/NAME. An input that brings a
+# New inputs stay in build/asan/found/NAME; copy the ones worth keeping to fuzz/corpus/NAME. An input that brings a
 # reader down lies beside that folder.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# A clone in another folder finds what ccache holds already.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 
 names=(fuzz/*_fuzz.cpp)
 names=("${names[@]#fuzz/}")
@@ -21,13 +20,13 @@ if [ "$1" != --all ]; then
   [ -f "fuzz/$1_fuzz.cpp" ] || { echo "fuzz.sh: no fuzz target named $1" >&2; exit 2; }
   names=("$1")
 fi
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target "${names[@]/%/_fuzz}"
+cmake --preset asan >/dev/null
+cmake --build --preset asan --target "${names[@]/%/_fuzz}"
 
 fuzz() {  # fuzz NAME SECONDS
-  mkdir -p "build/fuzz/found/$1"
-  "build/fuzz/fuzz/$1_fuzz" -max_total_time="$2" -artifact_prefix="build/fuzz/found/$1-" \
-    "build/fuzz/found/$1" "fuzz/corpus/$1"
+  mkdir -p "build/asan/found/$1"
+  "build/asan/fuzz/$1_fuzz" -max_total_time="$2" -artifact_prefix="build/asan/found/$1-" \
+    "build/asan/found/$1" "fuzz/corpus/$1"
 }
 
 if [ "$1" != --all ]; then
@@ -35,7 +34,7 @@ if [ "$1" != --all ]; then
   exit
 fi
 fuzz_quietly() {  # one line for a reader that held
-  local log=build/fuzz/found/$1.log
+  local log=build/asan/found/$1.log
   if fuzz "$1" "$2" >"$log" 2>&1; then
     echo "fuzz: $1: $(tail -n 1 "$log")"
   else
@@ -43,6 +42,6 @@ fuzz_quietly() {  # one line for a reader that held
     return 1
   fi
 }
-mkdir -p build/fuzz/found
+mkdir -p build/asan/found
 export -f fuzz fuzz_quietly
 printf '%s\n' "${names[@]}" | xargs -P 2 -I{} bash -c 'fuzz_quietly "$@"' fuzz {} "${2:-60}"

@@ -3,7 +3,7 @@
 # Arguments go to the benchmark program, as in --benchmark_filter=WellFrame.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 cmake --preset release >/dev/null
 cmake --build --preset release --target brickfall cabinet_bench
 tests/e2e/run.sh build/release/bench/cabinet_bench "$@"

@@ -5,8 +5,7 @@ set -euo pipefail
 [ $# -eq 1 ] || { echo "package.sh: usage: scripts/package.sh VALUES.cmake" >&2; exit 2; }
 values=$(realpath -- "$1")
 cd "$(dirname "$0")/.."
-# A clone in another folder finds what ccache holds already.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 cmake --preset release -B build/production \
   -DBRICKFALL_DEPLOYMENT=production -DBRICKFALL_PRODUCTION_VALUES="$values"
 cmake --build build/production

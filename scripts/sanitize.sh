@@ -4,8 +4,7 @@
 # which have one thread only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# A clone in another folder finds what ccache holds already.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+. scripts/build-env.sh
 run() {  # run PRESET [ctest arguments]
   local preset=$1
   shift

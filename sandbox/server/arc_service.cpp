@@ -99,7 +99,7 @@ json StatusBody(const World& world, const std::string& txid, const char* status)
     return body;
 }
 
-HttpReply TakeBroadcast(World& world, const HttpRequest& request, const Bend& bend) {
+HttpReply TakeArcBroadcast(World& world, const HttpRequest& request, const Bend& bend) {
     const std::string hex = TextField(ParseBody(request), "rawTx");
     if (hex.empty()) {
         return ProblemReply(kBadRequest, "",
@@ -125,7 +125,7 @@ HttpReply TakeBroadcast(World& world, const HttpRequest& request, const Bend& be
 HttpReply AnswerArc(World& world, const HttpRequest& request, const Bend& bend) {
     std::string_view path = PathBehind(request, kArcBroadcastUrl);
     const bool below = request.path.starts_with("/v1/tx");
-    if (below && request.method == "POST" && path.empty()) return TakeBroadcast(world, request, bend);
+    if (below && request.method == "POST" && path.empty()) return TakeArcBroadcast(world, request, bend);
     if (below && request.method == "GET") {
         const auto id = ParseIdText(path);
         if (id && FindTransaction(world.chain, *id) != nullptr) {

@@ -131,7 +131,7 @@ HttpReply AnswerTransaction(const World& world, std::string_view path) {
     return reply;
 }
 
-HttpReply TakeBroadcast(World& world, const HttpRequest& request, const Bend& bend) {
+HttpReply TakeRawBroadcast(World& world, const HttpRequest& request, const Bend& bend) {
     std::string txid;
     const Verdict verdict = TakeTransaction(world, TextField(ParseBody(request), "txhex"), bend.lose, txid);
     if (!verdict.Accepted()) return TextReply(400, "unexpected response code 500: " + ReasonText(verdict));
@@ -143,7 +143,7 @@ HttpReply TakeBroadcast(World& world, const HttpRequest& request, const Bend& be
 HttpReply AnswerChain(World& world, const HttpRequest& request, const Bend& bend) {
     std::string_view path = PathBehind(request, kChainApiBaseUrl);
     if (request.method == "POST") {
-        return path == "tx/raw" ? TakeBroadcast(world, request, bend) : NotFound();
+        return path == "tx/raw" ? TakeRawBroadcast(world, request, bend) : NotFound();
     }
     const std::string_view subject = TakeSegment(path);
     if (request.method != "GET") return NotFound();

@@ -18,7 +18,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
 constexpr char kAda[] = "ada@orvane.test";
 
 ScoreRow Row(std::string paymail, std::string pay_addr, int64_t score, std::string txid) {
@@ -93,7 +92,7 @@ void AddBySearch(std::vector<ScoreRow>& rows, const LocalScore& local) {
 }
 
 TEST(LocalScores, TheMergedWeekIsThatOfASearchAndAStableSort) {
-    const ManualClock clock(kNow);
+    const ManualClock clock(kClockStart);
     const auto local_scores = [] {
         const auto few = [](const char* a, const char* b) {
             return rc::gen::element(std::string(), std::string(a), std::string(b));
@@ -145,19 +144,21 @@ TEST_F(RecordedScores, ARecordCompletesTheEntryOfItsRun) {
     EXPECT_EQ(doc_, (json{{"music", true}}));
 
     Record(500, "");
-    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "", kNow)}));
-    EXPECT_EQ(doc_["best_ever"], Entry(500, "", kNow));
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "", kClockStart)}));
+    EXPECT_EQ(doc_["best_ever"], Entry(500, "", kClockStart));
     wallet_.clock.AdvanceMs(5'000);
     Record(500, "t");
-    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "t", kNow + 5)}));
-    EXPECT_EQ(doc_["best_ever"], Entry(500, "t", kNow)) << "only the id was missing";
+    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "t", kClockStart + 5)}));
+    EXPECT_EQ(doc_["best_ever"], Entry(500, "t", kClockStart)) << "only the id was missing";
 
     Record(500, "u");
-    EXPECT_EQ(doc_["week_scores"], json::array({Entry(500, "t", kNow + 5), Entry(500, "u", kNow + 5)}));
+    EXPECT_EQ(doc_["week_scores"],
+              json::array({Entry(500, "t", kClockStart + 5), Entry(500, "u", kClockStart + 5)}));
     Record(700, "t");
-    EXPECT_EQ(doc_["week_scores"], json::array({Entry(700, "t", kNow + 5), Entry(500, "u", kNow + 5)}))
+    EXPECT_EQ(doc_["week_scores"],
+              json::array({Entry(700, "t", kClockStart + 5), Entry(500, "u", kClockStart + 5)}))
         << "the record decides";
-    EXPECT_EQ(doc_["best_ever"], Entry(700, "t", kNow + 5));
+    EXPECT_EQ(doc_["best_ever"], Entry(700, "t", kClockStart + 5));
     EXPECT_EQ(doc_["music"], true);
     EXPECT_EQ(saves_, 4);
 }
@@ -194,10 +195,10 @@ TEST_F(RecordedScores, WhichEntryIsTheRuns) {
         Record(500, "t");
         json expected = json::array();
         if (c.found) {
-            expected.push_back(Entry(500, "t", kNow));
+            expected.push_back(Entry(500, "t", kClockStart));
         } else {
             if (former["week"] == kTestWeek) expected.push_back(former);
-            expected.push_back(Entry(500, "t", kNow));
+            expected.push_back(Entry(500, "t", kClockStart));
         }
         EXPECT_EQ(doc_["week_scores"], expected) << c.why;
     }
@@ -209,7 +210,7 @@ TEST_F(RecordedScores, TheBestEver) {
         json former;
         json after;
     };
-    const json now = Entry(500, "t", kNow);
+    const json now = Entry(500, "t", kClockStart);
     const json lower = {{"score", 499}, {"note", "kept by nobody"}};
     const json higher = {{"score", 501}, {"txid", ""}};
     const json recorded = {{"score", 500}, {"txid", "u"}};
@@ -258,19 +259,20 @@ TEST_F(RecordedScores, DamagedDocumentsReadAsEmpty) {
     MergeBest(snapshot, best, has_best);
     EXPECT_EQ(Show(rows), (std::vector<Shown>{{kAda, address_, 42, "r"}}));
     EXPECT_EQ(Show({best}), Show(rows));
-    EXPECT_EQ(best.ts, kNow);
+    EXPECT_EQ(best.ts, kClockStart);
 
     for (const json& document : {json(nullptr), json(7), json{{"week_scores", 7}, {"best_ever", 7}}}) {
         EXPECT_TRUE(TakeBoardSnapshot(document, {}).week_scores.empty()) << document;
         doc_ = document;
         Record(5, "");
-        EXPECT_EQ(doc_, (json{{"week_scores", {Entry(5, "", kNow)}}, {"best_ever", Entry(5, "", kNow)}}))
+        EXPECT_EQ(doc_, (json{{"week_scores", {Entry(5, "", kClockStart)}},
+                              {"best_ever", Entry(5, "", kClockStart)}}))
             << document;
     }
 }
 
 TEST(LocalScores, WithoutAWalletTheEntriesAreNobodys) {
-    const ManualClock clock(kNow);
+    const ManualClock clock(kClockStart);
     json doc;
     int saves = 0;
     for (const char* txid : {"", "t"}) RecordLocalScore(doc, 500, txid, [&saves] { ++saves; });

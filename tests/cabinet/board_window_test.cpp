@@ -19,7 +19,7 @@ namespace {
 constexpr Color kPictureColor = Rgb(0x2040C0);
 constexpr Color kDiscColor = Rgb(0x241A0A);
 
-Image Painted(const BoardView& view) {
+Image PaintedBoard(const BoardView& view) {
     MakeTheme();
     return DrawToImage(kBoardWindowSize, [&view](Canvas& canvas) { PaintBoard(canvas, view); });
 }
@@ -46,7 +46,7 @@ TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     view.has_best = true;
     view.rows = {Row("ada", 900), Row("bob", 80)};
     view.my_key = "bob";
-    const Image image = Painted(view);
+    const Image image = PaintedBoard(view);
     // Best row 46 to 96, rule at 110, week from 124: its rows begin at 204.
     EXPECT_EQ(PixelOf(image, 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
     EXPECT_EQ(PixelOf(image, 21, 70), kGoldColor);  // a pen of two pixels
@@ -59,9 +59,10 @@ TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     EXPECT_TRUE(HasColor(image, {400, 258, 120, 50}, kAccentColor));  // its score
 
     view.my_key = "ada";  // gold stays gold above the week
-    EXPECT_EQ(PixelOf(Painted(view), 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
-    view.best.score = 0;                                                                     // never on show
-    EXPECT_EQ(PixelOf(Painted(view), 250, 100), BlendColor(kPanelColor, kAccentColor, 40));  // rows from 96
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
+    view.best.score = 0;  // never on show
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100),
+              BlendColor(kPanelColor, kAccentColor, 40));  // rows from 96
 }
 
 TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
@@ -81,19 +82,19 @@ TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
 
 TEST(BoardWindow, SaysWhyItIsEmpty) {
     BoardView view;
-    const Image empty = Painted(view);
+    const Image empty = PaintedBoard(view);
     view.message = "No scores posted yet.";  // what it says by itself
-    EXPECT_EQ(Painted(view).pixels, empty.pixels);
+    EXPECT_EQ(PaintedBoard(view).pixels, empty.pixels);
     view.message = "No scores for this week yet.";
-    EXPECT_NE(Painted(view).pixels, empty.pixels);
+    EXPECT_NE(PaintedBoard(view).pixels, empty.pixels);
     view.rows = {Row("ada", 5)};
-    EXPECT_EQ(PixelOf(Painted(view), 250, 100), kPanelColor);
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), kPanelColor);
 }
 
 TEST(BoardWindow, CutsLongNamesAndManyRows) {
     BoardView view;
     for (int i = 0; i < 20; ++i) view.rows.push_back(Row(std::string(200, 'W'), INT64_MAX - i));
-    const Image image = Painted(view);
+    const Image image = PaintedBoard(view);
     // Nothing of the name comes into the score's column, which begins 140 pixels before the row's end.
     EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
     EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
@@ -102,7 +103,7 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
     const auto column = [](std::string_view digits) {
         BoardView one;
         one.rows = {Row("ada", std::stoll(std::string(digits)))};
-        return Painted(one);
+        return PaintedBoard(one);
     };
     const Image full = column("9223372036854775807");
     const Image other = column("1223372036854775807");

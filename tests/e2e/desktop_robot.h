@@ -15,6 +15,9 @@
 
 namespace brickfall {
 
+constexpr char kMainTitle[] = "Brickfall";
+constexpr char kCompanionTitle[] = "Pouch (sandbox)";
+
 // Real time with jumps: the test need not play for minutes.
 class JumpingClock {
   public:

@@ -26,8 +26,6 @@
 namespace brickfall {
 namespace {
 
-constexpr char kMainTitle[] = "Brickfall";
-constexpr char kCompanionTitle[] = "Pouch (sandbox)";
 constexpr Point kAddMoney = {400, 88};
 constexpr Point kApprove = {95, 229};
 constexpr char kPlaceOfP[] = "33";  // the number that X servers give the key

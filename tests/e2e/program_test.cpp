@@ -24,8 +24,6 @@ namespace brickfall {
 namespace {
 
 constexpr char kProgram[] = BRICKFALL_BINARY_DIR "/cabinet/brickfall";
-constexpr char kMainTitle[] = "Brickfall";
-constexpr char kCompanionTitle[] = "Pouch (sandbox)";
 // None of the unanswered requests would be over by then. The time that it takes is printed.
 constexpr int kWaitsForNothingMs = 3'000;
 

@@ -10,6 +10,7 @@
 #include "base/files.h"
 #include "messages/row.h"
 #include "messages/verification.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/events/wallet_events.h"
@@ -23,7 +24,6 @@ using nlohmann::json;
 using sandbox::Service;
 
 constexpr char kNotPublished[] = "identity signature did not verify against orvane.test PKI";
-constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
 
 std::string IdentityKey() {
     const WalletLock lock(wallet_mutex);
@@ -64,7 +64,7 @@ TEST_F(Signing, AGeneralRowIsStampedAndSigned) {
     EXPECT_EQ(signature.size(), 88u);
     expected.update({{"actor", "ada"},
                      {"paymail", "ada@orvane.test"},
-                     {"ts", kNow},
+                     {"ts", kClockStart},
                      {"pubkey", IdentityKey()},
                      {"sig", signature}});
     EXPECT_EQ(row, expected) << "and nothing else is touched";
@@ -74,7 +74,7 @@ TEST_F(Signing, AGeneralRowIsStampedAndSigned) {
     for (const json& ts : {json(5), json(5.5), json(1u), json("5"), json(nullptr), json(true)}) {
         row["ts"] = ts;
         EXPECT_TRUE(Sign(row)) << ts;
-        EXPECT_EQ(row["ts"], ts.is_number() ? ts : json(kNow));
+        EXPECT_EQ(row["ts"], ts.is_number() ? ts : json(kClockStart));
     }
     EXPECT_TRUE(services_.box.Requests(Service::kPaymail).empty());
 }

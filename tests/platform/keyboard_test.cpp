@@ -52,8 +52,8 @@ TEST(Keys, AreUpWithoutTheFocusWhereTheWindowSystemDoesNotTell) {
 }
 
 TEST(Keys, GoToTheTopLevelWindowAndAreKnownInAllOfThem) {
-    NotedWindow window;
     bool child_got_one = false;
+    NotedWindow window;
     OpenChild(window.id, {0, 0, 50, 50}, {}, [&](WindowId, Message& message) {
         child_got_one |= message.type == MessageType::kKeyDown;
         return false;

@@ -22,11 +22,11 @@ namespace {
 using nlohmann::json;
 using sandbox::HttpRequest;
 
-const std::string kFamily = kApiBaseUrl;
+const std::string kFamilyHost = kApiBaseUrl;
 constexpr int64_t kMonday = 1'789'948'800;  // 2026-09-21 00:00 UTC
 constexpr int64_t kWeek = 7 * 86'400;
 
-json Get(const std::string& url) {
+json GetJson(const std::string& url) {
     std::string body, error;
     EXPECT_TRUE(HttpGetOnce(url, body, error)) << url << " " << error;
     return json::parse(body, nullptr, false);
@@ -39,12 +39,12 @@ std::string Text(const json& object, const char* key) {
 TEST(SeededBoard, HoldsGoodRowsOfTwoWeeksAndFourBadOnes) {
     const SandboxFixture services;
     ASSERT_TRUE(services.box.SeedBoard(kMonday + 4 * 86'400));
-    const json ids = Get(kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=0")["txids"];
+    const json ids = GetJson(kFamilyHost + "/oi/oracle/brickfall/txids?limit=2000&offset=0")["txids"];
     std::map<int64_t, int> good_in_week;
     std::set<std::string> players;
     int forged = 0, foreign = 0, unread = 0;
     for (const json& id : ids) {
-        const json transaction = Get(kFamily + "/oi/tx/" + id.get<std::string>());
+        const json transaction = GetJson(kFamilyHost + "/oi/tx/" + id.get<std::string>());
         const json& outputs = transaction["vout"];
         EXPECT_EQ(outputs[0]["scriptPubKey"]["addresses"], json::array({kArcadeWatchAddress}));
         json row;
@@ -54,7 +54,7 @@ TEST(SeededBoard, HoldsGoodRowsOfTwoWeeksAndFourBadOnes) {
             continue;
         }
         const std::string entry = Text(row, "entry");
-        EXPECT_EQ(Get(std::string(kChainApiBaseUrl) + "/tx/" + entry)["vout"][1]["value"], 0.00003);
+        EXPECT_EQ(GetJson(std::string(kChainApiBaseUrl) + "/tx/" + entry)["vout"][1]["value"], 0.00003);
         EXPECT_EQ(Text(row, "tape_hash"), HexEncode(Sha256Once(HexDecode(Text(row, "tape")))));
         const int64_t week = row["week"].get<int64_t>();
         EXPECT_TRUE(row["ts"] >= week && row["ts"] < week + kWeek);
@@ -96,7 +96,7 @@ TEST(SeededBoard, FacesComeFromTheWebAndFromTheChain) {
     for (const auto& [name, identity] : world.identities) {
         SCOPED_TRACE(name);
         const std::string profile_url =
-            kFamily + "/api/bsvalias/public-profile/" + name + "@" + kPaymailDomain;
+            kFamilyHost + "/api/bsvalias/public-profile/" + name + "@" + kPaymailDomain;
         const json profile =
             json::parse(sandbox::AnswerPaymail(world, Ask(profile_url)).body, nullptr, false);
         const std::string web = Text(profile, "avatar");
@@ -117,7 +117,7 @@ TEST(SeededBoard, FacesComeFromTheWebAndFromTheChain) {
     }
     EXPECT_EQ(without, 4);
     for (const auto& [type, where] : magic) EXPECT_EQ(sources[type].size(), 2u) << type;
-    EXPECT_EQ(sandbox::AnswerPaymail(world, Ask(kFamily + "/faces/nobody.png")).status, 404);
+    EXPECT_EQ(sandbox::AnswerPaymail(world, Ask(kFamilyHost + "/faces/nobody.png")).status, 404);
 }
 
 TEST(SeededBoard, IsFilledOnceAWeekWhateverRestarts) {

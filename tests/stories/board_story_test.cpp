@@ -19,6 +19,7 @@
 #include "messages/row.h"
 #include "messages/signing.h"
 #include "messages/verification.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
@@ -32,7 +33,6 @@ using sandbox::Fault;
 using sandbox::FaultKind;
 using sandbox::Service;
 
-constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
 constexpr char kNoneYet[] = "No scores posted yet.";
 constexpr char kIndexerList[] = "/oi/oracle/brickfall/txids?limit=2000&offset=0";
 const std::string kWatch = std::string("/v1/bsv/main/address/") + kArcadeWatchAddress;
@@ -47,12 +47,12 @@ std::optional<Image> TellFile(const std::string& file, int) {
 }
 
 // The services, and a cabinet with ada's wallet.
-struct Story {
-    Story() {
+struct BoardStory {
+    BoardStory() {
         EXPECT_TRUE(wallet.loaded);
         ClearIdentityKeyCache();
     }
-    ~Story() { ClearIdentityKeyCache(); }
+    ~BoardStory() { ClearIdentityKeyCache(); }
 
     TestPlayer Publish(const TestPlayer& player) {
         box.Publish(IdentityOf(player));
@@ -108,7 +108,7 @@ std::vector<std::string> Ids(const std::vector<ScoreRow>& rows) {
 }
 
 TEST(BoardStory, WhereTheIdsComeFrom) {
-    Story story;
+    BoardStory story;
     const std::string a = TestTxid(1), b = TestTxid(2), c = TestTxid(3);
     const TestPlayer bob = story.Publish(MakePlayer("bob"));
     // The services' own shapes.
@@ -162,7 +162,7 @@ TEST(BoardStory, WhereTheIdsComeFrom) {
         story.box.AddFault(Service::kChain, ReplyTo(first, history({{{"tx_hash", c}}})));
         story.box.AddFault(Service::kChain, ReplyTo(second, unspent.dump()));
         story.box.AddFault(Service::kChain, ReplyTo(third, history(confirmed)));
-        for (const std::string& txid : {a, b, c}) story.Hold(txid, DumpRow(SignedScore(bob, 7, kNow)));
+        for (const std::string& txid : {a, b, c}) story.Hold(txid, DumpRow(SignedScore(bob, 7, kClockStart)));
         const BoardResult board = story.Load();
 
         std::vector<std::string> expected = {kIndexerList};
@@ -178,13 +178,13 @@ TEST(BoardStory, WhereTheIdsComeFrom) {
 }
 
 TEST(BoardStory, OnlySoundRowsStand) {
-    Story story;
+    BoardStory story;
     const TestPlayer bob = story.Publish(MakePlayer("bob"));
     const TestPlayer nobody = MakePlayer("nobody");
     const TestPlayer impostor = MakePlayer("bob", 1);
     // A null takes the field away.
     const auto row = [&](const json& change, bool sign = true) {
-        json fields = SignedScore(bob, 500, kNow);
+        json fields = SignedScore(bob, 500, kClockStart);
         fields.update(change);
         for (const auto& [key, value] : change.items()) {
             if (value.is_null()) fields.erase(key);
@@ -194,7 +194,7 @@ TEST(BoardStory, OnlySoundRowsStand) {
     };
     // A row of exactly this many bytes.
     const auto padded = [&](std::size_t size) {
-        json fields = SignedScore(bob, 500, kNow);
+        json fields = SignedScore(bob, 500, kClockStart);
         fields["tape"] = "";
         fields["tape"] = std::string(size - DumpRow(fields).size(), '0');
         return DumpRow(fields);
@@ -212,8 +212,8 @@ TEST(BoardStory, OnlySoundRowsStand) {
         {"seal bent", row({{"tape_hash", std::string(64, '8')}}, false), kNone},
         {"paid to another", row({{"pay_addr", nobody.pay_addr}}, false), kNone},
         {"what is not signed may change", row({{"tape", "00"}, {"extra", json::array()}}, false), 500},
-        {"unpublished name", DumpRow(SignedScore(nobody, 500, kNow)), kNone},
-        {"another key", DumpRow(SignedScore(impostor, 500, kNow)), kNone},
+        {"unpublished name", DumpRow(SignedScore(nobody, 500, kClockStart)), kNone},
+        {"another key", DumpRow(SignedScore(impostor, 500, kClockStart)), kNone},
         {"no signature", row({{"sig", nullptr}}, false), kNone},
         {"another protocol", row({{"protocol", "Cairn"}}), kNone},
         {"the family's other game", row({{"game", "gravity"}, {"score", 9'000}}), kNone},
@@ -260,7 +260,7 @@ TEST(BoardStory, OnlySoundRowsStand) {
 }
 
 TEST(BoardStory, TwoHundredFiftyOfTwoThousandAndEveryTenthFails) {
-    Story story;
+    BoardStory story;
     std::vector<TestPlayer> players;
     for (int i = 0; i < 25; ++i) players.push_back(story.Publish(MakePlayer("player" + std::to_string(i))));
     const auto indexer_fails = [](int i) { return i % 10 == 9 || i % 10 == 4; };
@@ -272,7 +272,7 @@ TEST(BoardStory, TwoHundredFiftyOfTwoThousandAndEveryTenthFails) {
         list.push_back(TestTxid(static_cast<uint32_t>(i / 2)));  // and one that stood there before
         if (i >= 260) continue;
         const std::string payload =
-            DumpRow(SignedScore(players[static_cast<std::size_t>(i) % 25], i + 1, kNow));
+            DumpRow(SignedScore(players[static_cast<std::size_t>(i) % 25], i + 1, kClockStart));
         if (indexer_fails(i)) {
             story.box.AddFault(Service::kIndexer,
                                i % 20 < 10 ? Drop("/tx/" + txid) : ReplyTo("/tx/" + txid, "", 500));
@@ -304,13 +304,13 @@ TEST(BoardStory, TwoHundredFiftyOfTwoThousandAndEveryTenthFails) {
 }
 
 TEST(BoardStory, TheHostPublishesAnotherKey) {
-    Story story;
+    BoardStory story;
     const TestPlayer former = story.Publish(MakePlayer("bob", 0));
     const TestPlayer present = MakePlayer("bob", 1);
     const std::string old_row = TestTxid(1), new_row = TestTxid(2);
     story.List({old_row, new_row});
-    story.Hold(old_row, DumpRow(SignedScore(former, 500, kNow)));
-    story.Hold(new_row, DumpRow(SignedScore(present, 400, kNow)));
+    story.Hold(old_row, DumpRow(SignedScore(former, 500, kClockStart)));
+    story.Hold(new_row, DumpRow(SignedScore(present, 400, kClockStart)));
     EXPECT_EQ(Ids(story.Load().rows), std::vector{old_row});
     story.Publish(present);
     story.wallet.clock.AdvanceMs((kIdentityKeyTtl - 1) * 1'000);
@@ -326,15 +326,15 @@ TEST(BoardStory, TheHostPublishesAnotherKey) {
 }
 
 TEST(BoardStory, TwoPeopleRecordTheSameScore) {
-    Story story;
+    BoardStory story;
     const TestPlayer bob = story.Publish(MakePlayer("bob"));
     const TestPlayer cyd = story.Publish(MakePlayer("cyd"));
     const std::string first = TestTxid(1), second = TestTxid(2), copied = TestTxid(3);
     story.List({first, second, copied});
-    story.Hold(first, DumpRow(SignedScore(bob, 500, kNow)));
-    story.Hold(second, DumpRow(SignedScore(cyd, 500, kNow + 9)));
+    story.Hold(first, DumpRow(SignedScore(bob, 500, kClockStart)));
+    story.Hold(second, DumpRow(SignedScore(cyd, 500, kClockStart + 9)));
     // Somebody says bob's row once more under another name: the signature does not cover that.
-    json copy = SignedScore(bob, 500, kNow);
+    json copy = SignedScore(bob, 500, kClockStart);
     copy["handle"] = copy["actor"] = "cyd";
     story.Hold(copied, DumpRow(copy));
     story.EndRun(500);
@@ -346,8 +346,8 @@ TEST(BoardStory, TwoPeopleRecordTheSameScore) {
     // Of two records of one run, by one player, both stand; a local score without a record adds nothing.
     story.box.ClearFaults();
     story.List({first, copied});
-    story.Hold(first, DumpRow(SignedScore(bob, 500, kNow)));
-    json own = SignedScore(bob, 500, kNow - 1);
+    story.Hold(first, DumpRow(SignedScore(bob, 500, kClockStart)));
+    json own = SignedScore(bob, 500, kClockStart - 1);
     own["paymail"] = "ada@orvane.test";  // not signed, and so not to be trusted with more than this
     story.Hold(copied, DumpRow(own));
     board = story.Load();
@@ -356,7 +356,7 @@ TEST(BoardStory, TwoPeopleRecordTheSameScore) {
 
 // The run ends, is recorded, and comes back from the chain, with every service at work.
 TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
-    Story story;
+    BoardStory story;
     TestPlayer self = MakePlayer("ada");
     {
         const WalletLock lock(wallet_mutex);
@@ -374,9 +374,9 @@ TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
     EXPECT_FALSE(board.rows[0].verified);
     EXPECT_EQ(board.message, kNoneYet) << "the chain's word; the window drops it";
     EXPECT_EQ(board.best.score, 500);
-    EXPECT_EQ(board.best.ts, kNow);
+    EXPECT_EQ(board.best.ts, kClockStart);
 
-    json row = SignedScore(self, 500, kNow);
+    json row = SignedScore(self, 500, kClockStart);
     std::string error;
     row["pay_addr"] = address;
     ASSERT_TRUE(SignMessage(row, error)) << error;
@@ -404,7 +404,7 @@ TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
         board = story.Load();
         EXPECT_EQ(Ids(board.rows), std::vector{txid}) << step;
         EXPECT_TRUE(board.rows[0].verified) << step;
-        EXPECT_EQ(board.rows[0].ts, kNow) << step;
+        EXPECT_EQ(board.rows[0].ts, kClockStart) << step;
         EXPECT_EQ(board.message, "") << step;
         EXPECT_EQ(board.best.txid, txid) << step;
         EXPECT_FALSE(board.best.verified) << step << ": the local entry was written later";
@@ -434,11 +434,11 @@ TEST(BoardStory, ALocalEntryMeetsItsChainRow) {
 }
 
 TEST(BoardStory, TheWeekTurnsBetweenTheEndOfARunAndItsRecord) {
-    Story story;
+    BoardStory story;
     constexpr int64_t kMonday = kTestWeek + 604'800;
     const TestPlayer ada = story.Publish(MakePlayer("ada"));
     const std::string txid = TestTxid(1);
-    story.wallet.clock.AdvanceMs((kMonday - 1 - kNow) * 1'000);
+    story.wallet.clock.AdvanceMs((kMonday - 1 - kClockStart) * 1'000);
     story.EndRun(500);
     const json row = SignedScore(ada, 500, kMonday - 1);
     EXPECT_EQ(Ids(story.Load().rows), std::vector<std::string>{""});
@@ -468,12 +468,12 @@ TEST(BoardStory, TheWeekTurnsBetweenTheEndOfARunAndItsRecord) {
 }
 
 TEST(BoardStory, ThirtyRowsAndALocalOneBelowTheTwentieth) {
-    Story story;
+    BoardStory story;
     const TestPlayer bob = story.Publish(MakePlayer("bob"));
     std::vector<std::string> list;
     for (int i = 0; i < 30; ++i) {
         list.push_back(TestTxid(static_cast<uint32_t>(i)));
-        story.Hold(list.back(), DumpRow(SignedScore(bob, 100 + i, kNow)));
+        story.Hold(list.back(), DumpRow(SignedScore(bob, 100 + i, kClockStart)));
     }
     story.List(list);
     // 20: it falls off.
@@ -488,7 +488,7 @@ TEST(BoardStory, ThirtyRowsAndALocalOneBelowTheTwentieth) {
 }
 
 TEST(BoardStory, AFaceForEachPlayerAndTheBest) {
-    Story story;
+    BoardStory story;
     const std::string picture = "https://ordinals.gorillapool.test/content/";
     std::vector<std::string> list;
     for (const char* alias : {"bob", "cyd"}) {
@@ -499,7 +499,7 @@ TEST(BoardStory, AFaceForEachPlayerAndTheBest) {
         for (int i = 0; i < 3; ++i) {
             list.push_back(TestTxid(static_cast<uint32_t>(list.size())));
             const json row =
-                SignedScore(player, is_bob ? 5 : 900, kNow, is_bob ? kTestWeek : kTestWeek - 604'800);
+                SignedScore(player, is_bob ? 5 : 900, kClockStart, is_bob ? kTestWeek : kTestWeek - 604'800);
             story.Hold(list.back(), DumpRow(row));
         }
     }
@@ -513,12 +513,12 @@ TEST(BoardStory, AFaceForEachPlayerAndTheBest) {
 
 // The main thread ends runs and lists scores while loads read what it had when each of them started.
 TEST(BoardStoryConcurrent, LoadsBesideRunsThatEnd) {
-    Story story;
+    BoardStory story;
     const TestPlayer bob = story.Publish(MakePlayer("bob"));
     std::vector<std::string> list;
     for (uint32_t i = 1; i <= 5; ++i) {
         list.push_back(TestTxid(i));
-        story.Hold(list.back(), DumpRow(SignedScore(bob, i, kNow)));
+        story.Hold(list.back(), DumpRow(SignedScore(bob, i, kClockStart)));
     }
     story.List(list);
 

@@ -103,7 +103,7 @@ class HandshakeStory : public ::testing::Test {
     Lines TakeEvents() { return std::exchange(events_, {}); }
 
     const TempUserData user_data_;
-    ManualClock clock_{1'790'000'000};
+    ManualClock clock_;
     Lines log_;
     Lines events_;
 };

@@ -76,8 +76,8 @@ Aimed ChainActsAndSays(int status, std::string body) {
 }
 
 // A wallet with one receive address, and the services.
-struct Story {
-    explicit Story(int timeout_divisor = 1, uint32_t last_receive = 0)
+struct MoneyStory {
+    explicit MoneyStory(int timeout_divisor = 1, uint32_t last_receive = 0)
         : services(timeout_divisor), wallet("ada", last_receive) {
         EXPECT_TRUE(wallet.loaded);
         receive = wallet.ReceiveAddress(0);
@@ -222,7 +222,7 @@ TEST(MoneyStory, OnePaymentThroughEveryKindOfAnswer) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.why);
-        Story story;
+        MoneyStory story;
         story.Fund(10'000);
         story.Fund(10'000);
         for (const Aimed& aimed : row.faults) story.Add(aimed);
@@ -245,7 +245,7 @@ TEST(MoneyStory, OnePaymentThroughEveryKindOfAnswer) {
 }
 
 TEST(MoneyStory, RelaySlowerThanTwoSeconds) {
-    Story story(/*timeout_divisor=*/40);  // so that two seconds are 50 ms
+    MoneyStory story(/*timeout_divisor=*/40);  // so that two seconds are 50 ms
     story.Fund(10'000);
     story.Add({Service::kRelay, {FaultKind::kDelay, 500, "", "", {}, /*delay_ms=*/500, -1, ""}});
     story.Add(ChainActsAndSays(200, kStranger));
@@ -270,7 +270,7 @@ TEST(MoneyStory, ACoinThatIsGone) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.why);
-        Story story;
+        MoneyStory story;
         const std::string gone = story.Fund(20'000);
         if (row.others_left) story.Fund(10'000);
         if (row.stale) {
@@ -300,7 +300,7 @@ TEST(MoneyStory, ACoinThatIsGone) {
 
 // The service took it, said the opposite, and shows it only a while later: it must not be paid twice.
 TEST(MoneyStory, ARefusedPaymentThatShowsUpAfterAll) {
-    Story story;
+    MoneyStory story;
     story.Fund(10'000);
     story.Add(kRelayDown);
     story.Add(ChainActsAndSays(400, "Missing inputs"));
@@ -323,7 +323,7 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
                         {"missing inputs: txn-mempool-conflict", false}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.words);
-        Story story;
+        MoneyStory story;
         for (int i = 0; i < 4; ++i) story.Fund(10'000);
         story.Refresh();
         story.box.ClearRequests();
@@ -340,7 +340,7 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
 }
 
 TEST(MoneyStory, CoinsOfEveryAddressEachWithItsOwnKey) {
-    Story story(/*timeout_divisor=*/1, /*last_receive=*/2);
+    MoneyStory story(/*timeout_divisor=*/1, /*last_receive=*/2);
     const std::string current = story.wallet.ReceiveAddress(2);
     for (const std::string& address : {story.receive, current, story.wallet.IdentityAddress()}) {
         ASSERT_FALSE(story.box.Fund(address, 2'000).empty());
@@ -356,7 +356,7 @@ TEST(MoneyStory, CoinsOfEveryAddressEachWithItsOwnKey) {
 
 // Anybody may send coins to the address that a recorded row names. One of two satoshis costs 41 to spend.
 TEST(MoneyStory, DustThatStrangersSendIsNotSpentBeforeTheChange) {
-    Story story;
+    MoneyStory story;
     story.Fund(100'000);
     for (int i = 0; i < 50; ++i) story.Fund(2);
     for (const bool listed_again : {false, true}) {
@@ -373,7 +373,7 @@ TEST(MoneyStory, DustThatStrangersSendIsNotSpentBeforeTheChange) {
 
 // Of an address that an older row names, whose coins go before those of the address in use.
 TEST(MoneyStory, DustOnAnOlderAddressStopsNoPayment) {
-    Story story(/*timeout_divisor=*/1, /*last_receive=*/1);
+    MoneyStory story(/*timeout_divisor=*/1, /*last_receive=*/1);
     const std::string current = story.wallet.ReceiveAddress(1);
     for (int i = 0; i < 300; ++i) story.box.Fund(story.receive, 2);
     story.box.Fund(current, 9'000);  // the dust alone would cost 12,300
@@ -384,16 +384,16 @@ TEST(MoneyStory, DustOnAnOlderAddressStopsNoPayment) {
 
 // A service that lags behind reports more than there is; for a while the player is shown what is left.
 TEST(MoneyStory, TheShownBalanceFallsByAmountAndFee) {
-    Story story;
+    MoneyStory story;
     story.Fund(10'000);
     story.Refresh();
-    EXPECT_EQ(Story::Shown(), 10'000);
+    EXPECT_EQ(MoneyStory::Shown(), 10'000);
     EXPECT_TRUE(IsPaid(story.Pay()));
     story.Fund(3'000'000);
     story.Refresh();
-    EXPECT_EQ(Story::Shown(), 10'000 - kEntrySats - kEntryFee);
+    EXPECT_EQ(MoneyStory::Shown(), 10'000 - kEntrySats - kEntryFee);
     story.wallet.clock.AdvanceMs(kSpendHoldNs / 1'000'000);
-    EXPECT_EQ(Story::Shown(), story.box.BalanceOf(story.receive));
+    EXPECT_EQ(MoneyStory::Shown(), story.box.BalanceOf(story.receive));
     story.ExpectBooks(1);
 }
 
@@ -401,7 +401,7 @@ TEST(MoneyStory, TheShownBalanceFallsByAmountAndFee) {
 // place for it, and they stay on the chain.
 TEST(MoneyStory, NoListingOrOneInReversedByteOrder) {
     for (const Fault& fault : {Reply(500, "", "/address/"), Of(FaultKind::kFlipTxids)}) {
-        Story story;
+        MoneyStory story;
         story.Fund(10'000);
         story.Add({Service::kChain, fault});
         EXPECT_EQ(story.Pay(), kNothingLeft);
@@ -440,7 +440,7 @@ TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.why);
-        Story story(/*timeout_divisor=*/20);
+        MoneyStory story(/*timeout_divisor=*/20);
         const std::string marked = story.Fund(10'000);
         const std::string plain = story.Fund(9'000);
         const std::string single = story.Fund(1);
@@ -486,7 +486,7 @@ TEST(MoneyStory, ReservedCoins) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.why);
-        Story story;
+        MoneyStory story;
         const std::string large = story.Fund(20'000);
         const std::string small = story.Fund(10'000);
         std::string text = row.text;
@@ -504,7 +504,7 @@ TEST(MoneyStory, ReservedCoins) {
 }
 
 TEST(MoneyStory, TenPaymentsInARowBeforeAnyIndexerHasSeenOne) {
-    Story story;
+    MoneyStory story;
     story.Fund(100'000);
     story.box.SetIndexerKnows(false);
     story.Add({Service::kChain, Of(FaultKind::kStaleListing)});
@@ -515,19 +515,19 @@ TEST(MoneyStory, TenPaymentsInARowBeforeAnyIndexerHasSeenOne) {
     }
     story.ExpectBooks(10);
     EXPECT_EQ(story.box.BalanceOf(story.receive), 100'000 - 10 * (kEntrySats + kEntryFee));
-    EXPECT_EQ(Story::Shown(), story.box.BalanceOf(story.receive));
+    EXPECT_EQ(MoneyStory::Shown(), story.box.BalanceOf(story.receive));
 }
 
 TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     // A limited service makes the program wait, and meanwhile, once, the other thing happens.
     const Aimed limited_listing{Service::kChain, Reply(429, "", "/unspent/all", 1)};
-    const auto meanwhile = [](Story& story, const std::function<void()>& work) {
+    const auto meanwhile = [](MoneyStory& story, const std::function<void()>& work) {
         story.wallet.clock.on_sleep = [work, done = false](int64_t) mutable {
             if (!std::exchange(done, true)) work();
         };
     };
     // Its address.
-    const auto use_another_wallet = [](Story& story) {
+    const auto use_another_wallet = [](MoneyStory& story) {
         const std::string other = story.wallet.StorePath("/wallets/other");
         const nlohmann::json file = {
             {"mnemonic", "legal winner thank year wave sausage worth useful legal winner thank yellow"}};
@@ -540,7 +540,7 @@ TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     };
     {
         SCOPED_TRACE("another wallet during the fetch");
-        Story story;
+        MoneyStory story;
         story.Fund(10'000);
         story.Add(limited_listing);
         meanwhile(story, [&] { use_another_wallet(story); });
@@ -551,7 +551,7 @@ TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     }
     {
         SCOPED_TRACE("another wallet during the second look after a rejection");
-        Story story;
+        MoneyStory story;
         const std::string gone = story.Fund(20'000);
         story.Refresh();
         story.SpendElsewhere(gone, 20'000);
@@ -568,7 +568,7 @@ TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     }
     {
         SCOPED_TRACE("unbind during the fetch");
-        Story story;
+        MoneyStory story;
         story.Fund(10'000);
         story.Add(limited_listing);
         meanwhile(story, [] { UnbindWallet(); });
@@ -578,7 +578,7 @@ TEST(MoneyStory, TheWalletGoesAwayWhileThePaymentIsUnderWay) {
     }
     {
         SCOPED_TRACE("unbind during the broadcast: it waits for the payment");
-        Story story;
+        MoneyStory story;
         story.Fund(10'000);
         story.Add(kRelayDown);
         story.Add(ChainSays(429, "", 1));
@@ -620,7 +620,7 @@ void WriteToTheStore() {
 }
 
 TEST(MoneyStory, TheDiskIsFull) {
-    Story story;
+    MoneyStory story;
     story.Fund(20'000);
     std::string first, second;
     {
@@ -632,7 +632,7 @@ TEST(MoneyStory, TheDiskIsFull) {
     EXPECT_TRUE(IsPaid(first)) << first;
     EXPECT_TRUE(IsPaid(second)) << second;
     story.ExpectBooks(2);
-    EXPECT_EQ(Story::Shown(), story.box.BalanceOf(story.receive));
+    EXPECT_EQ(MoneyStory::Shown(), story.box.BalanceOf(story.receive));
     story.wallet.Restart();
     ASSERT_TRUE(story.wallet.loaded) << "a failed write has damaged the wallet or its list";
     EXPECT_TRUE(IsPaid(story.Pay()));
@@ -645,7 +645,7 @@ TEST(MoneyStory, AFolderStandsWhereAFileBelongs) {
          {"/tx_hist/" + id + "_face.json", std::string("/orvane_paymail.json"), std::string("/wallets.json"),
           std::string("/wallets.json.tmp"), std::string("bind")}) {
         SCOPED_TRACE(tail);
-        Story story;
+        MoneyStory story;
         story.Fund(20'000);
         const std::filesystem::path path = tail == "bind" ? BindFilePath() : story.wallet.StorePath(tail);
         std::filesystem::remove_all(path);
@@ -655,7 +655,7 @@ TEST(MoneyStory, AFolderStandsWhereAFileBelongs) {
         EXPECT_TRUE(IsPaid(story.Pay()));
         EXPECT_TRUE(IsPaid(story.Pay()));
         story.ExpectBooks(2);
-        EXPECT_EQ(Story::Shown(), story.box.BalanceOf(story.receive));
+        EXPECT_EQ(MoneyStory::Shown(), story.box.BalanceOf(story.receive));
     }
 }
 
@@ -665,7 +665,7 @@ TEST(MoneyStory, WhatTellsThePromisedCoinsCannotBeRead) {
          {"ord_snap/" + std::string(kTestWalletId) + "_spent.json", "emporium/reserves_" + tail,
           "gallery/reserves_" + tail, "gallery/offer_locks_" + tail}) {
         SCOPED_TRACE(file);
-        Story story;
+        MoneyStory story;
         story.Fund(20'000);
         const std::string path = story.wallet.StorePath("/" + file);
         ASSERT_TRUE(MakeFolders(path));  // a folder of that name
@@ -681,7 +681,7 @@ TEST(MoneyStory, WhatTellsThePromisedCoinsCannotBeRead) {
 // The last transaction is read back within the collection, and the service asks for patience: time enough for
 // another program to promise the coin to somebody.
 TEST(MoneyStory, ACoinPromisedWhileThePaymentIsUnderWay) {
-    Story story;
+    MoneyStory story;
     const std::string coin = story.Fund(20'000);
     const uint32_t vout = story.VoutOf(coin);
     story.Add({Service::kChain, Reply(200, "[]", "/address/")});
@@ -700,7 +700,7 @@ TEST(MoneyStory, ACoinPromisedWhileThePaymentIsUnderWay) {
 
 // What a score and a report pay for stands in the stories of the board and of reports.
 TEST(MoneyStory, EachDriverSaysWhyItDoesNotPay) {
-    Story story;
+    MoneyStory story;
     story.Fund(50'000);
     EXPECT_EQ(PayArcadeEntry("nowhere", "nowhere"), "error: arcade house address decode failed.");
     EXPECT_EQ(PayArcadeEntry(kArcadeHouseAddress, ""), "error: arcade pot address decode failed.");
@@ -713,7 +713,7 @@ TEST(MoneyStory, EachDriverSaysWhyItDoesNotPay) {
 }
 
 TEST(MoneyStory, OnlyAWalletOfWordsPays) {
-    Story story;
+    MoneyStory story;
     const std::string other = story.wallet.StorePath("/wallets/old");
     const nlohmann::json file = {{"priv", std::string(63, '0') + "1"}};
     ASSERT_TRUE(MakeFolders(other) && WriteFile(other + "/wallet.json", file.dump()));
@@ -728,7 +728,7 @@ TEST(MoneyStory, OnlyAWalletOfWordsPays) {
 }
 
 TEST(MoneyStory, TooLittleMoneyIsNamedToTheSatoshi) {
-    Story story;
+    MoneyStory story;
     story.Fund(5'000);
     EXPECT_EQ(story.Pay(), "error: insufficient funds. Need 5119 sats, you have 5000 in your Pouch wallet.");
     story.ExpectBooks(0);

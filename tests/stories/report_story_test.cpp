@@ -17,6 +17,7 @@
 #include "game/flows.h"
 #include "messages/direct_message.h"
 #include "messages/verification.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
@@ -31,7 +32,6 @@ using nlohmann::json;
 using sandbox::FaultKind;
 using sandbox::Service;
 
-constexpr int64_t kNow = 1'790'000'000;  // where the manual clock begins
 constexpr char kNoName[] = "Connect Pouch and publish a @orvane.test name first.";
 constexpr char kBadText[] = "Write a report (max 2000 characters).";
 constexpr char kNoKey[] =
@@ -197,18 +197,11 @@ TEST_F(ReportStory, AReportIsReadWordForWord) {
     for (const char* const key : {"pmessage1", "wrap_to", "wrap_me", "pubkey", "sig"}) {
         EXPECT_EQ(row.erase(key), 1u) << key;
     }
-    const json expected = {{"protocol", "Cairn-Wire"},
-                           {"type", "report"},
-                           {"app", "Brickfall"},
-                           {"handle", "ada"},
-                           {"to_handle", "architect"},
-                           {"location", "arcade"},
-                           {"game", "brickfall"},
-                           {"ts", kNow},
-                           {"enc_v", 2},
-                           {"enc_pub", own_public},
-                           {"actor", "ada"},
-                           {"paymail", "ada@orvane.test"}};
+    const json expected = {
+        {"protocol", "Cairn-Wire"}, {"type", "report"},         {"app", "Brickfall"},
+        {"handle", "ada"},          {"to_handle", "architect"}, {"location", "arcade"},
+        {"game", "brickfall"},      {"ts", kClockStart},        {"enc_v", 2},
+        {"enc_pub", own_public},    {"actor", "ada"},           {"paymail", "ada@orvane.test"}};
     EXPECT_EQ(row, expected);
 }
 

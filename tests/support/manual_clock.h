@@ -11,10 +11,12 @@
 
 namespace brickfall {
 
+constexpr int64_t kClockStart = 1'790'000'000;  // in Unix seconds, where the clock begins
+
 // Installs itself for its lifetime; the system clock comes back afterwards.
 class ManualClock {
   public:
-    explicit ManualClock(int64_t unix_seconds = 1'790'000'000);
+    explicit ManualClock(int64_t unix_seconds = kClockStart);
     ~ManualClock();
     ManualClock(const ManualClock&) = delete;
     ManualClock& operator=(const ManualClock&) = delete;

@@ -28,8 +28,8 @@ constexpr char kAddress4[] = "1DJkfQg5c5CCdwQe9jefqKABYWYAJiNacF";
 constexpr char kIdentity[] = "1Hg7Jm7G3DUetk4vxbAdjSf49qq3zbp8g6";
 
 // The key of the generator's point.
-const std::string kPriv = std::string(63, '0') + "1";
-constexpr char kPub[] = "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798";
+const std::string kGeneratorPriv = std::string(63, '0') + "1";
+constexpr char kGeneratorPub[] = "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798";
 constexpr char kLegacyAddress[] = "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH";
 
 struct WalletFileTest : testing::Test {
@@ -144,9 +144,9 @@ TEST_F(WalletFileTest, AWrongTypeIsNoWalletAndNoException) {
         refuse(R"({"mnemonic":")" + std::string(kTestPhrase) + "\"," + members + "}");
     }
     for (const char* members : {R"("pub":5)", R"("address":5)", R"("pub":"02")"}) {
-        refuse(R"({"priv":")" + kPriv + "\"," + members + "}");
+        refuse(R"({"priv":")" + kGeneratorPriv + "\"," + members + "}");
     }
-    for (const std::string& priv : {kPriv + "0", kPriv.substr(1)}) {
+    for (const std::string& priv : {kGeneratorPriv + "0", kGeneratorPriv.substr(1)}) {
         refuse(R"({"priv":")" + priv + R"(","pub":"p","address":"a"})");
     }
     refuse(R"({"priv":")" + std::string(64, 'g') + "\"}");
@@ -172,20 +172,20 @@ TEST_F(WalletFileTest, AWrongTypeIsNoWalletAndNoException) {
     for (const OrdOwnedEntry& entry : wallet_keys.ord_owned) indices.push_back(entry.vout);
     EXPECT_EQ(indices, (std::vector<int32_t>{1, -7, INT32_MAX, INT32_MAX, INT32_MIN, INT32_MAX, 0}));
     EXPECT_TRUE(wallet_keys.ord_owned.back().created);
-    EXPECT_TRUE(Load(R"({"priv":")" + kPriv + R"(","pub":null,"address":null})"));
+    EXPECT_TRUE(Load(R"({"priv":")" + kGeneratorPriv + R"(","pub":null,"address":null})"));
     EXPECT_EQ(wallet_keys.address, kLegacyAddress);
 }
 
 TEST_F(WalletFileTest, LegacyFillsInWhatIsMissing) {
-    ASSERT_TRUE(Load(R"({"priv":")" + kPriv + R"(","paymail":"bob","contacts":[{"dest":"$ann"}]})"));
+    ASSERT_TRUE(Load(R"({"priv":")" + kGeneratorPriv + R"(","paymail":"bob","contacts":[{"dest":"$ann"}]})"));
     EXPECT_FALSE(wallet_keys.is_hd);
-    EXPECT_EQ(wallet_keys.pub, kPub);
+    EXPECT_EQ(wallet_keys.pub, kGeneratorPub);
     EXPECT_EQ(wallet_keys.address, kLegacyAddress);
     EXPECT_EQ(wallet_keys.identity_pub, "");
     EXPECT_EQ(wallet_keys.contacts.at(0).dest, "ann");
 
     // Taken as they stand in the file.
-    const std::string document = R"({"priv":")" + kPriv + R"(","pub":"p","address":"a"})";
+    const std::string document = R"({"priv":")" + kGeneratorPriv + R"(","pub":"p","address":"a"})";
     ASSERT_TRUE(Load(document));
     EXPECT_EQ(wallet_keys.pub, "p");
     EXPECT_EQ(CurrentAddress(), "a");
@@ -235,7 +235,7 @@ TEST_F(WalletFileTest, SavesForItsUserAloneInAFolderOfItsOwn) {
     EXPECT_FALSE(SaveWallet());
     SetWalletId("w1");
     for (const std::string& kept : {R"({"mnemonic":"other words"})" + std::string(),
-                                    R"({"priv":")" + kPriv + "\"}", std::string(1000, '[')}) {
+                                    R"({"priv":")" + kGeneratorPriv + "\"}", std::string(1000, '[')}) {
         WriteFile(WalletFilePath(), kept);
         EXPECT_FALSE(SaveWallet()) << "another's secret, or what cannot be read";
         EXPECT_EQ(ReadFile(WalletFilePath()), kept);
