@@ -17,6 +17,7 @@ namespace brickfall {
 namespace {
 
 constexpr int kQuietMs = 300;  // no move for so long: the user has let go
+constexpr int kFrameLookMs = 50;
 constexpr int kWishLookMs = 250;
 constexpr int kWishTries = 8;
 
@@ -30,6 +31,13 @@ QSize Shrunk(QSize size, const QMargins& frame) {
     return {std::max(1, size.width() - frame.left() - frame.right()),
             std::max(1, size.height() - frame.top() - frame.bottom())};
 }
+
+// A frame that the window manager is just making is still smaller than the window, and its margins negative.
+bool IsInTheMaking(const QMargins& frame) {
+    return std::min({frame.left(), frame.top(), frame.right(), frame.bottom()}) < 0;
+}
+
+bool IsMissing(const QMargins& frame) { return frame.isNull() || IsInTheMaking(frame); }
 
 }  // namespace
 
@@ -146,14 +154,12 @@ void WindowWidget::TakeFocus() { setFocus(Qt::OtherFocusReason); }
 
 // While the frame is not known, that of another window, if possible of the same kind.
 QMargins WindowWidget::Frame() const {
-    const QWindow* const handle = windowHandle();
-    const QMargins frame = handle != nullptr ? handle->frameMargins() : QMargins();
-    if (!frame.isNull()) return frame;
+    if (Framed()) return windowHandle()->frameMargins();
     return seen_frames[resizable_].isNull() ? seen_frames[!resizable_] : seen_frames[resizable_];
 }
 
 bool WindowWidget::Framed() const {
-    return windowHandle() != nullptr && !windowHandle()->frameMargins().isNull();
+    return windowHandle() != nullptr && !IsMissing(windowHandle()->frameMargins());
 }
 
 void WindowWidget::SetClientSize(QSize size) {
@@ -227,6 +233,9 @@ bool WindowWidget::CanBePlaced() const {
 }
 
 void WindowWidget::Settle() {
+    if (!gone_ && windowHandle() != nullptr && IsInTheMaking(windowHandle()->frameMargins())) {
+        QTimer::singleShot(kFrameLookMs, this, [this] { Settle(); });
+    }
     if (!CanBePlaced()) return;
     normal_frame_ = seen_frames[resizable_] = windowHandle()->frameMargins();
     ApplyMinimum();
