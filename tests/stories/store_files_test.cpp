@@ -40,7 +40,6 @@ struct StoreFiles : testing::Test {
     const fs::path former_path = fs::current_path();
     const TempFolder program;
     const WalletFixture wallet;
-    const WalletLock lock{wallet_mutex};
 };
 
 std::ptrdiff_t FilesIn(const fs::path& folder) {
