@@ -10,7 +10,7 @@
 
 namespace brickfall {
 
-void Needles::AddPieces(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask) {
+void Needles::Add(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask) {
     for (std::size_t at = 0; at + kPiece <= bytes.size(); at += kPiece) {
         Needle forward{name, {}};
         Needle backward{name + " reversed", {}};
@@ -21,14 +21,6 @@ void Needles::AddPieces(const std::string& name, std::span<const uint8_t> bytes,
         needles_.push_back(std::move(forward));
         needles_.push_back(std::move(backward));
     }
-}
-
-void Needles::Add(const std::string& name, std::span<const uint8_t> secret) {
-    AddPieces(name, secret, kSecretMask);
-}
-
-void Needles::AddMasked(const std::string& name, std::span<const uint8_t> masked) {
-    AddPieces(name, masked, 0);
 }
 
 void Needles::AddKey(const std::string& name, const SecretString& hex) {
@@ -55,10 +47,13 @@ std::vector<std::string> Needles::Find() const {
 }
 
 void Needles::Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const {
-    std::array<bool, 256> begins{};
-    for (const Needle& needle : needles_) begins[needle.masked[0] ^ kSecretMask] = true;
+    std::vector<char> begins(0x10000);  // by the first two bytes, masked
+    const uint8_t* const bytes = memory.data();
+    char* const may_begin = begins.data();
+    for (const Needle& needle : needles_) may_begin[needle.masked[0] << 8 | needle.masked[1]] = 1;
     for (std::size_t at = 0; at + kPiece <= memory.size(); ++at) {
-        if (!begins[memory[at]]) continue;
+        const int pair = (bytes[at] ^ kSecretMask) << 8 | (bytes[at + 1] ^ kSecretMask);
+        if (may_begin[pair] == 0) continue;
         for (const Needle& needle : needles_) {
             std::size_t same = 0;
             while (same < kPiece && (memory[at + same] ^ kSecretMask) == needle.masked[same]) ++same;

@@ -17,8 +17,8 @@ inline constexpr uint8_t kSecretMask = 0xa5;  // each byte XOR this
 class Needles {
   public:
     // Every piece of 16 bytes, and of their reverse: the limbs of a big number lie low end first.
-    void Add(const std::string& name, std::span<const uint8_t> secret);
-    void AddMasked(const std::string& name, std::span<const uint8_t> masked);
+    void Add(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask = kSecretMask);
+    void AddMasked(const std::string& name, std::span<const uint8_t> masked) { Add(name, masked, 0); }
     void AddKey(const std::string& name, const SecretString& hex);  // as text and as bytes
 
     // The names of what the memory holds, each once.
@@ -32,7 +32,6 @@ class Needles {
         std::array<uint8_t, kPiece> masked{};
     };
 
-    void AddPieces(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask);
     void Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const;
 
     std::vector<Needle> needles_;

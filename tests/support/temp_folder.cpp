@@ -29,4 +29,10 @@ TempUserData::TempUserData() { ::setenv("LOCALAPPDATA", folder_.Path().c_str(), 
 
 TempUserData::~TempUserData() { ::setenv("LOCALAPPDATA", "/nonexistent-brickfall-test", 1); }
 
+void TempUserData::Put(std::string_view name, std::string_view content) const {
+    const std::string path = InStore(name);
+    std::filesystem::create_directories(path.substr(0, path.rfind('/')));
+    if (!WriteFile(path, content)) throw std::runtime_error("cannot write " + path);
+}
+
 }  // namespace brickfall

@@ -22,12 +22,15 @@ class TempFolder {
     std::string path_;
 };
 
-// Makes a new folder the user-data folder of the process, so that no test touches the user's own.
+// Makes a new folder the user-data folder of the process, so that no test touches the user's own; in it lies
+// the store.
 class TempUserData {
   public:
     TempUserData();
     ~TempUserData();
     const std::string& Path() const { return folder_.Path(); }
+    std::string InStore(std::string_view name) const { return Path() + "/Orvane/" + std::string(name); }
+    void Put(std::string_view name, std::string_view content) const;  // and the folders above the file
 
   private:
     TempFolder folder_;

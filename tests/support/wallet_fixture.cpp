@@ -1,16 +1,18 @@
 #include "tests/support/wallet_fixture.h"
 
+#include <algorithm>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
-#include "base/files.h"
 #include "base/workers.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
 #include "wallet/keys/bip32.h"
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
+#include "wallet/protocol/address.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/script.h"
 #include "wallet/session/wallet_session.h"
@@ -65,16 +67,32 @@ std::string TestTxid(uint32_t number) {
     return HexEncode(bytes);
 }
 
+Hash160 AddressHash(std::string_view address) {
+    Hash160 hash{};
+    if (!DecodeAddress(address, hash)) throw std::runtime_error("no address: " + std::string(address));
+    return hash;
+}
+
+EventLines::EventLines() {
+    Install([this](std::string_view line) {
+        lines_.emplace_back(line);
+        std::ranges::replace(lines_.back(), '\x1f', '|');
+    });
+}
+
+void EventLines::Install(WalletHook hook) {
+    const std::lock_guard sink(wallet_sink_mutex);
+    wallet_event_hook = std::move(hook);
+}
+
 WalletFixture::WalletFixture(std::string_view paymail, uint32_t last_receive, std::string_view phrase) {
     ForgetWallet();
-    const std::string folder = StorePath("/wallets/") + kTestWalletId;
-    MakeFolders(folder);
     const json registry = {{"active", kTestWalletId},
                            {"wallets", {{{"id", kTestWalletId}, {"name", "Wallet 1"}}}}};
-    WriteFile(StorePath("/wallets.json"), registry.dump(2));
+    data.Put("wallets.json", registry.dump(2));
     json wallet = {{"version", 2}, {"mnemonic", phrase}, {"recv", {0, last_receive, 0, 0, 0, 0}}};
     if (!paymail.empty()) wallet["paymail"] = paymail;
-    WriteFile(folder + "/wallet.json", wallet.dump(2));
+    data.Put(std::string("wallets/") + kTestWalletId + "/wallet.json", wallet.dump(2));
     loaded = BindAndLoad();
 }
 
@@ -83,10 +101,6 @@ WalletFixture::~WalletFixture() { ForgetWallet(); }
 void WalletFixture::Restart() {
     ForgetWallet();
     loaded = BindAndLoad();
-}
-
-std::string WalletFixture::StorePath(std::string_view tail) const {
-    return data.Path() + "/Orvane" + std::string(tail);
 }
 
 std::string WalletFixture::ReceiveAddress(uint32_t index) const { return AddressAt(ReceivePath(index)); }
@@ -105,22 +119,21 @@ SandboxFixture::~SandboxFixture() {
     box.Stop();
 }
 
+int64_t SandboxFixture::Asked(sandbox::Service service, std::string_view part) const {
+    return std::ranges::count_if(box.Requests(service), [part](const std::string& request) {
+        return request.find(part) != std::string::npos;
+    });
+}
+
 void SandboxFixture::Reply(sandbox::Service service, std::string_view path, int status, std::string body,
                            int times) {
-    sandbox::Fault fault;
-    fault.status = status;
-    fault.body = std::move(body);
-    fault.path_contains = path;
-    fault.times = times;
-    box.AddFault(service, fault);
+    box.AddFault(
+        service,
+        {sandbox::FaultKind::kReply, status, std::move(body), "text/plain", {}, 0, times, std::string(path)});
 }
 
 void SandboxFixture::Disturb(sandbox::Service service, sandbox::FaultKind kind, std::string_view path) {
-    sandbox::Fault fault;
-    fault.kind = kind;
-    fault.body = "try later";
-    fault.path_contains = path;
-    box.AddFault(service, fault);
+    box.AddFault(service, {kind, 500, "try later", "", {}, 0, -1, std::string(path)});
 }
 
 }  // namespace brickfall

@@ -6,10 +6,14 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "sandbox/server/sandbox.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
+#include "wallet/events/wallet_events.h"
+#include "wallet/protocol/hashes.h"
 
 namespace brickfall {
 
@@ -20,6 +24,38 @@ inline constexpr char kTestWalletId[] = "w1700000000000";
 
 // An id of the right form, another one for each number, and never its own reverse.
 std::string TestTxid(uint32_t number);
+
+// "number:vout=value" for each coin, where the id is TestTxid(number); other ids stand as they are.
+template <typename Coins>
+std::string CoinText(const Coins& coins) {
+    std::string text;
+    for (const auto& coin : coins) {
+        std::string name = coin.txid;
+        for (uint32_t number = 0; number < 64; ++number) {
+            if (name == TestTxid(number)) name = std::to_string(number);
+        }
+        if (!text.empty()) text += " ";
+        text += name + ":" + std::to_string(coin.vout) + "=" + std::to_string(coin.value);
+    }
+    return text;
+}
+
+// Every event line of the wallet core within its scope, with "|" in the place of the separator.
+class EventLines {
+  public:
+    EventLines();
+    ~EventLines() { Install(nullptr); }
+    EventLines(const EventLines&) = delete;
+    EventLines& operator=(const EventLines&) = delete;
+    std::vector<std::string> Take() { return std::exchange(lines_, {}); }
+
+  private:
+    static void Install(WalletHook hook);
+
+    std::vector<std::string> lines_;
+};
+
+Hash160 AddressHash(std::string_view address);
 
 // Writes the wallet into a new store, binds this process to it and loads it; the scope's end clears every
 // trace of it from the process. `last_receive` is recv[1], and the current address is the one of that index.
@@ -33,7 +69,8 @@ struct WalletFixture {
     // As after a new start of the program: memory is empty, then bound and loaded from the files again.
     void Restart();
 
-    std::string StorePath(std::string_view tail) const;  // `tail` begins with a slash
+    // `tail` begins with a slash.
+    std::string StorePath(std::string_view tail) const { return data.InStore(tail.substr(1)); }
     std::string ReceiveAddress(uint32_t index) const;
     std::string IdentityAddress() const;
 
@@ -53,6 +90,9 @@ struct SandboxFixture {
     // What the service does, until the faults are cleared, with requests whose path contains `path`.
     void Reply(sandbox::Service service, std::string_view path, int status, std::string body, int times = -1);
     void Disturb(sandbox::Service service, sandbox::FaultKind kind, std::string_view path = "");
+
+    // The requests to the service whose target contains `part`.
+    int64_t Asked(sandbox::Service service, std::string_view part = "") const;
 
   private:
     std::unique_ptr<sandbox::Sandbox> owned_;
