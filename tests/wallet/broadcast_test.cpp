@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "base/files.h"
 #include "base/workers.h"
 #include "tests/support/wallet_fixture.h"
@@ -13,7 +11,6 @@
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/protocol/address.h"
-#include "wallet/protocol/encodings.h"
 #include "wallet/protocol/hashes.h"
 #include "wallet/protocol/outpoint.h"
 #include "wallet/protocol/script.h"
@@ -22,21 +19,13 @@
 namespace brickfall {
 namespace {
 
-using sandbox::Fault;
-using sandbox::Sandbox;
 using sandbox::Service;
 
 const std::string kOther = "0123456789ABCDEFabcdef0123456789abcdef0123456789abcdef0123456789";
 
-Hash160 HashOf(uint8_t filler) {
-    Hash160 hash{};
-    hash.fill(filler);
-    return hash;
-}
-
-SpendInput SomeInput() {
+SpendInput InputOf(std::string txid) {
     SpendInput input;
-    input.txid = std::string(64, 'c');
+    input.txid = std::move(txid);
     input.vout = 3;
     input.value = 10'000;
     return input;
@@ -44,18 +33,16 @@ SpendInput SomeInput() {
 
 // The services, each answering what a test tells it; no transaction is really looked at, and no wallet is
 // loaded.
-class Broadcast : public ::testing::Test {
-  protected:
+struct Broadcast : testing::Test {
     // `reply`: a status, a blank and a body, in which "OTHER" stands for the id of another transaction.
     void Answer(Service service, std::string reply, const std::string& path = "") {
         if (const auto at = reply.find("OTHER"); at != std::string::npos) reply.replace(at, 5, kOther);
-        services_.Reply(service, path, std::stoi(reply), reply.substr(4));
+        services.Reply(service, path, std::stoi(reply), reply.substr(4));
     }
 
-    SandboxFixture services_;
-    Sandbox& sandbox_ = services_.box;
-    TempUserData user_data_;
-    ManualClock clock_;
+    SandboxFixture services;
+    const TempUserData user_data;
+    ManualClock clock;
 };
 
 TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
@@ -75,7 +62,6 @@ TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
         {"all that is stripped", R"(200 {"ok":false})", "200  \n\"OTHER\"\r\n \"", false, other},
         {"a string of JSON", down, "200 \r\"OTHER\"", false, other},
         {"an object without", down, R"(200 {"result":"OTHER"})", false, unconfirmed},
-        {"the same, seen", down, R"(200 {"result":"OTHER"})", true, own},
         {"the id is a number", down, R"(200 {"txid":5})", false, unconfirmed},
         {"64 characters, no id", down, "200 " + std::string(64, 'z'), true, own},
         {"nothing at all", down, "200 ", false, unconfirmed},
@@ -90,136 +76,110 @@ TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
          failed + "400 – " + long_words.substr(1)},
         {"an HTML page", down, "502 <html>Missing inputs</html>", false, failed + "502"},
     };
-    const std::vector<SpendInput> inputs{SomeInput()};
-    const std::vector<PayOutput> outputs{{5'000, P2pkhScript(HashOf(7))}};
-    const std::string own_id = TxidOf(SerializeTx(inputs, outputs, false));
+    const SpendInput input = InputOf(std::string(64, 'c')), bad = InputOf("12");
+    const std::vector<PayOutput> outputs{{5'000, P2pkhScript(Hash160{})}};
+    const std::string own_id = TxidOf(SerializeTx(std::span(&input, 1), outputs, false));
+    std::string txid;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        sandbox_.ClearFaults();
-        sandbox_.ClearRequests();
+        services.box.ClearFaults();
+        services.box.ClearRequests();
         Answer(Service::kRelay, row.relay);
         Answer(Service::kChain, row.chain, "/tx/raw");
         Answer(Service::kArc, row.arc.empty() ? "200 {}" : row.arc);
         if (row.visible) Answer(Service::kChain, "200 " + std::string(200, '0'), "/" + own_id + "/hex");
 
         const std::string sent_as = row.text == own ? own_id : row.text == other ? kOther : "";
-        std::string txid;
         {
             const WalletLock lock(wallet_mutex);
             last_broadcast_txid.clear();
-            EXPECT_EQ(BroadcastTx(inputs, outputs, HashOf(9), txid),
+            EXPECT_EQ(BroadcastTx(std::span(&input, 1), outputs, Hash160{9}, txid),
                       sent_as.empty() ? row.text : "success: " + sent_as);
             EXPECT_EQ(last_broadcast_txid, sent_as);
-            EXPECT_EQ(IsSpent(inputs[0].txid, inputs[0].vout), !sent_as.empty());
+            EXPECT_EQ(IsSpent(input.txid, input.vout), !sent_as.empty());
             ClearUtxoState();
         }
         EXPECT_EQ(txid, own_id);
         WaitForWorkers();
-        EXPECT_EQ(std::ranges::count(sandbox_.Requests(Service::kChain), "POST /v1/bsv/main/tx/raw"), 1)
+        EXPECT_EQ(services.Asked(Service::kChain, "POST /v1/bsv/main/tx/raw"), 1)
             << "the public chain gets every transaction";
-        EXPECT_EQ(sandbox_.Requests(Service::kArc).empty(), row.arc.empty());
+        EXPECT_EQ(services.Asked(Service::kArc) == 0, row.arc.empty());
     }
-
-    std::string txid = "left from before";
-    SpendInput bad = SomeInput();
-    bad.txid = "12";
-    EXPECT_EQ(BroadcastTx(std::span(&bad, 1), outputs, HashOf(9), txid), "error: serialize failed.");
+    EXPECT_EQ(BroadcastTx(std::span(&bad, 1), outputs, Hash160{9}, txid), "error: serialize failed.");
     EXPECT_EQ(txid, "");
 }
 
 TEST_F(Broadcast, ArcAnswers) {
-    const struct {
-        const char* body;
-        bool ok;
-        const char* error;
-    } rows[] = {
-        {R"({})", true, ""},
-        {R"({"txStatus":"SEEN_ON_NETWORK","extraInfo":"","txid":"short"})", true, ""},
-        {R"({"txStatus":"REJECTED"})", false, "REJECTED"},
-        {R"({"txStatus":"DOUBLE_SPEND_ATTEMPTED","extraInfo":""})", false, "DOUBLE_SPEND_ATTEMPTED"},
-        {R"({"txStatus":"REJECTED","extraInfo":"why"})", false, "why"},
-        {R"({"txStatus":"STORED","extraInfo":"so missing inputs it is"})", false, "so missing inputs it is"},
-        {R"({"txStatus":"SEEN_ON_NETWORK","extraInfo":null,"txid":null})", true, ""},
-        {R"({"txStatus":"REJECTED","extraInfo":null})", false, "REJECTED"},
-        {R"({"extraInfo":7})", false, R"({"extraInfo":7})"},
-        {R"({"txid":7})", false, R"({"txid":7})"},
-        {R"([])", false, "[]"},
-        {"taken, thanks", false, "taken, thanks"},
-        {"", false, "bad arc response"},
+    const std::pair<std::string, std::string> rows[] = {
+        // the error, empty when it takes it
+        {R"(200 {})", ""},
+        {R"(200 {"txStatus":"SEEN_ON_NETWORK","extraInfo":"","txid":"short"})", ""},
+        {R"(200 {"txStatus":"SEEN_ON_NETWORK","extraInfo":null,"txid":null})", ""},
+        {R"(200 {"txStatus":"REJECTED"})", "REJECTED"},
+        {R"(200 {"txStatus":"DOUBLE_SPEND_ATTEMPTED","extraInfo":""})", "DOUBLE_SPEND_ATTEMPTED"},
+        {R"(200 {"txStatus":"REJECTED","extraInfo":"why"})", "why"},
+        {R"(200 {"txStatus":"STORED","extraInfo":"so missing inputs it is"})", "so missing inputs it is"},
+        {R"(200 {"txStatus":"REJECTED","extraInfo":null})", "REJECTED"},
+        {R"(200 {"extraInfo":7})", R"({"extraInfo":7})"},
+        {R"(200 {"txid":7})", R"({"txid":7})"},
+        {"200 []", "[]"},
+        {"200 taken, thanks", "taken, thanks"},
+        {"200 ", "bad arc response"},
+        {"465 fee too low", "HTTP 465 – fee too low"},
     };
-    std::string error = "left from before";
-    const auto submit = [&](const std::string& reply, const std::string& own_id) {
-        sandbox_.ClearFaults();
+    std::string error;
+    for (const auto& [reply, wanted] : rows) {
+        error = "left from before";
+        services.box.ClearFaults();
         Answer(Service::kArc, reply);
-        return ArcSubmit("00", own_id, error);
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(submit(std::string("200 ") + row.body, kOther), row.ok) << row.body;
-        EXPECT_EQ(error, row.error) << row.body;
+        EXPECT_EQ(ArcSubmit("00", kOther, error), wanted.empty()) << reply;
+        EXPECT_EQ(error, wanted);
     }
-    EXPECT_FALSE(submit("465 fee too low", kOther));
-    EXPECT_EQ(error, "HTTP 465 – fee too low");
-    EXPECT_FALSE(submit("200 {}", "no id"));
+    services.box.ClearFaults();
+    Answer(Service::kArc, "200 {}");
+    EXPECT_FALSE(ArcSubmit("00", "no id", error));
     EXPECT_EQ(error, "arc did not return a txid");
 }
 
 TEST(RecordSentTx, WhatIsSentIsRememberedAsSpentAndItsOwnOutputsAsPending) {
     const WalletFixture fixture("", /*last_receive=*/2);
     const WalletLock lock(wallet_mutex);
-    ASSERT_TRUE(fixture.loaded);
+    const Hash160 change = AddressHash(wallet_keys.address),
+                  identity = AddressHash(wallet_keys.identity_address);
+    SpendInput input = InputOf(TestTxid(1));  // of receive index 0, whose key it brings along
+    std::string first;
+    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), input.priv, input.pub, first));
+    input.hash = AddressHash(first);
+    AddToCache(first, {input.txid, input.vout, input.value});
+    pending_outputs.push_back({input.txid, input.vout, input.value, {}, "", input.hash});
 
-    Hash160 change{}, first{}, identity{};  // `first`: of receive index 0, whose key an input brings along
-    SecretString first_priv;
-    std::string first_pub, first_address;
-    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), first_priv, first_pub, first_address));
-    ASSERT_TRUE(DecodeAddress(wallet_keys.address, change) && DecodeAddress(first_address, first) &&
-                DecodeAddress(wallet_keys.identity_address, identity));
-
-    SpendInput input = SomeInput();
-    input.priv = first_priv;
-    input.pub = first_pub;
-    input.hash = first;
-    AddToCache(first_address, {input.txid, input.vout, input.value});
-    pending_outputs.push_back({input.txid, input.vout, input.value, {}, "", first});
-
-    ByteBuffer odd_form = P2pkhScript(change);
+    ByteBuffer odd_form = P2pkhScript(change), other_opcode = odd_form;
     odd_form.push_back(0);
-    ByteBuffer other_opcode = P2pkhScript(change);
     other_opcode.back() = 0;
-    const std::vector<PayOutput> outputs{{2'000, P2pkhScript(HashOf(1))},  // foreign
-                                         {0, DataCarrierScript("row")},    // data
-                                         {0, P2pkhScript(change)},         // nothing in it
+    const std::vector<PayOutput> outputs{{2'000, P2pkhScript(Hash160{1})},  // foreign
+                                         {0, DataCarrierScript("row")},     // data
+                                         {0, P2pkhScript(change)},          // nothing in it
                                          {700, odd_form},
                                          {700, other_opcode},
                                          {1, P2pkhScript(identity)},
-                                         {400, P2pkhScript(first)},
+                                         {400, P2pkhScript(input.hash)},
                                          {5'000, P2pkhScript(change)}};
-    for (int twice = 0; twice < 2; ++twice) RecordSentTx(std::span(&input, 1), outputs, kOther, change);
+    const std::string txid = TestTxid(2);
+    for (int twice = 0; twice < 2; ++twice) RecordSentTx(std::span(&input, 1), outputs, txid, change);
 
-    EXPECT_EQ(last_recorded_txid, kOther);
     EXPECT_TRUE(IsSpent(input.txid, input.vout));
     EXPECT_TRUE(FileExists(fixture.StorePath("/ord_snap/") + kTestWalletId + "_spent.json"));
-
-    const struct {
-        Utxo output;
-        std::string address;
-        SecretString priv;
-    } expected[] = {{{kOther, 5, 1}, wallet_keys.identity_address, wallet_keys.priv},
-                    {{kOther, 6, 400}, first_address, first_priv},
-                    {{kOther, 7, 5'000}, wallet_keys.address, wallet_keys.priv}};
-    const auto same = [](const auto& a, const auto& b) {
-        return a.txid == b.txid && a.vout == b.vout && a.value == b.value;
-    };
-    ASSERT_EQ(pending_outputs.size(), std::size(expected));
-    for (std::size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_TRUE(same(pending_outputs[i], expected[i].output)) << i;
-        EXPECT_TRUE(pending_outputs[i].priv == expected[i].priv) << i;
-        const UtxoCacheEntry* entry = FindCacheEntry(expected[i].address);
-        ASSERT_TRUE(entry != nullptr && entry->utxos.size() == 1) << i;  // the spent coin has gone from it
-        EXPECT_TRUE(same(entry->utxos[0], expected[i].output)) << i;
+    ASSERT_EQ(CoinText(pending_outputs), "2:5=1 2:6=400 2:7=5000");
+    EXPECT_TRUE(pending_outputs[0].priv == wallet_keys.priv && pending_outputs[1].priv == input.priv &&
+                pending_outputs[2].priv == wallet_keys.priv);
+    const std::pair<std::string, const char*> listed[] = {
+        {wallet_keys.identity_address, "2:5=1"}, {first, "2:6=400"}, {wallet_keys.address, "2:7=5000"}};
+    for (const auto& [address, coins] : listed) {
+        ASSERT_NE(FindCacheEntry(address), nullptr);
+        EXPECT_EQ(CoinText(FindCacheEntry(address)->utxos), coins) << "the spent coin has gone from it";
     }
     RecordSentTx({}, {}, "no id", change);
-    EXPECT_EQ(last_recorded_txid, kOther);
+    EXPECT_EQ(last_recorded_txid, txid);
 }
 
 }  // namespace

@@ -23,14 +23,16 @@ constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
 constexpr char kOrdAddress[] = "1OrdinalsAddressOfThisIdentity";
 
 // The registry's file in a store of its own, with ada as the wallet's identity.
-class PaymailRegistry : public testing::Test {
-  protected:
-    PaymailRegistry() { MakeFolders(data_.Path() + "/Orvane"); }
-    ~PaymailRegistry() override { SetIdentity("", ""); }
+struct PaymailRegistry : testing::Test {
+    PaymailRegistry() { std::filesystem::current_path(program.Path()); }
+    ~PaymailRegistry() override {
+        SetIdentity("", "");
+        std::filesystem::current_path(former_path);
+    }
 
-    std::string FilePath() const { return data_.Path() + "/Orvane/orvane_paymail.json"; }
-    void Put(const json& document) const { WriteFile(FilePath(), document.dump()); }
-    json Get() const { return json::parse(ReadFile(FilePath()).value_or("null"), nullptr, false); }
+    void PutText(std::string_view text) const { data.Put("orvane_paymail.json", text); }
+    void Put(const json& document) const { PutText(document.dump()); }
+    json Get() const { return json::parse(ReadFile(file).value_or("null"), nullptr, false); }
 
     static void SetIdentity(const std::string& identity_pub, const std::string& avatar) {
         const WalletLock lock(wallet_mutex);
@@ -45,27 +47,23 @@ class PaymailRegistry : public testing::Test {
         return names;
     }
 
-    TempUserData data_;
+    const std::filesystem::path former_path = std::filesystem::current_path();
+    const TempFolder program;
+    const TempUserData data;
+    const std::string file = data.InStore("orvane_paymail.json");
 };
 
 TEST(PaymailName, KeepsOnlyWhatANameMayHold) {
-    const struct {
-        const char *why, *text, *name;
-    } rows[] = {
-        {"at-sign, capitals and domain", "@Ada@pay.example", "ada"},
-        {"every kind of leading mark", " $@ @ada", "ada"},
-        {"trailing blank and line end", "ada \r\n", "ada"},
-        {"bytes outside the set are dropped", "Bad Name!", "badname"},
-        {"marks of a name stay", "a_b-c.9", "a_b-c.9"},
-        {"a tab is dropped, though not stripped", "\tada\t", "ada"},
-        {"UTF-8 is dropped byte by byte", "\xc3\x84\x64\x61", "da"},
-        {"two at-signs before, one behind", "@@pay.example@x", "pay.example"},
-        {"nothing before the second at-sign", "!@pay.example", ""},
+    // Stripped: blanks, line ends, "@" and "$" in front, the domain. Everything else outside the set is
+    // dropped where it stands.
+    const std::pair<const char*, const char*> rows[] = {
+        {"@Ada@pay.example", "ada"}, {" $@ @ada", "ada"},
+        {"ada \r\n", "ada"},         {"Bad Name!", "badname"},
+        {"a_b-c.9", "a_b-c.9"},      {"\tada\t", "ada"},
+        {"\xc3\x84\x64\x61", "da"},  {"@@pay.example@x", "pay.example"},
+        {"!@pay.example", ""},
     };
-    for (const auto& row : rows) EXPECT_EQ(SanitizePaymailName(row.text), row.name) << row.why;
-}
-
-TEST(PaymailAddress, IsToldByItsShapeAlone) {
+    for (const auto& [text, name] : rows) EXPECT_EQ(SanitizePaymailName(text), name) << text;
     for (const std::string& text : {std::string(kAddress), std::string(26, '1'), std::string(35, '1')}) {
         EXPECT_TRUE(LooksLikeAddress(text)) << text;
     }
@@ -126,12 +124,8 @@ TEST_F(PaymailRegistry, ANewEntryTakesOverOrdinalAndAvatar) {
         json names, avatars, ord, avatar;
     } rows[] = {
         {"its own come first", {{"a", other}, {"ada", own}}, avatars, "cc_0", "dd_0"},
-        {"then the identity's avatar, the first ordinal",
-         {{"a", silent}, {"b", other}},
-         avatars,
-         "aa_0",
-         "ee_0"},
-        {"then another entry's", {{"a", silent}, {"b", other}, {"c", own}}, "none", "aa_0", "bb_0"},
+        {"the identity's, and the first", {{"a", silent}, {"b", other}}, avatars, "aa_0", "ee_0"},
+        {"another entry's", {{"a", silent}, {"b", other}, {"c", own}}, "none", "aa_0", "bb_0"},
         {"never those of another identity", {{"b", foreign}}, nullptr, nullptr, nullptr},
     };
     for (const auto& row : rows) {
@@ -170,19 +164,18 @@ TEST_F(PaymailRegistry, FindsTheNameOfAnIdentity) {
 
 TEST_F(PaymailRegistry, KeepsTheHostRole) {
     Put({{"self", "a"}, {"host_role", 3}});
-    for (const char* role : {"agent", "Operator", "dev", "architect"}) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"agent", "agent"}, {"DEFAULT", ""}, {"Operator", "operator"},  {"emperor", ""},
+        {"dev", "dev"},     {"", ""},        {"architect", "architect"}};
+    for (const auto& [role, kept] : rows) {
         SetHostRole(role);
-        const json after = {{"self", "a"}, {"host_role", role[0] == 'O' ? "operator" : role}};
-        EXPECT_EQ(Get(), after);
+        json after = {{"self", "a"}};
+        if (*kept != 0) after["host_role"] = kept;
+        EXPECT_EQ(Get(), after) << role;
     }
-    for (const char* none : {"DEFAULT", "emperor", ""}) {
-        Put({{"host_role", "dev"}});
-        SetHostRole(none);
-        EXPECT_EQ(Get(), json::object()) << none;
-    }
-    RemoveFile(FilePath());
+    RemoveFile(file);
     SetHostRole("default");
-    EXPECT_FALSE(FileExists(FilePath())) << "nothing changed, so nothing is written";
+    EXPECT_FALSE(FileExists(file)) << "nothing changed, so nothing is written";
 }
 
 TEST_F(PaymailRegistry, SetsTheOrdinalsAddressOfTheIdentitysEntries) {
@@ -227,66 +220,49 @@ TEST_F(PaymailRegistry, AgreesWithTheWalletsAvatar) {
 }
 
 TEST_F(PaymailRegistry, ReadsAnyFileAsSomething) {
-    const std::string contents[] = {
-        "",
-        "{[",
-        "[1,2]",
-        "null",
-        "\xff\xfe",
-        R"({"names":"x","self":{},"avatars":7,"host_role":[]})",
-        R"({"names":{"ada":{"pubkey":1,"ord":{},"avatar":[]}, "b":null, "":{"pubkey":"x"}},"avatars":[]})"};
-    for (const std::string& content : contents) {
-        SCOPED_TRACE(content.substr(0, 60));
+    for (
+        const char* content :
+        {"", "{[", "[1,2]", "\xff\xfe", R"({"names":"x","self":{},"avatars":7,"host_role":[]})",
+         R"({"names":{"ada":{"pubkey":1,"ord":{},"avatar":[]}, "b":null, "":{"pubkey":"x"}},"avatars":[]})"}) {
+        SCOPED_TRACE(content);
         SetIdentity(kAda, "av_0");
-        WriteFile(FilePath(), content);
+        PutText(content);
         EXPECT_EQ(FindNameForPubkey(kAda), "");
         SetOrdAddress(kOrdAddress);
         SetHostRole("dev");
         EXPECT_EQ(Get()["host_role"], "dev");
-        WriteFile(FilePath(), content);
+        PutText(content);
         EXPECT_EQ(SyncAvatar(), "");
         EXPECT_EQ(Get()["avatars"][kAda], "av_0");
-        WriteFile(FilePath(), content);
+        PutText(content);
         EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "");
         EXPECT_EQ(FindNameForPubkey(kAda), "ada");
     }
 }
 
-TEST_F(PaymailRegistry, LeavesAFileAloneThatItCannotRead) {
-    const TempFolder program;
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(program.Path());
+TEST_F(PaymailRegistry, TakesOverTheFileOfAnOlderInstallationAndLeavesAloneWhatItCannotRead) {
     MakeFolders("userinfo");
+    const std::string old_file = "userinfo/orvane_paymail.json", deep(100'000, '[');
     SetIdentity(kAda, "av_0");
-    const std::string deep(100'000, '[');
-    const std::string old_file = "userinfo/orvane_paymail.json";
-    for (const std::string& path : {old_file, FilePath()}) {
+    for (const std::string& path : {old_file, file}) {
         SCOPED_TRACE(path);
+        MakeFolders(data.InStore(""));
         WriteFile(path, deep);
         EXPECT_EQ(FindNameForPubkey(kAda), "");
         EXPECT_EQ(RegisterPaymail("ada", kAda, kAddress), "could not write paymail registry");
         EXPECT_EQ(SyncAvatar(), "could not write paymail registry");
         SetHostRole("dev");
         EXPECT_EQ(ReadFile(path), deep);
-        EXPECT_EQ(FileExists(FilePath()), path != old_file);
+        EXPECT_EQ(FileExists(file), path != old_file);
     }
-    std::filesystem::current_path(before);
-}
-
-TEST_F(PaymailRegistry, PicksUpTheFileOfAnOlderInstallation) {
-    const TempFolder program;
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(program.Path());
-    MakeFolders("userinfo");
+    RemoveFile(file);
     const json old = {{"names", {{"ada", {{"pubkey", kAda}}}}}};
-    WriteFile("userinfo/orvane_paymail.json", old.dump());
-
+    WriteFile(old_file, old.dump());
     EXPECT_EQ(FindNameForPubkey(kAda), "ada");
     EXPECT_EQ(Get(), old) << "moved into the store by the first look";
-    EXPECT_EQ(ReadFile("userinfo/orvane_paymail.json"), old.dump()) << "and left where it was";
-    WriteFile(FilePath(), "broken");
+    EXPECT_EQ(ReadFile(old_file), old.dump()) << "and left where it was";
+    PutText("broken");
     EXPECT_EQ(FindNameForPubkey(kAda), "") << "a broken file of the store is a file all the same";
-    std::filesystem::current_path(before);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "base/files.h"
 #include "base/text.h"
 #include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
@@ -21,7 +20,6 @@
 #include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/wallet_file.h"
-#include "wallet/store/wallet_paths.h"
 
 namespace brickfall {
 namespace {
@@ -40,18 +38,10 @@ SecretString Phrase() {
     return phrase;
 }
 
-void WriteWallet(std::string_view before, const SecretString& secret, std::string_view behind) {
-    SecretString text;
-    text.reserve(before.size() + secret.size() + behind.size());
-    text.append(before).append(secret).append(behind);
-    ASSERT_TRUE(WriteFile(WalletFilePath(), text));
-}
-
 struct Secrets : testing::Test {
     Secrets() {
         ClearWalletState();
         SetWalletId("w1");
-        MakeFolders(data.Path() + "/Orvane/wallets/w1");
     }
     ~Secrets() override {
         ClearWalletState();
@@ -61,6 +51,18 @@ struct Secrets : testing::Test {
 #ifdef BRICKFALL_SHADOW_MEMORY
         GTEST_SKIP() << "the sanitizer's own memory is too large to search, and keeps what is freed";
 #endif
+    }
+
+    bool Load(std::string_view before, const SecretString& secret, std::string_view behind) const {
+        ClearWalletState();
+        SecretString text;
+        text.reserve(before.size() + secret.size() + behind.size());
+        text.append(before).append(secret).append(behind);
+        data.Put("wallets/w1/wallet.json", text);
+        return LoadWallet();
+    }
+    void ExpectNothingLeft(const char* when) const {
+        EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << when;
     }
 
     const TempUserData data;
@@ -73,10 +75,8 @@ constexpr char kHdBegin[] = R"({"version":2,"recv":[0,3,0,0,0,1],"paymail":"ada"
 // Every key that the wallet in memory can come to, by way of the state itself.
 void AddKeysOfWallet(Needles& needles) {
     needles.Add("seed", wallet_keys.seed);
-    ExtendedKey node = wallet_keys.master;
-    ExtendedKey child;
-    const WipeAtExit wipe_node(node);
-    const WipeAtExit wipe_child(child);
+    ExtendedKey node = wallet_keys.master, child;
+    const WipeAtExit wipe_node(node), wipe_child(child);
     needles.Add("master key", node.key);
     needles.Add("master chain code", node.chain_code);
     for (std::size_t level = 0; level < 4; ++level) {
@@ -85,9 +85,9 @@ void AddKeysOfWallet(Needles& needles) {
         needles.Add("node", node.key);
         needles.Add("chain code of a node", node.chain_code);
     }
+    SecretString private_hex;
+    std::string public_hex, address;
     for (const KeyPath& path : {ReceivePath(0), ReceivePath(3), kIdentityPath, kEncryptionPath}) {
-        SecretString private_hex;
-        std::string public_hex, address;
         ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
         needles.AddKey("private key", private_hex);
     }
@@ -100,43 +100,31 @@ void UseWallet() {
     SecretString private_hex;
     EXPECT_TRUE(SignIdentityMessage("row", public_hex, text, error));
     EXPECT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error));
-    SpendInput input;
-    input.txid = std::string(64, 'a');
-    input.value = 10'000;
-    std::vector<SpendInput> inputs{input};
+    std::vector<SpendInput> inputs(1);
+    inputs[0].txid = std::string(64, 'a');
+    inputs[0].value = 10'000;
     EXPECT_TRUE(SignInput(inputs[0], inputs, {}, Hash160{}, wallet_keys.priv, wallet_keys.pub));
     EXPECT_TRUE(SaveWallet());
     ReloadWalletHints();
     RefreshDerivedKeys();
 }
 
-TEST_F(Secrets, NothingOfAWalletIsLeftOnceItIsCleared) {
+TEST_F(Secrets, NothingOfAWalletIsLeftOnceItIsClearedOrItsLoadFails) {
     needles.Add("words", AsBytes(Phrase()));
-    EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << "before the wallet is loaded";
-    WriteWallet(kHdBegin, Phrase(), "\"}");
-    ASSERT_TRUE(LoadWallet());
+    ExpectNothingLeft("before the wallet is loaded");
+    ASSERT_TRUE(Load(kHdBegin, Phrase(), "\"}"));
     AddKeysOfWallet(needles);
     UseWallet();
-
     const std::vector<std::string> held = needles.Find();
     for (const char* name : {"words", "seed", "master key", "private key hex", "node"}) {
         EXPECT_TRUE(std::count(held.begin(), held.end(), name)) << "the search is blind to the " << name;
     }
     ClearWalletState();
-    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
-
-    // A look into the file leaves none either.
+    ExpectNothingLeft("once it is cleared");
     std::string address, paymail;
     bool is_hd = false;
     EXPECT_TRUE(WalletSummary(address, paymail, is_hd));
-    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
-}
-
-TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
-    WriteWallet(kHdBegin, Phrase(), "\"}");
-    needles.Add("words", AsBytes(Phrase()));
-    ASSERT_TRUE(LoadWallet());
-    AddKeysOfWallet(needles);
+    ExpectNothingLeft("a look into the file");
 
     const struct {
         const char *before, *behind, *why;
@@ -156,10 +144,8 @@ TEST_F(Secrets, NothingOfAWalletIsLeftWhenItsLoadFails) {
         {"", "", "no JSON at all"},
     };
     for (const auto& row : rows) {
-        ClearWalletState();
-        WriteWallet(row.before, Phrase(), row.behind);
-        EXPECT_FALSE(LoadWallet()) << row.why;
-        EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << row.why;
+        EXPECT_FALSE(Load(row.before, Phrase(), row.behind)) << row.why;
+        ExpectNothingLeft(row.why);
     }
 }
 
@@ -172,13 +158,10 @@ TEST_F(Secrets, NothingOfALegacyWalletIsLeft) {
     needles.AddKey("private key", key);
     const std::pair<const char*, bool> rows[] = {
         {"\"}", true}, {"\",\"address\":5}", false}, {"\",\"pub\":\"02\"}", false}, {"0\"}", false}};
-    for (const auto& [behind, loads] : rows) {
-        WriteWallet("{\"priv\":\"", key, behind);
-        EXPECT_EQ(LoadWallet(), loads) << behind;
-        ClearWalletState();
-    }
+    for (const auto& [behind, loads] : rows) EXPECT_EQ(Load("{\"priv\":\"", key, behind), loads) << behind;
+    ClearWalletState();
     WipeString(key);
-    EXPECT_EQ(needles.Find(), std::vector<std::string>{});
+    ExpectNothingLeft("of a key");
 }
 
 }  // namespace

@@ -5,17 +5,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "net/http_client.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/link/paymail_host.h"
@@ -25,31 +22,12 @@ namespace brickfall {
 namespace {
 
 using nlohmann::json;
-using sandbox::Fault;
 using sandbox::Service;
+using Lines = std::vector<std::string>;
 
 constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
-
-// Every event line of the wallet core, with "|" in the place of the separator.
-class Events {
-  public:
-    Events() {
-        Install([this](std::string_view line) {
-            lines_.emplace_back(line);
-            std::ranges::replace(lines_.back(), '\x1f', '|');
-        });
-    }
-    ~Events() { Install(nullptr); }
-    std::vector<std::string> Take() { return std::exchange(lines_, {}); }
-
-  private:
-    static void Install(WalletHook hook) {
-        const std::lock_guard lock(wallet_sink_mutex);
-        wallet_event_hook = std::move(hook);
-    }
-
-    std::vector<std::string> lines_;
-};
+constexpr char kRegistry[] = "/orvane_paymail.json";
+const std::string kWalletFile = std::string("/wallets/") + kTestWalletId + "/wallet.json";
 
 json ReadJson(const std::string& path) { return json::parse(ReadFile(path).value_or(""), nullptr, false); }
 
@@ -59,21 +37,10 @@ std::string IdentityKey() {
 }
 
 struct StatusRefreshTest : testing::Test {
-    // The paymail host's requests whose target contains `part`.
-    int64_t Asked(std::string_view part) const {
-        return std::ranges::count_if(remote.box.Requests(Service::kPaymail), [&](const std::string& request) {
-            return request.find(part) != std::string::npos;
-        });
-    }
-
-    // What the process last told the host depends on the tests before; this makes it known.
-    void ForgetLastClaim() {
-        ClaimIfChanged("forget", IdentityKey(), kAddress, "", "");
-        remote.box.ClearRequests();
-    }
-
     WalletFixture wallet;
     SandboxFixture remote;
+    const std::string address = wallet.ReceiveAddress(0), key = IdentityKey();
+    EventLines events;
 };
 
 // The sandbox takes a claim only after it has checked the signature over the claim's text by code of its own,
@@ -87,15 +54,14 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
         {" @$Eve3 \r\n", "eve3", "", kAddress},
         {"eve4", "eve4", "aabb_0", kAddress},
     };
-    std::string upper = IdentityKey();
+    std::string upper = key;
     std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
     for (const auto& row : rows) {
-        EXPECT_EQ(ClaimPaymail(row.alias, upper, wallet.ReceiveAddress(0), row.avatar, row.ord_address), "")
-            << row.alias;
+        EXPECT_EQ(ClaimPaymail(row.alias, upper, address, row.avatar, row.ord_address), "") << row.alias;
         const auto published = remote.box.Identity(row.published_as);
         ASSERT_TRUE(published) << row.alias;
-        EXPECT_EQ(published->pubkey, IdentityKey());
-        EXPECT_EQ(published->address, wallet.ReceiveAddress(0));
+        EXPECT_EQ(published->pubkey, key);
+        EXPECT_EQ(published->address, address);
         EXPECT_EQ(published->avatar, row.avatar);
         EXPECT_EQ(published->ord_address, row.ord_address);
     }
@@ -103,15 +69,11 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
     EXPECT_EQ(ClaimPaymail("@", upper, "1", "", ""), "need alias and pubkey");
     EXPECT_EQ(ClaimPaymail("eve", "", "1", "", ""), "need alias and pubkey");
     EXPECT_EQ(ClaimPaymail("eve", "02" + std::string(64, '1'), "1", "", ""), "identity pubkey mismatch");
-    UnbindWallet();
-    EXPECT_NE(ClaimPaymail("eve", upper, "1", "", ""), "") << "nothing to sign with";
-}
 
-TEST_F(StatusRefreshTest, ARefusedClaimSaysWhy) {
     const struct {
         int status;
         std::string body, text;
-    } rows[] = {
+    } refusals[] = {
         {400, R"({"error":"name is reserved"})", "name is reserved"},
         {429, R"({"error":"slow down"})", "slow down"},
         {429, "Too Many Requests", kRateLimitText},
@@ -120,72 +82,68 @@ TEST_F(StatusRefreshTest, ARefusedClaimSaysWhy) {
         {400, R"({"error":[1]})", "HTTP 400 – {\"error\":[1]}"},
         {400, R"(["error"])", "HTTP 400 – [\"error\"]"},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : refusals) {
         remote.box.ClearFaults();
         remote.box.ClearRequests();
         remote.Reply(Service::kPaymail, "/claim", row.status, row.body);
-        EXPECT_EQ(ClaimPaymail("eve", IdentityKey(), kAddress, "", ""), row.text) << row.body;
-        EXPECT_EQ(Asked("/api/paymail/claim"), row.status == 429 ? 4 : 1) << row.body;
+        EXPECT_EQ(ClaimPaymail("eve", key, kAddress, "", ""), row.text) << row.body;
+        EXPECT_EQ(remote.Asked(Service::kPaymail, "/api/paymail/claim"), row.status == 429 ? 4 : 1)
+            << row.body;
     }
+    remote.box.ClearFaults();
+    UnbindWallet();
+    EXPECT_NE(ClaimPaymail("eve", upper, "1", "", ""), "") << "nothing to sign with";
 }
 
 TEST_F(StatusRefreshTest, ClaimsOnceAndAsksForTheRoleEachTime) {
-    Events events;
-    const std::string address = wallet.ReceiveAddress(0);
     ASSERT_NE(remote.box.Fund(address, 12'345), "");
-    ForgetLastClaim();
+    // What the process last told the host depends on the tests before; this makes it known.
+    ClaimIfChanged("forget", key, kAddress, "", "");
+    remote.box.ClearRequests();
+    const auto claims = [this] { return remote.Asked(Service::kPaymail, "POST /api/paymail/claim"); };
     for (int i = 0; i < 2; ++i) {
         const StatusResult result = StatusRefresh();
         EXPECT_TRUE(result.chain_ok);
         EXPECT_EQ(result.balance, 12'345);
     }
-    EXPECT_EQ(Asked("POST /api/paymail/claim"), 1) << "the first tells the host, the second has nothing new";
-    EXPECT_EQ(Asked("GET /api/paymail/quota/" + IdentityKey()), 2);
+    EXPECT_EQ(claims(), 1) << "the first tells the host, the second has nothing new";
+    EXPECT_EQ(remote.Asked(Service::kPaymail, "GET /api/paymail/quota/" + key), 2);
     const auto published = remote.box.Identity("ada");
     ASSERT_TRUE(published);
     EXPECT_EQ(published->address, address);
     EXPECT_NE(published->ord_address, "");
 
     const std::string handle = std::string("ada@") + kPaymailDomain;
-    const std::vector<std::string> told = {"[OV-POUCH]|status|" + address + "|12345|hd",
-                                           "[OV-POUCH]|paymail|" + handle};
-    std::vector<std::string> lines = events.Take();
+    const std::string status = "[OV-POUCH]|status|" + address + "|12345|hd",
+                      name = "[OV-POUCH]|paymail|" + handle;
+    Lines lines = events.Take();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("[OV-POUCH]"); });
-    ASSERT_EQ(lines.size(), 4u);
-    lines.resize(2);
-    EXPECT_EQ(lines, told);
+    EXPECT_EQ(lines, (Lines{status, name, status, name}));
     EXPECT_EQ(PublishedHandle(), handle);
 
     // A claim that fails is made again; one whose fields changed, too.
     remote.Reply(Service::kPaymail, "/claim", 500, "", 1);
-    for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", IdentityKey(), kAddress, "", "");
-    EXPECT_EQ(Asked("POST /api/paymail/claim"), 3);
-    ClaimIfChanged("ada", IdentityKey(), kAddress, "avatar_0", "");
-    EXPECT_EQ(Asked("POST /api/paymail/claim"), 4);
-    ClaimIfChanged("", IdentityKey(), kAddress, "", "");
+    for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", key, kAddress, "", "");
+    EXPECT_EQ(claims(), 3);
+    ClaimIfChanged("ada", key, kAddress, "avatar_0", "");
+    EXPECT_EQ(claims(), 4);
+    ClaimIfChanged("", key, kAddress, "", "");
     ClaimIfChanged("ada", "", kAddress, "", "");
-    EXPECT_EQ(Asked("POST /api/paymail/claim"), 4);
+    EXPECT_EQ(claims(), 4);
 }
 
 TEST_F(StatusRefreshTest, SaysThatNothingIsKnownWhenNoListingAnswers) {
-    Events events;
-    Fault down;
-    remote.box.AddFault(Service::kChain, down);
-    remote.box.AddFault(Service::kOrdinals, down);
-    remote.box.AddFault(Service::kIndexer, down);
+    for (const Service service : {Service::kChain, Service::kOrdinals, Service::kIndexer}) {
+        remote.Reply(service, "", 500, "");
+    }
     EXPECT_FALSE(StatusRefresh().chain_ok);
-    EXPECT_EQ(std::ranges::count(events.Take(), "[OV-POUCH]|status|" + wallet.ReceiveAddress(0) + "|-|hd"),
-              1);
+    EXPECT_EQ(std::ranges::count(events.Take(), "[OV-POUCH]|status|" + address + "|-|hd"), 1);
 }
 
 TEST_F(StatusRefreshTest, StopsWithoutAWordWhenTheWalletChangesMeanwhile) {
     // The chain asks for patience, and in the pause the player unbinds. That it can shows that the wallet's
     // lock is free while the answers are awaited.
-    Fault patience;
-    patience.status = 429;
-    patience.times = 1;
-    remote.box.AddFault(Service::kChain, patience);
-    Events events;
+    remote.Reply(Service::kChain, "", 429, "", /*times=*/1);
     std::atomic<bool> unbound = false;
     wallet.clock.on_sleep = [&](int64_t) {
         if (unbound.exchange(true)) return;
@@ -204,70 +162,71 @@ TEST_F(StatusRefreshTest, StopsWithoutAWordWhenTheWalletChangesMeanwhile) {
     EXPECT_TRUE(unbound);
     EXPECT_EQ(posted, 1);
     EXPECT_FALSE(balance_busy);
-    EXPECT_EQ(events.Take(), std::vector<std::string>{});
-    EXPECT_EQ(remote.box.Requests(Service::kPaymail), std::vector<std::string>{});
+    EXPECT_EQ(events.Take(), Lines{});
+    EXPECT_EQ(remote.Asked(Service::kPaymail), 0);
 
     // And from here there is no wallet at all.
     BalanceWorker(nullptr);
-    const std::vector<std::string> nobody = {"[OV-POUCH]|status", "[OV-POUCH]|paymail"};
-    EXPECT_EQ(events.Take(), nobody);
+    EXPECT_EQ(events.Take(), (Lines{"[OV-POUCH]|status", "[OV-POUCH]|paymail"}));
     EXPECT_EQ(PublishedHandle(), "");
 }
 
 TEST_F(StatusRefreshTest, TheHostsAnswerSetsTheRole) {
-    const auto role_after = [this](int status, const char* body) {
-        WriteFile(wallet.StorePath("/orvane_paymail.json"), R"({"host_role":"dev"})");
-        remote.box.ClearFaults();
-        remote.Reply(Service::kPaymail, "/quota/", status, body);
-        RefreshQuotaRole();
-        return ReadJson(wallet.StorePath("/orvane_paymail.json")).value("host_role", "");
+    const struct {
+        int status;
+        const char *body, *role;
+    } rows[] = {
+        {200, R"({"role":"Architect"})", "architect"},
+        {500, R"({"role":"agent"})", "dev"},
+        {200, "{}", ""},
+        {200, R"({"role":7})", ""},
+        {200, "<html></html>", "dev"},
+        {200, R"(["role"])", "dev"},
     };
-    EXPECT_EQ(role_after(200, R"({"role":"Architect"})"), "architect");
-    EXPECT_EQ(role_after(500, R"({"role":"agent"})"), "dev");
-    for (const char* none : {"{}", R"({"role":7})"}) EXPECT_EQ(role_after(200, none), "") << none;
-    for (const char* broken : {"<html></html>", R"(["role"])", R"({"role":"ag)"}) {
-        EXPECT_EQ(role_after(200, broken), "dev") << broken;
+    for (const auto& row : rows) {
+        WriteFile(wallet.StorePath(kRegistry), R"({"host_role":"dev"})");
+        remote.box.ClearFaults();
+        remote.Reply(Service::kPaymail, "/quota/", row.status, row.body);
+        RefreshQuotaRole();
+        EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry)).value("host_role", ""), row.role) << row.body;
     }
 }
 
 TEST(PaymailSyncTest, ANamelessWalletTakesTheRegistrysNameAndIsSavedOnce) {
     const WalletFixture nameless("");
     const WalletLock lock(wallet_mutex);
-    Events events;
-    const auto wallet_path = nameless.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
+    EventLines events;
     const json registry = {{"names", {{"grace", {{"pubkey", wallet_keys.identity_pub}}}}}};
-    WriteFile(nameless.StorePath("/orvane_paymail.json"), registry.dump());
+    WriteFile(nameless.StorePath(kRegistry), registry.dump());
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "grace");
-    const std::vector<std::string> announced = {std::string("[OV-POUCH]|paymail|grace@") + kPaymailDomain};
-    EXPECT_EQ(events.Take(), announced);
-    EXPECT_EQ(ReadJson(wallet_path).value("paymail", ""), "grace");
+    EXPECT_EQ(events.Take(), Lines{std::string("[OV-POUCH]|paymail|grace@") + kPaymailDomain});
+    EXPECT_EQ(ReadJson(nameless.StorePath(kWalletFile)).value("paymail", ""), "grace");
     EXPECT_EQ(ReadJson(nameless.StorePath("/wallets.json"))["wallets"][0]["name"], "grace");
 
-    WriteFile(wallet_path, "marker");
+    WriteFile(nameless.StorePath(kWalletFile), "marker");
     PaymailSync(/*announce=*/true);
-    EXPECT_EQ(ReadFile(wallet_path), "marker") << "a wallet that has its name is not saved again";
-    EXPECT_EQ(events.Take(), std::vector<std::string>{});
+    EXPECT_EQ(ReadFile(nameless.StorePath(kWalletFile)), "marker")
+        << "a wallet that has its name is not saved again";
+    EXPECT_EQ(events.Take(), Lines{});
 }
 
 TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnly) {
     const WalletFixture wallet("@Ada@Pay.Example");
-    const auto path = wallet.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
-    const auto registry_path = wallet.StorePath("/orvane_paymail.json");
-    const auto before = ReadFile(path);
+    const auto before = ReadFile(wallet.StorePath(kWalletFile));
     const WalletLock lock(wallet_mutex);
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "ada");
-    EXPECT_EQ(ReadFile(path), before);
-    EXPECT_EQ(ReadJson(registry_path)["self"], "ada");
+    EXPECT_EQ(ReadFile(wallet.StorePath(kWalletFile)), before);
+    EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["self"], "ada");
 
     // A name that another identity holds stays in the wallet, and out of the registry.
     wallet_keys.paymail = "bob";
     const json taken = {{"names", {{"bob", {{"pubkey", "02ff"}}}}}};
-    WriteFile(registry_path, taken.dump());
+    WriteFile(wallet.StorePath(kRegistry), taken.dump());
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "bob");
-    EXPECT_EQ(ReadJson(registry_path)["names"], taken["names"]);
+    EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["names"], taken["names"]);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-#include "wallet/keys/key_derivation.h"
-
+// From the words of a wallet to its keys, its addresses and what they sign.
 #include <gtest/gtest.h>
 #include <openssl/hmac.h>
 
@@ -8,8 +7,11 @@
 #include <thread>
 
 #include "base/text.h"
+#include "sandbox/server/bytes.h"
+#include "sandbox/server/script_check.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/bip32.h"
+#include "wallet/keys/key_derivation.h"
 #include "wallet/keys/mnemonic.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/protocol/address.h"
@@ -17,27 +19,31 @@
 #include "wallet/protocol/hashes.h"
 #include "wallet/session/coin_refresh.h"
 #include "wallet/session/encryption_key.h"
+#include "wallet/session/identity_signature.h"
 #include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {
 
 // A wallet in memory alone, without a file.
-struct KeyDerivation : testing::Test {
-    KeyDerivation() { Use(kTestPhrase); }
-    ~KeyDerivation() override { ClearWalletState(); }
+struct Keys : testing::Test {
+    Keys() { Use(kTestPhrase); }
+    ~Keys() override { ClearWalletState(); }
 
-    static void Use(std::string_view phrase) {
+    static void Use(std::string_view phrase, uint32_t last_receive = 0) {
         ClearWalletState();
         wallet_keys.mnemonic = phrase;
         wallet_keys.is_hd = true;
+        wallet_keys.recv[1] = last_receive;
+        EXPECT_TRUE(RefreshDerivedKeys());
     }
+
+    bool Derive(const KeyPath& path) { return DeriveAtPath(path, private_hex, public_hex, address); }
 
     // The path walked level by level from the master key of the state.
     static SecretString PrivateByLevels(const KeyPath& path) {
-        ExtendedKey node = wallet_keys.master;
+        ExtendedKey node = wallet_keys.master, child;
         for (const uint32_t index : path) {
-            ExtendedKey child;
             if (!DeriveChildKey(node, index, child)) return {};
             node = child;
         }
@@ -49,8 +55,7 @@ struct KeyDerivation : testing::Test {
     const TempUserData data;  // a refresh tells the registry of names
     WalletLock lock{wallet_mutex};
     SecretString private_hex;
-    std::string public_hex;
-    std::string address;
+    std::string public_hex, address, signature, error;
 };
 
 ExtendedKey MasterOf(std::string_view seed_hex) {
@@ -64,20 +69,13 @@ ExtendedKey MasterOf(std::string_view seed_hex) {
 }
 
 TEST(ChildKeys, AreThoseOfThePublishedVectorsAndOfNoParentOutsideTheGroup) {
-    // BIP32, test vectors 1, 2 and 4; the last keeps the leading zero byte of its first child. The chain
+    // BIP32, test vectors 2 and 4; the latter keeps the leading zero byte of its first child. The chain
     // codes in between show in the keys below them.
     const struct {
         std::string seed;
         std::vector<std::pair<uint32_t, std::string>> levels;
         std::string last_chain_code;
     } chains[] = {
-        {"000102030405060708090a0b0c0d0e0f",
-         {{kHardenedBit, "edb2e14f9ee77d26dd93b4ecede8d16ed408ce149b6cd80b0715a2d911a0afea"},
-          {1, "3c6cb8d0f6a264c91ea8b5030fadaa8e538b020f0a387421a12de9319dc93368"},
-          {2 | kHardenedBit, "cbce0d719ecf7431d88e6a89fa1483e02e35092af60c042b1df2ff59fa424dca"},
-          {2, "0f479245fb19a38a1954c5c7c0ebab2f9bdfd96a17563ef28a6a4b1a2a764ef4"},
-          {1'000'000'000, "471b76e389e528d6de6d816857e012c5455051cad6660850e58372a6c3e6e7c8"}},
-         "c783e67b921d2beb8f6b389cc646d7263b4145701dadd2161548a8b078e65e9e"},
         {"fffcf9f6f3f0edeae7e4e1dedbd8d5d2cfccc9c6c3c0bdbab7b4b1aeaba8a5a29f9c999693908d8a8784817e7b7875726f"
          "6c696663605d5a5754514e4b484542",
          {{0, "abe74a98f6c7eabee0428f53798f0ab8aa1bd37873999041703c742f15ac7e1e"},
@@ -91,7 +89,7 @@ TEST(ChildKeys, AreThoseOfThePublishedVectorsAndOfNoParentOutsideTheGroup) {
           {1 | kHardenedBit, "3a2086edd7d9df86c3487a5905a1712a9aa664bce8cc268141e07549eaa8661d"}},
          "a48ee6674c5264a237703fd383bccd9fad4d9378ac98ab05e6e7029b06360c0d"},
     };
-    ExtendedKey child;
+    ExtendedKey child, parent;
     for (const auto& chain : chains) {
         ExtendedKey node = MasterOf(chain.seed);
         for (const auto& [index, key] : chain.levels) {
@@ -101,99 +99,81 @@ TEST(ChildKeys, AreThoseOfThePublishedVectorsAndOfNoParentOutsideTheGroup) {
         }
         EXPECT_EQ(HexEncode(node.chain_code), chain.last_chain_code);
     }
-    ExtendedKey parent;
     EXPECT_FALSE(DeriveChildKey(parent, 0, child)) << "zero has no public key";
     parent.key.fill(0xff);
-    EXPECT_FALSE(DeriveChildKey(parent, 0, child));
-    EXPECT_FALSE(DeriveChildKey(parent, kHardenedBit, child));
+    EXPECT_FALSE(DeriveChildKey(parent, 0, child) || DeriveChildKey(parent, kHardenedBit, child));
 }
 
-TEST_F(KeyDerivation, TellsAPhraseFromWhatIsNone) {
+TEST_F(Keys, APhraseIsToldFromWhatIsNone) {
     const std::string eleven =
         "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon";
-    const struct {
-        std::string phrase;
-        bool valid;
-        const char* why;
-    } rows[] = {
-        {kTestPhrase, true, "zero entropy, published"},
-        {"legal winner thank year wave sausage worth useful legal winner thank yellow", true, "published"},
-        {"letter advice cage absurd amount doctor acoustic avoid letter advice cage above", true,
-         "published"},
-        {"zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong", true, "published, all ones"},
-        {"LEGAL Winner thank year wave sausage worth useful legal winner thank yelloW", true, "any case"},
-        {" \tlegal  winner\tthank year wave sausage worth useful legal winner thank yellow  ", true,
-         "blanks"},
-        {eleven + " abandon", false, "checksum"},
-        {"winner legal thank year wave sausage worth useful legal winner thank yellow", false, "order"},
-        {eleven, false, "eleven words"},
-        {eleven + " about about", false, "thirteen words"},
-        {"", false, "no words"},
-        {"   ", false, "blanks alone"},
-        {eleven + "\nabout", false, "a line break is part of a word"},
-        {eleven + " about\n", false, "at the end too"},
-        {eleven + " abou", false, "the beginning of a word"},
-        {eleven + " abouts", false, "more than a word"},
-        {eleven + " aboutaboutabout", false, "longer than every word"},
-        {eleven + std::string(" about\0", 7), false, "a zero byte"},
-        {eleven + " \xc3\xa4\x62out", false, "a letter outside ASCII"},
-        {eleven + " abandon " + eleven + " art", false, "twenty-four words, legal in BIP39 and refused here"},
+    // Four published ones, then in any case and with any blanks.
+    for (const char* phrase :
+         {kTestPhrase, "legal winner thank year wave sausage worth useful legal winner thank yellow",
+          "letter advice cage absurd amount doctor acoustic avoid letter advice cage above",
+          "zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong",
+          "LEGAL Winner thank year wave sausage worth useful legal winner thank yelloW",
+          " \tlegal  winner\tthank year wave sausage worth useful legal winner thank yellow  "}) {
+        wallet_keys.mnemonic = phrase;
+        EXPECT_TRUE(ValidateMnemonic()) << phrase;
+    }
+    const std::pair<std::string, const char*> none[] = {
+        {eleven + " abandon", "checksum"},
+        {"winner legal thank year wave sausage worth useful legal winner thank yellow", "order"},
+        {eleven, "eleven words"},
+        {eleven + " about about", "thirteen words"},
+        {"   ", "no words"},
+        {eleven + "\nabout", "a line break is part of a word"},
+        {eleven + " about\n", "at the end too"},
+        {eleven + " abou", "the beginning of a word"},
+        {eleven + " abouts", "more than a word"},
+        {eleven + " aboutaboutabout", "longer than every word"},
+        {eleven + std::string(" about\0", 7), "a zero byte"},
+        {eleven + " \xc3\xa4\x62out", "a letter outside ASCII"},
+        {eleven + " abandon " + eleven + " art", "twenty-four words, legal in BIP39 and refused here"},
     };
-    for (const auto& row : rows) {
-        wallet_keys.mnemonic = row.phrase;
-        EXPECT_EQ(ValidateMnemonic(), row.valid) << row.why;
+    for (const auto& [phrase, why] : none) {
+        wallet_keys.mnemonic = phrase;
+        EXPECT_FALSE(ValidateMnemonic()) << why;
     }
 }
 
-TEST_F(KeyDerivation, ReachesThePublishedSeedAndAddress) {
+TEST_F(Keys, EveryPathIsItsFiveLevelsFromThePublishedSeed) {
     // BIP44's first account of another coin: known for this phrase from every public derivation tool.
-    const KeyPath path{44 | kHardenedBit, kHardenedBit, kHardenedBit, 0, 0};
-    ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
+    ASSERT_TRUE(Derive({44 | kHardenedBit, kHardenedBit, kHardenedBit, 0, 0}));
     EXPECT_EQ(HexEncode(wallet_keys.seed),
               "5eb00bbddcf069084889a8ab9155568165f5c453ccb85e70811aaed6f6da5fc1"
               "9a5ac40b389cd370d086206dec8aa6c43daea6690f20ad3d8d48b2d2ce9e38e4");
     EXPECT_EQ(private_hex, "e284129cc0922579a535bbf4d1a3b25773090d28c909bc0fed73b5e0222cc372");
     EXPECT_EQ(public_hex, "03aaeb52dd7494c361049de67cc680e83ebcbbbdbeb13637d92cd845f70308af5e");
     EXPECT_EQ(address, "1LqBGSKuX5yYUonjxT5qGfpUsXKYYWeabA");
-}
 
-TEST_F(KeyDerivation, EveryPathIsItsFiveLevels) {
-    const KeyPath paths[] = {ReceivePath(0),   ReceivePath(7), ReceivePath(0x7fffffff),   kIdentityPath,
-                             kEncryptionPath,  kOrdinalsPath,  ReceivePath(kHardenedBit), {0, 1, 2, 3, 4},
-                             {~0u, 0, 0, 0, 0}};
     std::string wanted;
-    for (const KeyPath& path : paths) {
-        ASSERT_TRUE(DeriveAtPath(path, private_hex, public_hex, address));
+    for (const KeyPath& path :
+         {ReceivePath(0), ReceivePath(7), ReceivePath(0x7fffffff), kIdentityPath, kEncryptionPath,
+          kOrdinalsPath, ReceivePath(kHardenedBit), KeyPath{0, 1, 2, 3, 4}, KeyPath{~0u, 0, 0, 0, 0}}) {
+        ASSERT_TRUE(Derive(path));
         EXPECT_EQ(private_hex, PrivateByLevels(path));
         ASSERT_TRUE(PublicKeyFromPrivate(private_hex, wanted));
         EXPECT_EQ(public_hex, wanted);
         EXPECT_EQ(address, AddressFromPublicKey(wanted));
     }
-    std::string error = "old";
-    ASSERT_TRUE(RefreshDerivedKeys());
-    ASSERT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error));
+    ASSERT_TRUE(DeriveEncryptionKey(public_hex, private_hex, error)) << error;
     EXPECT_EQ(private_hex, PrivateByLevels(kEncryptionPath));
     ASSERT_TRUE(PublicKeyFromPrivate(private_hex, wanted));
     EXPECT_EQ(public_hex, wanted);
-    EXPECT_EQ(error, "");
-}
 
-TEST_F(KeyDerivation, AnotherTextIsAnotherWallet) {
-    ASSERT_TRUE(DeriveAtPath(kIdentityPath, private_hex, public_hex, address));
-    const std::string lower = address;
-    std::string upper_phrase(kTestPhrase), wide_phrase(kTestPhrase);
-    std::ranges::transform(upper_phrase, upper_phrase.begin(),
-                           [](char c) { return c == ' ' ? c : static_cast<char>(c - 32); });
-    wide_phrase.insert(7, " ");
-    for (const std::string& phrase : {upper_phrase, wide_phrase}) {
-        Use(phrase);
-        ASSERT_TRUE(ValidateMnemonic());
-        ASSERT_TRUE(DeriveAtPath(kIdentityPath, private_hex, public_hex, address));
-        EXPECT_NE(address, lower);
+    // The same words in another text are another wallet.
+    ASSERT_TRUE(Derive(kIdentityPath));
+    const std::string identity = address;
+    for (const char* before : {"A", " a"}) {
+        Use(before + std::string(kTestPhrase).substr(1));
+        EXPECT_TRUE(ValidateMnemonic() && Derive(kIdentityPath));
+        EXPECT_NE(address, identity);
     }
 }
 
-TEST_F(KeyDerivation, RefreshFillsTheAddressesAndClampsShow) {
+TEST_F(Keys, RefreshFillsTheAddressesAndClampsShow) {
     wallet_keys.recv = {0, 4, 0, 0, 0, 3};
     wallet_keys.show = 9;
     ASSERT_TRUE(RefreshDerivedKeys());
@@ -205,41 +185,42 @@ TEST_F(KeyDerivation, RefreshFillsTheAddressesAndClampsShow) {
     EXPECT_EQ(wallet_keys.identity_address, "1Hg7Jm7G3DUetk4vxbAdjSf49qq3zbp8g6");
     KeyPath ordinals = kOrdinalsPath;
     ordinals[4] = 3;
-    ASSERT_TRUE(DeriveAtPath(ordinals, private_hex, public_hex, address));
+    ASSERT_TRUE(Derive(ordinals));
     EXPECT_EQ(DeriveOrdAddress(), address);
     wallet_keys.recv[5] = 0;
     EXPECT_EQ(DeriveOrdAddress(), "1Hyoxs2Lp5dKW95bFyKh2JCtwsuS8PqML8");
 
     wallet_keys.mnemonic.clear();
-    std::string error;
     EXPECT_FALSE(DeriveEncryptionKey(public_hex, private_hex, error));
     EXPECT_EQ(error, "could not derive Pouch encryption key");
+    public_hex = signature = "old";
+    EXPECT_FALSE(SignIdentityMessage("text", public_hex, signature, error));
+    EXPECT_EQ(error, "could not derive Pouch identity key");
     EXPECT_FALSE(RefreshDerivedKeys()) << "a cached master key does not stand in for the words";
     EXPECT_EQ(DeriveOrdAddress(), "");
-    for (const std::string& field :
-         {wallet_keys.pub, wallet_keys.address, wallet_keys.identity_pub, wallet_keys.identity_address,
-          std::string(wallet_keys.priv), public_hex, std::string(private_hex)}) {
-        EXPECT_EQ(field, "");
-    }
+    EXPECT_EQ(wallet_keys.pub + wallet_keys.address + wallet_keys.identity_pub + wallet_keys.identity_address,
+              "");
+    EXPECT_TRUE(wallet_keys.priv.empty() && private_hex.empty());
+    EXPECT_EQ(public_hex + signature, "");
 }
 
-TEST_F(KeyDerivation, ALegacyWalletDerivesNothing) {
+TEST_F(Keys, ALegacyWalletDerivesNothing) {
     ClearWalletState();
     EXPECT_FALSE(RefreshDerivedKeys());
     EXPECT_TRUE(OwnedAddresses().empty());
     wallet_keys.address = "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH";
     wallet_keys.priv = SecretString(64, '1');
     EXPECT_TRUE(RefreshDerivedKeys());
-    EXPECT_EQ(wallet_keys.identity_pub, "");
-    EXPECT_EQ(DeriveOrdAddress(), "");
-    std::string error;
+    EXPECT_EQ(wallet_keys.identity_pub + DeriveOrdAddress(), "");
     EXPECT_FALSE(DeriveEncryptionKey(public_hex, private_hex, error));
+    EXPECT_EQ(error, "Pouch HD wallet not connected");
+    error.clear();
+    EXPECT_FALSE(SignIdentityMessage("text", public_hex, signature, error));
     EXPECT_EQ(error, "Pouch HD wallet not connected");
 
     ASSERT_EQ(OwnedAddresses().size(), 1u);
     EXPECT_EQ(OwnedAddresses()[0].path, KeyPath{});
     ASSERT_NE(FindOwnedAddress(wallet_keys.address), nullptr);
-    EXPECT_EQ(FindOwnedHash(Hash160{}), nullptr);
     wallet_keys.address = "no address";
     ASSERT_EQ(OwnedAddresses().size(), 1u);
     EXPECT_EQ(OwnedAddresses()[0].address, "no address");
@@ -263,38 +244,33 @@ void ExpectListed(const char* when) {
     }
 }
 
-TEST_F(KeyDerivation, TheListOfOwnedAddressesFollowsTheWallet) {
-    wallet_keys.recv[1] = 3;
-    ASSERT_TRUE(RefreshDerivedKeys());
+TEST_F(Keys, TheListOfOwnedAddressesFollowsTheWallet) {
+    Use(kTestPhrase, 3);
     ExpectListed("first");
     EXPECT_EQ(OwnedAddresses().data(), OwnedAddresses().data()) << "a second listing makes no new list";
     EXPECT_EQ(FindOwnedAddress("1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH"), nullptr);
     const std::string former = OwnedAddresses()[3].address;
-
-    wallet_keys.recv[1] = 6;
-    ASSERT_TRUE(RefreshDerivedKeys());
+    const auto grow_to = [](uint32_t last_receive) {
+        wallet_keys.recv[1] = last_receive;
+        ASSERT_TRUE(RefreshDerivedKeys());
+    };
+    grow_to(6);
     ExpectListed("grown");
-    wallet_keys.recv[1] = 1;
-    ASSERT_TRUE(RefreshDerivedKeys());
+    grow_to(1);
     ExpectListed("shrunk");
     EXPECT_EQ(FindOwnedAddress(former), nullptr);
-
-    Use("zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong");
-    wallet_keys.recv[1] = 1;
-    ASSERT_TRUE(RefreshDerivedKeys());
+    Use("zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong", 1);
     ExpectListed("another wallet");
 
-    wallet_keys.recv[1] = 2 * kListedUnderLock + 150;
-    ASSERT_TRUE(RefreshDerivedKeys());
+    grow_to(2 * kListedUnderLock + 150);
     EXPECT_LE(OwnedAddresses().size(), 2 + kListedUnderLock + 1) << "too many under the lock";
     EXPECT_EQ(OwnedAddresses().back().path, kIdentityPath);
     ASSERT_TRUE(ListOwnedAddresses(lock));
     ExpectListed("grown by more than one call lists");
 }
 
-TEST_F(KeyDerivation, TheWalletIsFreeWhileManyAddressesAreDerived) {
-    wallet_keys.recv[1] = kMaxReceiveIndex;
-    ASSERT_TRUE(RefreshDerivedKeys());
+TEST_F(Keys, TheWalletIsFreeWhileManyAddressesAreDerived) {
+    Use(kTestPhrase, kMaxReceiveIndex);
     std::thread other([] {
         const WalletLock other_lock(wallet_mutex);
         ClearWalletState();
@@ -305,6 +281,40 @@ TEST_F(KeyDerivation, TheWalletIsFreeWhileManyAddressesAreDerived) {
     other.join();
     lock.lock();
     EXPECT_TRUE(OwnedAddresses().empty());
+}
+
+TEST_F(Keys, TheIdentitySignsWhatTheChainsFormSaysAtFullLength) {
+    // 0x18, then "Bitcoin Signed Message:\n" in ASCII, then the length as the transaction format writes it.
+    ByteBuffer wanted = HexDecode("18426974636f696e205369676e6564204d6573736167653a0afd2c01");
+    wanted.insert(wanted.end(), 300, 'x');
+    EXPECT_EQ(SignedMessageDigest(std::string(300, 'x')), Sha256Twice(wanted));
+
+    ByteBuffer compact(64);
+    const auto sign = [&](const std::string& text) {
+        const std::string former = signature;
+        EXPECT_TRUE(SignIdentityMessage(text, public_hex, signature, error)) << error;
+        EXPECT_NE(signature, former) << "a nonce is never used twice";
+        compact = sandbox::FromBase64(signature).value_or(ByteBuffer());
+    };
+    // By the sandbox's own code.
+    const auto verifies = [&](const std::string& text) {
+        return sandbox::VerifySignedText(text, HexDecode(public_hex), compact);
+    };
+    for (const std::string& text : {std::string(), std::string("\0\xff\n", 3), std::string(70'000, 'a')}) {
+        sign(text);
+        EXPECT_EQ(public_hex, "02ded4e1e697bc768d79dd3f5c95cd56f332fdcf483c2a36933ba6c81d29bcf8b4");
+        EXPECT_TRUE(verifies(text));
+        EXPECT_FALSE(verifies(text + "x"));
+    }
+    // About one signature in 85 has an r or a low s whose first byte is zero.
+    bool short_seen = false;
+    for (int i = 0; i < 5000 && !short_seen && !HasFailure(); ++i) {
+        sign("text");
+        ASSERT_EQ(compact.size(), 64u);
+        ASSERT_LT(compact[32], 0x80) << "s is in the lower half";
+        short_seen = compact[0] == 0 || compact[32] == 0;
+    }
+    EXPECT_TRUE(short_seen && verifies("text"));
 }
 
 }  // namespace
