@@ -93,11 +93,10 @@ TEST_F(Signing, ANameThatOnlyTheRegistryKnowsSignsAndIsNotAnnounced) {
 }
 
 TEST_F(Signing, AWebRowLosesWhatDoesNotBelongInIt) {
-    json row = {{"type", "web_gate"}, {"origin", "o"}, {"path", "/p"},
-                {"nonce", "n"},       {"extra", 1},    {"handle", "x"}};
-    json expected = row;
-    for (const char* const key : {"actor", "paymail", "ts", "protocol", "location", "channel", "site_addr",
-                                  "site_sats", "fee_addr", "fee_sats", "pubkey", "sig"}) {
+    json expected = {{"type", "web_gate"}, {"origin", "o"}, {"path", "/p"}, {"nonce", "n"}, {"extra", 1}};
+    json row = expected;
+    for (const char* const key : {"handle", "actor", "paymail", "ts", "protocol", "location", "channel",
+                                  "site_addr", "site_sats", "fee_addr", "fee_sats", "pubkey", "sig"}) {
         row[key] = "former";
     }
     ASSERT_TRUE(Sign(row)) << error_;
@@ -108,28 +107,24 @@ TEST_F(Signing, AWebRowLosesWhatDoesNotBelongInIt) {
 
 TEST_F(Signing, ARowThatNobodyWouldVouchForIsRefused) {
     json row = ScoreRow();
+    const auto expect_refused = [&](const char* why) {
+        EXPECT_FALSE(Sign(row)) << why;
+        EXPECT_EQ(error_, kNotPublished) << why;
+    };
     row.update({{"type", "message"}, {"handle", ""}});
-    EXPECT_FALSE(Sign(row));
-    EXPECT_EQ(error_, kNotPublished) << "a message without a handle";
-
+    expect_refused("a message without a handle");
     row = nullptr;
-    EXPECT_FALSE(Sign(row));
-    EXPECT_EQ(error_, kNotPublished) << "a row without a field as yet";
+    expect_refused("a row without a field as yet");
     EXPECT_EQ(row["actor"], "ada");
-
-    row = ScoreRow();
     services_.box.Publish(IdentityOf(MakePlayer("ada")));
-    EXPECT_FALSE(Sign(row));
-    EXPECT_EQ(error_, kNotPublished) << "somebody else's key is published";
-
+    row = ScoreRow();
+    expect_refused("somebody else's key is published");
     row = json::array();
     EXPECT_FALSE(Sign(row));
     EXPECT_EQ(row, json::array()) << "no row at all";
 }
 
 TEST_F(Signing, TheWalletMustHaveANameAndWords) {
-    const std::string file = wallet_.StorePath("/wallets/") + kTestWalletId + "/wallet.json";
-    const std::string registry = wallet_.StorePath("/orvane_paymail.json");
     const std::pair<json, const char*> rows[] = {
         {nullptr, "Connect Pouch"},
         {{{"version", 2}, {"mnemonic", kTestPhrase}}, "Connect Pouch"},
@@ -140,8 +135,8 @@ TEST_F(Signing, TheWalletMustHaveANameAndWords) {
          "Pouch HD wallet not connected"},
     };
     for (const auto& [wallet, refusal] : rows) {
-        ASSERT_TRUE(WriteFile(file, wallet.dump()));
-        ASSERT_TRUE(WriteFile(registry, ""));
+        ASSERT_TRUE(WriteFile(WalletFilePath(), wallet.dump()));
+        ASSERT_TRUE(WriteFile(wallet_.StorePath("/orvane_paymail.json"), ""));
         wallet_.Restart();
         json row = ScoreRow();
         row.erase("sig");

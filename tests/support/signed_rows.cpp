@@ -1,18 +1,16 @@
 #include "tests/support/signed_rows.h"
 
-#include <array>
+#include <algorithm>
 #include <stdexcept>
 
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "messages/row.h"
+#include "sandbox/server/test_key.h"
 #include "wallet/protocol/address.h"
-#include "wallet/protocol/curve.h"
-#include "wallet/protocol/ecdsa.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/hashes.h"
 #include "wallet/protocol/script.h"
-#include "wallet/session/identity_signature.h"
 
 namespace brickfall {
 
@@ -57,43 +55,26 @@ json SignedScore(const TestPlayer& player, int64_t score, int64_t ts, int64_t we
 }
 
 void SignRow(const TestPlayer& player, json& row) {
-    ByteBuffer der;
-    if (!SignDigest(player.private_hex, SignedMessageDigest(CanonicalMessage(row)), der)) {
-        throw std::runtime_error("no signature");
-    }
-    const uint8_t* at = der.data();
-    const EcdsaSigPtr signature(d2i_ECDSA_SIG(nullptr, &at, static_cast<long>(der.size())));
-    std::array<uint8_t, 64> compact{};
-    BN_bn2binpad(ECDSA_SIG_get0_r(signature.get()), compact.data(), 32);
-    BN_bn2binpad(ECDSA_SIG_get0_s(signature.get()), compact.data() + 32, 32);
+    sandbox::TestKey key;
+    std::ranges::copy(HexDecode(player.private_hex), key.number.begin());
     row["pubkey"] = player.public_hex;
-    row["sig"] = Base64Encode(compact);
+    row["sig"] = sandbox::SignText(key, CanonicalMessage(row));
 }
 
 std::string TransactionBody(std::string_view txid, std::string_view payload) {
     const auto output = [](double value, int number, const ByteBuffer& script) {
         return json{{"value", value}, {"n", number}, {"scriptPubKey", {{"hex", HexEncode(script)}}}};
     };
-    const json transaction = {
-        {"txid", txid},
-        {"version", 1},
-        {"locktime", 0},
-        {"vin", {{{"txid", std::string(64, 'c')}, {"vout", 0}, {"sequence", 4294967295}}}},
-        {"vout",
-         {output(1e-8, 0, P2pkhScript({})), output(0, 1, DataCarrierScript(payload)),
-          output(0.0001, 2, P2pkhScript({}))}}};
-    return transaction.dump();
+    return json{{"txid", txid},
+                {"vout",
+                 {output(1e-8, 0, P2pkhScript({})), output(0, 1, DataCarrierScript(payload)),
+                  output(0.0001, 2, P2pkhScript({}))}}}
+        .dump();
 }
 
-std::string IdentityPath(const TestPlayer& player) { return "/api/bsvalias/id/" + Lower(player.alias) + "@"; }
-
 sandbox::Fault ReplyTo(std::string_view path, std::string body, int status) {
-    sandbox::Fault fault;
-    fault.status = status;
-    fault.body = std::move(body);
-    fault.content_type = "application/json";
-    fault.path_contains = path;
-    return fault;
+    return {sandbox::FaultKind::kReply, status, std::move(body), "application/json", {}, 0, -1,
+            std::string(path)};
 }
 
 }  // namespace brickfall

@@ -37,9 +37,6 @@ void SignRow(const TestPlayer& player, nlohmann::json& row);
 // A decoded transaction, with a payment in front of the payload.
 std::string TransactionBody(std::string_view txid, std::string_view payload);
 
-// The address of a player's public key document.
-std::string IdentityPath(const TestPlayer& player);
-
 // Answers each request whose target contains `path` so, in place of the service.
 sandbox::Fault ReplyTo(std::string_view path, std::string body, int status = 200);
 
