@@ -59,17 +59,16 @@ TEST(Faces, AProfileNamesAWebAddressOrAnInscription) {
 TEST(Faces, EachKeyIsAskedForOnceWhateverComesOfIt) {
     SandboxFixture services;
     sandbox::Sandbox& box = services.box;
-    const std::string picture = "https://ordinals.gorillapool.test/content/";
-    const auto publish = [&](const char* alias, std::string_view avatar) {
-        box.Publish(IdentityOf(MakePlayer(alias), avatar));
-    };
-    publish("ada", picture + "whole");
-    publish("bob", picture + "short");
-    publish("cyd", picture + "missing");
-    publish("dan", picture + "huge");
-    publish("eve", picture + "least");
-    publish("fay", "the-origin_0");
-    publish("ian", picture + "silent");
+    for (const auto& [alias, avatar] : {std::pair("ada", "whole"),
+                                        {"bob", "short"},
+                                        {"cyd", "missing"},
+                                        {"dan", "huge"},
+                                        {"eve", "least"},
+                                        {"ian", "silent"}}) {
+        const std::string picture = "https://ordinals.gorillapool.test/content/";
+        box.Publish(IdentityOf(MakePlayer(alias), picture + avatar));
+    }
+    box.Publish(IdentityOf(MakePlayer("fay"), "the-origin_0"));
     box.AddFault(Service::kContent, ReplyTo("whole", std::string(5'000, '\0')));
     box.AddFault(Service::kContent, ReplyTo("short", std::string(32, 'x')));
     box.AddFault(Service::kContent, ReplyTo("least", std::string(33, 'x')));
@@ -79,14 +78,11 @@ TEST(Faces, EachKeyIsAskedForOnceWhateverComesOfIt) {
     box.AddFault(Service::kPaymail, ReplyTo("/gus@", "]moo["));
 
     std::vector<ScoreRow> rows = {Named("", "", "1BoatSLRHtKNngkdXEeobR76b53LETtpyT"), Named("")};
-    const char* const handles[] = {"ada", "bob", "ada@orvane.test",
-                                   "cyd", "dan", "ada",
-                                   "eve", "fay", "gus",
-                                   "hal", "i j", "k\r\nHost: l",
-                                   "ian", "ian", "gus@orvane.test",
-                                   "hal", "bob", "cyd",
-                                   "dan"};
-    for (const char* const handle : handles) rows.push_back(Named(handle));
+    for (const std::string handle :
+         {"ada", "bob", "ada@orvane.test", "cyd", "dan", "ada", "eve", "fay", "gus", "hal", "i j",
+          "k\r\nHost: l", "ian", "ian", "gus@orvane.test", "hal", "bob", "cyd", "dan"}) {
+        rows.push_back(Named(handle));
+    }
     // A picture as wide as its file is long; 5,000 bytes are no picture, and of 6,000 the memory is not
     // there.
     const FaceDecoder decode = [](const std::string& file, int max_side) -> std::optional<Image> {
