@@ -101,10 +101,13 @@ TEST(LocalScores, TheMergedWeekIsThatOfASearchAndAStableSort) {
         for (const LocalScore& chain : *local_scores()) {
             rows.push_back(Row(chain.paymail, chain.pay_addr, chain.score, chain.txid));
         }
-        std::vector<ScoreRow> expected = rows;
+        std::vector<ScoreRow> expected = rows, one_by_one = rows;
         for (const LocalScore& local : snapshot.week_scores) {
-            if (local.week == kTestWeek) AddBySearch(expected, local);
+            if (local.week != kTestWeek) continue;
+            AddBySearch(expected, local);
+            AddLocalRow(one_by_one, local.paymail, local.pay_addr, local.score, local.txid);
         }
+        RC_ASSERT(Show(one_by_one) == Show(expected));
         std::stable_sort(expected.begin(), expected.end(),
                          [](const ScoreRow& a, const ScoreRow& b) { return a.score > b.score; });
         if (expected.size() > 20) expected.resize(20);
