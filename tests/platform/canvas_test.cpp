@@ -13,16 +13,18 @@ constexpr Color kPaper = Rgb(0x040A08);
 
 using Drawing = std::function<void(Canvas&)>;
 
-Image Drawn(const Drawing& body, int scale = 1) {
+Image OnPaper(Size size, const Drawing& body, int scale = 1) {
     return DrawToImage(
-        {40, 30},
+        size,
         [&](Canvas& canvas) {
-            EXPECT_EQ(canvas.Extent(), (Size{40, 30}));
-            canvas.Fill({0, 0, 40, 30}, kPaper);
+            EXPECT_EQ(canvas.Extent(), size);
+            canvas.Fill({0, 0, size.w, size.h}, kPaper);
             body(canvas);
         },
         scale);
 }
+
+Image Drawn(const Drawing& body, int scale = 1) { return OnPaper({40, 30}, body, scale); }
 
 // The picture as rows of '#' for ink, '.' for paper and '+' for anything between.
 std::vector<std::string> Rows(const Image& image, const Rect& part) {
@@ -30,8 +32,7 @@ std::vector<std::string> Rows(const Image& image, const Rect& part) {
     for (int y = part.y; y < part.Bottom(); ++y) {
         std::string row;
         for (int x = part.x; x < part.Right(); ++x) {
-            const Color pixel = PixelOf(image, x, y);
-            row += pixel == kInk ? '#' : pixel == kPaper ? '.' : '+';
+            row += PixelOf(image, x, y) == kInk ? '#' : PixelOf(image, x, y) == kPaper ? '.' : '+';
         }
         rows.push_back(row);
     }
@@ -46,8 +47,6 @@ TEST(Canvas, DrawsStraightThingsSharp) {
     const auto frame = [](Rect rect, int width) -> Drawing {
         return [=](Canvas& c) { c.FrameRoundRect(rect, 0, kInk, width); };
     };
-    const Rect square = {0, 0, 4, 4};
-    const Point corner = {4, 3};
     const struct {
         const char* what;
         Drawing body;
@@ -55,13 +54,19 @@ TEST(Canvas, DrawsStraightThingsSharp) {
     } kCases[] = {
         {"fill", fill({1, 1, 3, 2}), {".....", ".###.", ".###.", "....."}},
         {"empty fill", fill({3, 3, -2, 0}), {".....", ".....", ".....", "....."}},
-        {"pixel", [&](Canvas& c) { c.Pixel(corner, kInk); }, {".....", ".....", ".....", "....#"}},
+        {"pixel",
+         [&](Canvas& c) {
+             c.Pixel({4, 3}, kInk);
+         },
+         {".....", ".....", ".....", "....#"}},
         {"line with both ends", line({3, 1}, {1, 1}), {".....", ".###.", ".....", "....."}},
         {"line down", line({2, 0}, {2, 2}), {"..#..", "..#..", "..#..", "....."}},
         {"line of one", line({2, 2}, {2, 2}), {".....", ".....", "..#..", "....."}},
         {"wide line", line({1, 1}, {2, 1}, 3), {".##..", ".##..", ".##..", "....."}},
         {"bevel",
-         [&](Canvas& c) { Bevel(c, square, kInk, Rgb(0xFFFFFF)); },
+         [](Canvas& c) {
+             Bevel(c, {0, 0, 4, 4}, kInk, Rgb(0xFFFFFF));
+         },
          {"###+.", "#..+.", "#..+.", "++++."}},
         {"frame without corners", frame({1, 0, 4, 4}, 1), {".####", ".#..#", ".#..#", ".####"}},
         {"thick frame", frame({0, 0, 5, 4}, 2), {"#####", "#####", "#####", "#####"}},
@@ -69,6 +74,10 @@ TEST(Canvas, DrawsStraightThingsSharp) {
     for (const auto& a_case : kCases) {
         EXPECT_EQ(Rows(Drawn(a_case.body), {0, 0, 5, 4}), a_case.expected) << a_case.what;
     }
+    const Image denser = Drawn([](Canvas& c) { c.Pixel({1, 1}, kInk); }, 2);
+    EXPECT_EQ(denser.w, 80);
+    EXPECT_EQ(Rows(denser, {1, 1, 4, 4}), (std::vector<std::string>{"....", ".##.", ".##.", "...."}));
+    EXPECT_TRUE(DrawToImage({0, 5}, [](Canvas&) {}).Empty());
 }
 
 TEST(Canvas, RoundsWithinTheGivenRectangle) {
@@ -77,20 +86,14 @@ TEST(Canvas, RoundsWithinTheGivenRectangle) {
     const struct {
         const char* what;
         Drawing body;
-        bool middle;
-        bool corner;
+        bool middle, corner;
     } kCases[] = {
         {"disc", [&](Canvas& c) { c.FillEllipse(box, kInk); }, true, false},
         {"ring", [&](Canvas& c) { c.FrameEllipse(box, kInk, 2); }, false, false},
         {"round frame", [&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); }, false, false},
         {"round clip", [&](Canvas& c) { c.ClipRoundRect(box, 14, [&] { fill_all(c); }); }, true, false},
         {"clipped disc", [&](Canvas& c) { c.ClipEllipse(box, [&] { fill_all(c); }); }, true, false},
-        {"a clip that has ended",
-         [&](Canvas& c) {
-             c.ClipEllipse(box, [] {});
-             c.Fill(box, kInk);
-         },
-         true, true},
+        {"a clip's end", [&](Canvas& c) { c.ClipEllipse(box, [] {}), c.Fill(box, kInk); }, true, true},
     };
     for (const auto& a_case : kCases) {
         SCOPED_TRACE(a_case.what);
@@ -104,13 +107,6 @@ TEST(Canvas, RoundsWithinTheGivenRectangle) {
     // The straight parts of a round frame are as sharp as a line.
     const Image frame = Drawn([&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); });
     EXPECT_EQ(Rows(frame, {13, 5, 4, 2}), (std::vector<std::string>{"####", "...."}));
-}
-
-TEST(Canvas, CoversMoreOfADenserDevice) {
-    const Image image = Drawn([](Canvas& c) { c.Pixel({1, 1}, kInk); }, 2);
-    EXPECT_EQ(image.w, 80);
-    EXPECT_EQ(Rows(image, {1, 1, 4, 4}), (std::vector<std::string>{"....", ".##.", ".##.", "...."}));
-    EXPECT_TRUE(DrawToImage({0, 5}, [](Canvas&) {}).Empty());
 }
 
 TEST(Canvas, PutsPicturesOverWhatIsThere) {
@@ -137,11 +133,9 @@ TEST(Canvas, PutsPicturesOverWhatIsThere) {
 TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {
     const struct {
         const char* family;
-        int height;
-        int weight;
-    } kAsked[] = {{"Segoe UI", 16, 400}, {"Segoe UI", 18, 400},    {"Segoe UI", 40, 700},
-                  {"Segoe UI", 72, 900}, {"Georgia", 28, 700},     {"Georgia", 32, 700},
-                  {"Consolas", 22, 600}, {"No Such Face", 20, 400}};
+        int height, weight;
+    } kAsked[] = {{"Segoe UI", 16, 400}, {"Segoe UI", 40, 700}, {"Segoe UI", 72, 900},
+                  {"Georgia", 28, 700},  {"Consolas", 22, 600}, {"No Such Face", 20, 400}};
     for (const auto& asked : kAsked) {
         SCOPED_TRACE(asked.family + std::to_string(asked.height));
         const Font font = MakeFont(asked.family, asked.height, asked.weight, FontQuality::kClearType);
@@ -152,8 +146,7 @@ TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {
         EXPECT_EQ(MeasureText(font, "").w, 0);
         // A line holds its glyphs, from the ascenders to the descenders.
         const int h = size.h;
-        const Image image = DrawToImage({size.w + 20, h + 20}, [&](Canvas& c) {
-            c.Fill({0, 0, size.w + 20, h + 20}, kPaper);
+        const Image image = OnPaper({size.w + 20, h + 20}, [&](Canvas& c) {
             c.Text({10, 10, size.w, h}, "Wg", font, kInk);
         });
         EXPECT_EQ(PixelOf(image, 10 + size.w / 2, 9), kPaper);
@@ -166,27 +159,19 @@ TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {
     EXPECT_GT(MeasureText(bold, "GAME OVER").w, MeasureText(regular, "GAME OVER").w);
 }
 
-// The leftmost and rightmost columns with ink, or -1.
-std::pair<int, int> InkedColumns(const Image& image) {
-    std::pair<int, int> columns = {-1, -1};
-    for (int x = 0; x < image.w; ++x) {
-        for (int y = 0; y < image.h; ++y) {
-            if (PixelOf(image, x, y) == kPaper) continue;
-            if (columns.first < 0) columns.first = x;
-            columns.second = x;
-        }
-    }
-    return columns;
-}
-
 TEST(Canvas, AlignsTextClipsItAndEndsItInAnEllipsis) {
     const Font font = MakeFont("Segoe UI", 18, 400, FontQuality::kAntialiased);
-    const Rect box = {10, 10, 100, 20};
-    const auto columns = [&](std::string_view text, AlignX x, bool ellipsis = false) {
-        return InkedColumns(DrawToImage({140, 40}, [&](Canvas& c) {
-            c.Fill({0, 0, 140, 40}, kPaper);
-            c.Text(box, text, font, kInk, x, AlignY::kCentre, ellipsis);
-        }));
+    // The leftmost and rightmost columns with ink, or -1, of text in a box from 10 to 109.
+    const auto columns = [&](std::string_view text, AlignX align, bool ellipsis = false) {
+        const Image image = OnPaper({140, 40}, [&](Canvas& c) {
+            c.Text({10, 10, 100, 20}, text, font, kInk, align, AlignY::kCentre, ellipsis);
+        });
+        std::pair<int, int> found = {-1, -1};
+        for (int x = 0; x < image.w; ++x) {
+            if (Inked(image, {x, 0, 1, image.h}, kPaper) == 0) continue;
+            found = {found.first < 0 ? x : found.first, x};
+        }
+        return found;
     };
     EXPECT_NEAR(columns("HH", AlignX::kLeft).first, 11, 2);
     EXPECT_NEAR(columns("HH", AlignX::kRight).second, 108, 2);
@@ -195,9 +180,8 @@ TEST(Canvas, AlignsTextClipsItAndEndsItInAnEllipsis) {
 
     const std::string text(60, 'H');
     for (const AlignX x : {AlignX::kLeft, AlignX::kCentre, AlignX::kRight}) {
-        const auto cut = columns(text, x);
-        EXPECT_GE(cut.first, 10);
-        EXPECT_LE(cut.second, 109);
+        EXPECT_GE(columns(text, x).first, 10);
+        EXPECT_LE(columns(text, x).second, 109);
     }
     const auto ended = columns(text, AlignX::kLeft, /*ellipsis=*/true);
     EXPECT_LE(ended.second, 109);

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <memory>
 #include <thread>
-#include <vector>
 
 #include "tests/platform/platform_fixture.h"
 
@@ -13,52 +12,47 @@ namespace {
 
 TEST(Messages, FreeTheirPayloadOnEveryPath) {
     std::atomic<int> alive = 0;
-    const auto payload = [&] { return std::make_unique<Counted>(alive); };
+    NotedWindow window;
+    const auto post = [&](int number, int64_t value = 0) {
+        return PostWindowMessage(window.id, number, value, std::make_unique<Counted>(alive));
+    };
+    EXPECT_TRUE(post(1, 10));
+    EXPECT_EQ(alive, 1);
+    PumpMessages();
+    EXPECT_EQ(alive, 0) << "nobody took it";
+
     std::unique_ptr<Payload> kept;
-    {
-        NotedWindow window;
-        EXPECT_TRUE(PostWindowMessage(window.id, 1, 10, payload()));
-        EXPECT_EQ(alive, 1);
-        PumpMessages();
-        EXPECT_EQ(alive, 0) << "nobody took it";
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kPosted) kept = std::move(message.payload);
+        return false;
+    };
+    EXPECT_TRUE(post(2, -20));
+    EXPECT_EQ(window.TakePumped(), (Notes{"create", "posted 1 10", "posted 2 -20"}));
+    EXPECT_EQ(alive, 1);
+    kept.reset();
 
-        window.handle = [&](Message& message) {
-            if (message.type == MessageType::kPosted) kept = std::move(message.payload);
-            return false;
-        };
-        EXPECT_TRUE(PostWindowMessage(window.id, 2, -20, payload()));
-        PumpMessages();
-        EXPECT_EQ(alive, 1);
-        kept.reset();
-        EXPECT_EQ(window.Take(), (Notes{"create", "posted 1 10", "posted 2 -20"}));
-
-        // A message to a window that its own predecessor destroys.
-        window.handle = [&](Message& message) {
-            if (message.type == MessageType::kPosted) DestroyWindow(window.id);
-            return true;
-        };
-        EXPECT_TRUE(PostWindowMessage(window.id, 3, 0, payload()));
-        EXPECT_TRUE(PostWindowMessage(window.id, 4, 0, payload()));
-        PumpMessages();
-        EXPECT_EQ(alive, 0);
-        EXPECT_FALSE(PostWindowMessage(window.id, 5, 0, payload()));
-    }
-    EXPECT_FALSE(PostWindowMessage(0, 6, 0, payload()));
+    // A message to a window that its own predecessor destroys.
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kPosted) DestroyWindow(window.id);
+        return true;
+    };
+    EXPECT_TRUE(post(3) && post(4));
+    PumpMessages();
     EXPECT_EQ(alive, 0);
-}
+    EXPECT_FALSE(post(5));
+    EXPECT_FALSE(PostWindowMessage(0, 6, 0, std::make_unique<Counted>(alive)));
+    EXPECT_EQ(alive, 0);
 
-TEST(Messages, GiveADefaultForAPayloadOfAnotherType) {
     const std::unique_ptr<Payload> text = MakePayload(std::string("text"));
-    EXPECT_EQ(TakePayload<int>(text), 0);
+    EXPECT_EQ(TakePayload<int>(text), 0) << "of another type";
     EXPECT_EQ(TakePayload<std::string>(text), "text");
     EXPECT_EQ(TakePayload<std::string>(nullptr), "");
 }
 
 TEST(Messages, ArriveFromManyThreadsInTheOrderOfEachUntilTheWindowGoes) {
     constexpr int kThreads = 3, kMessages = 2'000;
-    std::atomic<int> alive = 0;
-    int last[kThreads] = {-1, -1, -1};
-    int arrived = 0;
+    std::atomic<int> alive = 0, running = kThreads;
+    int last[kThreads] = {-1, -1, -1}, arrived = 0;
     NotedWindow window;
     window.handle = [&](Message& message) {
         if (message.type != MessageType::kPosted) return false;
@@ -67,7 +61,6 @@ TEST(Messages, ArriveFromManyThreadsInTheOrderOfEachUntilTheWindowGoes) {
         if (++arrived == kMessages) DestroyWindow(window.id);  // in the middle of it
         return true;
     };
-    std::atomic<int> running = kThreads;
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([&, thread] {

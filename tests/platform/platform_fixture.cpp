@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <optional>
-#include <string>
 
 #include "base/files.h"
 
@@ -45,48 +44,35 @@ class PlatformOffScreen : public ::testing::Environment {
 
 [[maybe_unused]] const auto* const environment = ::testing::AddGlobalTestEnvironment(new PlatformOffScreen);
 
-}  // namespace
-
+// One word for the type, and what belongs to it.
 std::string Describe(const Message& message) {
-    static const char* const keys[] = {"left", "right", "space", "p", "escape", "other"};
-    const std::string key = keys[static_cast<int>(message.key)];
-    const std::string id = std::to_string(message.id);
+    static const char* const kTypes[] = {"create", "destroy", "close", "size",  "move end",
+                                         "paint",  "down",    "up",    "timer", "command",
+                                         "scroll", "posted",  "style", "button"};
+    static const char* const kKeys[] = {"left", "right", "space", "p", "escape", "other"};
+    const std::string type = kTypes[static_cast<int>(message.type)], id = " " + std::to_string(message.id);
     switch (message.type) {
-        case MessageType::kCreate:
-            return "create";
-        case MessageType::kDestroy:
-            return "destroy";
-        case MessageType::kClose:
-            return "close";
         case MessageType::kSize:
-            return "size " + std::to_string(message.size.w) + " " + std::to_string(message.size.h);
-        case MessageType::kMoveEnd:
-            return "move end";
-        case MessageType::kPaint:
-            return "paint";
+            return type + " " + std::to_string(message.size.w) + " " + std::to_string(message.size.h);
         case MessageType::kKeyDown:
-            return "down " + key + (message.is_repeat ? " again" : "");
         case MessageType::kKeyUp:
-            return "up " + key;
+            return type + " " + kKeys[static_cast<int>(message.key)] + (message.is_repeat ? " again" : "");
         case MessageType::kTimer:
-            return "timer " + id;
         case MessageType::kCommand:
-            return "command " + id;
+            return type + id;
         case MessageType::kScroll:
-            return "scroll " + id + " " + std::to_string(message.value);
         case MessageType::kPosted:
-            return "posted " + id + " " + std::to_string(message.value);
-        case MessageType::kTextStyle:
-            return "style " + id;
-        case MessageType::kPaintButton:
-            return "button " + id;
+            return type + id + " " + std::to_string(message.value);
+        default:
+            return type;
     }
-    return "?";
 }
 
-NotedWindow::NotedWindow(WindowOptions options, bool show) {
+}  // namespace
+
+NotedWindow::NotedWindow(WindowOptions options) {
     id = OpenWindow(options, [this](WindowId, Message& message) { return OnMessage(message); });
-    if (show) ShowWindow(id);
+    ShowWindow(id);
     PumpMessages();
 }
 
@@ -98,9 +84,10 @@ NotedWindow::~NotedWindow() {
 
 bool NotedWindow::OnMessage(Message& message) {
     if (handle && handle(message)) return true;
+    const Rect whole = {0, 0, message.size.w, message.size.h};
     switch (message.type) {
         case MessageType::kPaint:
-            message.canvas->Fill({0, 0, message.size.w, message.size.h}, Rgb(0x060C0A));
+            message.canvas->Fill(whole, Rgb(0x060C0A));
             return true;
         case MessageType::kTextStyle:
             message.style = style;
@@ -108,36 +95,12 @@ bool NotedWindow::OnMessage(Message& message) {
         case MessageType::kPaintButton:
             button = message.button;
             painted_disabled = button.disabled ? message.id : painted_disabled;
-            message.canvas->Fill({0, 0, message.size.w, message.size.h}, Rgb(0x146448));
+            message.canvas->Fill(whole, Rgb(0x146448));
             return true;
         default:
             notes.push_back(Describe(message));
             return false;
     }
-}
-
-Color PixelOf(const Image& image, int x, int y) {
-    const auto at =
-        static_cast<std::size_t>(y) * static_cast<std::size_t>(image.w) + static_cast<std::size_t>(x);
-    return at < image.pixels.size() ? Rgb(image.pixels[at] & 0xFFFFFF) : Color{};
-}
-
-int Inked(const Image& image, const Rect& rect, Color background) {
-    int inked = 0;
-    for (int y = rect.y; y < rect.Bottom(); ++y) {
-        for (int x = rect.x; x < rect.Right(); ++x) inked += !(PixelOf(image, x, y) == background);
-    }
-    return inked;
-}
-
-void PrintTo(const Color& color, std::ostream* out) {
-    *out << int{color.r} << "," << int{color.g} << "," << int{color.b};
-}
-
-void PrintTo(const Size& size, std::ostream* out) { *out << size.w << "x" << size.h; }
-
-void PrintTo(const Rect& rect, std::ostream* out) {
-    *out << rect.x << "," << rect.y << " " << rect.w << "x" << rect.h;
 }
 
 }  // namespace brickfall

@@ -25,15 +25,14 @@ TEST(Windows, EndInOrderAndLeaveIdsThatDoNothing) {
     const WindowId main = OpenWindow({.size = {400, 300}}, noting("main"));
     const WindowId child = OpenChild(main, {0, 0, 50, 50}, {}, noting("child"));
     const WindowId tool = OpenWindow(Tool(main), noting("tool"));
-    for (const WindowId window : {main, child, tool})
+    for (const WindowId window : {main, child, tool}) {
         CreateText(window, 1, {0, 0, 80, 20}, "stands", nullptr);
-    ShowWindow(main);
-    ShowWindow(tool);
+        ShowWindow(window);
+    }
     PumpMessages();
     DestroyWindow(main);
     EXPECT_EQ(order, (Notes{"tool stands", "main stands", "child stands"}));
     PumpMessages();
-
     for (const WindowId gone : {main, child, tool, WindowId{0}, tool + 1'000}) {
         EXPECT_FALSE(WindowExists(gone));
         DestroyWindow(gone);
@@ -65,16 +64,9 @@ TEST(Windows, MayBeDestroyedByWhateverTheyAreTold) {
         {"a key", MessageType::kKeyDown, [](WindowId id) { PressKey(id, Key::kP); }},
         {"a key's release", MessageType::kKeyUp, [](WindowId id) { ReleaseKey(id, Key::kP); }},
         {"a button", MessageType::kCommand, [](WindowId id) { ClickControl(id, 1); }},
-        {"a button by key", MessageType::kCommand,
-         [](WindowId id) {
-             FocusControl(id, 1);
-             TypeText("\n");
-         }},
+        {"a button by key", MessageType::kCommand, [](WindowId id) { FocusControl(id, 1), TypeText("\n"); }},
         {"a track bar", MessageType::kScroll,
-         [](WindowId id) {
-             FocusControl(id, 2);
-             PressKey(id, Key::kRight);
-         }},
+         [](WindowId id) { FocusControl(id, 2), PressKey(id, Key::kRight); }},
         {"a timer", MessageType::kTimer, [](WindowId id) { FireTimer(id, 1); }},
         {"a post", MessageType::kPosted, [](WindowId id) { PostWindowMessage(id, 1); }},
         {"its frame", MessageType::kClose, [](WindowId id) { CloseByFrame(id); }},
@@ -101,7 +93,7 @@ TEST(Windows, MayBeDestroyedByWhateverTheyAreTold) {
         PumpMessages();
         EXPECT_EQ(told, 1);
         EXPECT_FALSE(WindowExists(window.id));
-        EXPECT_TRUE(window.Noted("destroy"));
+        EXPECT_EQ(window.Times("destroy"), 1);
         EXPECT_TRUE(WindowExists(owner.id));
     }
 }
@@ -111,7 +103,7 @@ TEST(Windows, CloseUnlessTheProcedureSaysOtherwise) {
     main.handle = [](Message& message) { return message.type == MessageType::kClose; };
     EXPECT_FALSE(CloseByFrame(main.id));
     PressKey(main.id, Key::kEscape);
-    EXPECT_TRUE(main.Noted("down escape")) << "a key like another where it closes nothing";
+    EXPECT_EQ(main.Times("down escape"), 1) << "a key like another where it closes nothing";
 
     NotedWindow tool(Tool(main.id));
     PressKey(tool.id, Key::kEscape);
@@ -124,56 +116,32 @@ TEST(Windows, CloseUnlessTheProcedureSaysOtherwise) {
 TEST(Windows, CountTheirFrameOrNotAsAskedAndTellEachSizeOnce) {
     NotedWindow window({.title = "Sized", .size = {500, 400}});
     const Size frame = FrameSize(window.id);
-    EXPECT_EQ(WindowRect(window.id).w, 500);
-    EXPECT_EQ(WindowRect(window.id).h, 400);
+    const Rect made = WindowRect(window.id);
+    EXPECT_EQ((Size{made.w, made.h}), (Size{500, 400}));
     EXPECT_EQ(ClientSize(window.id), (Size{500 - frame.w, 400 - frame.h}));
     EXPECT_EQ(window.Take(), (Notes{"create"})) << "the size that it was made with is no change";
 
-    ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
-    ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
+    for (int i = 0; i < 2; ++i) ResizeWindow(window.id, {300 + frame.w, 200 + frame.h});
     EXPECT_EQ(window.Take(), (Notes{"size 300 200"})) << "at once, and once";
     SetMinimumSize(window.id, {100, 100}, {320 + frame.w, 40});
     EXPECT_EQ(window.Take(), (Notes{"size 320 200"}));
     ResizeWindow(window.id, {10, 10});
-    PumpMessages();
-    EXPECT_EQ(window.Take(), (Notes{"size 320 100"}));
+    EXPECT_EQ(window.TakePumped(), (Notes{"size 320 100"}));
 
     MoveWindow(window.id, {40, 30});
     PumpMessages();
     const Rect normal = {40, 30, 320 + frame.w, 100 + frame.h};
     EXPECT_EQ(WindowRect(window.id), normal);
-    ShowWindow(window.id, ShowState::kMaximized);
-    PumpMessages();
-    EXPECT_TRUE(IsMaximized(window.id));
-    EXPECT_GT(ClientSize(window.id).w, 320);
-    EXPECT_EQ(NormalRect(window.id), normal);
-    ShowWindow(window.id, ShowState::kMinimized);
-    PumpMessages();
-    EXPECT_TRUE(IsMinimized(window.id));
-    EXPECT_EQ(NormalRect(window.id), normal);
+    for (const ShowState state : {ShowState::kMaximized, ShowState::kMinimized}) {
+        ShowWindow(window.id, state);
+        PumpMessages();
+        EXPECT_EQ(IsMinimized(window.id), state == ShowState::kMinimized);
+        EXPECT_TRUE(IsMinimized(window.id) || (IsMaximized(window.id) && ClientSize(window.id).w > 320));
+        EXPECT_EQ(NormalRect(window.id), normal);
+    }
     BringToFront(window.id);
     EXPECT_FALSE(IsMinimized(window.id));
-
-    NotedWindow tool(Tool(window.id));
-    EXPECT_EQ(ClientSize(tool.id), (Size{300, 200}));
-}
-
-// A desktop with a bar of 40 pixels at its bottom.
-TEST(Windows, ComeUpInsideTheWorkArea) {
-    const Rect work = {0, 0, 500, 360};
-    const struct {
-        Rect rect, inside;
-    } kCases[] = {{{10, 20, 300, 200}, {10, 20, 300, 200}},
-                  {{250, 200, 300, 200}, {200, 160, 300, 200}},
-                  {{-30, -40, 300, 200}, {0, 0, 300, 200}},
-                  {{90, 90, 600, 500}, {0, 0, 600, 500}}};
-    for (const auto& a_case : kCases) EXPECT_EQ(a_case.rect.MovedInside(work), a_case.inside);
-    PretendMonitors({{{0, 0, 9'000, 9'000}, {700, 800, 2'000, 1'000}}});
-    const NotedWindow window({.title = "Low", .size = {300, 200}});
-    EXPECT_EQ(WindowRect(window.id), (Rect{700, 800, 300, 200}));
-    SetMinimumSize(window.id, {3'000, 10}, {10, 600});
-    EXPECT_EQ(WindowRect(window.id), (Rect{700, 800, 2'000, 600})) << "no more than there is room for";
-    PretendMonitors({});
+    EXPECT_EQ(ClientSize(NotedWindow(Tool(window.id)).id), (Size{300, 200}));
 }
 
 // What the player sees while the program cannot answer, and what becomes of a hand that does not wait.
@@ -182,8 +150,7 @@ TEST(Waiting, ShowsItselfAtOnceAndDropsWhatIsClickedAndTypedMeanwhile) {
     CreateButton(window.id, 1, {20, 20, 100, 30}, "Pay", nullptr);
     CreateButton(window.id, 2, {20, 60, 100, 30}, "Other", nullptr);
     FocusControl(window.id, 1);
-    PumpMessages();
-    window.Take();
+    window.TakePumped();
     const auto click = [&window](int control) {
         const Rect rect = ControlRect(window.id, control);
         PressPointer(window.id, {rect.x + 5, rect.y + 5});
@@ -201,24 +168,18 @@ TEST(Waiting, ShowsItselfAtOnceAndDropsWhatIsClickedAndTypedMeanwhile) {
         // These have happened before the loop is back.
         click(2);
         TypeText("\n");
-        PressKey(window.id, Key::kP);
-        ReleaseKey(window.id, Key::kP);
+        window.TapKey(Key::kP);
         return false;
     };
     click(1);
     click(2);  // in the same breath, and not told yet when the wait begins
     PumpMessages();
-    const auto told = [notes = window.Take()](const std::string& note) {
-        return std::count(notes.begin(), notes.end(), note);
-    };
-    EXPECT_EQ(told("command 1"), 1);
-    EXPECT_EQ(told("command 2"), 0);
-    EXPECT_EQ(told("down p"), 0);
-    EXPECT_EQ(told("up p"), 0);
+    EXPECT_EQ(window.Times("command 1"), 1);
+    for (const char* const note : {"command 2", "down p", "up p"}) EXPECT_EQ(window.Times(note), 0) << note;
     window.handle = nullptr;
+    window.Take();
     click(2);
-    PumpMessages();
-    EXPECT_EQ(window.Take(), (Notes{"command 2"})) << "from then on as ever";
+    EXPECT_EQ(window.TakePumped(), (Notes{"command 2"})) << "from then on as ever";
 }
 
 TEST(Windows, PaintTheirChildrenAboveThemselves) {
@@ -226,14 +187,13 @@ TEST(Windows, PaintTheirChildrenAboveThemselves) {
     const WindowId child = OpenChild(window.id, {50, 20, 60, 40}, Rgb(0xFF0000), nullptr);
     CreateText(child, 1, {10, 10, 20, 20}, "", nullptr);
     PumpMessages();
-    Image shot = GrabWindow(window.id);
-    EXPECT_EQ(PixelOf(shot, 49, 20), Rgb(0x060C0A));
-    EXPECT_EQ(PixelOf(shot, 50, 20), Rgb(0xFF0000)) << "unpainted, it shows its background";
-    EXPECT_EQ(PixelOf(shot, 109, 59), Rgb(0xFF0000));
+    const auto shown = [&window](int x, int y) { return PixelOf(GrabWindow(window.id), x, y); };
+    EXPECT_EQ(shown(49, 20), Rgb(0x060C0A));
+    EXPECT_EQ(shown(50, 20), Rgb(0xFF0000)) << "unpainted, it shows its background";
+    EXPECT_EQ(shown(109, 59), Rgb(0xFF0000));
     MoveChild(child, {0, 0, 10, 10});
     EXPECT_EQ(ChildRect(child), (Rect{0, 0, 10, 10}));
-    shot = GrabWindow(window.id);
-    EXPECT_EQ(PixelOf(shot, 50, 20), Rgb(0x060C0A));
+    EXPECT_EQ(shown(50, 20), Rgb(0x060C0A));
 }
 
 TEST(Timers, AreReplacedStoppedAndGoneWithTheirWindow) {
@@ -241,8 +201,7 @@ TEST(Timers, AreReplacedStoppedAndGoneWithTheirWindow) {
     window.Take();
     FireTimer(window.id, 41);
     EXPECT_EQ(window.Take(), Notes{}) << "not running";
-    StartTimer(window.id, 41, 60'000);
-    StartTimer(window.id, 41, 60'000);
+    for (int i = 0; i < 2; ++i) StartTimer(window.id, 41, 60'000);
     FireTimer(window.id, 41);
     EXPECT_EQ(window.Take(), (Notes{"timer 41"}));
     window.handle = [&](Message& message) {
@@ -252,24 +211,34 @@ TEST(Timers, AreReplacedStoppedAndGoneWithTheirWindow) {
     FireTimer(window.id, 41);
     EXPECT_FALSE(TimerRunning(window.id, 41));
     StartTimer(window.id, 42, 1);  // a real one
-    while (!window.Noted("timer 42")) WaitMessage();
+    while (window.Times("timer 42") == 0) WaitMessage();
     EXPECT_FALSE(TimerRunning(window.id, 42));
 }
 
-TEST(Monitors, AreFoundByWhereTheWindowIsMost) {
+TEST(Monitors, AreFoundByWhereTheWindowIsMostAndHoldTheNewOnes) {
+    const Rect area = {0, 0, 500, 360};
+    const std::pair<Rect, Rect> inside[] = {{{10, 20, 300, 200}, {10, 20, 300, 200}},
+                                            {{250, 200, 300, 200}, {200, 160, 300, 200}},
+                                            {{-30, -40, 300, 200}, {0, 0, 300, 200}},
+                                            {{90, 90, 600, 500}, {0, 0, 600, 500}}};
+    for (const auto& [rect, moved] : inside) EXPECT_EQ(rect.MovedInside(area), moved);
+
     const Monitor left = {{0, 0, 1'000, 800}, {0, 0, 1'000, 760}};
     const Monitor right = {{1'000, 0, 600, 800}, {1'000, 40, 600, 760}};
     PretendMonitors({left, right});
     NotedWindow window({.size = {200, 100}});
-    const struct {
-        Point at;
-        const Monitor& expected;
-    } kCases[] = {{{10, 10}, left},   {{850, 10}, left},      {{950, 10}, right},
-                  {{-500, 10}, left}, {{2'000, -900}, right}, {{1'300, 900}, right}};
-    for (const auto& a_case : kCases) {
-        MoveWindow(window.id, a_case.at);
-        EXPECT_EQ(MonitorOf(window.id).work, a_case.expected.work) << a_case.at.x << "," << a_case.at.y;
+    const std::pair<Point, const Monitor&> kCases[] = {{{10, 10}, left},       {{850, 10}, left},
+                                                       {{950, 10}, right},     {{-500, 10}, left},
+                                                       {{2'000, -900}, right}, {{1'300, 900}, right}};
+    for (const auto& [at, expected] : kCases) {
+        MoveWindow(window.id, at);
+        EXPECT_EQ(MonitorOf(window.id).work, expected.work) << at.x << "," << at.y;
     }
+    PretendMonitors({{{0, 0, 9'000, 9'000}, {700, 800, 2'000, 1'000}}});
+    const NotedWindow low({.title = "Low", .size = {300, 200}});
+    EXPECT_EQ(WindowRect(low.id), (Rect{700, 800, 300, 200}));
+    SetMinimumSize(low.id, {3'000, 10}, {10, 600});
+    EXPECT_EQ(WindowRect(low.id), (Rect{700, 800, 2'000, 600})) << "no more than there is room for";
     PretendMonitors({});
     EXPECT_FALSE(Monitors().empty());
 }
@@ -288,15 +257,13 @@ TEST(MessageBoxes, AreAnsweredByATestAndEndWithTheirOwner) {
     NotedWindow window;
     window.Take();
     window.handle = [&](Message& message) {
-        if (message.type == MessageType::kPosted && message.id == 1) {
-            FocusWindow(window.id);
-            EXPECT_FALSE(HasFocus(window.id)) << "the box keeps the focus";
-        }
-        if (message.type == MessageType::kPosted && message.id == 2) DestroyWindow(window.id);
+        if (message.type != MessageType::kPosted) return false;
+        if (message.id == 2) DestroyWindow(window.id);
+        FocusWindow(window.id);
+        EXPECT_FALSE(HasFocus(window.id)) << "the box keeps the focus";
         return false;
     };
-    PostWindowMessage(window.id, 1);
-    PostWindowMessage(window.id, 2);
+    for (const int number : {1, 2}) PostWindowMessage(window.id, number);
     EXPECT_FALSE(ShowMessageBox(window.id, "Title", std::string(100'000, 'x'), BoxButtons::kOkCancel,
                                 BoxIcon::kWarning));
     EXPECT_EQ(window.Take(), (Notes{"posted 1 0", "destroy", "posted 2 0"}));
@@ -308,8 +275,9 @@ TEST(MessageBoxes, AreAnsweredByATestAndEndWithTheirOwner) {
         return false;
     };
     PostWindowMessage(other.id, 1);
-    EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
-    EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
+    }
     EXPECT_EQ(RunMessageLoop(), 3);
 }
 

@@ -105,8 +105,7 @@ inline std::string WebpOfManyGroups(int side) {
     const auto bytes_alike = [&bits](int alphabet) {  // the first 256 symbols have eight bits each
         bits.Put(0, 1);
         bits.Put(12 - 4, 4);
-        for (const uint32_t length : {0u, 0u, 1u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 1u})
-            bits.Put(length, 3);  // of 0 and of 8
+        for (int i = 0; i < 12; ++i) bits.Put(i == 2 || i == 11 ? 1 : 0, 3);  // of 0 and of 8
         bits.Put(0, 1);
         for (int i = 0; i < alphabet; ++i) bits.Put(i < 256 ? 1 : 0, 1);
     };
@@ -114,8 +113,7 @@ inline std::string WebpOfManyGroups(int side) {
         for (int i = 7; i >= 0; --i) bits.Put(static_cast<uint32_t>(value >> i & 1), 1);
     };
     bits.Put(0x2F, 8);
-    bits.Put(static_cast<uint32_t>(side - 1), 14);
-    bits.Put(static_cast<uint32_t>(side - 1), 14);
+    for (int i = 0; i < 2; ++i) bits.Put(static_cast<uint32_t>(side - 1), 14);
     bits.Put(0, 1 + 3 + 1 + 1);  // no alpha, version, no transform, no cache
     bits.Put(1, 1 + 3);          // an entropy image of 4 by 4 pixels an entry
     bits.Put(0, 1);
