@@ -13,11 +13,9 @@
 #include "tests/support/signed_rows.h"
 
 namespace brickfall {
-
 namespace {
 
-constexpr Color kPictureColor = Rgb(0x2040C0);
-constexpr Color kDiscColor = Rgb(0x241A0A);
+constexpr Color kPictureColor = Rgb(0x2040C0), kDiscColor = Rgb(0x241A0A);
 
 Image PaintedBoard(const BoardView& view) {
     MakeTheme();
@@ -31,15 +29,6 @@ ScoreRow Row(const std::string& handle, int64_t score) {
     return row;
 }
 
-bool HasColor(const Image& image, const Rect& rect, Color color) {
-    for (int y = rect.y; y < rect.Bottom(); ++y) {
-        for (int x = rect.x; x < rect.Right(); ++x) {
-            if (PixelOf(image, x, y) == color) return true;
-        }
-    }
-    return false;
-}
-
 TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     BoardView view;
     view.best = Row("ada", 900);
@@ -47,37 +36,37 @@ TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     view.rows = {Row("ada", 900), Row("bob", 80)};
     view.my_key = "bob";
     const Image image = PaintedBoard(view);
+    const Color gold_row = BlendColor(kPanelColor, kGoldColor, 28);
+    const Color own_row = BlendColor(kPanelColor, kAccentColor, 40);
     // Best row 46 to 96, rule at 110, week from 124: its rows begin at 204.
-    EXPECT_EQ(PixelOf(image, 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
-    EXPECT_EQ(PixelOf(image, 21, 70), kGoldColor);  // a pen of two pixels
-    EXPECT_EQ(PixelOf(image, 270, 110), kBorderColor);
-    EXPECT_EQ(PixelOf(image, 270, 190), kBorderColor);
-    EXPECT_EQ(PixelOf(image, 250, 208), kPanelColor);
-    EXPECT_EQ(PixelOf(image, 20, 230), kGoldColor);
-    EXPECT_EQ(PixelOf(image, 250, 262), BlendColor(kPanelColor, kAccentColor, 40));  // the player's own
-    EXPECT_EQ(PixelOf(image, 20, 284), kBorderColor);
+    const std::pair<Point, Color> pixels[] = {
+        {{250, 50}, gold_row},      {{21, 70}, kGoldColor},  // a pen of two pixels
+        {{270, 110}, kBorderColor}, {{270, 190}, kBorderColor}, {{250, 208}, kPanelColor},
+        {{20, 230}, kGoldColor},    {{250, 262}, own_row},      {{20, 284}, kBorderColor}};
+    for (const auto& [at, color] : pixels)
+        EXPECT_EQ(PixelOf(image, at.x, at.y), color) << at.x << "," << at.y;
     EXPECT_TRUE(HasColor(image, {400, 258, 120, 50}, kAccentColor));  // its score
 
     view.my_key = "ada";  // gold stays gold above the week
-    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 50), BlendColor(kPanelColor, kGoldColor, 28));
-    view.best.score = 0;  // never on show
-    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100),
-              BlendColor(kPanelColor, kAccentColor, 40));  // rows from 96
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 50), gold_row);
+    view.best.score = 0;                                        // never on show
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), own_row);  // rows from 96
 }
 
 TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
     const CabinetFixture cabinet;
     BoardView view;
-    const WindowId empty = OpenBoardWindow(cabinet.main, view);
-    EXPECT_EQ(AccessibleDescription(empty), "Top scores for this week.\nNo scores posted yet.");
+    const auto read_out = [&] {
+        const WindowId board = OpenBoardWindow(cabinet.main, view);
+        const std::string text = AccessibleDescription(board);
+        DestroyWindow(board);
+        return text;
+    };
+    EXPECT_EQ(read_out(), "Top scores for this week.\nNo scores posted yet.");
     view.best = Row("ada", 900);
     view.has_best = true;
     view.rows = {Row("bob", 80), Row("cy", 7)};
-    const WindowId board = OpenBoardWindow(cabinet.main, view);
-    EXPECT_EQ(AccessibleDescription(board),
-              "Highest Score Ever: ada 900\nTop scores for this week.\n1. bob 80\n2. cy 7\n");
-    DestroyWindow(empty);
-    DestroyWindow(board);
+    EXPECT_EQ(read_out(), "Highest Score Ever: ada 900\nTop scores for this week.\n1. bob 80\n2. cy 7\n");
 }
 
 TEST(BoardWindow, SaysWhyItIsEmpty) {
@@ -105,15 +94,10 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
         one.rows = {Row("ada", std::stoll(std::string(digits)))};
         return PaintedBoard(one);
     };
-    const Image full = column("9223372036854775807");
-    const Image other = column("1223372036854775807");
+    const Image full = column("9223372036854775807"), other = column("1223372036854775807");
     const Rect first_digit = {540 - 20 - 132, 100, MeasureText(theme.font_mono, "9").w, 40};
-    bool differs = false;
-    for (int y = first_digit.y; y < first_digit.Bottom(); ++y) {
-        for (int x = first_digit.x; x < first_digit.Right(); ++x)
-            differs |= PixelOf(full, x, y) != PixelOf(other, x, y);
-    }
-    EXPECT_TRUE(differs) << "the leading digit stands first in the column";
+    EXPECT_NE(Inked(full, first_digit, kPanelColor), Inked(other, first_digit, kPanelColor))
+        << "it stands first";
     EXPECT_EQ(full.pixels, column("9223372036854775000").pixels) << "and the end is left out";
 }
 
@@ -139,11 +123,9 @@ TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
 
 // From the file that a player publishes to the pixels of the window.
 TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
-    std::string rows;
-    for (int y = 0; y < 600; ++y) {
-        rows += '\0';
-        for (int x = 0; x < 600; ++x) rows += "\x20\x40\xC0";
-    }
+    std::string row(1, '\0'), rows;
+    for (int x = 0; x < 600; ++x) row += "\x20\x40\xC0";
+    for (int y = 0; y < 600; ++y) rows += row;
     const std::string picture = PngFile(600, 600, 8, 2, false, Deflated(rows));
     CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
     sandbox::Sandbox& box = cabinet.services.box;
@@ -152,8 +134,7 @@ TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
     const auto best_face = [&](const std::string& file) {
         box.ClearFaults();
         box.AddFault(sandbox::Service::kContent, ReplyTo("/content/a", file));
-        ClickControl(cabinet.main, 1012);
-        PumpMessages();
+        cabinet.Click(1012);
         return PixelShown(shell.board, 20 + 16 + 19, 46 + 4 + 5);
     };
     EXPECT_EQ(best_face(picture), kPictureColor);

@@ -12,12 +12,12 @@
 
 namespace brickfall {
 
-namespace {
-
-// Off screen, at any density, the real one would be too small for the windows.
 void PretendLargeMonitor() { PretendMonitors({{{0, 0, 3840, 2160}, {0, 0, 3840, 2120}}}); }
 
-}  // namespace
+void Click(WindowId window, int control) {
+    ClickControl(window, control);
+    PumpMessages();
+}
 
 CabinetFixture::CabinetFixture(Wallet with_wallet) {
     if (with_wallet == Wallet::kBound) {
@@ -60,23 +60,20 @@ void CabinetFixture::Tick(int64_t milliseconds) {
     PumpMessages();
 }
 
-std::vector<int> CabinetFixture::TapeCodes() const {
-    std::vector<int> codes;
+void CabinetFixture::Post(int number, int64_t value, std::unique_ptr<Payload> payload) const {
+    EXPECT_TRUE(PostWindowMessage(main, number, value, std::move(payload)));
+    PumpMessages();
+}
+
+void CabinetFixture::TapKey(Key key) const {
+    PressKey(main, key);
+    ReleaseKey(main, key);
+}
+
+Codes CabinetFixture::TapeCodes() const {
+    Codes codes;
     for (const InputEvent& event : shell.run.tape.events) codes.push_back(event.code);
     return codes;
-}
-
-void PrintTo(const Color& color, std::ostream* out) {
-    *out << int{color.r} << "," << int{color.g} << "," << int{color.b};
-}
-
-void PrintTo(const Rect& rect, std::ostream* out) {
-    *out << rect.x << "," << rect.y << " " << rect.w << "x" << rect.h;
-}
-
-Color PixelOf(const Image& image, int x, int y) {
-    return Rgb(image.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(image.w) +
-                            static_cast<std::size_t>(x)]);
 }
 
 Color PixelShown(WindowId window, int x, int y) {

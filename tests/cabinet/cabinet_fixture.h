@@ -4,16 +4,26 @@
 #pragma once
 
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "cabinet/shell.h"
 #include "cabinet/shell_state.h"
 #include "platform/automation.h"
+#include "tests/support/pixels.h"
 #include "tests/support/wallet_fixture.h"
 
 namespace brickfall {
+
+using Codes = std::vector<int>;
+
+// Off screen, at any density, the real one would be too small for the windows.
+void PretendLargeMonitor();
+
+void Click(WindowId window, int control);  // and all that it brings about
+
+// What a window shows at a place within it, in the desktop's units, at any density of the screen.
+Color PixelShown(WindowId window, int x, int y);
 
 struct CabinetFixture {
     enum class Wallet { kNone, kBound };
@@ -26,8 +36,11 @@ struct CabinetFixture {
     void Resize(Size client);
     void BeginRun();                  // as an enter payment does
     void Tick(int64_t milliseconds);  // time passes, then the heartbeat fires
+    void Post(int number, int64_t value = 0, std::unique_ptr<Payload> payload = nullptr) const;
+    void Click(int control) const { brickfall::Click(main, control); }
+    void TapKey(Key key) const;
     std::string Text(int control) const { return ControlText(main, control); }
-    std::vector<int> TapeCodes() const;
+    Codes TapeCodes() const;
 
     SandboxFixture services;
     std::optional<WalletFixture> wallet;
@@ -35,13 +48,5 @@ struct CabinetFixture {
     std::optional<ManualClock> own_clock;
     WindowId main = 0;
 };
-
-void PrintTo(const Color& color, std::ostream* out);
-void PrintTo(const Rect& rect, std::ostream* out);
-
-Color PixelOf(const Image& image, int x, int y);
-
-// What a window shows at a place within it, in the desktop's units, at any density of the screen.
-Color PixelShown(WindowId window, int x, int y);
 
 }  // namespace brickfall

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "cabinet/images.h"
 #include "cabinet/shell_state.h"
 #include "tests/cabinet/cabinet_fixture.h"
@@ -13,11 +10,7 @@ namespace brickfall {
 
 namespace {
 
-constexpr Size kButtonSize = {140, 34};
-constexpr Color kTop = Rgb(0x146448);
-constexpr Color kBottom = Rgb(0x020806);
-
-Image Painted(ButtonState button, const ButtonLook& look = {}, Size size = kButtonSize, int id = 1005) {
+Image Painted(ButtonState button, const ButtonLook& look = {}, Size size = {140, 34}, int id = 1005) {
     MakeTheme();
     return DrawToImage(size, [&](Canvas& canvas) {
         Message item{.type = MessageType::kPaintButton, .id = id, .size = size};
@@ -28,32 +21,31 @@ Image Painted(ButtonState button, const ButtonLook& look = {}, Size size = kButt
 }
 
 TEST(Buttons, ShowTheirState) {
-    struct Case {
+    constexpr Color kTop = Rgb(0x146448), kBottom = Rgb(0x020806);
+    const auto row_1 = [](Color top, Color bottom) { return BlendColor(top, bottom, 1 * 255 / 33); };
+    const auto toward = [&](Color color, int of_255) {
+        return row_1(BlendColor(kTop, color, of_255), BlendColor(kBottom, color, of_255));
+    };
+    const Color hot_top = BlendColor(kTop, kAccentColor, 90),
+                hot_bottom = BlendColor(kBottom, kAccentColor, 70);
+    const Color blinking = BlendColor(kAccentColor, Rgb(0xFFF4C8), 80);
+    const struct {
         const char* name;
         ButtonState button;
         ButtonLook look;
-        Color top;  // of row 1
-        Color border;
-    };
-    const auto row_1 = [](Color top, Color bottom) { return BlendColor(top, bottom, 1 * 255 / 33); };
-    const Color hot_top = BlendColor(kTop, kAccentColor, 90);
-    const Color hot_bottom = BlendColor(kBottom, kAccentColor, 70);
-    const Case cases[] = {
+        Color top, border;  // top: of row 1
+    } cases[] = {
         {"at rest", {}, {}, row_1(kTop, kBottom), kBorderColor},
         {"hot", {.hot = true}, {}, row_1(hot_top, hot_bottom), kAccentColor},
         {"pressed", {.hot = true, .pressed = true}, {}, row_1(hot_bottom, hot_top), kAccentColor},
-        {"disabled",
-         {.disabled = true},
-         {kHeaderColor},
-         row_1(BlendColor(kTop, kHeaderColor, 120), BlendColor(kBottom, kHeaderColor, 120)),
-         kBorderColor},
+        {"disabled", {.disabled = true}, {kHeaderColor}, toward(kHeaderColor, 120), kBorderColor},
         {"blinking",
          {},
          {kBgColor, true},
-         row_1(BlendColor(kAccentColor, Rgb(0xFFF4C8), 80), BlendColor(kBottom, kAccentColor, 80)),
+         row_1(blinking, BlendColor(kBottom, kAccentColor, 80)),
          kBorderColor},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Image image = Painted(c.button, c.look);
         EXPECT_EQ(PixelOf(image, 0, 0), c.look.background);  // the corner
@@ -79,8 +71,7 @@ TEST(Buttons, CallThePlayerUntilTheScoreIsRecorded) {
         return PixelShown(cabinet.main, 16 + 60, 142);
     };
     const Color first = record_top();
-    const Color second = record_top();
-    EXPECT_NE(first, second);
+    EXPECT_NE(record_top(), first);
     EXPECT_EQ(record_top(), first);
     shell.run.record_pending = false;
     const Color still = record_top();

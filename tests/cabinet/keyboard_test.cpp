@@ -10,8 +10,6 @@ namespace {
 
 constexpr int kLeftDown = 1, kRightDown = 2, kServe = 7, kLeftUp = 9, kRightUp = 10;
 
-using Codes = std::vector<int>;
-
 struct Playing : CabinetFixture {
     Playing() {
         BeginRun();
@@ -42,10 +40,8 @@ TEST(Keyboard, WritesDownAtResumeWhatChangedDuringAPause) {
     PressKey(cabinet.main, Key::kP);
     const uint64_t standstill = shell.run.sim_clock_ms;
     ReleaseKey(cabinet.main, Key::kLeft);
-    PressKey(cabinet.main, Key::kSpace);
-    ReleaseKey(cabinet.main, Key::kSpace);
-    PressKey(cabinet.main, Key::kRight);
-    ReleaseKey(cabinet.main, Key::kRight);
+    cabinet.TapKey(Key::kSpace);
+    cabinet.TapKey(Key::kRight);
     cabinet.Tick(5'000);
     EXPECT_EQ(cabinet.TapeCodes(), (Codes{kLeftDown}));
     PressKey(cabinet.main, Key::kP);
@@ -65,8 +61,7 @@ TEST(Keyboard, GoesOnPlayingBehindAModalBox) {
         cabinet.Tick(320);
         return false;
     });
-    PostWindowMessage(cabinet.main, kMsgUpdateDone, 100);
-    PumpMessages();
+    cabinet.Post(kMsgUpdateDone, 100);
     AnswerMessageBoxes({});
     EXPECT_EQ(shell.run.sim_clock_ms - before, 320u);
     EXPECT_EQ(cabinet.TapeCodes().front(), kLeftDown);
@@ -81,9 +76,7 @@ TEST(Keyboard, TakesTheFocusBackForTheGameUnlessAToolWindowIsOpen) {
     PressTab();
     cabinet.Tick(16);
     EXPECT_TRUE(HasFocus(cabinet.main));
-
-    ClickControl(cabinet.main, 1015);
-    PumpMessages();
+    cabinet.Click(1015);
     PressKey(cabinet.main, Key::kP);  // resumed behind the settings
     FocusControl(shell.settings, 1303);
     cabinet.Tick(16);
@@ -93,15 +86,12 @@ TEST(Keyboard, TakesTheFocusBackForTheGameUnlessAToolWindowIsOpen) {
 TEST(Keyboard, WalksTheButtonsByTabAndPressesThem) {
     CabinetFixture cabinet;
     FocusWindow(cabinet.main);
-    std::vector<int> walked;
-    for (int i = 0; i < 8; ++i) {
+    for (const int next : {1015, 1005, 1001, 1002, 1012, 1013, 1017, 1014}) {
         PressTab();
-        walked.push_back(FocusedControl(cabinet.main));
+        EXPECT_EQ(FocusedControl(cabinet.main), next);
     }
-    EXPECT_EQ(walked, (std::vector<int>{1015, 1005, 1001, 1002, 1012, 1013, 1017, 1014}));
     FocusControl(cabinet.main, 1013);
-    PressKey(cabinet.main, Key::kSpace);
-    ReleaseKey(cabinet.main, Key::kSpace);
+    cabinet.TapKey(Key::kSpace);
     PumpMessages();
     EXPECT_TRUE(WindowExists(shell.help));
 }

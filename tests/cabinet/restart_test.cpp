@@ -33,7 +33,7 @@ struct NotedMidi : MidiOut {
 // A large screen, and a store with one wallet in it that no program of this folder is bound to.
 struct Restart : testing::Test {
     Restart() {
-        PretendMonitors({{{0, 0, 3840, 2160}, {0, 0, 3840, 2120}}});
+        PretendLargeMonitor();
         SetInlineWorkers(true);
         // The tune ends with its first note; its output stays open.
         wallet.clock.on_sleep = [](int64_t) { music_running = false; };
@@ -66,6 +66,10 @@ struct Restart : testing::Test {
         DestroyWindow(shell.main);
         PumpMessages();
     }
+    static void StartAgain() {
+        End();
+        Start();
+    }
 
     static void Place(const Rect& rect) {
         MoveWindow(shell.main, {rect.x, rect.y});
@@ -74,11 +78,11 @@ struct Restart : testing::Test {
         Message let_go{.type = MessageType::kMoveEnd};
         MainWindowProc(shell.main, let_go);
     }
-    static void Click(WindowId window, int control) {
-        ClickControl(window, control);
+    static std::string Text(int control) { return ControlText(shell.main, control); }
+    static void Show(ShowState state) {
+        ShowWindow(shell.main, state);
         PumpMessages();
     }
-    static std::string Text(int control) { return ControlText(shell.main, control); }
 
     json Saved() const {
         const auto file = ReadFile(wallet.StorePath("/brickfall_ui.json"));
@@ -90,31 +94,23 @@ struct Restart : testing::Test {
 };
 
 TEST_F(Restart, TheWindowComesBackWhereItStood) {
-    EXPECT_EQ(WindowRect(shell.main).w, 1320);
-    EXPECT_EQ(WindowRect(shell.main).h, 1300);
-    const Rect stood = {140, 90, 1320, 1400};
-    Place(stood);
-    const json saved = Saved();  // at once: the power may fail
-    EXPECT_EQ((Rect{saved.value("x", 0), saved.value("y", 0), saved.value("w", 0), saved.value("h", 0)}),
-              stood);
-    End();
-    Start();
-    EXPECT_EQ(WindowRect(shell.main), stood);
-    EXPECT_FALSE(IsMaximized(shell.main));
-    ShowWindow(shell.main, ShowState::kMaximized);
-    PumpMessages();
-    End();
-    Start();
-    EXPECT_TRUE(IsMaximized(shell.main));
-    EXPECT_EQ(NormalRect(shell.main), stood) << "what it is restored to";
-    ShowWindow(shell.main, ShowState::kNormal);
-    PumpMessages();
-    const Rect elsewhere = {400, 30, 1320, 1350};
-    Place(elsewhere);
-    End();
-    Start();
-    EXPECT_FALSE(IsMaximized(shell.main));
-    EXPECT_EQ(WindowRect(shell.main), elsewhere);
+    const Rect first = WindowRect(shell.main), stood = {140, 90, 1320, 1400},
+               elsewhere = {400, 30, 1320, 1350};
+    EXPECT_EQ((Size{first.w, first.h}), (Size{1320, 1300}));
+    for (const Rect& place : {stood, elsewhere}) {
+        Place(place);
+        const json saved = Saved();  // at once: the power may fail
+        EXPECT_EQ((Rect{saved.value("x", 0), saved.value("y", 0), saved.value("w", 0), saved.value("h", 0)}),
+                  place);
+        StartAgain();
+        EXPECT_EQ(WindowRect(shell.main), place);
+        EXPECT_FALSE(IsMaximized(shell.main));
+        Show(ShowState::kMaximized);
+        StartAgain();
+        EXPECT_TRUE(IsMaximized(shell.main));
+        EXPECT_EQ(NormalRect(shell.main), place) << "what it is restored to";
+        Show(ShowState::kNormal);
+    }
 }
 
 TEST_F(Restart, ItIsTheSameProgramToItsWalletAndItsStatusLine) {
@@ -162,8 +158,7 @@ TEST_F(Restart, EachSwitchAndSliderActsAndIsSavedAtOnceAndLasts) {
         expected[step.key] = step.value;
         EXPECT_EQ(Saved(), expected) << step.key;
     }
-    End();
-    Start();
+    StartAgain();
     Click(shell.main, 1015);
     EXPECT_EQ(ControlText(shell.settings, 1301), "Music  Off");
     EXPECT_EQ(ControlText(shell.settings, 1302), "Sound  Off");

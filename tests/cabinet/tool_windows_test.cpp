@@ -12,8 +12,7 @@ namespace {
 
 TEST(Settings, StandInTheirPlacesAndNameTheSite) {
     CabinetFixture cabinet;
-    ClickControl(cabinet.main, 1015);
-    PumpMessages();
+    cabinet.Click(1015);
     const std::pair<int, Rect> controls[] = {{1301, {24, 24, 140, 36}}, {1303, {250, 26, 260, 32}},
                                              {1302, {24, 82, 140, 36}}, {1304, {250, 84, 260, 32}},
                                              {1305, {180, 30, 70, 24}}, {1307, {400, 200, 110, 36}},
@@ -21,18 +20,15 @@ TEST(Settings, StandInTheirPlacesAndNameTheSite) {
     for (const auto& [id, rect] : controls) EXPECT_EQ(ControlRect(shell.settings, id), rect) << id;
     TakeOpenedAddresses();
     EXPECT_EQ(ControlText(shell.settings, 1308), "brickfall.test");
-    ClickControl(shell.settings, 1308);
-    PumpMessages();
+    Click(shell.settings, 1308);
     EXPECT_EQ(TakeOpenedAddresses(), std::vector<std::string>{kDownloadPageUrl});
-    ClickControl(shell.settings, 1307);
-    PumpMessages();
+    Click(shell.settings, 1307);
     EXPECT_FALSE(WindowExists(shell.settings));
 }
 
 TEST(Help, IsOnePageThatFitsItsWindowAndIsReadOutWordForWord) {
     CabinetFixture cabinet;
-    ClickControl(cabinet.main, 1013);
-    PumpMessages();
+    cabinet.Click(1013);
     EXPECT_EQ(AccessibleDescription(shell.help),
               "Left  /  Right: move the paddle\n"
               "Space: serve the sat\n"
@@ -62,8 +58,7 @@ TEST(Help, IsOnePageThatFitsItsWindowAndIsReadOutWordForWord) {
 
 TEST(Report, RefusesInAMessageBoxAndKeepsTheText) {
     CabinetFixture cabinet;
-    ClickControl(cabinet.main, 1017);
-    PumpMessages();
+    cabinet.Click(1017);
     EXPECT_EQ(ClientSize(shell.report), kReportClientSize);
     EXPECT_EQ(FocusedControl(shell.report), 1401);
     std::vector<std::string> boxes;
@@ -73,18 +68,15 @@ TEST(Report, RefusesInAMessageBoxAndKeepsTheText) {
     });
     PasteText(std::string(2'001, 'x'));
     EXPECT_EQ(ControlText(shell.report, 1401), std::string(2'000, 'x'));
-    ClickControl(shell.report, 1402);
-    PumpMessages();
+    Click(shell.report, 1402);
     EXPECT_EQ(boxes, std::vector<std::string>{std::string("Report|Connect Pouch and publish a @") +
                                               kPaymailDomain + " name first."});
     shell.run.busy = true;
-    ClickControl(shell.report, 1402);
-    PumpMessages();
+    Click(shell.report, 1402);
     EXPECT_EQ(cabinet.Text(1007), "Already working...");
     EXPECT_EQ(boxes.size(), 1u);
     EXPECT_EQ(ControlText(shell.report, 1401).size(), 2'000u);
-    ClickControl(shell.report, 1403);
-    PumpMessages();
+    Click(shell.report, 1403);
     EXPECT_FALSE(WindowExists(shell.report));
     AnswerMessageBoxes({});
 }

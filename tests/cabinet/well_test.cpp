@@ -3,37 +3,26 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-#include <string>
+#include <algorithm>
+#include <utility>
 
 #include "cabinet/theme.h"
 #include "tests/cabinet/cabinet_fixture.h"
 
 namespace brickfall {
-
 namespace {
 
-constexpr CellSize kLayout = {40, 40};
-constexpr int kFieldW40 = 13 * 40;
-constexpr int kFieldH40 = 18 * 40;
+constexpr int kFieldW40 = 13 * 40, kFieldH40 = 18 * 40;
 constexpr Size kWellSize = {kFieldW40 + 290, kFieldH40 + 66};
-constexpr Color kFloor = Rgb(0x040A08);
+constexpr Color kFloor = Rgb(0x040A08), kPaddle = Rgb(0x38D48C), kTopBrick = Rgb(0xC46C28);
 
 struct Look {
-    explicit Look(RunControl run = {}, uint64_t tick_ms = 0, Size size = kWellSize) {
+    explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize) {
         MakeTheme();
-        image = DrawToImage(size, [&](Canvas& canvas) { PaintWell(canvas, run, kLayout, tick_ms); });
+        image = DrawToImage(size, [&](Canvas& canvas) { PaintWell(canvas, run, {40, 40}, tick_ms); });
     }
     Color At(int x, int y) const { return PixelOf(image, x, y); }
-    // Whether the colour stands anywhere in the rectangle.
-    bool Has(const Rect& rect, Color color) const {
-        for (int y = rect.y; y < rect.Bottom(); ++y) {
-            for (int x = rect.x; x < rect.Right(); ++x) {
-                if (At(x, y) == color) return true;
-            }
-        }
-        return false;
-    }
+    bool Has(const Rect& rect, Color color) const { return HasColor(image, rect, color); }
     Image image;
 };
 
@@ -45,21 +34,15 @@ RunControl RunIn(RunMode mode) {
     return run;
 }
 
-// Rectangles where a text is expected, and nothing else of its colour.
-constexpr Rect kCentreBand = {18 + 60, 14 + kFieldH40 / 2 - 20, kFieldW40 - 120, 40};
-constexpr Rect kHud = {kFieldW40 + 62, 20, 204, 240};
-
 TEST(Well, FramesTheFieldInNineLayersWithTwoBevels) {
     const Look look;
-    const int y = 14 + kFieldH40 / 2 + 100;
-    const std::pair<int, uint32_t> across[] = {
-        {-11, 0x060C0A}, {-10, 0x020806}, {-9, 0x081C14}, {-8, 0xC8F4DC}, {-7, 0x30A870}, {-6, 0x30A870},
-        {-5, 0x48C494},  {-4, 0x48C494},  {-3, 0x30A870}, {-2, 0x104030}, {-1, 0xC8F4DC}, {0, 0x040A08}};
-    for (const auto& [offset, hex] : across) EXPECT_EQ(look.At(18 + offset, y), Rgb(hex)) << offset;
-    // On the far side the bevels are dark.
-    EXPECT_EQ(look.At(18 + kFieldW40 + 7, y), Rgb(0x081C14));
-    EXPECT_EQ(look.At(18 + kFieldW40, y), Rgb(0x081C14));
-    EXPECT_EQ(look.At(18 + kFieldW40 + 2, y), Rgb(0x30A870));
+    const int y = 14 + kFieldH40 / 2 + 100, far = 18 + kFieldW40;  // on the far side the bevels are dark
+    const std::pair<int, uint32_t> across[] = {{18 - 11, 0x060C0A}, {18 - 10, 0x020806}, {18 - 9, 0x081C14},
+                                               {18 - 8, 0xC8F4DC},  {18 - 7, 0x30A870},  {18 - 6, 0x30A870},
+                                               {18 - 5, 0x48C494},  {18 - 4, 0x48C494},  {18 - 3, 0x30A870},
+                                               {18 - 2, 0x104030},  {18 - 1, 0xC8F4DC},  {18, 0x040A08},
+                                               {far, 0x081C14},     {far + 2, 0x30A870}, {far + 7, 0x081C14}};
+    for (const auto& [x, hex] : across) EXPECT_EQ(look.At(x, y), Rgb(hex)) << x;
     EXPECT_EQ(look.At(kWellSize.w - 1, kWellSize.h - 1), kBgColor);
 }
 
@@ -67,10 +50,8 @@ TEST(Well, DrawsTheSameStarsInEveryFrame) {
     const Look look;
     // The first star by the generator's definition: 1259612773 mod 520 and (1259612773 / 1024) mod 720.
     EXPECT_EQ(look.At(18 + 1259612773 % 520, 14 + 1259612773 / 1024 % 720), Rgb(0xA0DCBC));
-    int stars = 0;
-    for (int y = 14; y < 14 + kFieldH40; ++y) {
-        for (int x = 18; x < 18 + kFieldW40; ++x) stars += look.At(x, y) == Rgb(0xA0DCBC) ? 1 : 0;
-    }
+    const int stars =
+        kFieldW40 * kFieldH40 - Inked(look.image, {18, 14, kFieldW40, kFieldH40}, Rgb(0xA0DCBC));
     EXPECT_GT(stars, 40);  // 48, less those under the text in the middle
     EXPECT_LE(stars, 48);
     EXPECT_EQ(Look({}, 12'345).image.pixels, look.image.pixels);
@@ -78,31 +59,20 @@ TEST(Well, DrawsTheSameStarsInEveryFrame) {
 
 TEST(Well, ShowsBricksByRowAndStrength) {
     RunControl run = RunIn(kModePlaying);
-    run.game.bricks[0][0] = 1;
-    run.game.bricks[0][1] = 2;
-    run.game.bricks[0][2] = 3;
-    run.game.bricks[0][3] = 0;
+    constexpr uint8_t kStrengths[] = {1, 2, 3, 0};
+    std::copy_n(kStrengths, 4, run.game.bricks[0]);
     run.game.bricks[7][12] = 1;
     const Look look(run);
-    const Color top = Rgb(0xC46C28);
-    const auto brick = [](int row, int column) {
-        return Rect{40 * column + 19, 40 * (row + 1) + 15, 38, 38};
-    };
-    const auto middle = [&](int row, int column) {
-        const Rect rect = brick(row, column);
-        return look.At(rect.x + 19, rect.y + 19);
-    };
-    EXPECT_EQ(middle(0, 0), top);
-    EXPECT_EQ(middle(0, 1), BlendColor(top, Rgb(0xFFFFFF), 50));
-    EXPECT_EQ(middle(0, 2), BlendColor(top, Rgb(0xFFFFFF), 90));
-    EXPECT_NE(middle(0, 3), top);
-    EXPECT_EQ(middle(7, 12), Rgb(0x289C70));
-    const Rect first = brick(0, 0);
-    EXPECT_EQ(look.At(first.x, first.y + 10), BlendColor(top, Rgb(0xFFFFFF), 70));
-    EXPECT_EQ(look.At(first.x + 10, first.y), BlendColor(top, Rgb(0xFFFFFF), 70));
-    EXPECT_EQ(look.At(first.Right() - 1, first.y + 10), BlendColor(top, Rgb(0x000000), 80));
-    EXPECT_EQ(look.At(first.x + 10, first.Bottom() - 1), BlendColor(top, Rgb(0x000000), 80));
-    EXPECT_EQ(look.At(first.Right(), first.y + 10), kFloor);  // a pixel's gap
+    const auto lighter = [](int of_255) { return BlendColor(kTopBrick, Rgb(0xFFFFFF), of_255); };
+    const Color dark = BlendColor(kTopBrick, Rgb(0x000000), 80);
+    // A brick of row r and column c fills 38 pixels each way from {40 c + 19, 40 (r + 1) + 15} on.
+    const std::pair<Point, Color> pixels[] = {{{38, 74}, kTopBrick},    {{78, 74}, lighter(50)},
+                                              {{118, 74}, lighter(90)}, {{518, 354}, Rgb(0x289C70)},
+                                              {{19, 65}, lighter(70)},  {{29, 55}, lighter(70)},
+                                              {{56, 65}, dark},         {{29, 92}, dark},
+                                              {{57, 65}, kFloor}};  // a pixel's gap
+    for (const auto& [at, color] : pixels) EXPECT_EQ(look.At(at.x, at.y), color) << at.x << "," << at.y;
+    EXPECT_NE(look.At(158, 74), kTopBrick) << "gone";
 }
 
 TEST(Well, ShowsPaddleAndBallWhereTheRunHasThem) {
@@ -111,44 +81,41 @@ TEST(Well, ShowsPaddleAndBallWhereTheRunHasThem) {
     run.game.ball_x = 1000;
     run.game.ball_y = 3000;
     const Look look(run);
-    const int left = 18 + 512 * 40 / 256;
-    const int top = 14 + 4312 * 40 / 256;
-    EXPECT_EQ(look.At(left + 5, top + 3), Rgb(0x38D48C));
+    const int left = 18 + 512 * 40 / 256, top = 14 + 4312 * 40 / 256;
+    EXPECT_EQ(look.At(left + 5, top + 3), kPaddle);
     EXPECT_EQ(look.At(left, top + 3), Rgb(0xB4FFD2));
     EXPECT_EQ(look.At(left + 5, top), Rgb(0xB4FFD2));
-    EXPECT_EQ(look.At(left + 768 * 40 / 256 - 1, top + 5), Rgb(0x38D48C));
+    EXPECT_EQ(look.At(left + 768 * 40 / 256 - 1, top + 5), kPaddle);
     EXPECT_EQ(look.At(left + 5, top + 6), kFloor);  // 40 * 40 / 256 is 6 pixels
-    const int x = 18 + 1000 * 40 / 256;
-    const int y = 14 + 3000 * 40 / 256;
+    const int x = 18 + 1000 * 40 / 256, y = 14 + 3000 * 40 / 256;
     EXPECT_TRUE(look.Has({x - 5, y - 5, 10, 10}, Rgb(0xFF8C28)));
     EXPECT_TRUE(look.Has({x - 5, y - 5, 10, 10}, Rgb(0x281004)));  // its letter
     EXPECT_FALSE(look.Has({x - 14, y - 14, 8, 28}, Rgb(0xFF8C28)));
 
     run.game.cell_w = run.game.cell_h = 18;  // the smallest
     const Look small(run);
-    EXPECT_EQ(small.At(18 + 512 * 18 / 256 + 2, 14 + 4312 * 18 / 256 + 5), Rgb(0x38D48C));  // 6 high at least
+    EXPECT_EQ(small.At(18 + 512 * 18 / 256 + 2, 14 + 4312 * 18 / 256 + 5), kPaddle);  // 6 high at least
     EXPECT_EQ(small.At(18 + 13 * 18 + 3, 100), Rgb(0x48C494));  // the run's own field, not the layout's
 }
 
 TEST(Well, TellsTheModeOverTheField) {
-    const Color green = Rgb(0x38D48C);
     RunControl paused = RunIn(kModePlaying);
     paused.game.paused = true;
     paused.game.ball_y = 4268;
-    RunControl playing = RunIn(kModePlaying);
-    EXPECT_TRUE(Look().Has(kCentreBand, green));
-    EXPECT_TRUE(Look(paused).Has(kCentreBand, green));
-    EXPECT_TRUE(Look(RunIn(kModeRecorded)).Has(kCentreBand, green));
-    EXPECT_FALSE(Look(playing).Has(kCentreBand, green));
+    // Where a text is expected, and nothing else of its colour.
+    constexpr Rect kCentreBand = {18 + 60, 14 + kFieldH40 / 2 - 20, kFieldW40 - 120, 40};
+    for (const RunControl& run : {RunControl{}, paused, RunIn(kModeRecorded)}) {
+        EXPECT_TRUE(Look(run).Has(kCentreBand, kPaddle)) << run.mode;
+    }
+    EXPECT_FALSE(Look(RunIn(kModePlaying)).Has(kCentreBand, kPaddle));
     // The HUD's text changes with the run: the attract screen shows no score but 0.
-    EXPECT_TRUE(Look().Has(kHud, kTextColor));
+    EXPECT_TRUE(Look().Has({kFieldW40 + 62, 20, 204, 240}, kTextColor));
     EXPECT_NE(Look(RunIn(kModeGameOver)).image.pixels, Look(RunIn(kModeRecorded)).image.pixels);
 }
 
 TEST(Well, BlinksTheGameOverBannerByTheClock) {
     const RunControl over = RunIn(kModeGameOver);
-    const Look even(over, 0);
-    const Look odd(over, 220);
+    const Look even(over, 0), odd(over, 220);
     const int middle = 14 + kFieldH40 / 2;
     const Rect first_line = {18 + 26, middle - 118, kFieldW40 - 52, 90};
     const Rect third_line = {18 + 26, middle + 40, kFieldW40 - 52, 48};
@@ -157,8 +124,7 @@ TEST(Well, BlinksTheGameOverBannerByTheClock) {
     EXPECT_TRUE(even.Has(first_line, Rgb(0xB00808)));
     EXPECT_TRUE(odd.Has(third_line, Rgb(0xFFC86E)));
     EXPECT_TRUE(even.Has(third_line, Rgb(0xDC8C38)));
-    EXPECT_EQ(odd.At(18 + 24, middle), Rgb(0xDC2830));
-    EXPECT_EQ(odd.At(18 + 25, middle), Rgb(0xDC2830));
+    for (const int edge : {24, 25}) EXPECT_EQ(odd.At(18 + edge, middle), Rgb(0xDC2830));
     EXPECT_EQ(odd.At(18 + 26, middle + 145), Rgb(0x08100C));
     // Nothing of the text leaves the box, its outline included.
     EXPECT_FALSE(odd.Has({18, middle - 118, 24, 200}, Rgb(0x140000)));
@@ -176,13 +142,10 @@ TEST(Well, BlinksTheGameOverBannerByTheClock) {
         EXPECT_TRUE(look.Has(middle_third, Rgb(0xFF2424))) << cell;
     }
     // The lost run stays visible behind it.
-    EXPECT_EQ(odd.At(19 + 19, 55 + 19), Rgb(0xC46C28));
+    EXPECT_EQ(odd.At(19 + 19, 55 + 19), kTopBrick);
     EXPECT_EQ(Look(RunIn(kModeRecorded), 0).image.pixels, Look(RunIn(kModeRecorded), 220).image.pixels);
-}
-
-TEST(Well, DrawsIntoAnySize) {
     for (const Size size : {Size{1, 1}, Size{40, 3000}, Size{3000, 40}}) {
-        EXPECT_EQ(Look(RunIn(kModeGameOver), 0, size).image.w, size.w);
+        EXPECT_EQ(Look(over, 0, size).image.w, size.w);
     }
 }
 

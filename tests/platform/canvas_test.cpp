@@ -93,7 +93,12 @@ TEST(Canvas, RoundsWithinTheGivenRectangle) {
         {"round frame", [&](Canvas& c) { c.FrameRoundRect(box, 14, kInk); }, false, false},
         {"round clip", [&](Canvas& c) { c.ClipRoundRect(box, 14, [&] { fill_all(c); }); }, true, false},
         {"clipped disc", [&](Canvas& c) { c.ClipEllipse(box, [&] { fill_all(c); }); }, true, false},
-        {"a clip's end", [&](Canvas& c) { c.ClipEllipse(box, [] {}), c.Fill(box, kInk); }, true, true},
+        {"a clip's end",
+         [&](Canvas& c) {
+             c.ClipEllipse(box, [] {});
+             c.Fill(box, kInk);
+         },
+         true, true},
     };
     for (const auto& a_case : kCases) {
         SCOPED_TRACE(a_case.what);

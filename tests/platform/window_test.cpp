@@ -64,9 +64,16 @@ TEST(Windows, MayBeDestroyedByWhateverTheyAreTold) {
         {"a key", MessageType::kKeyDown, [](WindowId id) { PressKey(id, Key::kP); }},
         {"a key's release", MessageType::kKeyUp, [](WindowId id) { ReleaseKey(id, Key::kP); }},
         {"a button", MessageType::kCommand, [](WindowId id) { ClickControl(id, 1); }},
-        {"a button by key", MessageType::kCommand, [](WindowId id) { FocusControl(id, 1), TypeText("\n"); }},
+        {"a button by key", MessageType::kCommand,
+         [](WindowId id) {
+             FocusControl(id, 1);
+             TypeText("\n");
+         }},
         {"a track bar", MessageType::kScroll,
-         [](WindowId id) { FocusControl(id, 2), PressKey(id, Key::kRight); }},
+         [](WindowId id) {
+             FocusControl(id, 2);
+             PressKey(id, Key::kRight);
+         }},
         {"a timer", MessageType::kTimer, [](WindowId id) { FireTimer(id, 1); }},
         {"a post", MessageType::kPosted, [](WindowId id) { PostWindowMessage(id, 1); }},
         {"its frame", MessageType::kClose, [](WindowId id) { CloseByFrame(id); }},
