@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <semaphore>
-#include <utility>
 #include <vector>
 
 #include "base/workers.h"
@@ -18,49 +16,42 @@ namespace {
 // What happened, in order: short messages, and marks above their 24 bits.
 using Events = std::vector<uint32_t>;
 
-constexpr uint32_t kReset = 1u << 24;
-constexpr uint32_t kClosed = 2u << 24;
+constexpr uint32_t kReset = 1u << 24, kClosed = 2u << 24;
 
 uint32_t Slept(int64_t milliseconds) { return 3u << 24 | static_cast<uint32_t>(milliseconds); }
-uint32_t On(int channel, int note, int velocity) {
-    return static_cast<uint32_t>(0x90 | channel | note << 8 | velocity << 16);
+uint32_t Short(int status, int first, int second = 0) {
+    return static_cast<uint32_t>(status | first << 8 | second << 16);
 }
-uint32_t Off(int channel, int note) { return static_cast<uint32_t>(0x80 | channel | note << 8); }
-uint32_t Volume(int channel, int value) {
-    return static_cast<uint32_t>(0xB0 | channel | 7 << 8 | value << 16);
-}
-uint32_t Program(int channel, int program) { return static_cast<uint32_t>(0xC0 | channel | program << 8); }
-uint32_t Silence(int channel) { return static_cast<uint32_t>(0xB0 | channel | 123 << 8); }
-
-const Events kAllSilent = {Silence(0), Silence(1), Silence(2)};
-// How the thread begins, and what comes before each pass and each step.
-const Events kTuneVolume = {Volume(0, 88), Volume(2, 88)};
-const Events kBeginning = {Program(0, 80), Program(2, 38), Volume(0, 88), Volume(2, 88)};
+uint32_t On(int channel, int note, int velocity) { return Short(0x90 | channel, note, velocity); }
+uint32_t Off(int channel, int note) { return Short(0x80 | channel, note); }
+uint32_t Volume(int channel, int value) { return Short(0xB0 | channel, 7, value); }
+uint32_t Program(int channel, int program) { return Short(0xC0 | channel, program); }
+uint32_t Silence(int channel) { return Short(0xB0 | channel, 123); }
 
 Events operator+(Events left, const Events& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
 }
 
-Events Step(const TuneNote& note, int volume = 88) {
-    Events step = {Volume(0, volume), Volume(2, volume)};
-    if (note.lead != 0) step.push_back(On(0, note.lead, 100));
-    step.push_back(On(2, note.bass, 86));
-    step.push_back(Slept(note.milliseconds));
-    if (note.lead != 0) step.push_back(Off(0, note.lead));
-    step.push_back(Off(2, note.bass));
-    return step;
+const Events kAllSilent = {Silence(0), Silence(1), Silence(2)};
+const Events kPause = kAllSilent + Events{Slept(80)};
+// What comes before each pass, and how the thread begins.
+const Events kTuneVolume = {Volume(0, 88), Volume(2, 88)};
+const Events kBeginning = Events{Program(0, 80), Program(2, 38)} + kTuneVolume;
+
+Events Step(const TuneNote& note, int volume = 88, const Events& before_its_end = {}) {
+    const bool has_lead = note.lead != 0;
+    return Events{Volume(0, volume), Volume(2, volume)} + Events(has_lead, On(0, note.lead, 100)) +
+           Events{On(2, note.bass, 86), Slept(note.milliseconds)} + before_its_end +
+           Events(has_lead, Off(0, note.lead)) + Events{Off(2, note.bass)};
 }
 
-class Recorder : public MidiOut {
-  public:
-    explicit Recorder(Events& events) : events_(events) {}
-    ~Recorder() override { events_.push_back(kClosed); }
-    void ShortMessage(uint32_t message) override { events_.push_back(message); }
-    void Reset() override { events_.push_back(kReset); }
-
-  private:
-    Events& events_;
+struct Recorder : MidiOut {
+    explicit Recorder(Events& into) : events(into) {}
+    ~Recorder() override { events.push_back(kClosed); }
+    void ShortMessage(uint32_t message) override { events.push_back(message); }
+    void Reset() override { events.push_back(kReset); }
+    Events& events;
 };
 
 // The threads run on the test's own, unless a test says otherwise; each of their sleeps calls the test with
@@ -106,6 +97,7 @@ class Sound : public testing::Test {
         events_.clear();
     }
 
+    const std::vector<TuneNote> tune_ = WrittenTune();
     ManualClock clock_;
     Events events_;
     std::function<void(int)> asleep_;
@@ -113,17 +105,16 @@ class Sound : public testing::Test {
 };
 
 TEST_F(Sound, PlaysTheWrittenTuneAndBeginsItAgain) {
-    const std::vector<TuneNote> tune = WrittenTune();
-    ASSERT_EQ(tune.size(), 128u);
+    ASSERT_EQ(tune_.size(), 128u);
     Events expected = kBeginning + kTuneVolume;
     int64_t pass_ms = 0;
-    for (const TuneNote& note : tune) {
+    for (const TuneNote& note : tune_) {
         expected = expected + Step(note);
         pass_ms += note.milliseconds;
     }
     EXPECT_EQ(pass_ms, 272 * 118);
     // The program's end is seen at the head of the next step, after the note offs, and says nothing more.
-    EXPECT_EQ(PlayUntil(129), expected + kTuneVolume + Step(tune[0]));
+    EXPECT_EQ(PlayUntil(129), expected + kTuneVolume + Step(tune_[0]));
 }
 
 TEST_F(Sound, SwitchedOffInTheMiddleOfAStepEndsItsNotesAndBeginsAnewLater) {
@@ -134,29 +125,24 @@ TEST_F(Sound, SwitchedOffInTheMiddleOfAStepEndsItsNotesAndBeginsAnewLater) {
         }
         if (sleep == 4) music_on = true;
     };
-    const std::vector<TuneNote> tune = WrittenTune();
-    Events second = Step(tune[1]);
-    second.insert(second.end() - 2, kAllSilent.begin(), kAllSilent.end());
-    EXPECT_EQ(PlayUntil(5), kBeginning + kTuneVolume + Step(tune[0]) + second + kAllSilent +
-                                Events{Slept(80)} + kAllSilent + Events{Slept(80)} + kTuneVolume +
-                                Step(tune[0]));
+    EXPECT_EQ(PlayUntil(5), kBeginning + kTuneVolume + Step(tune_[0]) + Step(tune_[1], 88, kAllSilent) +
+                                kPause + kPause + kTuneVolume + Step(tune_[0]));
 }
 
 TEST_F(Sound, SilencesEverythingWhenItEndsWhileSwitchedOff) {
     music_on = false;
-    EXPECT_EQ(PlayUntil(1), kBeginning + kAllSilent + Events{Slept(80)} + kAllSilent);
+    EXPECT_EQ(PlayUntil(1), kBeginning + kPause + kAllSilent);
 }
 
 TEST_F(Sound, FollowsTheSliderWithinAStepAndPlaysOnAtNothing) {
     asleep_ = [](int sleep) { music_vol = sleep == 1 ? 0 : 100; };
-    const std::vector<TuneNote> tune = WrittenTune();
-    EXPECT_EQ(PlayUntil(3), kBeginning + kTuneVolume + Step(tune[0]) + Step(tune[1], 0) + Step(tune[2], 127));
+    EXPECT_EQ(PlayUntil(3),
+              kBeginning + kTuneVolume + Step(tune_[0]) + Step(tune_[1], 0) + Step(tune_[2], 127));
 }
 
 TEST_F(Sound, ClosesWhileItsThreadsSleep) {
     SetInlineWorkers(false);
-    std::counting_semaphore<> asleep(0);
-    std::counting_semaphore<> wake(0);
+    std::counting_semaphore<> asleep(0), wake(0);
     clock_.on_sleep = [&](int64_t milliseconds) {
         if (milliseconds == 30) {  // the closing thread's own
             events_.push_back(Slept(30));
@@ -183,8 +169,7 @@ TEST_F(Sound, ClosesWhileItsThreadsSleep) {
 }
 
 TEST_F(Sound, PlaysAnEffectUntilItIsSwitchedOff) {
-    const int notes[] = {72, 67, 64, 57};
-    const int durations[] = {90, 90, 90, 160};
+    const int notes[] = {72, 67, 64, 57}, durations[] = {90, 90, 90, 160};
     OpenOnly();
     PlayEffect(notes, durations);
     const Events jingle = {Volume(1, 107), Program(1, 81), On(1, 72, 112), Slept(90),      Off(1, 72),

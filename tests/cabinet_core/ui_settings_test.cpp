@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/files.h"
 #include "cabinet/sound.h"
@@ -42,15 +43,12 @@ TEST(UiSettings, ComeBackAsTheyWereSavedWithForeignKeys) {
     EXPECT_FALSE(FileExists(settings.Path()));  // made by the first save
     settings.Load(
         R"({"music": false, "sfx": false, "music_vol": 0, "sfx_vol": 100, "theirs": {"a": [1, "x"]}})");
-    EXPECT_FALSE(music_on || sfx_on);
-    EXPECT_EQ(music_vol, 0);
-    EXPECT_EQ(sfx_vol, 100);
+    EXPECT_TRUE(!music_on && !sfx_on && music_vol == 0 && sfx_vol == 100);
     music_vol = 33;
     SaveUiSettings();
     Settings::Reset();
     LoadUiSettings();
-    EXPECT_EQ(music_vol, 33);
-    EXPECT_FALSE(music_on);
+    EXPECT_TRUE(!music_on && music_vol == 33);
     EXPECT_EQ(ui_doc["theirs"], json::parse(R"({"a": [1, "x"]})"));
     EXPECT_EQ(ReadFile(settings.Path())->substr(0, 4), "{\n  ");  // for people to read
 }
@@ -59,24 +57,23 @@ TEST(UiSettings, KeepDefaultsForEveryDamage) {
     Settings settings;
     const std::string whole =
         R"({"music":false,"sfx":false,"music_vol":1,"sfx_vol":2,"week_scores":[{"score":"é"}]})";
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        settings.Load(whole.substr(0, length));
-        EXPECT_TRUE(Settings::AreDefaults() && ui_doc.is_object()) << length;
-    }
-    for (const char* content :
+    std::vector<std::string> damaged;
+    for (const char* const content :
          {"[]", "null", "3", "\"x\"", "\xff\xfe{}", "{\"music\":false}x", "{\"music\":0,\"sfx\":\"no\"}",
           "{\"music_vol\":150,\"sfx_vol\":-1}", "{\"music_vol\":\"70\",\"sfx_vol\":1.0}",
           "{\"music_vol\":18446744073709551615,\"sfx_vol\":9223372036854775808}",
           "{\"music_vol\":1e2,\"sfx_vol\":null}"}) {
-        settings.Load(content);
-        EXPECT_TRUE(Settings::AreDefaults() && ui_doc.is_object()) << content;
-        SaveUiSettings();
+        damaged.emplace_back(content);
     }
-    for (const char* opening : {"[", "{\"a\":"}) {
-        std::string nested;
+    for (std::size_t length = 0; length < whole.size(); ++length) damaged.push_back(whole.substr(0, length));
+    for (const char* const opening : {"[", "{\"a\":"}) {
+        std::string& nested = damaged.emplace_back();
         while (nested.size() < 10'000'000) nested += opening;
-        settings.Load(nested);
-        EXPECT_TRUE(Settings::AreDefaults());
+    }
+    for (const std::string& content : damaged) {
+        settings.Load(content);
+        EXPECT_TRUE(Settings::AreDefaults() && ui_doc.is_object()) << content.substr(0, 100);
+        SaveUiSettings();
     }
 }
 
@@ -84,10 +81,10 @@ TEST(UiSettings, OfAFileThatCouldNotBeReadAreNotSavedOverIt) {
     Settings settings;
     settings.Load(std::string(1'000, '['));
     EXPECT_TRUE(Settings::AreDefaults());
+    // It can be read again later, and still nobody knows what it held.
     for (const std::string& content :
-         {std::string(1'000, '['), std::string("{\"best_ever\": {\"score\": 9}}")}) {
-        WriteFile(settings.Path(),
-                  content);  // it can be read again later, and still nobody knows what it held
+         {std::string(1'000, '['), std::string(R"({"best_ever": {"score": 9}})")}) {
+        WriteFile(settings.Path(), content);
         SaveUiSettings();
         EXPECT_EQ(ReadFile(settings.Path()), content);
     }
@@ -131,49 +128,46 @@ TEST(WindowPlacement, ComesBackOnlyOntoAMonitorThatIsThere) {
     Settings settings;
     const Monitor monitors[] = {{{0, 0, 1920, 1080}, {0, 0, 1920, 1040}},
                                 {{1920, 0, 1280, 1024}, {1920, 0, 1280, 1024}}};
-    struct Case {
+    const struct {
         const char* document;
         std::optional<Point> position;
-        int height;
-    };
-    const Case cases[] = {
-        {"{}", std::nullopt, 1300},
-        {R"({"x":5,"y":6})", Point{5, 6}, 1300},
+        int height = 1300;
+    } cases[] = {
+        {"{}", std::nullopt},
+        {R"({"x":5,"y":6})", Point{5, 6}},
         {R"({"x":5,"y":6,"w":200,"h":1500,"max":true})", Point{5, 6}, 1500},
-        {R"({"x":5,"y":6,"h":399})", Point{5, 6}, 1300},
-        {R"({"x":5,"y":6,"h":800})", Point{5, 6}, 1300},
-        {R"({"x":3000,"y":900})", Point{3000, 900}, 1300},
-        {R"({"x":3200,"y":6,"max":true})", std::nullopt, 1300},
-        {R"({"x":-1320,"y":0})", std::nullopt, 1300},  // its right edge touches nothing
-        {R"({"x":-1319,"y":0})", Point{-1319, 0}, 1300},
-        {R"({"x":-199,"y":0,"w":200})", Point{-199, 0}, 1300},
-        {R"({"x":-1000,"y":0,"w":200})", std::nullopt, 1300},
-        {R"({"x":-1000,"y":0,"w":80})", Point{-1000, 0}, 1300},  // too narrow counts as 1320
-        {R"({"x":5})", std::nullopt, 1300},
-        {R"({"x":5,"y":"6","h":1500})", std::nullopt, 1300},
-        {R"({"x":5,"y":6,"max":1})", std::nullopt, 1300},
-        {R"({"x":5.0,"y":6})", std::nullopt, 1300},
-        {R"({"x":9223372036854775807,"y":-9223372036854775808})", std::nullopt, 1300},
-        {R"({"x":18446744073709551615,"y":0,"w":99999999999,"h":99999999999})", std::nullopt, 1300},
+        {R"({"x":5,"y":6,"h":399})", Point{5, 6}},
+        {R"({"x":5,"y":6,"h":800})", Point{5, 6}},
+        {R"({"x":3000,"y":900})", Point{3000, 900}},
+        {R"({"x":3200,"y":6,"max":true})", std::nullopt},
+        {R"({"x":-1320,"y":0})", std::nullopt},  // its right edge touches nothing
+        {R"({"x":-1319,"y":0})", Point{-1319, 0}},
+        {R"({"x":-199,"y":0,"w":200})", Point{-199, 0}},
+        {R"({"x":-1000,"y":0,"w":200})", std::nullopt},
+        {R"({"x":-1000,"y":0,"w":80})", Point{-1000, 0}},  // too narrow counts as 1320
+        {R"({"x":5})", std::nullopt},
+        {R"({"x":5,"y":"6","h":1500})", std::nullopt},
+        {R"({"x":5,"y":6,"max":1})", std::nullopt},
+        {R"({"x":5.0,"y":6})", std::nullopt},
+        {R"({"x":9223372036854775807,"y":-9223372036854775808})", std::nullopt},
+        {R"({"x":18446744073709551615,"y":0,"w":99999999999,"h":99999999999})", std::nullopt},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.document);
-        ui_doc = json::parse(c.document);
+    for (const auto& [document, position, height] : cases) {
+        ui_doc = json::parse(document);
         const RestoredPlacement restored = RestoreWindowPlacement(monitors);
-        EXPECT_EQ(restored.position, c.position);
-        EXPECT_EQ(restored.size, (Size{1320, c.height}));
+        EXPECT_EQ(restored.position, position) << document;
+        EXPECT_EQ(restored.size, (Size{1320, height})) << document;
     }
 }
 
 TEST(WindowPlacement, PutsAToolWindowBesideTheMainOne) {
     const Rect work = {0, 0, 1920, 1040};
-    const Size size = {540, 878};
-    EXPECT_EQ(PlaceBeside({100, 50, 1000, 900}, work, size), (Point{1108, 50}));
-    EXPECT_EQ(PlaceBeside({800, 50, 1000, 900}, work, size), (Point{252, 50}));  // no room to the right
-    EXPECT_EQ(PlaceBeside({100, 50, 1800, 900}, work, size), (Point{0, 50}));    // nor to the left
-    EXPECT_EQ(PlaceBeside({100, 400, 1000, 900}, work, size), (Point{1108, 162}));
-    EXPECT_EQ(PlaceBeside({100, -40, 1000, 900}, work, size), (Point{1108, 0}));
-    EXPECT_EQ(PlaceBeside({100, 50, 1272, 900}, work, size), (Point{1380, 50}));  // fits to the pixel
+    const std::pair<Rect, Point> cases[] = {
+        {{100, 50, 1000, 900}, {1108, 50}},   {{800, 50, 1000, 900}, {252, 50}},  // no room to the right
+        {{100, 50, 1800, 900}, {0, 50}},                                          // nor to the left
+        {{100, 400, 1000, 900}, {1108, 162}}, {{100, -40, 1000, 900}, {1108, 0}},
+        {{100, 50, 1272, 900}, {1380, 50}}};  // fits to the pixel
+    for (const auto& [main, at] : cases) EXPECT_EQ(PlaceBeside(main, work, {540, 878}), at) << main.w;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <memory>
 #include <numbers>
 #include <utility>
@@ -19,18 +18,15 @@ namespace {
 using Pcm = std::vector<int16_t>;
 
 // Lets no note of the bass through, so that the lead can be heard alone.
-class LeadOnly : public MidiRenderer {
-  public:
-    explicit LeadOnly(std::unique_ptr<MidiRenderer> renderer) : renderer_(std::move(renderer)) {}
+struct LeadOnly : MidiRenderer {
+    explicit LeadOnly(std::unique_ptr<MidiRenderer> to) : renderer(std::move(to)) {}
     void ShortMessage(uint32_t message) override {
-        if ((message & 0xFF) != (0x90 | kBassChannel)) renderer_->ShortMessage(message);
+        if ((message & 0xFF) != (0x90 | kBassChannel)) renderer->ShortMessage(message);
     }
-    void Reset() override { renderer_->Reset(); }
-    void Render(int64_t milliseconds) override { renderer_->Render(milliseconds); }
-    const Pcm& Samples() const override { return renderer_->Samples(); }
-
-  private:
-    std::unique_ptr<MidiRenderer> renderer_;
+    void Reset() override { renderer->Reset(); }
+    void Render(int64_t milliseconds) override { renderer->Render(milliseconds); }
+    const Pcm& Samples() const override { return renderer->Samples(); }
+    std::unique_ptr<MidiRenderer> renderer;
 };
 
 // How strong one frequency is in a stretch of the left channel (Goertzel).
@@ -38,8 +34,7 @@ double Strength(const Pcm& samples, double from_s, double length_s, double hertz
     const auto from = static_cast<std::size_t>(from_s * kRenderRate);
     const auto length = static_cast<std::size_t>(length_s * kRenderRate);
     const double factor = 2 * std::cos(2 * std::numbers::pi * hertz / kRenderRate);
-    double before = 0;
-    double last = 0;
+    double before = 0, last = 0;
     for (std::size_t i = 0; i < length; ++i) {
         const double next = samples[2 * (from + i)] + factor * last - before;
         before = std::exchange(last, next);
@@ -49,14 +44,12 @@ double Strength(const Pcm& samples, double from_s, double length_s, double hertz
 
 // The note from the tune's range whose fundamental is strongest.
 int HeardNote(const Pcm& samples, double from_s, double length_s) {
-    int best = 0;
-    double strongest = 0;
+    std::pair<double, int> strongest;
     for (int note = 33; note <= 90; ++note) {
         const double hertz = 440 * std::pow(2, (note - 69) / 12.0);
-        const double strength = Strength(samples, from_s, length_s, hertz);
-        if (strength > strongest) best = note, strongest = strength;
+        strongest = std::max(strongest, {Strength(samples, from_s, length_s, hertz), note});
     }
-    return best;
+    return strongest.second;
 }
 
 // The loudest sample of a stretch.
