@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <atomic>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -28,37 +28,41 @@ struct Answer {
     int status = 200;
     std::string body = {};
     std::string location = {};
-    bool cut = false;   // announces more than it sends
-    bool hold = false;  // waits for Release
+    bool cut = false;        // announces more than it sends
+    bool hold = false;       // waits for Release
+    std::size_t blanks = 0;  // sent behind the body
 };
 
-// A TLS server on a free port that gives the scripted answers in turn, the last one again and again.
+// A server on a free port that gives the scripted answers in turn, the last one again and again. Without TLS
+// it answers to http URLs, and sends long bodies in less time.
 class Server {
   public:
-    explicit Server(std::vector<Answer> answers = {}) : answers_(std::move(answers)) {
+    explicit Server(std::vector<Answer> answers = {}, bool with_tls = true) : answers_(std::move(answers)) {
+        if (!with_tls) server_ = std::make_unique<httplib::Server>();
         const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
             Reply(request, response);
         };
-        server_.Get(".*", handler);
-        server_.Post(".*", handler);
-        server_.set_tcp_nodelay(true);
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        server_->Get(".*", handler);
+        server_->Post(".*", handler);
+        server_->set_tcp_nodelay(true);
+        port_ = server_->bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_->listen_after_bind(); });
         Route(1);
     }
 
     ~Server() {
         Release();
         // Stopping before the loop has begun would leave it running.
-        while (!server_.is_running()) std::this_thread::yield();
-        server_.stop();
+        while (!server_->is_running()) std::this_thread::yield();
+        server_->stop();
         thread_.join();
         SetConnectRoute({});
     }
 
-    void Route(int timeout_divisor) {
-        SetConnectRoute({"::127.0.0.1:" + std::to_string(port_), sandbox::AuthorityFile(folder_.Path()),
-                         timeout_divisor});
+    void Route(int timeout_divisor) { Route(timeout_divisor, folder_.Path()); }
+    void Route(int timeout_divisor, const std::string& folder) {
+        SetConnectRoute(
+            {"::127.0.0.1:" + std::to_string(port_), sandbox::AuthorityFile(folder), timeout_divisor});
     }
 
     // Begins anew.
@@ -69,16 +73,14 @@ class Server {
     }
 
     void Release() {
-        if (!released_) release_.set_value();
         released_ = true;
+        released_.notify_all();
     }
 
     std::vector<httplib::Request> Asked() {
         const std::lock_guard lock(mutex_);
         return asked_;
     }
-
-    int Port() const { return port_; }
 
   private:
     void Reply(const httplib::Request& request, httplib::Response& response) {
@@ -88,28 +90,27 @@ class Server {
             answer = answers_[std::min(asked_.size(), answers_.size() - 1)];
             asked_.push_back(request);
         }
-        if (answer.hold) held_.wait();
+        if (answer.hold) released_.wait(false);
         response.status = answer.status;
         if (!answer.location.empty()) response.set_header("Location", answer.location);
-        if (!answer.cut) {
-            response.set_content(answer.body, "text/plain");
-            return;
-        }
-        response.set_content_provider(answer.body.size() + 1, "text/plain",
-                                      [answer](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                                          if (offset > 0) return false;
-                                          return sink.write(answer.body.data(), answer.body.size());
-                                      });
+        const std::size_t size = answer.body.size();
+        if (size + answer.blanks == 0) return;
+        response.set_content_provider(
+            size + answer.blanks + (answer.cut ? 1 : 0), "text/plain",
+            [answer, size](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                if (offset < size) return sink.write(answer.body.data() + offset, size - offset);
+                static const std::string blanks(1 << 20, ' ');
+                return !answer.cut && sink.write(blanks.data(), std::min(length, blanks.size()));
+            });
     }
 
     TempFolder folder_;
     std::string error_;
     const sandbox::TlsContext tls_ =
         sandbox::MakeServerContext(folder_.Path(), {"service.test", "orvane.test"}, error_);
-    httplib::SSLServer server_{SSL_CTX_get0_certificate(tls_.get()), SSL_CTX_get0_privatekey(tls_.get())};
-    std::promise<void> release_;
-    std::shared_future<void> held_ = release_.get_future().share();
-    bool released_ = false;
+    std::unique_ptr<httplib::Server> server_ = std::make_unique<httplib::SSLServer>(
+        SSL_CTX_get0_certificate(tls_.get()), SSL_CTX_get0_privatekey(tls_.get()));
+    std::atomic<bool> released_ = false;
     std::mutex mutex_;
     std::vector<Answer> answers_;          // guarded by mutex_
     std::vector<httplib::Request> asked_;  // guarded by mutex_
@@ -118,29 +119,7 @@ class Server {
 };
 
 constexpr char kUrl[] = "https://service.test/start";
-
-struct Function {
-    const char* name;
-    std::function<bool(const std::string& url)> call;
-    const char* user_agent;
-};
-
-const std::vector<Function>& Functions() {
-    static std::string text;
-    static std::string error;
-    static json parsed;
-    using Url = const std::string&;
-    static const std::vector<Function> functions = {
-        {"HttpGet", [](Url url) { return HttpGet(url, text, error, 10); }, "Orvane-Pouch/0.1"},
-        {"HttpPostJson", [](Url url) { return HttpPostJson(url, "{\"ask\":1}", text, error, 10, 1); },
-         "Orvane-Pouch/0.1"},
-        {"HttpGetOnce", [](Url url) { return HttpGetOnce(url, text, error); }, ""},
-        {"FetchJson", [](Url url) { return FetchJson(url, parsed); }, "Brickfall/1"},
-        {"FetchText", [](Url url) { return FetchText(url, text); }, "Brickfall/1"},
-        {"FetchJsonStrict", [](Url url) { return FetchJsonStrict(url, parsed); }, ""},
-    };
-    return functions;
-}
+constexpr char kPlainUrl[] = "http://service.test/start";
 
 class HttpClient : public testing::Test {
   protected:
@@ -151,19 +130,34 @@ class HttpClient : public testing::Test {
     bool Post(int attempts) { return HttpPostJson(kUrl, "{}", body_, error_, 10, attempts); }
 
     ManualClock clock_;
-    std::string body_ = "former";
-    std::string error_ = "former";
+    std::string body_ = "former", error_ = "former";
+    json parsed_;
+
+    using Url = const std::string&;
+    const struct Function {
+        std::string name;
+        std::function<bool(Url url)> call;
+        const char* user_agent;
+    } functions_[6] = {
+        {"HttpGet", [this](Url url) { return HttpGet(url, body_, error_, 10); }, "Orvane-Pouch/0.1"},
+        {"HttpPostJson", [this](Url url) { return HttpPostJson(url, "{\"ask\":1}", body_, error_, 10, 1); },
+         "Orvane-Pouch/0.1"},
+        {"HttpGetOnce", [this](Url url) { return HttpGetOnce(url, body_, error_); }, ""},
+        {"FetchJson", [this](Url url) { return FetchJson(url, parsed_); }, "Brickfall/1"},
+        {"FetchText", [this](Url url) { return FetchText(url, body_); }, "Brickfall/1"},
+        {"FetchJsonStrict", [this](Url url) { return FetchJsonStrict(url, parsed_); }, ""},
+    };
 };
 
 TEST_F(HttpClient, EachFunctionSaysWhatItIs) {
     Server server;
-    for (const Function& function : Functions()) {
+    for (const Function& function : functions_) {
         SCOPED_TRACE(function.name);
         server.Script({{200, "{}"}});
         EXPECT_TRUE(function.call("https://service.test/path?a=%20b"));
         ASSERT_EQ(server.Asked().size(), 1u);
         const httplib::Request asked = server.Asked()[0];
-        const bool posts = function.name == std::string("HttpPostJson");
+        const bool posts = function.name == "HttpPostJson";
         EXPECT_EQ(asked.method, posts ? "POST" : "GET");
         EXPECT_EQ(asked.target, "/path?a=%20b");
         EXPECT_EQ(asked.get_header_value("Host"), "service.test");
@@ -198,11 +192,12 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
     };
     Server server;
     for (const auto& row : rows) {
-        for (std::size_t i = 0; i < Functions().size(); ++i) {
+        std::string succeeds;
+        for (const Function& function : functions_) {
             server.Script(row.answers);
-            EXPECT_EQ(Functions()[i].call(kUrl), row.succeeds[i] == 'y')
-                << Functions()[i].name << ": " << row.name;
+            succeeds += function.call(kUrl) ? 'y' : 'n';
         }
+        EXPECT_EQ(succeeds, row.succeeds) << row.name;
     }
 }
 
@@ -262,11 +257,11 @@ TEST_F(HttpClient, OutputsHoldTheLastAttemptOnly) {
     EXPECT_EQ(body_, "nothing here");
 
     server.Script({{500, "[1]"}});
-    json answer = "former";
-    EXPECT_FALSE(FetchJson(kUrl, answer));
-    EXPECT_EQ(answer, "former");
-    EXPECT_FALSE(FetchJsonStrict(kUrl, answer));
-    EXPECT_EQ(answer, nullptr);
+    parsed_ = "former";
+    EXPECT_FALSE(FetchJson(kUrl, parsed_));
+    EXPECT_EQ(parsed_, "former");
+    EXPECT_FALSE(FetchJsonStrict(kUrl, parsed_));
+    EXPECT_EQ(parsed_, nullptr);
 
     server.Script({{302, "", "/again"}});
     EXPECT_FALSE(Get());
@@ -308,14 +303,14 @@ TEST_F(HttpClient, ASilentServiceRunsIntoTheTimeOut) {
 TEST_F(HttpClient, TheServersNameAndAuthorityAreChecked) {
     constexpr char kUntrusted[] = "SSL peer certificate or SSH remote key was not OK";
     Server server({{200, "{}"}});
-    for (const Function& function : Functions()) {
+    for (const Function& function : functions_) {
         EXPECT_FALSE(function.call("https://other.test/"))
             << function.name << " took another host's certificate";
     }
     const TempFolder folder;
     ASSERT_TRUE(sandbox::MakeServerContext(folder.Path(), {"service.test"}, error_));
-    SetConnectRoute({"::127.0.0.1:" + std::to_string(server.Port()), sandbox::AuthorityFile(folder.Path())});
-    for (const Function& function : Functions()) {
+    server.Route(1, folder.Path());
+    for (const Function& function : functions_) {
         EXPECT_FALSE(function.call(kUrl)) << function.name << " took an unknown authority";
     }
     EXPECT_TRUE(server.Asked().empty());
@@ -347,7 +342,7 @@ TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAllAndNamesNoFile) {
          {std::string("https://service.test/a\0b", 24), std::string("https://service.test/a b"),
           std::string("https://service.test/a\r\nX: y"), std::string(),
           "file://" + folder.Path() + "/file"}) {
-        for (const Function& function : Functions()) EXPECT_FALSE(function.call(bad)) << function.name << bad;
+        for (const Function& function : functions_) EXPECT_FALSE(function.call(bad)) << function.name << bad;
     }
     EXPECT_TRUE(server.Asked().empty());
 }
@@ -358,8 +353,7 @@ TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
     std::atomic<int> good = 0;
     for (int i = 0; i < 4; ++i) {
         StartWorker([&] {
-            std::string answer;
-            std::string error;
+            std::string answer, error;
             if (HttpPostJson(kUrl, large, answer, error, 60, 1) && answer == large) ++good;
         });
     }
@@ -369,34 +363,30 @@ TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
 }
 
 TEST_F(HttpClient, AnAnswerWithoutAnEndIsGivenUp) {
-    std::string answer;
-    std::string error;
-    Server server({{200, std::string(kMaxBodyBytes, 'a')}, {200, std::string(kMaxBodyBytes + 1, 'a')}});
-    EXPECT_TRUE(HttpGetOnce(kUrl, answer, error));
-    EXPECT_EQ(answer.size(), kMaxBodyBytes);
-    EXPECT_FALSE(HttpGetOnce(kUrl, answer, error));
-    EXPECT_NE(error, "");
-    EXPECT_LE(answer.size(), kMaxBodyBytes);
-    EXPECT_FALSE(FetchText(kUrl, answer));
+    Server server({{.blanks = kMaxBodyBytes + 1}}, /*with_tls=*/false);
+    EXPECT_FALSE(HttpGetOnce(kPlainUrl, body_, error_));
+    EXPECT_NE(error_, "");
+    EXPECT_LE(body_.size(), kMaxBodyBytes);
 
     // Each function takes a limit of its own, and counts anew for each attempt.
     const auto accepts = [&](std::size_t bytes) {
-        const Answer whole{200, std::string(bytes - 2, ' ') + "[]"};
+        const Answer whole{.body = "[]", .blanks = bytes - 2};
         constexpr JsonLimits kLimits = {.bytes = 1'000, .values = 1};
-        json document;
         std::string told;
         const auto ask = [&](const auto& call) {
-            server.Script({{429, std::string(900, ' ')}, whole});
+            server.Script({{.status = 429, .blanks = 900}, whole});
             if (!call()) server.Script({whole});
             told += call() ? 'y' : 'n';
         };
-        ask([&] { return HttpGet(kUrl, answer, error, 10, false, 1'000); });
-        ask([&] { return HttpPostJson(kUrl, "{}", answer, error, 10, 2, 1'000); });
-        ask([&] { return HttpGetOnce(kUrl, answer, error, 1'000); });
-        ask([&] { return FetchJson(kUrl, document, kLimits); });
-        ask([&] { return FetchText(kUrl, answer, 1'000); });
-        ask([&] { return FetchJsonStrict(kUrl, document, kLimits); });
-        ask([&] { return HttpGetAndRead(kUrl, error, 10, 1'000, [](auto body) { return body != ""; }); });
+        ask([&] { return HttpGet(kPlainUrl, body_, error_, 10, false, 1'000); });
+        ask([&] { return HttpPostJson(kPlainUrl, "{}", body_, error_, 10, 2, 1'000); });
+        ask([&] { return HttpGetOnce(kPlainUrl, body_, error_, 1'000); });
+        ask([&] { return FetchJson(kPlainUrl, parsed_, kLimits); });
+        ask([&] { return FetchText(kPlainUrl, body_, 1'000); });
+        ask([&] { return FetchJsonStrict(kPlainUrl, parsed_, kLimits); });
+        ask([&] {
+            return HttpGetAndRead(kPlainUrl, error_, 10, 1'000, [](auto body) { return body != ""; });
+        });
         return told;
     };
     EXPECT_EQ(accepts(1'000), "yyyyyyy");
@@ -404,39 +394,35 @@ TEST_F(HttpClient, AnAnswerWithoutAnEndIsGivenUp) {
 }
 
 TEST_F(HttpClient, TheBodiesInFlightShareOneBound) {
-    Server server({{200, std::string(kMaxBodyBytes, 'a')}});
+    Server server({{.blanks = kMaxBodyBytes}}, /*with_tls=*/false);
     // Each is held while the next is fetched.
     std::size_t held = 0;
     const std::function<bool(std::string_view)> hold = [&](std::string_view body) {
         EXPECT_EQ(body.size(), kMaxBodyBytes);
         ++held;
-        return HttpGetAndRead(kUrl, error_, 60, kMaxBodyBytes, hold);
+        return HttpGetAndRead(kPlainUrl, error_, 60, kMaxBodyBytes, hold);
     };
-    EXPECT_FALSE(HttpGetAndRead(kUrl, error_, 60, kMaxBodyBytes, hold));
+    EXPECT_FALSE(HttpGetAndRead(kPlainUrl, error_, 60, kMaxBodyBytes, hold));
     EXPECT_EQ(held, kMaxBodyBytesInFlight / kMaxBodyBytes);
     EXPECT_NE(error_, "") << "as a broken transfer";
-    EXPECT_TRUE(Get()) << "given back";
 
     server.Script({{200, "[]"}});
+    EXPECT_TRUE(HttpGetOnce(kPlainUrl, body_, error_)) << "given back";
     EXPECT_FALSE(
-        HttpGetAndRead(kUrl, error_, 60, 2, [](std::string_view) -> bool { throw std::bad_alloc(); }));
+        HttpGetAndRead(kPlainUrl, error_, 60, 2, [](std::string_view) -> bool { throw std::bad_alloc(); }));
     EXPECT_EQ(error_, kOutOfMemoryText) << "and nothing is thrown";
-    EXPECT_FALSE(HttpGetAndRead(kUrl, error_, 60, 2, [](std::string_view) { return false; }));
+    EXPECT_FALSE(HttpGetAndRead(kPlainUrl, error_, 60, 2, [](std::string_view) { return false; }));
     EXPECT_EQ(error_, "");
 }
 
 TEST_F(HttpClient, StoppingTheNetworkLeavesARunningRequestAlone) {
     Server server({{200, "fine", "", false, true}});
-    std::string answer;
-    StartWorker([&answer] {
-        std::string error;
-        if (!HttpGet(kUrl, answer, error, 60)) answer = error;
-    });
+    StartWorker([this] { Get(); });
     while (server.Asked().empty()) std::this_thread::yield();
     StopNetwork();
     server.Release();
     WaitForWorkers();
-    EXPECT_EQ(answer, "fine");
+    EXPECT_EQ(body_, "fine") << error_;
 }
 
 }  // namespace
