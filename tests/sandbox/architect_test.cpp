@@ -15,7 +15,6 @@
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tests/support/sealed_message.h"
-#include "tests/support/signed_rows.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/payment/pay_drivers.h"
@@ -25,7 +24,12 @@ namespace {
 
 using nlohmann::json;
 
-constexpr char kSuccess[] = "success: ";
+// The id of the transaction that carries the row.
+std::string Send(const json& row) {
+    const std::string result = PayReport(DumpRow(row));
+    EXPECT_EQ(result.substr(0, 9), "success: ");
+    return result.substr(std::min<std::size_t>(result.size(), 9));
+}
 
 json SignedReport(const std::string& text) {
     json row = {{"protocol", "Cairn-Wire"}, {"type", "report"},         {"app", "Brickfall"},
@@ -35,13 +39,6 @@ json SignedReport(const std::string& text) {
     EXPECT_TRUE(EncryptDirectMessage({text}, "ada", kArchitectHandle, row, error)) << error;
     EXPECT_TRUE(SignMessage(row, error)) << error;
     return row;
-}
-
-// The id of the transaction that carries the row.
-std::string Send(const json& row) {
-    const std::string result = PayReport(DumpRow(row));
-    EXPECT_TRUE(result.starts_with(kSuccess)) << result;
-    return result.substr(std::min(result.size(), sizeof kSuccess - 1));
 }
 
 TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
@@ -64,12 +61,10 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
         sandbox::Sandbox box(options);
         ASSERT_TRUE(box.Start(error)) << error;
         SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
-        TestPlayer ada = MakePlayer("ada");
         {
             const WalletLock lock(wallet_mutex);
-            ada.public_hex = wallet_keys.identity_pub;
+            box.Publish({"ada", wallet_keys.identity_pub, "", "", "", false, "", ""});
         }
-        box.Publish(IdentityOf(ada));
         ASSERT_TRUE(box.AppointArchitect("userinfo"));
         ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
 
@@ -90,12 +85,10 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
             json bent = row;
             bent[key] = value;
             const std::string txid = Send(bent);
-            ASSERT_FALSE(told.empty());
             EXPECT_EQ(told.back(), txid);
             const sandbox::Report report = box.Reports().back();
             EXPECT_EQ(report.txid, txid);
-            EXPECT_NE(report.refusal, "");
-            EXPECT_EQ(report.text, "");
+            EXPECT_TRUE(report.refusal != "" && report.text.empty());
         }
         refused = changes.size();
         json elsewhere = row;
@@ -118,8 +111,7 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
     ASSERT_TRUE(again.Start(error)) << error;
     ASSERT_EQ(again.Reports().size(), sent.size() + refused);
     EXPECT_EQ(again.Reports()[0].text, text);
-    EXPECT_EQ(again.Identity("architect")->alias, "architect");
-    EXPECT_TRUE(told.empty());
+    EXPECT_TRUE(told.empty() && again.Identity("architect").has_value());
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // bad ones are good ones with one thing wrong, so that only the rule in question can refuse them.
 #include <gtest/gtest.h>
 #include <openssl/ecdsa.h>
-#include <rapidcheck.h>
 
 #include <functional>
 
@@ -20,23 +19,19 @@ namespace {
 
 using sandbox::Sandbox;
 
-constexpr char kKey[] = "1111111111111111111111111111111111111111111111111111111111111111";
-constexpr char kOtherKey[] = "2222222222222222222222222222222222222222222222222222222222222222";
 constexpr int64_t kCoin = 100'000;
 constexpr int64_t kFee = 500;
 constexpr int64_t kMaxMoney = 2'100'000'000'000'000;
 
 struct Owner {
-    explicit Owner(const char* key) : private_hex(key) {
-        EXPECT_TRUE(PublicKeyFromPrivate(key, public_hex));
+    explicit Owner(char digit) : private_hex(64, digit) {
+        EXPECT_TRUE(PublicKeyFromPrivate(private_hex, public_hex));
         address = AddressFromPublicKey(public_hex);
         EXPECT_TRUE(DecodeAddress(address, hash));
     }
     PayOutput Paid(int64_t value) const { return {value, P2pkhScript(hash)}; }
 
-    std::string private_hex;
-    std::string public_hex;
-    std::string address;
+    std::string private_hex, public_hex, address;
     Hash160 hash{};
 };
 
@@ -55,13 +50,13 @@ struct Workshop {
         return coin;
     }
 
-    void Sign() {
-        for (SpendInput& input : inputs) SignAs(input, owner, owner);
-    }
     // By one owner's private key, with another's public key beside the signature.
-    void SignAs(SpendInput& input, const Owner& signer, const Owner& shown) {
-        ASSERT_TRUE(SignInput(input, inputs, outputs, owner.hash, signer.private_hex, shown.public_hex));
+    void Sign(const Owner& payer, const Owner& signer, const Owner& shown) {
+        for (SpendInput& input : inputs) {
+            ASSERT_TRUE(SignInput(input, inputs, outputs, payer.hash, signer.private_hex, shown.public_hex));
+        }
     }
+    void Sign() { Sign(owner, owner, owner); }
     ByteBuffer Bytes() const { return SerializeTx(inputs, outputs, /*skeleton=*/false); }
     ByteBuffer SignedBytes() {
         Sign();
@@ -76,8 +71,7 @@ struct Workshop {
     }
 
     Sandbox box{{}};
-    Owner owner{kKey};
-    Owner other{kOtherKey};
+    Owner owner{'1'}, other{'2'};
     std::vector<SpendInput> inputs;
     std::vector<PayOutput> outputs;
     ByteBuffer raw;
@@ -151,8 +145,8 @@ void LockIntoTheFuture(Workshop& shop) {
     shop.raw[4 + 1 + 36 + 1 + shop.Script().size()] = 0;  // the sequence
 }
 
-void SignAsAnother(Workshop& shop) { shop.SignAs(shop.inputs[0], shop.other, shop.other); }
-void ShowTheRightKey(Workshop& shop) { shop.SignAs(shop.inputs[0], shop.other, shop.owner); }
+void SignAsAnother(Workshop& shop) { shop.Sign(shop.owner, shop.other, shop.other); }
+void ShowTheRightKey(Workshop& shop) { shop.Sign(shop.owner, shop.other, shop.owner); }
 
 struct BadRow {
     const char* why;
@@ -278,8 +272,7 @@ TEST(ChainRules, DoubleSpendsAndForgottenTransactions) {
 
     // Lost, the first makes room for the rival, and takes along what was built on it.
     shop.inputs = {Workshop::Coin(first_id, 0, kCoin - kFee)};
-    ASSERT_TRUE(SignInput(shop.inputs[0], shop.inputs, shop.outputs, shop.other.hash, shop.other.private_hex,
-                          shop.other.public_hex));
+    shop.Sign(shop.other, shop.other, shop.other);
     const ByteBuffer child = shop.Bytes();
     ASSERT_EQ(shop.Refusal(child), "");
     shop.box.Forget(first_id);
@@ -297,75 +290,17 @@ TEST(ChainRules, DoubleSpendsAndForgottenTransactions) {
 }
 
 TEST(ChainRules, FundingMakesMoneyWithinBounds) {
-    Sandbox box{{}};
-    const Owner owner(kKey);
-    const std::string one = box.Fund(owner.address, 1'000);
-    EXPECT_NE(box.Fund(owner.address, 1'000), one);
-    EXPECT_EQ(one.size(), 64u);
-    for (const int64_t bad : {int64_t{0}, int64_t{-1}, kMaxMoney - 1'999, INT64_MAX}) {
-        EXPECT_EQ(box.Fund(owner.address, bad), "");
+    Workshop shop;
+    const std::string address = shop.owner.address;
+    for (const int64_t bad : {int64_t{0}, int64_t{-1}, kMaxMoney - kCoin + 1, INT64_MAX}) {
+        EXPECT_EQ(shop.box.Fund(address, bad), "");
     }
-    for (const std::string& bad : {std::string(), owner.address + "1", "1" + owner.address,
-                                   owner.address.substr(1), std::string(34, '1'), std::string(1000, 'z')}) {
-        EXPECT_EQ(box.Fund(bad, 1'000), "") << bad;
+    for (const std::string& bad : {std::string(), address + "1", "1" + address, address.substr(1),
+                                   std::string(34, '1'), std::string(1000, 'z')}) {
+        EXPECT_EQ(shop.box.Fund(bad, 1'000), "") << bad;
     }
-    EXPECT_EQ(box.TotalFunded(), 2'000);
-}
-
-// Random payments, double spends, blocks and losses, beside a plain list of what should be there.
-TEST(ChainRules, NoSatoshiAppearsOrVanishes) {
-    struct Held {
-        std::string txid;
-        int64_t value;
-    };
-    rc::check("the chain agrees with a plain ledger", [] {
-        Sandbox box{{}};
-        const Owner owner(kKey);
-        std::vector<Held> held;  // the owner's coins
-        std::vector<SpendInput> spent;
-        int64_t funded = 0;
-        int64_t fees = 0;
-        const auto submit = [&](SpendInput coin, int64_t pays) {
-            const PayOutput output = owner.Paid(pays);
-            SpendInput inputs[] = {std::move(coin)};
-            RC_ASSERT(
-                SignInput(inputs[0], inputs, {&output, 1}, owner.hash, owner.private_hex, owner.public_hex));
-            std::string txid, reason;
-            const bool taken = box.Submit(HexEncode(SerializeTx(inputs, {&output, 1}, false)), txid, reason);
-            return taken ? txid : std::string();
-        };
-        const auto steps =
-            *rc::gen::resize(40, rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 100)));
-        for (const int step : steps) {
-            if (step < 20 || held.empty()) {
-                held.push_back({box.Fund(owner.address, 1'000 + step), 1'000 + step});
-                funded += 1'000 + step;
-            } else if (step < 75) {
-                const std::size_t at = static_cast<std::size_t>(step) % held.size();
-                const Held coin = held[at];
-                const int64_t fee = 15 + step % 10;  // 19 are asked for
-                const std::string txid = submit(Workshop::Coin(coin.txid, 0, coin.value), coin.value - fee);
-                RC_ASSERT(txid.empty() == (fee < 19 || coin.value < fee));
-                if (!txid.empty()) {
-                    spent.push_back(Workshop::Coin(coin.txid, 0, coin.value));
-                    held[at] = {txid, coin.value - fee};
-                    fees += fee;
-                }
-            } else if (step < 90) {
-                box.Mine();
-            } else if (!spent.empty()) {
-                const SpendInput& gone = spent[static_cast<std::size_t>(step) % spent.size()];
-                RC_ASSERT(submit(Workshop::Coin(gone.txid, 0, gone.value), gone.value - 100).empty());
-            }
-        }
-        int64_t total = 0;
-        for (const Held& coin : held) total += coin.value;
-        RC_ASSERT(box.TotalFunded() == funded);
-        RC_ASSERT(box.TotalFees() == fees);
-        RC_ASSERT(box.TotalUnspent() == total);
-        RC_ASSERT(box.BalanceOf(owner.address) == total);
-        RC_ASSERT(funded == total + fees);
-    });
+    EXPECT_NE(shop.box.Fund(address, kCoin), shop.inputs[0].txid);
+    EXPECT_EQ(shop.box.TotalFunded(), 2 * kCoin);
 }
 
 // BIP143, "Native P2WPKH": the digest that the judge goes by is the standard's.
