@@ -1,23 +1,26 @@
-// Any text as an answer of the board's services, and as the settings document: ids have an id's length, a
-// picture's address is https, and what is merged out of the document is a board.
+// Any text as an answer of the board's services, as the settings document, as a script and as a row: ids have
+// an id's length, a picture's address is https, what is merged out of the document is a board, a payload is a
+// part of its script, a row's canonical string depends on its value alone, and nothing unsigned is accepted.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <nlohmann/json.hpp>
-#include <string>
+#include <functional>
 #include <utility>
 #include <vector>
 
 #include "base/clock.h"
+#include "base/text.h"
 #include "board/faces.h"
 #include "board/local_scores.h"
+#include "board/watch_reader.h"
 #include "deployment/sandbox_route.h"
 #include "fuzz/support.h"
 #include "game/week.h"
+#include "messages/row.h"
+#include "messages/verification.h"
+#include "wallet/protocol/encodings.h"
 
-namespace brickfall {
 namespace {
 
+using namespace brickfall;
 using nlohmann::json;
 
 constexpr int64_t kNow = 1'790'000'000;
@@ -35,8 +38,7 @@ void CheckMerge(const json& document) {
     std::vector<ScoreRow> rows;
     MergeWeek(snapshot, rows);
     Require(rows.size() <= kBoardRowCap);
-    Require(std::is_sorted(rows.begin(), rows.end(),
-                           [](const ScoreRow& a, const ScoreRow& b) { return a.score > b.score; }));
+    Require(std::ranges::is_sorted(rows, std::greater(), &ScoreRow::score));
     for (const ScoreRow& row : rows) Require(row.score >= 1 && !row.verified);
     ScoreRow best;
     bool has_best = false;
@@ -56,15 +58,48 @@ void CheckRecord(json document) {
     Require(document.at("best_ever").at("score").get<int64_t>() >= 500);
 }
 
+void CheckScript(const std::string& script) {
+    std::string payload;
+    if (ExtractPushPayload(script, payload)) {
+        Require(!payload.empty() && payload.size() <= 65'535);
+        Require(Lower(script).find(HexEncode(AsBytes(payload))) != std::string::npos);
+    } else {
+        Require(payload.empty());
+    }
+    json row;
+    if (FindScorePayload({{"vout", {{{"hex", script}}}}}, row)) {
+        Require(row.is_object() && json::parse(payload) == row);
+    }
+}
+
+void CheckRow(const json& row) {
+    const std::string canonical = CanonicalMessage(row);
+    Require(canonical.starts_with("OV1|"));
+    const json again = json::parse(DumpRow(row), nullptr, /*allow_exceptions=*/false);
+    Require(again == row && CanonicalMessage(again) == canonical);
+    Require(!VerifyMessage(row));
+}
+
+// The parts of a signature, cut out of the same bytes.
+void CheckSignature(const std::string& text) {
+    const std::size_t third = text.size() / 3;
+    VerifyCompactSignature(text.substr(0, third), text.substr(third, third), text.substr(2 * third));
+    ByteBuffer key;
+    if (!DecodeKeyHex(text, key)) return;
+    const std::string canonical = CanonicalPublicKey(key);
+    Require(canonical.empty() || canonical.size() == 66);
+}
+
 }  // namespace
-}  // namespace brickfall
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    using namespace brickfall;
     static const bool ready = (SetConnectRoute({"::127.0.0.1:1", "", 1}), StopTheClock(), true);
     static_cast<void>(ready);
 
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text(AsText(data, size));
+    CheckScript(text);
+    CheckScript(HexEncode({data, size}));
+    CheckSignature(text);
     json answer = json::parse(text, nullptr, /*allow_exceptions=*/false);
     std::vector<std::string> ids;
     CollectTxids(answer, ids);
@@ -73,6 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     Require(picture.empty() || picture.starts_with("https://"));
     ChainRow row;
     Require(!ReadChainRow(answer, std::string(64, 'a'), row));  // nobody answers for a key
+    if (!answer.is_discarded()) CheckRow(answer);
     CheckMerge(answer);
     CheckRecord(std::move(answer));  // a copy of deep nesting would end the stack
     return 0;

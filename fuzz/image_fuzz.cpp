@@ -1,8 +1,5 @@
 // Any bytes as a picture: nothing, or a still one within its limits, which is cut down to itself.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <string>
 
 #include "fuzz/support.h"
 #include "platform/image.h"
@@ -11,7 +8,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;
     constexpr int kSide = 16;
-    const std::string file(reinterpret_cast<const char*>(data), size);
+    const std::string file(AsText(data, size));
     std::string kept = file;
     const auto still = KeepStillPicture(kept);
     const auto image = DecodeImage(file, kSide);

@@ -1,19 +1,22 @@
-// The same bytes as each of the small files that another program may write into the shared store: the list of
-// wallets, a bind and a connect reply.
-#include <cstdint>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <string_view>
+// The same bytes as each of the small files that another program may write into the shared store, the list of
+// wallets, the file of names, a bind and a connect reply, and as a paymail name.
+#include <algorithm>
+#include <vector>
 
-#include "base/files.h"
+#include "base/text.h"
 #include "fuzz/support.h"
+#include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/store/app_binds.h"
+#include "wallet/store/paymail_registry.h"
 #include "wallet/store/shared_store.h"
 
 namespace {
 
 using namespace brickfall;
+
+constexpr char kKey[] = "02ad";
+constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
 
 void CheckRegistry() {
     const StoreLock lock;
@@ -28,15 +31,47 @@ void CheckRegistry() {
     Require(ReadRegistry().document == registry);
 }
 
+void CheckNames(const std::string& file, std::string_view bytes) {
+    const std::string name = SanitizePaymailName(bytes);
+    Require(SanitizePaymailName(name) == name);
+    Require(std::ranges::all_of(name, [](char c) {
+        return (IsAsciiLetterOrDigit(c) && (c < 'A' || c > 'Z')) || c == '_' || c == '-' || c == '.';
+    }));
+
+    Require(ReplaceFile(file, bytes, Flush::kLater));
+    const std::string found = FindNameForPubkey(kKey);
+    Require(SanitizePaymailName(found) == found);
+    if (RegisterPaymail("ada", kKey, kAddress).empty()) {
+        Require(FindNameForPubkey(kKey) == "ada");
+    } else {
+        Require(ReadFile(file) == bytes);
+    }
+
+    Require(ReplaceFile(file, bytes, Flush::kLater));
+    if (ReadStoreFile(file).state == FileState::kUnreadable) return;
+    wallet_keys.identity_pub = kKey;
+    wallet_keys.ord_avatar = "avatar_0";
+    std::string written;
+    for (const char* const role : {"dev", "Dev"}) {  // the same twice
+        SetOrdAddress(kAddress);
+        SetHostRole(role);
+        Require(SyncAvatar().empty());
+        const std::string content = ReadFile(file).value_or("");
+        Require(written.empty() || content == written);
+        written = content;
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const FuzzStore store("/connect");
     const std::string root = store.Path() + "/Orvane";
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    const std::string_view bytes = AsText(data, size);
 
     Require(ReplaceFile(root + "/wallets.json", bytes, Flush::kLater));
     CheckRegistry();
+    CheckNames(root + "/orvane_paymail.json", bytes);
 
     BindAtStart("/fuzz", "Fuzz");
     Require(ReplaceFile(BindFilePath(), bytes, Flush::kLater));

@@ -1,9 +1,14 @@
-// support.h - what fuzz targets share: a check that always stands, and a store of their own.
+// support.h - what fuzz targets share: a check that always stands, the input as text, and a store of their
+// own.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "base/files.h"
 
@@ -12,6 +17,10 @@ namespace brickfall {
 // A law that an input may break. Compiled in always, unlike assert.
 inline void Require(bool holds) {
     if (!holds) std::abort();
+}
+
+inline std::string_view AsText(const uint8_t* data, std::size_t size) {
+    return {reinterpret_cast<const char*>(data), size};
 }
 
 // A new user-data folder with the store's folder and `below` in it, gone with its scope.

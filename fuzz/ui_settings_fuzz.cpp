@@ -1,9 +1,5 @@
 // The settings file as another program may have left it: what is loaded stays inside its limits, places the
 // window, and lasts through a save.
-#include <cstdint>
-#include <string_view>
-
-#include "base/files.h"
 #include "cabinet/sound.h"
 #include "cabinet/ui_settings.h"
 #include "cabinet/window_placement.h"
@@ -32,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     music_on = sfx_on = true;
     music_vol = 70;
     sfx_vol = 85;
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    const std::string_view bytes = AsText(data, size);
     Require(ReplaceFile(path, bytes, Flush::kLater));
     LoadUiSettings();
     Require(ui_doc.is_object());

@@ -1,9 +1,5 @@
 // Any bytes as the download page: a build is found or none, only the page's end counts, and a build written
 // out reads as itself.
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include "cabinet/update_check.h"
 #include "fuzz/support.h"
 
@@ -21,7 +17,7 @@ void RequireBuild(int32_t build) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const std::string page(reinterpret_cast<const char*>(data), size);
+    const std::string page(AsText(data, size));
     const int32_t found = FindPageBuild(page);
     RequireBuild(found);
     RequireBuild(ParseBuild(page));

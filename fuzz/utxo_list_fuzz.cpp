@@ -1,10 +1,7 @@
 // Any bytes as the body of a listing: what is taken from it is an output, and what stood in the list before
 // is untouched. Read element by element, a text gives what its whole document does.
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <string_view>
 #include <vector>
 
 #include "base/foreign_json.h"
@@ -58,7 +55,7 @@ void CheckElements(std::string_view body) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const std::string_view body(reinterpret_cast<const char*>(data), size);
+    const std::string_view body = AsText(data, size);
     std::vector<Utxo> list{{"kept", 1, 2}};
     const bool is_list = ParseUtxoList(body, list);
     Require(list.front().txid == "kept" && list.front().vout == 1 && list.front().value == 2);

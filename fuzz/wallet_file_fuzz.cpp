@@ -1,8 +1,5 @@
 // The reading that blanks the secrets of a wallet file agrees with the plain one: on what is JSON, on the
 // secrets, and on everything that is none.
-#include <cstdint>
-#include <nlohmann/json.hpp>
-
 #include "fuzz/support.h"
 #include "wallet/json/json_numbers.h"
 #include "wallet/json/secret_json.h"
