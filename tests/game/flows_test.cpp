@@ -47,19 +47,14 @@ struct Cabinet : NotedRun {
         driver.record_local_score = [this](const std::string& txid) { listed.push_back(txid); };
         flow.run = driver;
         flow.confirm = [this](std::string_view title, std::string_view question) {
-            EXPECT_FALSE(checking) << "the question comes when the wait is over";
-            questions.push_back(std::string(title) + ": " + std::string(question));
+            log.push_back(std::string(title) + ": " + std::string(question));
             return answer;
         };
         flow.begin_check = [this](int control, std::string_view text) {
-            checks.push_back(std::to_string(control) + " " + std::string(text));
-            checking = true;
+            log.push_back(std::to_string(control) + " " + std::string(text));
             asked_before = look_ups();
         };
-        flow.end_check = [this] {
-            checks.back() += " " + std::to_string(look_ups() - asked_before);
-            checking = false;
-        };
+        flow.end_check = [this] { log.push_back(std::to_string(look_ups() - asked_before) + " look-ups"); };
         flow.refresh_wallet_labels = [this] { ++label_refreshes; };
         flow.start_pot_refresh = [this] { ++pot_refreshes; };
         flow.start_board_load = [this] { ++board_loads; };
@@ -91,9 +86,9 @@ struct Cabinet : NotedRun {
     std::string Status() const { return statuses.empty() ? "" : statuses.back(); }
 
     FlowDriver flow;
-    bool answer = true, checking = false;
-    std::vector<std::string> statuses, questions, listed;
-    std::vector<std::string> checks;  // control, text, how many look-ups were made within
+    bool answer = true;
+    Lines statuses, listed;
+    Lines log;  // questions, and the look-ups that the player sees waited for
     std::function<std::size_t()> look_ups = [] { return std::size_t{0}; };
     std::size_t asked_before = 0;
     std::map<int, bool> enabled;
@@ -133,132 +128,117 @@ struct PaidCabinet : testing::Test {
 };
 
 TEST(Week, BeginsOnMonday) {
-    EXPECT_EQ(WeekStart(kMonday), kMonday);
-    EXPECT_EQ(WeekStart(kNextMonday - 1), kMonday);
-    EXPECT_EQ(WeekStart(kNextMonday), kNextMonday);
-    EXPECT_EQ(WeekStart(4 * 86'400), 4 * 86'400);  // 1970-01-05 was a Monday
-    EXPECT_EQ(WeekStart(4 * 86'400 - 1), -3 * 86'400);
-    EXPECT_EQ(WeekStart(INT64_MIN), WeekStart(0));
+    const std::pair<int64_t, int64_t> kRows[] = {
+        {kMonday, kMonday},
+        {kNextMonday - 1, kMonday},
+        {kNextMonday, kNextMonday},
+        {4 * 86'400, 4 * 86'400},  // 1970-01-05 was a Monday
+        {4 * 86'400 - 1, -3 * 86'400},
+        {INT64_MIN, -3 * 86'400},
+    };
+    for (const auto& [time, week] : kRows) EXPECT_EQ(WeekStart(time), week) << time;
 }
 
 TEST(FlowTxid, IsTheFirstRunOf64Digits) {
-    const std::string upper = "ABCDEF" + std::string(58, '1');
-    const struct {
-        std::string text, txid;
-    } kRows[] = {
-        {"success: " + kTxid, kTxid},
-        {"success: sent " + upper + ", thanks", upper},
-        {kTxid + "77", kTxid},
-        {std::string(63, 'a') + " " + kTxid, kTxid},
-        {std::string(63, 'a') + "g", ""},
-        {"success", ""},
-        {"", ""},
+    const std::string upper = "ABCDEF" + std::string(58, '1'), short_one(63, 'a');
+    const std::pair<std::string, std::string> kRows[] = {
+        {"success: " + kTxid, kTxid}, {"success: sent " + upper + ", thanks", upper},
+        {kTxid + "77", kTxid},        {short_one + " " + kTxid, kTxid},
+        {short_one + "g", ""},        {"", ""},
     };
-    for (const auto& row : kRows) EXPECT_EQ(FindTxid(row.text), row.txid) << row.text;
+    for (const auto& [text, txid] : kRows) EXPECT_EQ(FindTxid(text), txid) << text;
 }
 
 // Each row sets all that would refuse later too, so the order of the checks shows.
-TEST_F(PaidCabinet, RefusesInOneLineAndChangesNothing) {
+TEST(Flows, RefuseInOneLineAndChangeNothing) {
+    WalletFixture wallet(/*paymail=*/"");
+    SandboxFixture remote;
+    Cabinet cabinet;
     const std::string busy = "Already working...", too_early = "Play a full run first.";
+    const std::string nameless = std::string("Publish a @") + kPaymailDomain + " name before you play.";
     const std::string no_payer = "Connect the same Pouch that paid to enter.";
+    using Click = void (Cabinet::*)();
+    constexpr Click kPlay = &Cabinet::Play, kRecord = &Cabinet::Record, kConnect = &Cabinet::Connect;
     const struct {
-        const char* why;
-        void (Cabinet::*click)();
+        bool connected;
+        Click click;
         RunMode mode;
         bool busy;
         std::string entry;
-        bool connected;
         std::string text;
     } kRows[] = {
-        {"play, busy", &Cabinet::Play, kModePlaying, true, "", false, busy},
-        {"play in a run", &Cabinet::Play, kModePlaying, false, "", false, "Finish this run first."},
-        {"play without a wallet", &Cabinet::Play, kModeAttract, false, "", false,
-         "Connect a Pouch wallet first."},
-        {"play without a name", &Cabinet::Play, kModeGameOver, false, kTxid, true,
-         std::string("Publish a @") + kPaymailDomain + " name before you play."},
-        {"record, busy", &Cabinet::Record, kModePlaying, true, "", false, busy},
-        {"record before a run", &Cabinet::Record, kModeAttract, false, "", false, too_early},
-        {"record in a run", &Cabinet::Record, kModePlaying, false, "", false, too_early},
-        {"record again", &Cabinet::Record, kModeRecorded, false, "", false, too_early},
-        {"record without an id", &Cabinet::Record, kModeGameOver, false, "", false, "Missing enter txid."},
-        {"record with a longer id", &Cabinet::Record, kModeGameOver, false, kTxid + "0", false,
-         "Missing enter txid."},
-        {"record without a wallet", &Cabinet::Record, kModeGameOver, false, kTxid, false, no_payer},
-        {"record without a name", &Cabinet::Record, kModeGameOver, false, kTxid, true, no_payer},
-        {"connect, busy", &Cabinet::Connect, kModePlaying, true, "", true, busy},
-        {"connect twice", &Cabinet::Connect, kModePlaying, false, "", true,
-         "Already connected. Unbind to pick another wallet."},
-        {"unbind in a run, busy or not", &Cabinet::Unbind, kModePlaying, true, "", true,
-         "Finish or close the run before unbinding."},
+        {true, kPlay, kModeGameOver, false, kTxid, nameless},
+        {true, kRecord, kModeGameOver, false, kTxid, no_payer},
+        {true, kConnect, kModePlaying, true, "", busy},
+        {true, kConnect, kModePlaying, false, "", "Already connected. Unbind to pick another wallet."},
+        {true, &Cabinet::Unbind, kModePlaying, true, "", "Finish or close the run before unbinding."},
+        {false, kPlay, kModePlaying, true, "", busy},
+        {false, kPlay, kModePlaying, false, "", "Finish this run first."},
+        {false, kPlay, kModeAttract, false, "", "Connect a Pouch wallet first."},
+        {false, kRecord, kModePlaying, true, "", busy},
+        {false, kRecord, kModeAttract, false, "", too_early},
+        {false, kRecord, kModePlaying, false, "", too_early},
+        {false, kRecord, kModeRecorded, false, "", too_early},
+        {false, kRecord, kModeGameOver, false, "", "Missing enter txid."},
+        {false, kRecord, kModeGameOver, false, kTxid + "0", "Missing enter txid."},
+        {false, kRecord, kModeGameOver, false, kTxid, no_payer},
     };
-    const std::string file = wallet.StorePath(std::string("/wallets/") + kTestWalletId + "/wallet.json");
-    json nameless = json::parse(ReadFile(file).value_or(""), nullptr, false);
-    nameless.erase("paymail");
-    WriteFile(file, nameless.dump());
-    for (const bool connected : {true, false}) {
-        if (!connected) UnbindWallet();
-        RemoveFile(wallet.StorePath("/orvane_paymail.json"));
-        if (connected) wallet.Restart();
-        for (const auto& row : kRows) {
-            if (row.connected != connected) continue;
-            SCOPED_TRACE(row.why);
-            cabinet.run = {};
-            cabinet.run.mode = row.mode;
-            cabinet.run.busy = row.busy;
-            cabinet.run.enter_txid = row.entry;
-            cabinet.statuses.clear();
-            (cabinet.*row.click)();
-            EXPECT_EQ(cabinet.statuses, std::vector<std::string>{row.text});
-            EXPECT_EQ(cabinet.run.busy, row.busy);
-            EXPECT_EQ(cabinet.run.mode, row.mode);
-        }
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.text);
+        if (!row.connected) UnbindWallet();
+        cabinet.run = {};
+        cabinet.run.mode = row.mode;
+        cabinet.run.busy = row.busy;
+        cabinet.run.enter_txid = row.entry;
+        cabinet.statuses.clear();
+        (cabinet.*row.click)();
+        EXPECT_EQ(cabinet.statuses, Lines{row.text});
+        EXPECT_EQ(cabinet.run.busy, row.busy);
+        EXPECT_EQ(cabinet.run.mode, row.mode);
     }
     EXPECT_FALSE(cabinet.posted);
-    EXPECT_TRUE(cabinet.questions.empty() && cabinet.enabled.empty() && cabinet.checks.empty());
-    EXPECT_EQ(remote.box.Requests(Service::kPaymail), std::vector<std::string>{});
+    EXPECT_TRUE(cabinet.enabled.empty() && cabinet.log.empty());
+    EXPECT_EQ(remote.box.Requests(Service::kPaymail), Lines{});
 }
 
 TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
+    const Lines waited = {"1005 Checking your name...", "1 look-ups"};
     Publish(/*frozen=*/true);
     cabinet.Play();
     EXPECT_EQ(cabinet.Status(), "This identity is frozen. No play.");
-    EXPECT_EQ(cabinet.checks, std::vector<std::string>{"1005 Checking your name... 1"});
-    EXPECT_FALSE(cabinet.checking);
-    EXPECT_TRUE(cabinet.questions.empty());
+    EXPECT_EQ(std::exchange(cabinet.log, {}), waited);
     std::string note;
     EXPECT_TRUE(IsFrozen(note));
     EXPECT_EQ(note, "ask the house");
 
     const struct {
-        const char* why;
         int status;
-        std::string body;
+        const char* body;
         bool frozen;
-        std::string note;
+        const char* note;
     } kRows[] = {
-        {"not frozen, with a note", 200, R"({"frozen":false,"frozenNote":"was"})", false, "was"},
-        {"a note that is no text", 200, R"({"frozen":true,"frozenNote":null})", true, ""},
-        {"no word of it", 200, "{}", false, ""},
-        {"not a truth value", 200, R"({"frozen":"true"})", false, ""},
-        {"a list", 200, R"([{"frozen":true}])", false, ""},
-        {"a page", 200, "<html></html>", false, ""},
-        {"unknown", 404, R"({"frozen":true})", false, ""},
-        {"down", 500, "", false, ""},
+        {200, R"({"frozen":false,"frozenNote":"was"})", false, "was"},
+        {200, R"({"frozen":true,"frozenNote":null})", true, ""},
+        {200, "{}", false, ""},
+        {200, R"({"frozen":"true"})", false, ""},
+        {200, R"([{"frozen":true}])", false, ""},
+        {404, R"({"frozen":true})", false, ""},
+        {500, "", false, ""},
     };
     for (const auto& row : kRows) {
         remote.box.ClearFaults();
         remote.Reply(Service::kPaymail, "/identity/", row.status, row.body);
         note = "before";
-        EXPECT_EQ(IsFrozen(note), row.frozen) << row.why;
-        EXPECT_EQ(note, row.note) << row.why;
+        EXPECT_EQ(IsFrozen(note), row.frozen) << row.status << row.body;
+        EXPECT_EQ(note, row.note) << row.status << row.body;
     }
-    // A host that is down stops nobody; the player does.
+    // A host that is down stops nobody; the player does, once the wait is over.
     cabinet.answer = false;
     cabinet.Play();
-    const std::vector<std::string> asked = {
-        "Brickfall: Enter Brickfall for 5000 sats?\n\n2000 to the house\n3000 to this week's pot\n\n"
-        "Pouch will prompt. Three lives. No continues."};
-    EXPECT_EQ(cabinet.questions, asked);
+    EXPECT_EQ(cabinet.log,
+              (Lines{waited[0], waited[1],
+                     "Brickfall: Enter Brickfall for 5000 sats?\n\n2000 to the house\n3000 to this "
+                     "week's pot\n\nPouch will prompt. Three lives. No continues."}));
     EXPECT_FALSE(cabinet.run.busy);
     EXPECT_EQ(cabinet.statuses.size(), 1u) << "a refusal of the player's own needs no word";
     // A wallet of one key, without words, is looked up by that key.
@@ -276,25 +256,23 @@ TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
 TEST(FlowResults, DriverTextsDecideWhatFollows) {
     const std::string sent = "success: sent as " + kTxid + " today";
     const struct {
-        const char* why;
         PayKind kind;
         std::optional<std::string> text;
         std::string status;
         RunMode mode;
-        int pots;
     } kRows[] = {
-        {"missing", kPayEnter, std::nullopt, "Pay failed.", kModeGameOver, 0},
-        {"refused", kPayEnter, "error: no coins", "error: no coins", kModeGameOver, 1},
-        {"shorter than the word", kPayRecord, "succes", "succes", kModeGameOver, 1},
-        {"the word elsewhere", kPayRecord, "no success", "no success", kModeGameOver, 1},
-        {"refused report", kPayReport, "error: no coins", "error: no coins", kModeGameOver, 1},
-        {"entered", kPayEnter, sent, "Entered. Blocks incoming.", kModePlaying, 1},
-        {"entered, no id", kPayEnter, "success", "Entered. Blocks incoming.", kModePlaying, 1},
-        {"recorded", kPayRecord, sent, "Score recorded. " + kTxid, kModeRecorded, 1},
-        {"reported", kPayReport, sent, "Report sent. " + kTxid, kModeGameOver, 1},
+        {kPayEnter, std::nullopt, "Pay failed.", kModeGameOver},
+        {kPayEnter, "error: no coins", "error: no coins", kModeGameOver},
+        {kPayRecord, "succes", "succes", kModeGameOver},
+        {kPayRecord, "no success", "no success", kModeGameOver},
+        {kPayReport, "error: no coins", "error: no coins", kModeGameOver},
+        {kPayEnter, sent, "Entered. Blocks incoming.", kModePlaying},
+        {kPayEnter, "success", "Entered. Blocks incoming.", kModePlaying},
+        {kPayRecord, sent, "Score recorded. " + kTxid, kModeRecorded},
+        {kPayReport, sent, "Report sent. " + kTxid, kModeGameOver},
     };
     for (const auto& row : kRows) {
-        SCOPED_TRACE(row.why);
+        SCOPED_TRACE(row.status);
         Cabinet cabinet;
         cabinet.run.mode = kModeGameOver;
         cabinet.run.record_pending = true;
@@ -306,15 +284,15 @@ TEST(FlowResults, DriverTextsDecideWhatFollows) {
         const bool recorded = row.mode == kModeRecorded;
         EXPECT_EQ(cabinet.Status(), row.status);
         EXPECT_EQ(cabinet.run.mode, row.mode);
-        EXPECT_EQ(cabinet.pot_refreshes, row.pots);
+        EXPECT_EQ(cabinet.pot_refreshes, row.text ? 1 : 0);
         EXPECT_EQ(cabinet.label_refreshes, 1);
-        EXPECT_EQ(cabinet.well_repaints > 0, row.pots > 0);
+        EXPECT_EQ(cabinet.well_repaints > 0, row.text.has_value());
         EXPECT_FALSE(cabinet.run.busy);
         EXPECT_EQ(cabinet.enabled[kControlPlay], row.mode != kModePlaying);
         EXPECT_EQ(cabinet.enabled[kControlRecord], row.mode == kModeGameOver);
         EXPECT_TRUE(cabinet.enabled[kControlConnect]);
         EXPECT_EQ(cabinet.run.record_pending, row.mode == kModeGameOver);
-        EXPECT_EQ(cabinet.listed, recorded ? std::vector{kTxid} : std::vector<std::string>{});
+        EXPECT_EQ(cabinet.listed, recorded ? Lines{kTxid} : Lines{});
         EXPECT_EQ(cabinet.board_loads, recorded ? 1 : 0);
         EXPECT_EQ(cabinet.run.record_txid, recorded ? kTxid : "");
         EXPECT_EQ(cabinet.run.enter_txid, row.text == sent && row.kind == kPayEnter ? kTxid : "");
@@ -347,9 +325,10 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     cabinet.Record();
     EXPECT_EQ(cabinet.Status(),
               std::string("identity signature did not verify against ") + kPaymailDomain + " PKI");
-    EXPECT_FALSE(cabinet.run.busy || cabinet.checking);
+    EXPECT_FALSE(cabinet.run.busy);
     EXPECT_TRUE(cabinet.enabled[kControlRecord]);
-    EXPECT_EQ(cabinet.checks.back(), "1006 Checking your name... 1");
+    EXPECT_EQ(cabinet.log.back(), "1 look-ups");
+    EXPECT_EQ(cabinet.log.end()[-2], "1006 Checking your name...");
     remote.box.ClearFaults();
     ClearIdentityKeyCache();
 
@@ -398,8 +377,8 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     cabinet.Deliver();
     ASSERT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
     EXPECT_EQ(cabinet.Status(), "Score recorded. " + cabinet.run.record_txid);
-    const std::vector<std::string> listed = {"", cabinet.run.record_txid};
-    EXPECT_EQ(cabinet.listed, listed) << "listed at the end of the run, completed by the record";
+    EXPECT_EQ(cabinet.listed, (Lines{"", cabinet.run.record_txid}))
+        << "listed at the end of the run, completed by the record";
     EXPECT_EQ(remote.box.BalanceOf(kArcadeWatchAddress), 1);
     EXPECT_EQ(remote.box.TotalFunded(), remote.box.TotalUnspent() + remote.box.TotalFees());
 

@@ -14,6 +14,8 @@
 
 namespace brickfall {
 
+using Lines = std::vector<std::string>;
+
 struct NotedRun {
     NotedRun() {
         driver.set_status = [this](std::string_view text) { Log("status " + std::string(text)); };
@@ -46,18 +48,14 @@ struct NotedRun {
     NotedRun& operator=(const NotedRun&) = delete;
 
     void Log(const std::string& line) { calls.push_back(line); }
-    std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
+    Lines TakeCalls() { return std::exchange(calls, {}); }
 
     RunControl run;
     RunDriver driver;
     CellSize cell{32, 32};
-    bool left_down = false;
-    bool right_down = false;
-    bool has_focus = true;
-    bool tool_window_open = false;
-    std::vector<std::string> calls;
-    int well_repaints = 0;
-    int button_repaints = 0;
+    bool left_down = false, right_down = false, has_focus = true, tool_window_open = false;
+    Lines calls;
+    int well_repaints = 0, button_repaints = 0;
 };
 
 struct RunFixture : NotedRun {
@@ -68,8 +66,7 @@ struct RunFixture : NotedRun {
     // A key moves, and its message arrives or, as when another window has the focus, does not.
     void MoveKey(GameKey key, bool down, bool with_message = true) {
         bool& is_down = key == GameKey::kLeft ? left_down : right_down;
-        if (is_down == down) return;
-        is_down = down;
+        if (std::exchange(is_down, down) == down) return;
         if (with_message) down ? OnKeyDown(run, driver, key, false) : OnKeyUp(run, driver, key);
     }
     void Tap(GameKey key) { OnKeyDown(run, driver, key, false); }

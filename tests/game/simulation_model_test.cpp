@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <random>
-#include <sstream>
-#include <string>
 
 #include "game/simulation.h"
 
@@ -35,10 +33,8 @@ void ModelWall(GameState& game) {
     for (int row = 0; row < 8; ++row) {
         for (int column = 0; column < 13; ++column) {
             int strength = kStrengths[game.level <= 4 ? 0 : game.level <= 8 ? 1 : 2][row];
-            const bool odd_column =
-                column == 1 || column == 3 || column == 5 || column == 7 || column == 9 || column == 11;
             const bool at_the_sides = column <= 1 || column >= 11;
-            if (game.level % 3 == 0 && row == 3 && !odd_column) strength = 0;
+            if (game.level % 3 == 0 && row == 3 && column % 2 == 0) strength = 0;
             if (game.level % 5 == 0 && row >= 6 && !at_the_sides) strength = 0;
             game.bricks[row][column] = static_cast<uint8_t>(strength);
             game.bricks_left += strength > 0;
@@ -194,14 +190,6 @@ GameState AnyState(Chance& chance) {
     return game;
 }
 
-std::string Text(const GameState& game) {
-    std::ostringstream text;
-    text << "level " << game.level << " score " << game.score << " paddle " << game.paddle_x << " ball "
-         << game.ball_x << "," << game.ball_y << " v " << game.ball_vx << "," << game.ball_vy << " left "
-         << game.bricks_left;
-    return text.str();
-}
-
 TEST(SimulationModel, AgreesOnEveryWall) {
     for (int32_t level = 1; level <= 200; ++level) {
         GameState game;
@@ -213,17 +201,17 @@ TEST(SimulationModel, AgreesOnEveryWall) {
     }
 }
 
-TEST(SimulationModel, AgreesOnSingleSteps) {
+TEST(SimulationModel, AgreesOnSteps) {
     Chance chance(20'260'729);
-    for (int round = 0; round < 150'000; ++round) {
-        const GameState start = AnyState(chance);
-        const uint64_t now = start.last_step_ms + static_cast<uint64_t>(chance.OneIn(20) ? 15 : 16);
-        GameState game = start;
-        GameState model = start;
-        StepGame(game, now);
-        ModelStep(model, now);
-        ASSERT_TRUE(game == model) << "round " << round << "\nfrom  " << Text(start) << "\ngave  "
-                                   << Text(game) << "\nmodel " << Text(model);
+    for (int round = 0; round < 60'000; ++round) {
+        GameState game = AnyState(chance);
+        GameState model = game;
+        for (int step = 0; step < 4; ++step) {
+            const uint64_t now = game.last_step_ms + static_cast<uint64_t>(chance.OneIn(20) ? 15 : 16);
+            StepGame(game, now);
+            ModelStep(model, now);
+            ASSERT_TRUE(game == model) << "round " << round << " step " << step;
+        }
     }
 }
 
@@ -239,33 +227,7 @@ TEST(SimulationModel, AgreesOnHits) {
         GameState model = game;
         CollideBricks(game, old_x, old_y);
         ModelCollide(model, old_x, old_y);
-        ASSERT_TRUE(game == model) << "round " << round << "\ngave  " << Text(game) << "\nmodel "
-                                   << Text(model);
-    }
-}
-
-TEST(SimulationModel, AgreesOnLongGamesAndInvariantsHold) {
-    for (uint64_t seed = 1; seed <= 200; ++seed) {
-        Chance chance(seed);
-        GameState game = AnyState(chance);
-        game.paused = game.game_over = false;
-        GameState model = game;
-        for (int tick = 0; tick < 2'000 && !game.game_over; ++tick) {
-            if (chance.OneIn(30)) game.left_held = model.left_held = chance.OneIn(2);
-            if (chance.OneIn(30)) game.right_held = model.right_held = chance.OneIn(2);
-            if (!game.ball_live) {
-                ServeBall(game);
-                model = game;
-            }
-            StepGame(game, game.last_step_ms + 16);
-            ModelStep(model, model.last_step_ms + 16);
-            ASSERT_TRUE(game == model) << "seed " << seed << " tick " << tick;
-            const auto* cells = &game.bricks[0][0];
-            ASSERT_EQ(game.bricks_left, 104 - std::count(cells, cells + 104, 0));
-            ASSERT_TRUE(game.paddle_x >= 0 && game.paddle_x <= 2560);
-            ASSERT_TRUE(game.ball_x >= 36 && game.ball_x <= 3292 && game.ball_y >= 36);
-            ASSERT_TRUE(game.ball_live || game.game_over || (game.ball_vx == 0 && game.ball_vy == 0));
-        }
+        ASSERT_TRUE(game == model) << "round " << round;
     }
 }
 
