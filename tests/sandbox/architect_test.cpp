@@ -48,70 +48,56 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
     ClearIdentityKeyCache();
     ClearEncryptionKeys();
     const TempFolder folder;
-    std::vector<std::string> told;
+    std::vector<std::string> told, sent;
     sandbox::Options options;
-    options.folder = folder.Path() + "/authority";
-    options.journal_file = folder.Path() + "/journal.jsonl";
+    options.folder = folder.Path();
     options.on_report = [&told](const sandbox::Report& report) { told.push_back(report.txid); };
-    std::string error;
-    std::vector<std::string> sent;
-    std::size_t refused = 0;
+    std::string error, body;
     const std::string text = "the ball went \"through\" the wall\nat 3 o'clock \xF0\x9F\xA7\xB1";
+    sandbox::Sandbox box(options);
+    ASSERT_TRUE(box.Start(error)) << error;
+    SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
     {
-        sandbox::Sandbox box(options);
-        ASSERT_TRUE(box.Start(error)) << error;
-        SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
-        {
-            const WalletLock lock(wallet_mutex);
-            box.Publish({"ada", wallet_keys.identity_pub, "", "", "", false, "", ""});
-        }
-        ASSERT_TRUE(box.AppointArchitect("userinfo"));
-        ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
-
-        const json row = SignedReport(text);
-        sent.push_back(Send(row));
-        sent.push_back(Send(SignedReport(std::string(2'000, 'x'))));
-        EXPECT_EQ(told, sent);
-
-        json changes = {{"ts", 1'790'000'001}, {"location", "lobby"}, {"handle", "eve"},  {"actor", "eve"},
-                        {"protocol", "other"}, {"sig", "AAAA"},       {"pmessage1", "00"}};
-        for (const char* const key : {"enc_pub", "wrap_to", "pubkey"}) {
-            std::string value = row[key].get<std::string>();
-            value.back() = value.back() == '0' ? '1' : '0';
-            changes[key] = value;
-        }
-        for (const auto& [key, value] : changes.items()) {
-            SCOPED_TRACE(key);
-            json bent = row;
-            bent[key] = value;
-            const std::string txid = Send(bent);
-            EXPECT_EQ(told.back(), txid);
-            const sandbox::Report report = box.Reports().back();
-            EXPECT_EQ(report.txid, txid);
-            EXPECT_TRUE(report.refusal != "" && report.text.empty());
-        }
-        refused = changes.size();
-        json elsewhere = row;
-        elsewhere["to_handle"] = "bob";
-        Send(elsewhere);
-        EXPECT_EQ(box.Reports().size(), sent.size() + refused) << "another's letter is no business of its";
-
-        std::string body;
-        ASSERT_TRUE(HttpGetOnce("https://control.sandbox.test/reports", body, error)) << error;
-        const json answer = json::parse(body, nullptr, false);
-        ASSERT_EQ(answer["reports"].size(), sent.size());
-        EXPECT_EQ(answer["reports"][0],
-                  (json{{"handle", "ada"}, {"text", text}, {"ts", 1'790'000'000}, {"txid", sent[0]}}));
-        EXPECT_EQ(answer["reports"][1]["text"], std::string(2'000, 'x'));
-        EXPECT_EQ(answer["refused"].size(), refused);
+        const WalletLock lock(wallet_mutex);
+        box.Publish({"ada", wallet_keys.identity_pub, "", "", "", false, "", ""});
     }
-    // The next start has them again, and does not tell them again.
-    told.clear();
-    sandbox::Sandbox again(options);
-    ASSERT_TRUE(again.Start(error)) << error;
-    ASSERT_EQ(again.Reports().size(), sent.size() + refused);
-    EXPECT_EQ(again.Reports()[0].text, text);
-    EXPECT_TRUE(told.empty() && again.Identity("architect").has_value());
+    ASSERT_TRUE(box.AppointArchitect("userinfo"));
+    ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
+
+    const json row = SignedReport(text);
+    sent.push_back(Send(row));
+    sent.push_back(Send(SignedReport(std::string(2'000, 'x'))));
+    EXPECT_EQ(told, sent);
+
+    json changes = {{"ts", 1'790'000'001}, {"location", "lobby"}, {"handle", "eve"},  {"actor", "eve"},
+                    {"protocol", "other"}, {"sig", "AAAA"},       {"pmessage1", "00"}};
+    for (const char* const key : {"enc_pub", "wrap_to", "pubkey"}) {
+        std::string value = row[key].get<std::string>();
+        value.back() = value.back() == '0' ? '1' : '0';
+        changes[key] = value;
+    }
+    for (const auto& [key, value] : changes.items()) {
+        SCOPED_TRACE(key);
+        json bent = row;
+        bent[key] = value;
+        const std::string txid = Send(bent);
+        EXPECT_EQ(told.back(), txid);
+        const sandbox::Report report = box.Reports().back();
+        EXPECT_EQ(report.txid, txid);
+        EXPECT_TRUE(report.refusal != "" && report.text.empty());
+    }
+    json elsewhere = row;
+    elsewhere["to_handle"] = "bob";
+    Send(elsewhere);
+    EXPECT_EQ(box.Reports().size(), sent.size() + changes.size()) << "another's letter is no business of its";
+
+    ASSERT_TRUE(HttpGetOnce("https://control.sandbox.test/reports", body, error)) << error;
+    const json answer = json::parse(body, nullptr, false);
+    ASSERT_EQ(answer["reports"].size(), sent.size());
+    EXPECT_EQ(answer["reports"][0],
+              (json{{"handle", "ada"}, {"text", text}, {"ts", 1'790'000'000}, {"txid", sent[0]}}));
+    EXPECT_EQ(answer["reports"][1]["text"], std::string(2'000, 'x'));
+    EXPECT_EQ(answer["refused"].size(), changes.size());
 }
 
 }  // namespace

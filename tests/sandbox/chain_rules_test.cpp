@@ -257,7 +257,6 @@ TEST(ChainRules, ATransactionCutShortAnywhereIsNone) {
         EXPECT_FALSE(shop.box.Submit(text, shop.txid, reason));
         EXPECT_EQ(reason, kUndecoded);
     }
-    EXPECT_EQ(shop.Refusal(raw), "");
 }
 
 TEST(ChainRules, DoubleSpendsAndForgottenTransactions) {
