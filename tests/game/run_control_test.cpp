@@ -63,13 +63,6 @@ TEST(RunControl, StepsFollowTheWallClockAndNoneIsSkipped) {
     EXPECT_EQ(play.run.game.last_step_ms, 10'016u);
     EXPECT_EQ(play.run.game.paddle_x, 0);
     EXPECT_EQ(play.calls, Lines());
-
-    play.has_focus = false;
-    play.Pass(16);
-    EXPECT_EQ(play.TakeCalls(), Lines{"focus"});
-    play.tool_window_open = true;  // it may keep the focus
-    play.Pass(16);
-    EXPECT_EQ(play.calls, Lines());
 }
 
 TEST(RunControl, WritesDownOneEventForEachEdgeHoweverItWasNoticed) {

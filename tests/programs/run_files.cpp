@@ -1,6 +1,7 @@
 // run_files DIR: checks the four files that a headless run leaves against one another, by the sandbox's
 // own hashes and by its judgement of each transaction, in their order. Exit 1 with the first thing that does
 // not fit.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,7 @@
 namespace {
 
 using nlohmann::json;
+using namespace brickfall;
 using namespace brickfall::sandbox;
 
 void Require(bool holds, const std::string& what) {
@@ -21,22 +23,20 @@ void Require(bool holds, const std::string& what) {
     std::exit(1);
 }
 
-std::string Text(const std::string& path) { return brickfall::ReadFile(path).value_or(""); }
+std::string Text(const std::string& path) { return ReadFile(path).value_or(""); }
 json Parsed(const std::string& path) { return json::parse(Text(path), nullptr, /*allow_exceptions=*/false); }
 
 bool Pays(const ParsedTx& tx, const char* address, int64_t satoshis) {
     const Bytes script = PayToKeyHash(ParseAddress(address).value());
-    for (const TxOutput& output : tx.outputs) {
-        if (output.value == satoshis && output.locking == script) return true;
-    }
-    return false;
+    return std::ranges::any_of(tx.outputs, [&](const TxOutput& output) {
+        return output.value == satoshis && output.locking == script;
+    });
 }
 
 bool Carries(const ParsedTx& tx, const std::string& text) {
-    for (const TxOutput& output : tx.outputs) {
-        if (std::string(output.locking.begin(), output.locking.end()).ends_with(text)) return true;
-    }
-    return false;
+    return std::ranges::any_of(tx.outputs, [&](const TxOutput& output) {
+        return std::string(output.locking.begin(), output.locking.end()).ends_with(text);
+    });
 }
 
 }  // namespace
@@ -68,13 +68,12 @@ int main(int count, char** arguments) {
                 IdText(tx.id) + " is no good");
         if (IdText(tx.id) == row.at("entry")) {
             ++entries;
-            Require(Pays(tx, brickfall::kArcadeHouseAddress, 2'000) &&
-                        Pays(tx, brickfall::kArcadePotAddress, 3'000),
+            Require(Pays(tx, kArcadeHouseAddress, 2'000) && Pays(tx, kArcadePotAddress, 3'000),
                     "the entry pays something else");
         }
         if (Carries(tx, Text(folder + "row.json"))) {
             ++records;
-            Require(Pays(tx, brickfall::kArcadeWatchAddress, 1), "the record pays something else");
+            Require(Pays(tx, kArcadeWatchAddress, 1), "the record pays something else");
         }
     }
     Require(entries == 1 && records == 1, "the row, or its entry, is not on the chain once");
