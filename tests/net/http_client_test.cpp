@@ -338,10 +338,9 @@ TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAllAndNamesNoFile) {
     Server server({{200, "{}"}});
     const TempFolder folder;
     ASSERT_TRUE(WriteFile(folder.Path() + "/file", "[]"));
-    for (const std::string& bad :
-         {std::string("https://service.test/a\0b", 24), std::string("https://service.test/a b"),
-          std::string("https://service.test/a\r\nX: y"), std::string(),
-          "file://" + folder.Path() + "/file"}) {
+    const std::string good = "https://service.test/a";
+    for (const std::string& bad : {good + '\0' + "b", good + " b", good + "\r\nX: y", std::string(),
+                                   "file://" + folder.Path() + "/file"}) {
         for (const Function& function : functions_) EXPECT_FALSE(function.call(bad)) << function.name << bad;
     }
     EXPECT_TRUE(server.Asked().empty());

@@ -6,9 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "base/files.h"
 #include "deployment/deployment.h"
-#include "deployment/sandbox_route.h"
 #include "messages/direct_message.h"
 #include "messages/row.h"
 #include "messages/signing.h"
@@ -43,20 +41,11 @@ json SignedReport(const std::string& text) {
 
 TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
     const WorkingFolder working;
-    const SandboxFixture route;  // its end closes the way to the services again
-    WalletFixture wallet;
+    const SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    const WalletFixture wallet;
     ClearIdentityKeyCache();
     ClearEncryptionKeys();
-    const TempFolder folder;
-    std::vector<std::string> told, sent;
-    sandbox::Options options;
-    options.folder = folder.Path();
-    options.on_report = [&told](const sandbox::Report& report) { told.push_back(report.txid); };
-    std::string error, body;
-    const std::string text = "the ball went \"through\" the wall\nat 3 o'clock \xF0\x9F\xA7\xB1";
-    sandbox::Sandbox box(options);
-    ASSERT_TRUE(box.Start(error)) << error;
-    SetConnectRoute({box.ConnectTo(), box.CaFile(), 1});
     {
         const WalletLock lock(wallet_mutex);
         box.Publish({"ada", wallet_keys.identity_pub, "", "", "", false, "", ""});
@@ -64,10 +53,10 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
     ASSERT_TRUE(box.AppointArchitect("userinfo"));
     ASSERT_FALSE(box.Fund(wallet.ReceiveAddress(0), 100'000).empty());
 
+    const std::string text = "the ball went \"through\" the wall\nat 3 o'clock \xF0\x9F\xA7\xB1";
     const json row = SignedReport(text);
-    sent.push_back(Send(row));
-    sent.push_back(Send(SignedReport(std::string(2'000, 'x'))));
-    EXPECT_EQ(told, sent);
+    const std::string sent = Send(row);
+    Send(SignedReport(std::string(2'000, 'x')));
 
     json changes = {{"ts", 1'790'000'001}, {"location", "lobby"}, {"handle", "eve"},  {"actor", "eve"},
                     {"protocol", "other"}, {"sig", "AAAA"},       {"pmessage1", "00"}};
@@ -81,7 +70,6 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
         json bent = row;
         bent[key] = value;
         const std::string txid = Send(bent);
-        EXPECT_EQ(told.back(), txid);
         const sandbox::Report report = box.Reports().back();
         EXPECT_EQ(report.txid, txid);
         EXPECT_TRUE(report.refusal != "" && report.text.empty());
@@ -89,13 +77,14 @@ TEST(Architect, ReadsWhatIsSealedToItAndNothingThatWasTouched) {
     json elsewhere = row;
     elsewhere["to_handle"] = "bob";
     Send(elsewhere);
-    EXPECT_EQ(box.Reports().size(), sent.size() + changes.size()) << "another's letter is no business of its";
+    EXPECT_EQ(box.Reports().size(), 2 + changes.size()) << "another's letter is no business of its";
 
+    std::string body, error;
     ASSERT_TRUE(HttpGetOnce("https://control.sandbox.test/reports", body, error)) << error;
     const json answer = json::parse(body, nullptr, false);
-    ASSERT_EQ(answer["reports"].size(), sent.size());
+    ASSERT_EQ(answer["reports"].size(), 2u);
     EXPECT_EQ(answer["reports"][0],
-              (json{{"handle", "ada"}, {"text", text}, {"ts", 1'790'000'000}, {"txid", sent[0]}}));
+              (json{{"handle", "ada"}, {"text", text}, {"ts", 1'790'000'000}, {"txid", sent}}));
     EXPECT_EQ(answer["reports"][1]["text"], std::string(2'000, 'x'));
     EXPECT_EQ(answer["refused"].size(), changes.size());
 }
