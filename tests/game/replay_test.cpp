@@ -42,7 +42,7 @@ struct Replay : testing::Test {
 
 TEST_F(Replay, BringsBackTheLastStateOfEveryRun) {
     for (uint64_t seed = 1; seed <= 600 && !HasFailure(); ++seed) CheckRun(seed, 0, seed * 7'919 % 60'000);
-    for (const int32_t level : {2, 3, 5, 6, 9, 17}) CheckRun(static_cast<uint64_t>(level), level, 0);
+    for (const int32_t level : {2, 10}) CheckRun(17, level, 0);
 }
 
 }  // namespace
