@@ -7,7 +7,6 @@
 #include "tests/cabinet/cabinet_fixture.h"
 
 namespace brickfall {
-
 namespace {
 
 Image Painted(ButtonState button, const ButtonLook& look = {}, Size size = {140, 34}, int id = 1005) {

@@ -1,5 +1,4 @@
-// What a player has set and where the window stood come back at the next start, and each start tells the rest
-// of the program who it is.
+// What a player has set comes back at the next start, and each start tells the rest of the program who it is.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -66,23 +65,8 @@ struct Restart : testing::Test {
         DestroyWindow(shell.main);
         PumpMessages();
     }
-    static void StartAgain() {
-        End();
-        Start();
-    }
 
-    static void Place(const Rect& rect) {
-        MoveWindow(shell.main, {rect.x, rect.y});
-        ResizeWindow(shell.main, {rect.w, rect.h});
-        PumpMessages();
-        Message let_go{.type = MessageType::kMoveEnd};
-        MainWindowProc(shell.main, let_go);
-    }
     static std::string Text(int control) { return ControlText(shell.main, control); }
-    static void Show(ShowState state) {
-        ShowWindow(shell.main, state);
-        PumpMessages();
-    }
 
     json Saved() const {
         const auto file = ReadFile(wallet.StorePath("/brickfall_ui.json"));
@@ -92,26 +76,6 @@ struct Restart : testing::Test {
     SandboxFixture services;
     WalletFixture wallet;
 };
-
-TEST_F(Restart, TheWindowComesBackWhereItStood) {
-    const Rect first = WindowRect(shell.main), stood = {140, 90, 1320, 1400},
-               elsewhere = {400, 30, 1320, 1350};
-    EXPECT_EQ((Size{first.w, first.h}), (Size{1320, 1300}));
-    for (const Rect& place : {stood, elsewhere}) {
-        Place(place);
-        const json saved = Saved();  // at once: the power may fail
-        EXPECT_EQ((Rect{saved.value("x", 0), saved.value("y", 0), saved.value("w", 0), saved.value("h", 0)}),
-                  place);
-        StartAgain();
-        EXPECT_EQ(WindowRect(shell.main), place);
-        EXPECT_FALSE(IsMaximized(shell.main));
-        Show(ShowState::kMaximized);
-        StartAgain();
-        EXPECT_TRUE(IsMaximized(shell.main));
-        EXPECT_EQ(NormalRect(shell.main), place) << "what it is restored to";
-        Show(ShowState::kNormal);
-    }
-}
 
 TEST_F(Restart, ItIsTheSameProgramToItsWalletAndItsStatusLine) {
     const json bind = {{"app", "Brickfall"}, {"instance", "/games/brickfall"}, {"wallet_id", kTestWalletId}};
@@ -158,7 +122,8 @@ TEST_F(Restart, EachSwitchAndSliderActsAndIsSavedAtOnceAndLasts) {
         expected[step.key] = step.value;
         EXPECT_EQ(Saved(), expected) << step.key;
     }
-    StartAgain();
+    End();
+    Start();
     Click(shell.main, 1015);
     EXPECT_EQ(ControlText(shell.settings, 1301), "Music  Off");
     EXPECT_EQ(ControlText(shell.settings, 1302), "Sound  Off");

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <future>
 #include <nlohmann/json.hpp>
-#include <thread>
 #include <tuple>
 
 #include "base/files.h"
@@ -26,7 +25,6 @@
 #include "wallet/link/status_refresh.h"
 
 namespace brickfall {
-
 namespace {
 
 // Counts what is alive, so that a payload that nobody takes shows.
@@ -144,24 +142,20 @@ TEST(Shell, FitsItsToolWindowsToASmallScreen) {
     const Rect work = {0, 0, 1366, 728};
     PretendMonitors({{{0, 0, 1366, 768}, work}});
     CabinetFixture cabinet;
-    const struct {
-        int button, close;
-        WindowId Shell::*slot;
-        Rect whole;  // of Close, on a screen that is large enough
-    } kTools[] = {{1013, 1201, &Shell::help, {584, 772, 120, 36}},
-                  {1012, 1102, &Shell::board, {400, 796, 110, 34}},
-                  {1017, 1403, &Shell::report, {184, 568, 110, 36}}};
-    for (const auto& tool : kTools) {
-        SCOPED_TRACE(tool.button);
-        cabinet.Click(tool.button);
-        const WindowId window = shell.*tool.slot;
+    // Close is so high on a screen that is large enough, as it is for the report.
+    for (const auto& [button, close_id, slot, whole_h] : {std::tuple(1013, 1201, &Shell::help, 36),
+                                                          {1012, 1102, &Shell::board, 34},
+                                                          {1017, 1403, &Shell::report, 36}}) {
+        SCOPED_TRACE(button);
+        cabinet.Click(button);
+        const WindowId window = shell.*slot;
         const Rect rect = WindowRect(window);
         EXPECT_EQ(rect.MovedInside(work), rect);
         EXPECT_LE(rect.h, work.h);
-        const Rect close = ControlRect(window, tool.close);
+        const Rect close = ControlRect(window, close_id);
         EXPECT_LE(close.Bottom(), ClientSize(window).h);
-        EXPECT_EQ(close.h < tool.whole.h, tool.button != 1017) << "the report fits";
-        Click(window, tool.close);
+        EXPECT_EQ(close.h < whole_h, button != 1017);
+        Click(window, close_id);
         EXPECT_FALSE(WindowExists(window));
     }
     // The page is there whole, smaller: the last panel's edge stands above the button.
@@ -255,11 +249,10 @@ TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
     EXPECT_EQ(asked, "");
     cabinet.Click(1016);
     cabinet.Post(kMsgUpdateDone, 1501);
-    EXPECT_EQ(
-        asked,
-        std::string("Brickfall update|A newer Brickfall is available.\n\nThis build:  0.001\nLatest:      "
-                    "1.500\n\nOpen ") +
-            kDownloadPageUrl + " to download it?");
+    EXPECT_EQ(asked,
+              "Brickfall update|A newer Brickfall is available.\n\nThis build:  0.001\n"
+              "Latest:      1.500\n\nOpen " +
+                  std::string(kDownloadPageUrl) + " to download it?");
     EXPECT_EQ(cabinet.Text(1016), std::string("Update available, ") + kDownloadPageUrl);
     EXPECT_GE(ControlRect(cabinet.main, 1016).w, MeasureText(theme.font_small, cabinet.Text(1016)).w);
     EXPECT_EQ(AccessibleRole(cabinet.main, 1016), "link");
@@ -320,33 +313,20 @@ TEST(Shell, LoadsTheBoardOnceMoreWhenAskedDuringALoad) {
     EXPECT_EQ(cabinet.Text(1007), "Weekly board loaded.");
 }
 
-// As a payment holds it while the services are silent. Gives up after a while, so that a window that waits
-// for the wallet fails its test and does not hang it.
-class HeldWallet {
-  public:
-    HeldWallet() { held_.get_future().wait(); }
-    bool Release() {  // false: somebody waited for it
-        release_.set_value();
-        thread_.join();
-        return in_time_;
-    }
-
-  private:
-    std::promise<void> held_, release_;
-    bool in_time_ = false;
-    std::thread thread_{[this] {
-        const WalletLock lock(wallet_mutex);
-        held_.set_value();
-        in_time_ = release_.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
-    }};
-};
-
 TEST(Shell, NeverWaitsForAWalletThatAPaymentHolds) {
     CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
     const std::string address = cabinet.wallet->ReceiveAddress(0),
                       name = std::string("ada@") + kPaymailDomain;
     SetInlineWorkers(false);
-    HeldWallet held;
+    // As a payment holds it while the services are silent. Gives up after a while, so that a window that
+    // waits for the wallet fails its test and does not hang it.
+    std::promise<void> held, release;
+    auto payment = std::async(std::launch::async, [&] {
+        const WalletLock lock(wallet_mutex);
+        held.set_value();
+        return release.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    });
+    held.get_future().wait();
     cabinet.BeginRun();
     for (const int button : {1015, 1013, 1017}) cabinet.Click(button);
     for (const WindowId tool : {shell.settings, shell.help, shell.report}) {
@@ -371,7 +351,8 @@ TEST(Shell, NeverWaitsForAWalletThatAPaymentHolds) {
     EXPECT_EQ(cabinet.Text(1003), "Wallet: " + name);
     EXPECT_EQ(cabinet.Text(1004), "Pouch balance:  0.00000000 BSV");
     EXPECT_EQ(cabinet.Text(1001), "Connected");
-    EXPECT_TRUE(held.Release()) << "the main thread waited for the wallet";
+    release.set_value();
+    EXPECT_TRUE(payment.get()) << "the main thread waited for the wallet";
     WaitForWorkers();
     PumpMessages();
 }

@@ -1,11 +1,18 @@
+// The windows beside the main one: their places, their texts, and the board's picture.
 #include <gtest/gtest.h>
 
+#include "board/local_scores.h"
+#include "cabinet/board_window.h"
+#include "cabinet/face_drawing.h"
 #include "cabinet/help_window.h"
 #include "cabinet/report_window.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
+#include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "tests/cabinet/cabinet_fixture.h"
+#include "tests/support/picture_files.h"
+#include "tests/support/signed_rows.h"
 
 namespace brickfall {
 namespace {
@@ -79,6 +86,132 @@ TEST(Report, RefusesInAMessageBoxAndKeepsTheText) {
     Click(shell.report, 1403);
     EXPECT_FALSE(WindowExists(shell.report));
     AnswerMessageBoxes({});
+}
+
+constexpr Color kPictureColor = Rgb(0x2040C0), kDiscColor = Rgb(0x241A0A);
+
+Image PaintedBoard(const BoardView& view) {
+    MakeTheme();
+    return DrawToImage(kBoardWindowSize, [&view](Canvas& canvas) { PaintBoard(canvas, view); });
+}
+
+ScoreRow Row(const std::string& handle, int64_t score) {
+    ScoreRow row;
+    row.handle = handle;
+    row.score = score;
+    return row;
+}
+
+TEST(BoardWindow, PutsTheBestAboveTheWeek) {
+    BoardView view;
+    view.best = Row("ada", 900);
+    view.has_best = true;
+    view.rows = {Row("ada", 900), Row("bob", 80)};
+    view.my_key = "bob";
+    const Image image = PaintedBoard(view);
+    const Color gold_row = BlendColor(kPanelColor, kGoldColor, 28);
+    const Color own_row = BlendColor(kPanelColor, kAccentColor, 40);
+    // Best row 46 to 96, rule at 110, week from 124: its rows begin at 204.
+    const std::pair<Point, Color> pixels[] = {
+        {{250, 50}, gold_row},      {{21, 70}, kGoldColor},  // a pen of two pixels
+        {{270, 110}, kBorderColor}, {{270, 190}, kBorderColor}, {{250, 208}, kPanelColor},
+        {{20, 230}, kGoldColor},    {{250, 262}, own_row},      {{20, 284}, kBorderColor}};
+    for (const auto& [at, color] : pixels)
+        EXPECT_EQ(PixelOf(image, at.x, at.y), color) << at.x << "," << at.y;
+    EXPECT_TRUE(HasColor(image, {400, 258, 120, 50}, kAccentColor));  // its score
+
+    view.my_key = "ada";  // gold stays gold above the week
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 50), gold_row);
+    view.best.score = 0;                                        // never on show
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), own_row);  // rows from 96
+}
+
+TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
+    const CabinetFixture cabinet;
+    BoardView view;
+    const auto read_out = [&] {
+        const WindowId board = OpenBoardWindow(cabinet.main, view);
+        const std::string text = AccessibleDescription(board);
+        DestroyWindow(board);
+        return text;
+    };
+    EXPECT_EQ(read_out(), "Top scores for this week.\nNo scores posted yet.");
+    view.best = Row("ada", 900);
+    view.has_best = true;
+    view.rows = {Row("bob", 80), Row("cy", 7)};
+    EXPECT_EQ(read_out(), "Highest Score Ever: ada 900\nTop scores for this week.\n1. bob 80\n2. cy 7\n");
+}
+
+TEST(BoardWindow, SaysWhyItIsEmpty) {
+    BoardView view;
+    const Image empty = PaintedBoard(view);
+    view.message = "No scores posted yet.";  // what it says by itself
+    EXPECT_EQ(PaintedBoard(view).pixels, empty.pixels);
+    view.message = "No scores for this week yet.";
+    EXPECT_NE(PaintedBoard(view).pixels, empty.pixels);
+    view.rows = {Row("ada", 5)};
+    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), kPanelColor);
+}
+
+TEST(BoardWindow, CutsLongNamesAndManyRows) {
+    BoardView view;
+    for (int i = 0; i < 20; ++i) view.rows.push_back(Row(std::string(200, 'W'), INT64_MAX - i));
+    const Image image = PaintedBoard(view);
+    // Nothing of the name comes into the score's column, which begins 140 pixels before the row's end.
+    EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
+    EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
+    EXPECT_EQ(PixelOf(image, 250, 96 + 14 * 54 + 4), kPanelColor);  // the last row that fits whole
+    // A score too long keeps its leading digits: the picture begins as that of those digits alone does.
+    const auto column = [](std::string_view digits) {
+        BoardView one;
+        one.rows = {Row("ada", std::stoll(std::string(digits)))};
+        return PaintedBoard(one);
+    };
+    const Image full = column("9223372036854775807"), other = column("1223372036854775807");
+    const Rect first_digit = {540 - 20 - 132, 100, MeasureText(theme.font_mono, "9").w, 40};
+    EXPECT_NE(Inked(full, first_digit, kPanelColor), Inked(other, first_digit, kPanelColor))
+        << "it stands first";
+    EXPECT_EQ(full.pixels, column("9223372036854775000").pixels) << "and the end is left out";
+}
+
+TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
+    BuildFaceBitmaps({{"ada", {1, 1, {0xFF2040C0}}}});
+    const auto face = [](std::string_view key) {
+        return DrawToImage({40, 40}, [key](Canvas& canvas) {
+            canvas.Fill({0, 0, 40, 40}, kPanelColor);
+            DrawFace(canvas, 0, 0, key);
+        });
+    };
+    const Color letter = Rgb(0xF6E8C8);
+    EXPECT_EQ(PixelOf(face("ada"), 19, 19), kPictureColor);
+    EXPECT_EQ(PixelOf(face("ada"), 0, 0), kPanelColor);  // round
+    for (const std::string_view key : {"zoe", "1AddressOfNobody", ""}) {
+        EXPECT_EQ(PixelOf(face(key), 19, 5), kDiscColor) << key;
+        EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, letter)) << key;
+    }
+    EXPECT_EQ(face("\xD0\xB6").pixels, face("\xD0\x96").pixels);  // a small letter of another script
+    BuildFaceBitmaps({});                                         // a new board: the old faces are gone
+    EXPECT_EQ(PixelOf(face("ada"), 19, 5), kDiscColor);
+}
+
+// From the file that a player publishes to the pixels of the window.
+TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
+    std::string row(1, '\0'), rows;
+    for (int x = 0; x < 600; ++x) row += "\x20\x40\xC0";
+    for (int y = 0; y < 600; ++y) rows += row;
+    const std::string picture = PngFile(600, 600, 8, 2, false, Deflated(rows));
+    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
+    sandbox::Sandbox& box = cabinet.services.box;
+    box.Publish(IdentityOf(MakePlayer("ada"), std::string(kOrdinalsContentBaseUrl) + "/content/a"));
+    RecordLocalScore(ui_doc, 900, "", [] {});
+    const auto best_face = [&](const std::string& file) {
+        box.ClearFaults();
+        box.AddFault(sandbox::Service::kContent, ReplyTo("/content/a", file));
+        cabinet.Click(1012);
+        return PixelShown(shell.board, 20 + 16 + 19, 46 + 4 + 5);
+    };
+    EXPECT_EQ(best_face(picture), kPictureColor);
+    EXPECT_EQ(best_face("no picture at all, but long enough to be kept"), kDiscColor);
 }
 
 }  // namespace

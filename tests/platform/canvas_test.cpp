@@ -47,6 +47,8 @@ TEST(Canvas, DrawsStraightThingsSharp) {
     const auto frame = [](Rect rect, int width) -> Drawing {
         return [=](Canvas& c) { c.FrameRoundRect(rect, 0, kInk, width); };
     };
+    const Point corner = {4, 3};
+    const Rect square = {0, 0, 4, 4};
     const struct {
         const char* what;
         Drawing body;
@@ -54,19 +56,13 @@ TEST(Canvas, DrawsStraightThingsSharp) {
     } kCases[] = {
         {"fill", fill({1, 1, 3, 2}), {".....", ".###.", ".###.", "....."}},
         {"empty fill", fill({3, 3, -2, 0}), {".....", ".....", ".....", "....."}},
-        {"pixel",
-         [&](Canvas& c) {
-             c.Pixel({4, 3}, kInk);
-         },
-         {".....", ".....", ".....", "....#"}},
+        {"pixel", [=](Canvas& c) { c.Pixel(corner, kInk); }, {".....", ".....", ".....", "....#"}},
         {"line with both ends", line({3, 1}, {1, 1}), {".....", ".###.", ".....", "....."}},
         {"line down", line({2, 0}, {2, 2}), {"..#..", "..#..", "..#..", "....."}},
         {"line of one", line({2, 2}, {2, 2}), {".....", ".....", "..#..", "....."}},
         {"wide line", line({1, 1}, {2, 1}, 3), {".##..", ".##..", ".##..", "....."}},
         {"bevel",
-         [](Canvas& c) {
-             Bevel(c, {0, 0, 4, 4}, kInk, Rgb(0xFFFFFF));
-         },
+         [=](Canvas& c) { Bevel(c, square, kInk, Rgb(0xFFFFFF)); },
          {"###+.", "#..+.", "#..+.", "++++."}},
         {"frame without corners", frame({1, 0, 4, 4}, 1), {".####", ".#..#", ".#..#", ".####"}},
         {"thick frame", frame({0, 0, 5, 4}, 2), {"#####", "#####", "#####", "#####"}},

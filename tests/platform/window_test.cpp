@@ -1,5 +1,9 @@
-// Windows: what they are told and in which order, their sizes, and their end at any moment.
+// Windows: what they are told and in which order, their sizes, and their end at any moment; and messages,
+// posted from any thread and freed on every path.
 #include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
 
 #include "tests/platform/platform_fixture.h"
 
@@ -189,20 +193,6 @@ TEST(Waiting, ShowsItselfAtOnceAndDropsWhatIsClickedAndTypedMeanwhile) {
     EXPECT_EQ(window.TakePumped(), (Notes{"command 2"})) << "from then on as ever";
 }
 
-TEST(Windows, PaintTheirChildrenAboveThemselves) {
-    NotedWindow window({.size = {200, 100}, .size_is_client = true});
-    const WindowId child = OpenChild(window.id, {50, 20, 60, 40}, Rgb(0xFF0000), nullptr);
-    CreateText(child, 1, {10, 10, 20, 20}, "", nullptr);
-    PumpMessages();
-    const auto shown = [&window](int x, int y) { return PixelOf(GrabWindow(window.id), x, y); };
-    EXPECT_EQ(shown(49, 20), Rgb(0x060C0A));
-    EXPECT_EQ(shown(50, 20), Rgb(0xFF0000)) << "unpainted, it shows its background";
-    EXPECT_EQ(shown(109, 59), Rgb(0xFF0000));
-    MoveChild(child, {0, 0, 10, 10});
-    EXPECT_EQ(ChildRect(child), (Rect{0, 0, 10, 10}));
-    EXPECT_EQ(shown(50, 20), Rgb(0x060C0A));
-}
-
 TEST(Timers, AreReplacedStoppedAndGoneWithTheirWindow) {
     NotedWindow window;
     window.Take();
@@ -285,7 +275,76 @@ TEST(MessageBoxes, AreAnsweredByATestAndEndWithTheirOwner) {
     for (int i = 0; i < 2; ++i) {
         EXPECT_FALSE(ShowMessageBox(other.id, "Title", "Text", BoxButtons::kOk, BoxIcon::kNone));
     }
+    EXPECT_EQ(RunMessageLoop(), 3) << "even before it begins";
+    PostWindowMessage(other.id, 1);
     EXPECT_EQ(RunMessageLoop(), 3);
+}
+
+TEST(Messages, FreeTheirPayloadOnEveryPath) {
+    std::atomic<int> alive = 0;
+    NotedWindow window;
+    const auto post = [&](int number, int64_t value = 0) {
+        return PostWindowMessage(window.id, number, value, std::make_unique<Counted>(alive));
+    };
+    EXPECT_TRUE(post(1, 10));
+    EXPECT_EQ(alive, 1);
+    PumpMessages();
+    EXPECT_EQ(alive, 0) << "nobody took it";
+
+    std::unique_ptr<Payload> kept;
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kPosted) kept = std::move(message.payload);
+        return false;
+    };
+    EXPECT_TRUE(post(2, -20));
+    EXPECT_EQ(window.TakePumped(), (Notes{"create", "posted 1 10", "posted 2 -20"}));
+    EXPECT_EQ(alive, 1);
+    kept.reset();
+
+    // A message to a window that its own predecessor destroys.
+    window.handle = [&](Message& message) {
+        if (message.type == MessageType::kPosted) DestroyWindow(window.id);
+        return true;
+    };
+    EXPECT_TRUE(post(3) && post(4));
+    PumpMessages();
+    EXPECT_EQ(alive, 0);
+    EXPECT_FALSE(post(5));
+    EXPECT_FALSE(PostWindowMessage(0, 6, 0, std::make_unique<Counted>(alive)));
+    EXPECT_EQ(alive, 0);
+
+    const std::unique_ptr<Payload> text = MakePayload(std::string("text"));
+    EXPECT_EQ(TakePayload<int>(text), 0) << "of another type";
+    EXPECT_EQ(TakePayload<std::string>(text), "text");
+    EXPECT_EQ(TakePayload<std::string>(nullptr), "");
+}
+
+TEST(Messages, ArriveFromManyThreadsInTheOrderOfEachUntilTheWindowGoes) {
+    constexpr int kThreads = 3, kMessages = 2'000;
+    std::atomic<int> alive = 0, running = kThreads;
+    int last[kThreads] = {-1, -1, -1}, arrived = 0;
+    NotedWindow window;
+    window.handle = [&](Message& message) {
+        if (message.type != MessageType::kPosted) return false;
+        EXPECT_LT(last[message.id], message.value);
+        last[message.id] = static_cast<int>(message.value);
+        if (++arrived == kMessages) DestroyWindow(window.id);  // in the middle of it
+        return true;
+    };
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int i = 0; i < kMessages; ++i) {
+                PostWindowMessage(window.id, thread, i, std::make_unique<Counted>(alive));
+            }
+            --running;
+        });
+    }
+    while (running > 0) PumpMessages();
+    for (std::thread& thread : threads) thread.join();
+    PumpMessages();
+    EXPECT_EQ(arrived, kMessages);
+    EXPECT_EQ(alive, 0);
 }
 
 }  // namespace
