@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text.h"
 #include "bench/services_program.h"
 #include "board/board_load.h"
 #include "messages/row.h"
@@ -49,7 +50,8 @@ struct RecordedRows {
 };
 
 void Publish(SandboxProgram& services, const TestPlayer& player) {
-    services.ReplyTo("paymail", IdentityPath(player), json{{"pubkey", player.public_hex}}.dump());
+    services.ReplyTo("paymail", "/api/bsvalias/id/" + Lower(player.alias) + "@",
+                     json{{"pubkey", player.public_hex}}.dump());
 }
 
 // 250 rows parsed, and 250 bare verifications.
