@@ -22,7 +22,7 @@ play() {  # name, compiler, flags...
 }
 
 # Two at a time.
-sanitized=(-fsanitize=undefined,address -fno-sanitize-recover=all)
+sanitized=('-fsanitize=undefined,address' -fno-sanitize-recover=all)
 failed=0
 play g++-O0 g++ -O0 "${sanitized[@]}" & first=$!
 play g++-O3 g++ -O3 & second=$!
