@@ -10,10 +10,6 @@
 namespace brickfall {
 namespace {
 
-constexpr uint8_t kTapeFormat = 1;
-constexpr std::size_t kHeaderBytes = 10;
-constexpr std::size_t kEventBytes = 5;
-
 void AppendLittleEndian(std::vector<uint8_t>& out, std::size_t value, int byte_count) {
     for (int i = 0; i < byte_count; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
@@ -21,6 +17,26 @@ void AppendLittleEndian(std::vector<uint8_t>& out, std::size_t value, int byte_c
 bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
 
 }  // namespace
+
+bool ApplyInput(GameState& game, uint8_t code) {
+    switch (code) {
+        case kInputLeftDown:
+        case kInputLeftUp:
+            game.left_held = code == kInputLeftDown;
+            break;
+        case kInputRightDown:
+        case kInputRightUp:
+            game.right_held = code == kInputRightDown;
+            break;
+        case kInputServe:
+            if (game.ball_live) return false;
+            ServeBall(game);
+            break;
+        default:
+            break;
+    }
+    return true;
+}
 
 void ResetTape(InputTape& tape, int32_t cell_w, int32_t cell_h) {
     tape.start_lives = kStartLives;
@@ -36,7 +52,7 @@ void AppendEvent(InputTape& tape, uint64_t clock_ms, uint8_t code) {
 
 void SerializeTape(const InputTape& tape, std::vector<uint8_t>& bytes) {
     bytes.clear();
-    bytes.reserve(kHeaderBytes + kEventBytes * tape.events.size());
+    bytes.reserve(kTapeHeaderBytes + kTapeEventBytes * tape.events.size());
     bytes.push_back(kTapeFormat);
     bytes.push_back(tape.start_lives);
     AppendLittleEndian(bytes, tape.cell_w, 2);

@@ -11,6 +11,8 @@
 
 namespace brickfall {
 
+struct GameState;
+
 enum InputCode : uint8_t {
     kInputLeftDown = 1,
     kInputRightDown = 2,
@@ -21,6 +23,9 @@ enum InputCode : uint8_t {
 };
 
 inline constexpr std::size_t kTapeMaxEvents = 200'000;
+inline constexpr uint8_t kTapeFormat = 1;
+inline constexpr std::size_t kTapeHeaderBytes = 10;
+inline constexpr std::size_t kTapeEventBytes = 5;
 
 struct InputEvent {
     uint32_t tick_ms = 0;  // low 32 bits of the run's simulated clock; a multiple of 16
@@ -33,6 +38,10 @@ struct InputTape {
     uint16_t cell_h = 0;
     std::vector<InputEvent> events;  // in the order accepted; tick_ms never falls
 };
+
+// What an input does to the game. False for a serve that finds the ball in flight: it does nothing, and is
+// not on the tape.
+bool ApplyInput(GameState& game, uint8_t code);
 
 void ResetTape(InputTape& tape, int32_t cell_w, int32_t cell_h);
 

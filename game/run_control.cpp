@@ -87,26 +87,7 @@ void CatchUp(RunControl& run, const RunDriver& driver) {
 void SendInput(RunControl& run, const RunDriver& driver, uint8_t code) {
     CatchUp(run, driver);
     if (!IsRunning(run)) return;
-    switch (code) {
-        case kInputLeftDown:
-            run.game.left_held = true;
-            break;
-        case kInputLeftUp:
-            run.game.left_held = false;
-            break;
-        case kInputRightDown:
-            run.game.right_held = true;
-            break;
-        case kInputRightUp:
-            run.game.right_held = false;
-            break;
-        case kInputServe:
-            if (run.game.ball_live) return;  // what does not act is not on the tape
-            ServeBall(run.game);
-            break;
-        default:
-            break;
-    }
+    if (!ApplyInput(run.game, code)) return;  // what does not act is not on the tape
     AppendEvent(run.tape, run.sim_clock_ms, code);
 }
 
