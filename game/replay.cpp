@@ -42,6 +42,20 @@ bool Takes(const GameState& game, uint8_t code) {
     }
 }
 
+// How many steps keep a coordinate from low to high; 0 where it is not there, or does not move.
+int32_t StepsWithin(int32_t place, int32_t speed, int32_t low, int32_t high) {
+    if (place < low || place > high || speed == 0) return 0;
+    return speed > 0 ? (high - place) / speed : (place - low) / -speed;
+}
+
+// How many steps keep a ball in flight clear of walls, bricks and paddle, as it is below all bricks and above
+// the paddle.
+int32_t StepsOfFreeFlight(const GameState& game) {
+    const int32_t steps =
+        StepsWithin(game.ball_y, game.ball_vy, kBrickBottom + kBallHalf, kPaddleTop - kBallHalf - 1);
+    return steps == 0 ? 0 : std::min(steps, StepsWithin(game.ball_x, game.ball_vx, kBallMinX, kBallMaxX));
+}
+
 const char* RefusalText(uint8_t code) {
     switch (code) {
         case kInputLeftDown:
@@ -136,13 +150,28 @@ void Replay::GoTo(uint64_t tick_ms) {
     }
 }
 
-// A ball that rests while no key is down changes nothing, however long: what is left of such a pause is one
-// step.
 void Replay::StepTo(uint64_t tick_ms) {
     while (tick_ms_ < tick_ms && !game_.game_over) {
-        if (!game_.ball_live && !game_.left_held && !game_.right_held) tick_ms_ = tick_ms - kTickMs;
+        const int32_t paddle_x = game_.paddle_x;
+        const int32_t level = game_.level;
         StepGame(game_, tick_ms_ += kTickMs);
+        // Keys that do not move the paddle now will not until one of them changes, or the paddle's speed
+        // does.
+        if (game_.paddle_x == paddle_x && game_.level == level) SkipTo(tick_ms);
     }
+}
+
+// For a paddle that stands still: takes at once the steps in which nothing meets anything.
+void Replay::SkipTo(uint64_t tick_ms) {
+    uint64_t steps = (tick_ms - tick_ms_) / kTickMs;
+    if (game_.ball_live) {
+        const int32_t free = StepsOfFreeFlight(game_);
+        if (free <= 0) return;
+        steps = std::min(steps, static_cast<uint64_t>(free));
+        game_.ball_x += static_cast<int32_t>(steps) * game_.ball_vx;
+        game_.ball_y += static_cast<int32_t>(steps) * game_.ball_vy;
+    }
+    game_.last_step_ms = tick_ms_ += steps * kTickMs;
 }
 
 void Replay::TakeEvent() {
