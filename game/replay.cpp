@@ -155,14 +155,14 @@ void Replay::StepTo(uint64_t tick_ms) {
         const int32_t paddle_x = game_.paddle_x;
         const int32_t level = game_.level;
         StepGame(game_, tick_ms_ += kTickMs);
-        // Keys that do not move the paddle now will not until one of them changes, or the paddle's speed
-        // does.
+        // A paddle that its keys do not move stays until they change, or its speed does.
         if (game_.paddle_x == paddle_x && game_.level == level) SkipTo(tick_ms);
     }
 }
 
-// For a paddle that stands still: takes at once the steps in which nothing meets anything.
+// For a paddle that stands still: takes at once the steps in which a ball meets nothing, or rests.
 void Replay::SkipTo(uint64_t tick_ms) {
+    if (game_.game_over) return;
     uint64_t steps = (tick_ms - tick_ms_) / kTickMs;
     if (game_.ball_live) {
         const int32_t free = StepsOfFreeFlight(game_);
