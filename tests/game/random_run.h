@@ -2,6 +2,7 @@
 // timer and a manual clock; and a generator of whole runs.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <random>
 #include <string>
@@ -63,41 +64,60 @@ struct RunFixture : NotedRun {
         clock.AdvanceMs(milliseconds);
         OnTimer(run, driver);
     }
+    // A key's message arrives.
+    void Press(GameKey key, bool down = true, bool is_repeat = false) {
+        const bool playing = run.mode == kModePlaying;
+        down ? OnKeyDown(run, driver, key, is_repeat) : OnKeyUp(run, driver, key);
+        runs_ended_by_a_key += playing && run.mode == kModeGameOver;
+    }
     // A key moves, and its message arrives or, as when another window has the focus, does not.
     void MoveKey(GameKey key, bool down, bool with_message = true) {
         bool& is_down = key == GameKey::kLeft ? left_down : right_down;
-        if (std::exchange(is_down, down) == down) return;
-        if (with_message) down ? OnKeyDown(run, driver, key, false) : OnKeyUp(run, driver, key);
+        if (std::exchange(is_down, down) != down && with_message) Press(key, down);
     }
-    void Tap(GameKey key) { OnKeyDown(run, driver, key, false); }
+    void Tap(GameKey key) { Press(key); }
 
     ManualClock clock;
+    int runs_ended_by_a_key = 0;  // which came so late that the last ball was lost before it
 };
 
 // Plays one run from start to loss: by the autopilot or by chance until `level` is reached or some time has
-// passed, with stalls, pauses and keys that move while nobody looks; then it is lost on purpose.
-// `after_timer` is called after each firing of the timer.
+// passed, with stalls, pauses, keys before the first step and behind a late timer, auto-repeats, and keys
+// that move while nobody looks; then it is lost on purpose. `look` is called whenever all has happened that
+// belongs to the last tick, which may be now and then more than once.
 inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t level, uint64_t most_ms,
-                          const std::function<void()>& after_timer) {
+                          const std::function<void()>& look) {
     const auto chance = [&random](uint64_t one_in) { return random() % one_in == 0; };
     const auto move_key = [&](GameKey key, bool down) {
         play.MoveKey(key, down, /*with_message=*/chance(2));
+    };
+    const auto any_key = [&] {
+        return std::array{GameKey::kLeft, GameKey::kRight, GameKey::kSpace, GameKey::kOther}[random() % 4];
+    };
+    const auto move_some_keys = [&] {
+        move_key(GameKey::kLeft, chance(2));
+        move_key(GameKey::kRight, chance(2));
+        play.Press(any_key(), /*down=*/true, /*is_repeat=*/chance(2));
     };
     const bool careless = chance(2) && level == 0;
     play.cell = {static_cast<int32_t>(random() % 80), static_cast<int32_t>(random() % 80)};
     play.left_down = play.right_down = false;
     StartRun(play.run, play.driver);
+    if (chance(4)) move_some_keys();
     while (play.run.mode == kModePlaying) {
+        look();
         const uint64_t stall = careless && chance(300) ? random() % 3'000 : random() % 4;
         play.Pass(static_cast<int64_t>(14 + stall));
-        after_timer();
         if (chance(500)) {
-            play.Tap(GameKey::kP);
+            chance(2) ? play.Tap(GameKey::kP) : PauseForWindow(play.run, play.driver);
             play.clock.AdvanceMs(static_cast<int64_t>(random() % 400));
-            move_key(GameKey::kLeft, chance(2));
-            move_key(GameKey::kRight, chance(2));
-            play.Tap(GameKey::kSpace);
+            move_some_keys();
             play.Tap(GameKey::kP);
+        }
+        if (chance(careless ? 50 : 500)) {
+            look();
+            play.clock.AdvanceMs(static_cast<int64_t>(random() % 100));
+            move_some_keys();
         }
         const GameState& game = play.run.game;
         const bool playing_on = game.level < level || (level == 0 && play.run.sim_clock_ms < most_ms);
