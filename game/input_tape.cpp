@@ -1,7 +1,5 @@
 #include "game/input_tape.h"
 
-#include <openssl/sha.h>
-
 #include <span>
 
 #include "base/text.h"
@@ -92,16 +90,6 @@ bool HexToBytes(std::string_view text, std::vector<uint8_t>& bytes) {
         bytes.push_back(static_cast<uint8_t>(high * 16 + low));
     }
     return true;
-}
-
-std::string TapeHash(std::string_view hex_text) {
-    std::vector<uint8_t> bytes;
-    if (!HexToBytes(NormalizeHex(hex_text), bytes)) return "";
-    uint8_t digest[SHA256_DIGEST_LENGTH];
-    SHA256(bytes.data(), bytes.size(), digest);
-    std::string text;
-    AppendHex(text, digest);
-    return text;
 }
 
 }  // namespace brickfall

@@ -66,7 +66,7 @@ while IFS= read -r file; do
 done < <(find wallet -type f)
 
 # The rules of the game know nothing but themselves and base/.
-for file in game/simulation.* game/input_tape.* game/week.* game/run_control.* game/replay.*; do
+for file in game/simulation.* game/input_tape.* game/tape_hash.* game/week.* game/run_control.* game/replay.*; do
   [ -f "$file" ] || continue
   for used in $(included "$file"); do
     [[ " game base " == *" $used "* ]] || complain "$file includes $used/"

@@ -17,7 +17,7 @@ play() {  # name, compiler, flags...
   local name=$1 compiler=$2
   shift 2
   $cache "$compiler" -std=c++20 -I"$root" "$@" -c unit.cpp -o "$name.o"
-  "$compiler" "$@" "$name.o" -o "$name.run" -lcrypto -pthread
+  "$compiler" "$@" "$name.o" -o "$name.run"
   "./$name.run" >"$name.digest"
 }
 
