@@ -10,7 +10,7 @@ rm -f ./*.digest
 cache=$(command -v ccache || true)
 
 # One unit, so that the headers are read once.
-printf '#include "%s"\n' tests/programs/determinism_digest.cpp game/{simulation,input_tape,run_control}.cpp \
+printf '#include "%s"\n' tests/programs/golden_runs.cpp game/{simulation,input_tape,run_control,replay}.cpp \
   base/{text,clock}.cpp tests/support/manual_clock.cpp >unit.cpp
 
 play() {  # name, compiler, flags...
@@ -18,7 +18,7 @@ play() {  # name, compiler, flags...
   shift 2
   $cache "$compiler" -std=c++20 -I"$root" "$@" -c unit.cpp -o "$name.o"
   "$compiler" "$@" "$name.o" -o "$name.run"
-  "./$name.run" >"$name.digest"
+  "./$name.run" --play >"$name.digest"
 }
 
 # Two at a time.

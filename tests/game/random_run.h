@@ -97,7 +97,8 @@ inline void PlayRandomRun(RunFixture& play, std::mt19937_64& random, int32_t lev
     const auto move_some_keys = [&] {
         move_key(GameKey::kLeft, chance(2));
         move_key(GameKey::kRight, chance(2));
-        play.Press(any_key(), /*down=*/true, /*is_repeat=*/chance(2));
+        const GameKey key = any_key();  // ahead of the call, whose arguments have no order of their own
+        play.Press(key, /*down=*/true, /*is_repeat=*/chance(2));
     };
     const bool careless = chance(2) && level == 0;
     play.cell = {static_cast<int32_t>(random() % 80), static_cast<int32_t>(random() % 80)};
