@@ -26,6 +26,15 @@ std::string_view StripBack(std::string_view text, std::string_view characters) {
 
 std::string_view Trim(std::string_view text) { return StripBack(StripFront(text, kWhiteSpace), kWhiteSpace); }
 
+std::string Grouped(int64_t number) {
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3 + (number < 0 ? 1u : 0u);) {
+        at -= 3;
+        digits.insert(at, ",");
+    }
+    return digits;
+}
+
 int HexDigitValue(char digit) {
     if (digit >= '0' && digit <= '9') return digit - '0';
     if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;

@@ -23,6 +23,8 @@ constexpr bool IsAsciiLetterOrDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+std::string Grouped(int64_t number);  // decimal, with a comma between thousands
+
 // The value of a hexadecimal digit of either case, or -1.
 int HexDigitValue(char digit);
 

@@ -28,7 +28,8 @@ constexpr uint8_t kOpReturn = 0x6A;
 constexpr uint8_t kOpPushData1 = 76;
 constexpr uint8_t kOpPushData2 = 77;
 constexpr std::size_t kTxidChars = 64;
-constexpr JsonLimits kRowLimits = {.bytes = 65'535, .values = 1'000};  // some twenty, and a row is flat
+constexpr JsonLimits kRowLimits = {.bytes = kBoardRowBytes,
+                                   .values = 1'000};  // some twenty, and a row is flat
 constexpr int64_t kDaySeconds = 86'400;
 constexpr int64_t kDaysOf400Years = 146'097;  // whole weeks, after which the calendar repeats
 

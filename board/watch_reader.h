@@ -12,8 +12,9 @@
 namespace brickfall {
 
 inline constexpr char kBoardGameId[] = "brickfall";
-inline constexpr std::size_t kBoardTxidCap = 250;  // distinct transaction ids looked at, at most
-inline constexpr std::size_t kBoardRowCap = 20;    // rows of the weekly list, at most
+inline constexpr std::size_t kBoardTxidCap = 250;      // distinct transaction ids looked at, at most
+inline constexpr std::size_t kBoardRowCap = 20;        // rows of the weekly list, at most
+inline constexpr std::size_t kBoardRowBytes = 65'535;  // of a row's text; a longer one is not read
 
 // One line of the board.
 struct ScoreRow {

@@ -93,7 +93,7 @@ void OnCreate(WindowId window) {
     shell.well =
         OpenChild(window, {kWellAt.x, kWellAt.y, 740, 520}, kBgColor, [](WindowId, Message& message) {
             if (message.type != MessageType::kPaint) return false;
-            PaintWell(*message.canvas, shell.run, shell.cell, TickMs());
+            PaintWell(*message.canvas, shell.run, shell.cell, TickMs(), shell.fee);
             return true;
         });
     RefreshWell();
@@ -238,8 +238,9 @@ void OnPosted(Message& message) {
         case kMsgBoardDone:
             return OnBoardDone(TakePayload<std::unique_ptr<BoardResult>>(message.payload));
         case kMsgBalanceDone: {
-            const auto balance = TakePayload<StatusResult>(message.payload);
-            RefreshOwnRow();  // the refresh may have found the player's name
+            auto balance = TakePayload<StatusResult>(message.payload);
+            shell.coins = std::move(balance.coins);
+            RefreshPlayer();  // the refresh may have found the player's name
             return SetLine(kControlBalanceLine, balance.chain_ok
                                                     ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
                                                     : "Pouch balance:  (WhatsOnChain miss)");

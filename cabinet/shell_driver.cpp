@@ -59,6 +59,7 @@ GameKey KeyOfGame(Key key) {
 // Called at every frame.
 void RefreshWell() {
     InvalidateWindow(shell.well);
+    RefreshFee();
     std::string spoken = SpokenWell(shell.run);
     if (spoken == shell.spoken_well) return;
     SetAccessibleWindowName(shell.well, "Play field", spoken);

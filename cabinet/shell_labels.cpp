@@ -1,25 +1,73 @@
 #include "cabinet/shell_labels.h"
 
+#include <utility>
+
+#include "base/clock.h"
+#include "base/text.h"
 #include "board/local_scores.h"
+#include "board/watch_reader.h"
 #include "cabinet/board_window.h"
 #include "cabinet/shell_layout.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/ui_settings.h"
+#include "cabinet/well.h"
 #include "cabinet/workers.h"
+#include "game/score_row.h"
 #include "wallet/link/status_refresh.h"
+#include "wallet/payment/pay_drivers.h"
 #include "wallet/session/shown_balance.h"
 #include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 
-void RefreshOwnRow() {
+namespace {
+
+constexpr int64_t kEntrySats = kArcadeHouseSats + kArcadePotSats;
+
+FeeNote NoteOf(const RecordCost& cost) {
+    FeeNote note;
+    note.text = "Fee about " + Grouped(cost.fee) + " sats";
+    note.warns = cost.fee > kEntrySats;
+    if (cost.row_bytes > kBoardRowBytes) {
+        note.text += ',';
+        note.caveat = "too long for the board";
+    }
+    return note;
+}
+
+void ShowFee(FeeNote note) {
+    if (note.text == shell.fee.text) return;
+    shell.fee = std::move(note);
+    const std::string& caveat = shell.fee.caveat;
+    SetAccessibleControlDescription(shell.main, kControlRecord,
+                                    caveat.empty() ? shell.fee.text : shell.fee.text + " " + caveat);
+    InvalidateWindow(shell.well);
+}
+
+}  // namespace
+
+void RefreshFee() {
+    const RunControl& run = shell.run;
+    const FeeBasis basis = {run.mode, run.tape.events.size(), ShownScore(run)};
+    if (basis == shell.fee_basis) return;
+    shell.fee_basis = basis;
+    if (run.mode == kModeRecorded) return;  // it is paid
+    if (run.mode == kModeAttract) return ShowFee({});
+    ShowFee(NoteOf(EstimateRecordCost(run, shell.paymail, shell.pay_address, UnixSeconds(), shell.coins)));
+}
+
+void RefreshPlayer() {
     UpdateMyFaceKey(shell.board_view.my_key);
     InvalidateWindow(shell.board);
+    bool is_hd = false;
+    WalletSummary(shell.pay_address, shell.paymail, is_hd);
+    shell.fee_basis = {};
+    RefreshFee();
 }
 
 void RefreshWalletLabels() {
     const bool connected = IsConnected();  // loads the wallet at the start
-    RefreshOwnRow();
+    RefreshPlayer();
     std::string wallet = "Wallet: not connected";
     std::string balance = "Pouch balance:  -";
     if (connected) {

@@ -9,7 +9,8 @@ namespace brickfall {
 
 void RefreshWalletLabels();  // and starts a refresh of the balance
 void RefreshPotLabel();
-void RefreshOwnRow();  // which row of the board is the player's
+void RefreshPlayer();  // which row of the board is theirs, and what a record would cost them
+void RefreshFee();     // the fee of a record; costs nothing while the run has not moved it
 void StartPotRefresh();
 void StartBoardLoad();  // or once more after the one that is under way
 

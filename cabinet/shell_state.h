@@ -1,14 +1,26 @@
 // shell_state.h - the state that hangs on the main window. Main thread only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cabinet/board_window.h"
+#include "cabinet/well.h"
 #include "game/flows.h"
 #include "platform/window.h"
 
 namespace brickfall {
+
+// What of a run moves the fee of its record.
+struct FeeBasis {
+    RunMode mode = kModeAttract;
+    std::size_t events = 0;
+    int64_t score = 0;
+
+    bool operator==(const FeeBasis&) const = default;
+};
 
 struct Shell {
     WindowId main = 0;
@@ -29,6 +41,13 @@ struct Shell {
     bool board_again = false;
     int32_t build_latest = -1;
     bool update_available = false;
+
+    // For the fee of a record: who records, from which coins, and what the note was made of.
+    std::string paymail;
+    std::string pay_address;
+    std::vector<int64_t> coins;
+    FeeBasis fee_basis;
+    FeeNote fee;
 
     std::string spoken_well;          // as a screen reader has it
     std::string status_before_check;  // stands again after a look-up that the window waits for

@@ -125,12 +125,7 @@ void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
     canvas.Text(box.Grown(8), "B", theme.font_mono, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
 }
 
-int64_t ShownScore(const RunControl& run) {
-    const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
-    return ended ? run.final_score : run.game.score;
-}
-
-void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field) {
+void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field, const FeeNote& fee) {
     const int left = field.w + 62;
     const auto line = [&](int y, int height, std::string_view text, const Font& font, Color color) {
         canvas.Text(FromEdges(left, y, field.w + 266, y + height), text, font, color);
@@ -148,6 +143,9 @@ void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field) {
     y += 40 - 28;
     line(y, 20, "Enter  2000 house + 3000 pot", theme.font_small, kMutedColor);
     line(y + 20, 20, "Record  1 sat on the watch", theme.font_small, kMutedColor);
+    const Color fee_color = fee.warns ? kWarnColor : kMutedColor;
+    line(y + 40, 20, fee.text, theme.font_small, fee_color);
+    line(y + 60, 20, fee.caveat, theme.font_small, fee_color);
 }
 
 void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const Font& font, Color color) {
@@ -200,7 +198,12 @@ void DrawOverlay(Canvas& canvas, const RunControl& run, const Rect& field, uint6
 
 }  // namespace
 
-void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms) {
+int64_t ShownScore(const RunControl& run) {
+    const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
+    return ended ? run.final_score : run.game.score;
+}
+
+void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee) {
     const Field field = FieldOf(run, layout);
     DrawFrame(canvas, field.rect);
     DrawStars(canvas, field.rect);
@@ -209,7 +212,7 @@ void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t 
         DrawPaddle(canvas, run.game, field);
         DrawBall(canvas, run.game, field);
     }
-    DrawHud(canvas, run, field.rect);
+    DrawHud(canvas, run, field.rect, fee);
     DrawOverlay(canvas, run, field.rect, tick_ms);
 }
 

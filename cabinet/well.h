@@ -14,8 +14,18 @@ namespace brickfall {
 inline constexpr int kFieldLeft = 18;
 inline constexpr int kFieldTop = 14;
 
+// What it would cost to record the run, under the other amounts.
+struct FeeNote {
+    std::string text;    // empty while there is no run
+    std::string caveat;  // goes on with the text, on a line of its own
+    bool warns = false;
+};
+
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
-void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms);
+void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms,
+               const FeeNote& fee = {});
+
+int64_t ShownScore(const RunControl& run);  // as it stands, or at the run's end
 
 // What the picture says, for a screen reader; it changes only with what a player wants to hear of.
 std::string SpokenWell(const RunControl& run);

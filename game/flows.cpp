@@ -8,8 +8,7 @@
 #include "base/text.h"
 #include "base/workers.h"
 #include "deployment/deployment.h"
-#include "game/input_tape.h"
-#include "game/week.h"
+#include "game/score_row.h"
 #include "messages/direct_message.h"
 #include "messages/row.h"
 #include "messages/signing.h"
@@ -33,12 +32,7 @@ constexpr char kEnterQuestion[] =
     "Three "
     "lives. No continues.";
 
-// Who would sign and be paid at this moment; both empty when no wallet is loaded.
-struct Player {
-    std::string handle;  // the bare name
-    std::string address;
-};
-
+// At this moment; both empty when no wallet is loaded.
 Player CurrentPlayer() {
     const WalletLock lock(wallet_mutex);
     if (!LoadWallet()) return {};
@@ -86,20 +80,6 @@ bool LookUpFrozen(const FlowDriver& driver) {
 bool SignChecked(const FlowDriver& driver, int control, json& row, std::string& error) {
     const Check check(driver, control);
     return SignMessage(row, error);
-}
-
-json ScoreRow(const RunControl& run, Player player) {
-    const int64_t now = UnixSeconds();
-    std::string tape = TapeToHex(run.tape);
-    json row = {
-        {"protocol", "Cairn-Wire"}, {"type", "arcade_score"},      {"location", "arcade"},
-        {"game", "brickfall"},      {"score", run.final_score},    {"week", WeekStart(now)},
-        {"entry", run.enter_txid},  {"tape_hash", TapeHash(tape)}, {"ts", now},
-    };
-    row["handle"] = std::move(player.handle);
-    row["pay_addr"] = std::move(player.address);
-    row["tape"] = std::move(tape);  // up to 2 MB: moved in, since a braced list would copy it
-    return row;
 }
 
 json ReportRow(const std::string& handle) {
@@ -203,7 +183,7 @@ void OnRecordClicked(RunControl& run, const FlowDriver& driver) {
 
     std::string text;
     {
-        json row = ScoreRow(run, std::move(player));
+        json row = MakeScoreRow(run, std::move(player), UnixSeconds());
         std::string error;
         if (!SignChecked(driver, kControlRecord, row, error)) {
             return SetStatus(driver, error.empty() ? "Could not sign the score." : error);

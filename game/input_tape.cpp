@@ -62,6 +62,8 @@ void SerializeTape(const InputTape& tape, std::vector<uint8_t>& bytes) {
     }
 }
 
+std::size_t TapeHexSize(std::size_t events) { return 2 * (kTapeHeaderBytes + kTapeEventBytes * events); }
+
 std::string TapeToHex(const InputTape& tape) {
     std::vector<uint8_t> bytes;
     SerializeTape(tape, bytes);

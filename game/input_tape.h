@@ -53,6 +53,7 @@ void AppendEvent(InputTape& tape, uint64_t clock_ms, uint8_t code);
 void SerializeTape(const InputTape& tape, std::vector<uint8_t>& bytes);
 
 std::string TapeToHex(const InputTape& tape);  // lower case
+std::size_t TapeHexSize(std::size_t events);   // the length of that text
 
 std::string NormalizeHex(std::string_view text);  // both ends freed of bytes up to 32, then lower-cased
 
@@ -61,6 +62,7 @@ bool HexToBytes(std::string_view text, std::vector<uint8_t>& bytes);
 
 // The seal: one SHA-256 over the binary tape whose hexadecimal form this is, as 64 lower-case digits. Empty
 // text when the form does not decode.
+inline constexpr std::size_t kTapeHashDigits = 64;
 std::string TapeHash(std::string_view hex_text);
 
 }  // namespace brickfall

@@ -20,6 +20,9 @@ constexpr const char* kNotInWebRows[] = {"actor",    "paymail",  "ts",        "p
                                          "location", "channel",  "site_addr", "site_sats",
                                          "fee_addr", "fee_sats", "pubkey",    "sig"};
 
+constexpr std::size_t kPublicKeyDigits = 66;
+constexpr std::size_t kSignatureCharacters = 88;  // base64 of 64 bytes
+
 std::string WalletHandle() {
     const std::lock_guard lock(wallet_mutex);
     if (!LoadWallet()) return {};
@@ -27,13 +30,17 @@ std::string WalletHandle() {
     return wallet_keys.paymail;
 }
 
-void StampGeneral(nlohmann::json& row, const std::string& handle) {
+void StampGeneral(nlohmann::json& row, const std::string& handle, const std::string& paymail) {
     row["actor"] = handle;
-    const std::string paymail = PublishedHandle();
     if (!paymail.empty()) row["paymail"] = paymail;
     // The time is signed: a caller that wants a particular one has set it.
     const auto ts = row.find("ts");
     if (ts == row.end() || !ts->is_number()) row["ts"] = UnixSeconds();
+}
+
+void StampSignature(nlohmann::json& row, const std::string& public_key, const std::string& signature) {
+    row["pubkey"] = public_key;
+    row["sig"] = signature;
 }
 
 void StampWeb(nlohmann::json& row, const std::string& handle) {
@@ -56,17 +63,22 @@ bool SignMessage(nlohmann::json& row, std::string& error) {
     if (type == "web_gate" || type == "n_button") {
         StampWeb(row, handle);
     } else {
-        StampGeneral(row, handle);
+        StampGeneral(row, handle, PublishedHandle());
     }
     std::string public_key;
     std::string signature;
     if (!SignIdentityMessage(CanonicalMessage(row), public_key, signature, error)) return false;
-    row["pubkey"] = public_key;
-    row["sig"] = signature;
+    StampSignature(row, public_key, signature);
     // A row that the family's service would not vouch for never reaches the chain.
     if (VerifyMessage(row)) return true;
     error = std::string("identity signature did not verify against ") + kPaymailDomain + " PKI";
     return false;
+}
+
+std::size_t SignedRowSize(nlohmann::json row, const std::string& handle, const std::string& paymail) {
+    StampGeneral(row, handle, paymail);
+    StampSignature(row, std::string(kPublicKeyDigits, '0'), std::string(kSignatureCharacters, '0'));
+    return DumpRow(row).size();
 }
 
 }  // namespace brickfall

@@ -184,6 +184,7 @@ void FocusControl(WindowId window, int id);
 void ScaleControls(WindowId window, double factor);
 void InvalidateControl(WindowId window, int id);
 void SetAccessibleControlName(WindowId window, int id, std::string_view name);
+void SetAccessibleControlDescription(WindowId window, int id, std::string_view description);
 
 // ---- Waiting: around work that keeps the main thread from its messages.
 

@@ -45,7 +45,7 @@ void Keep(const std::string& name, const Image& image) {
 
 void KeepMain(const std::string& name) {
     InvalidateWindow(shell.main);
-    InvalidateWindow(shell.well);
+    shell.driver.run.invalidate_well();
     PumpMessages();
     Keep(name, GrabWindow(shell.main));
 }
@@ -55,9 +55,11 @@ void PlayFor(uint64_t milliseconds, bool to_win) {
         tick_ms += kTickMs;
         CatchUp(shell.run, shell.driver.run);
         const AutopilotKeys keys = to_win ? AutopilotPlay(shell.run.game) : AutopilotLose(shell.run.game);
-        shell.run.game.left_held = keys.left;
-        shell.run.game.right_held = keys.right;
-        if (keys.serve) SendInput(shell.run, shell.driver.run, kInputServe);
+        const auto send = [](uint8_t code) { SendInput(shell.run, shell.driver.run, code); };
+        const GameState& game = shell.run.game;
+        if (game.left_held != keys.left) send(keys.left ? kInputLeftDown : kInputLeftUp);
+        if (game.right_held != keys.right) send(keys.right ? kInputRightDown : kInputRightUp);
+        if (keys.serve) send(kInputServe);
     }
 }
 
@@ -149,6 +151,7 @@ void DrawAll() {
     PostWindowMessage(shell.main, kMsgBalanceDone, 0, MakePayload(StatusResult{true, 94'847}));
     PostWindowMessage(shell.main, kMsgPotDone, 0, MakePayload(PotResult{117'000, ""}));
     KeepMain("attract");
+    shell.run.enter_txid = std::string(64, '0');
     StartRun(shell.run, shell.driver.run);
     PlayFor(900'000, true);
     KeepMain("playing");

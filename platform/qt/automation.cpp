@@ -225,10 +225,11 @@ std::string AccessibleName(WindowId window, int id) {
     return access != nullptr ? access->text(QAccessible::Name).toStdString() : std::string();
 }
 
-std::string AccessibleDescription(WindowId window) {
+std::string AccessibleDescription(WindowId window, int id) {
     WindowWidget* const widget = FindWindow(window);
-    QAccessibleInterface* const access =
-        widget != nullptr ? QAccessible::queryAccessibleInterface(widget) : nullptr;
+    QAccessibleInterface* const access = id != 0             ? AccessOf(window, id)
+                                         : widget != nullptr ? QAccessible::queryAccessibleInterface(widget)
+                                                             : nullptr;
     return access != nullptr ? access->text(QAccessible::Description).toStdString() : std::string();
 }
 

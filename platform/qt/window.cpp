@@ -336,4 +336,10 @@ void SetAccessibleControlName(WindowId window, int id, std::string_view name) {
     if (auto* const control = FindControl<QWidget>(window, id)) control->setAccessibleName(ToQString(name));
 }
 
+void SetAccessibleControlDescription(WindowId window, int id, std::string_view description) {
+    if (auto* const control = FindControl<QWidget>(window, id)) {
+        control->setAccessibleDescription(ToQString(description));
+    }
+}
+
 }  // namespace brickfall

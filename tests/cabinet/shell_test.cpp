@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "base/files.h"
+#include "base/text.h"
 #include "base/workers.h"
 #include "board/board_load.h"
 #include "cabinet/controls.h"
@@ -119,6 +120,54 @@ TEST(Shell, ReadsTheWellOutToAScreenReader) {
     expect("GAME OVER. Score 70, level 4, lives 0");
     OnPayResult(shell.run, shell.driver, kPayRecord, std::make_unique<std::string>("success"));
     expect("SCORE ON-CHAIN. Score 70, level 4, lives 0");
+}
+
+TEST(Shell, TellsWhatARecordCostsWhileARunIsThere) {
+    CabinetFixture cabinet;
+    std::vector<InputEvent>& events = shell.run.tape.events;
+    const auto spoken_with = [&](std::size_t count) {
+        events.resize(count);
+        cabinet.Tick(16);
+        return AccessibleDescription(cabinet.main, kControlRecord);
+    };
+    const auto fee_line = [](int64_t fee) { return "Fee about " + Grouped(fee) + " sats"; };
+    EXPECT_EQ(spoken_with(5) + shell.fee.text, "");
+    cabinet.BeginRun();
+    const std::string none = spoken_with(0);
+    const int64_t least = std::stoll(none.substr(std::string("Fee about ").size()));
+    EXPECT_EQ(none, fee_line(least));
+
+    // An event is ten digits of the row, a satoshi each. The row is 135 bytes shorter than a transaction with
+    // one input and change; from 65,536 on, its own length and that of its script take two bytes more.
+    const auto to_warning = static_cast<std::size_t>((5'000 - least) / 10);
+    const auto to_limit = static_cast<std::size_t>((65'535 + 135 - least) / 10);
+    const struct {
+        std::size_t events;
+        bool warns;
+        const char* caveat;
+    } rows[] = {{to_warning, false, ""},
+                {to_warning + 1, true, ""},
+                {to_limit, true, ""},
+                {to_limit + 1, true, ", too long for the board"}};
+    for (const auto& row : rows) {
+        int64_t fee = least + static_cast<int64_t>(row.events) * 10;
+        const int64_t row_bytes = fee - 135;
+        for (const int64_t length : {row_bytes, row_bytes + 5}) fee += length > 65'535 ? 2 : 0;
+        EXPECT_EQ(spoken_with(row.events), fee_line(fee) + row.caveat);
+        EXPECT_EQ(shell.fee.warns, row.warns);
+    }
+    // Three inputs instead of one, of 41 bytes each.
+    EXPECT_EQ(spoken_with(1), fee_line(least + 10));
+    cabinet.Post(kMsgBalanceDone, 0, MakePayload(StatusResult{true, 7, {least - 50, 40, 10'000}}));
+    EXPECT_EQ(spoken_with(1), fee_line(least + 10 + 2 * 41));
+
+    shell.run.game.game_over = true;
+    FinishRun(shell.run, shell.driver.run);
+    EXPECT_EQ(events.size(), 2u);
+    EXPECT_EQ(spoken_with(2), fee_line(least + 10 + 2 * 41)) << "the end was foreseen";
+    OnPayResult(shell.run, shell.driver, kPayRecord, std::make_unique<std::string>("success"));
+    cabinet.Post(kMsgBalanceDone, 0, MakePayload(StatusResult{true, 7, {10'000}}));
+    EXPECT_EQ(spoken_with(2), fee_line(least + 10 + 2 * 41)) << "it is paid";
 }
 
 TEST(Shell, ShowsThatItWaitsForALookUpAndThenAllAsBefore) {

@@ -113,6 +113,36 @@ TEST(Well, TellsTheModeOverTheField) {
     EXPECT_NE(Look(RunIn(kModeGameOver)).image.pixels, Look(RunIn(kModeRecorded)).image.pixels);
 }
 
+int Reddest(const Image& image, const Rect& rect) {
+    int red = 0;
+    for (int y = rect.y; y < rect.Bottom(); ++y) {
+        for (int x = rect.x; x < rect.Right(); ++x) red = std::max<int>(red, PixelOf(image, x, y).r);
+    }
+    return red;
+}
+
+TEST(Well, PutsTheFeeUnderTheOtherAmountsAndMovesNothing) {
+    const RunControl run = RunIn(kModePlaying);
+    const Look without(run);
+    // Two lines of 20 pixels, below those at 194 and 214.
+    const Rect lines = {kFieldW40 + 62, 234, 204, 40};
+    EXPECT_EQ(Inked(without.image, lines, kBgColor), 0);
+    for (const bool warns : {false, true}) {
+        const FeeNote fee = {"Fee about 2,000,000 sats,", "too long for the board", warns};
+        const Image shown = DrawToImage(kWellSize, [&](Canvas& canvas) {
+            PaintWell(canvas, run, {40, 40}, 0, fee);
+        });
+        for (const int y : {lines.y, lines.y + 20}) {
+            EXPECT_GT(Inked(shown, {lines.x, y, lines.w, 20}, kBgColor), 40);
+            EXPECT_EQ(Reddest(shown, {lines.x, y, lines.w, 20}) > kMutedColor.r, warns);
+        }
+        EXPECT_EQ(Inked(shown, {lines.Right() - 8, lines.y, 8, lines.h}, kBgColor), 0) << "cut";
+        const Rect all = {0, 0, kWellSize.w, kWellSize.h};
+        EXPECT_EQ(Inked(shown, all, kBgColor) - Inked(shown, lines, kBgColor),
+                  Inked(without.image, all, kBgColor));
+    }
+}
+
 TEST(Well, BlinksTheGameOverBannerByTheClock) {
     const RunControl over = RunIn(kModeGameOver);
     const Look even(over, 0), odd(over, 220);

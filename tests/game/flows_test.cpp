@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <random>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,13 +19,21 @@
 #include "base/workers.h"
 #include "board/watch_reader.h"
 #include "deployment/deployment.h"
+#include "game/score_row.h"
 #include "game/week.h"
+#include "messages/row.h"
+#include "messages/signing.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tests/game/random_run.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
+#include "wallet/link/paymail_sync.h"
+#include "wallet/link/status_refresh.h"
+#include "wallet/protocol/script.h"
+#include "wallet/protocol/transaction.h"
+#include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {
@@ -408,6 +419,82 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     cabinet.Record();
     cabinet.Deliver();
     EXPECT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
+}
+
+TEST_F(PaidCabinet, PaysTheFeeThatWasEstimated) {
+    cabinet.run.enter_txid = kTxid;
+    for (const auto& [coins, events] : {std::pair(std::vector<int64_t>{300, 400, 500, 400}, 33u),
+                                        {{250, 900, 700}, 80u},
+                                        {{100'000}, 1'800u}}) {
+        for (const int64_t coin : coins) ASSERT_NE(remote.box.Fund(wallet.ReceiveAddress(0), coin), "");
+        cabinet.run.mode = kModeGameOver;
+        cabinet.run.tape.events.resize(events);
+        wallet.clock.AdvanceMs(60'000);  // the listing is no longer fresh
+        const RecordCost cost = EstimateRecordCost(cabinet.run, PublishedHandle(), CurrentAddress(),
+                                                   UnixSeconds(), StatusRefresh().coins);
+        const int64_t before = remote.box.TotalFees();
+        cabinet.Record();
+        cabinet.Deliver();
+        ASSERT_EQ(cabinet.run.mode, kModeRecorded) << cabinet.Status();
+        EXPECT_EQ(remote.box.TotalFees() - before, cost.fee);
+    }
+}
+
+// Against rows really built and signed, and transactions really built for them.
+TEST(RecordCost, IsWhatTheTransactionOfAnyRunComesTo) {
+    std::mt19937_64 random(20'260'921);
+    int several_inputs = 0, no_change = 0, unpaid = 0;
+    for (const std::size_t length : {1u, 3u, 11u, 20u, 32u}) {
+        const std::string name(length, 'n');
+        WalletFixture wallet(name);
+        SandboxFixture remote;
+        ClearIdentityKeyCache();
+        remote.box.Publish({name, wallet_keys.identity_pub, "", "", "", false, "", ""});
+        const std::string paymail = PublishedHandle(), address = wallet.ReceiveAddress(0);
+        for (int round = 0; round < 200; ++round) {
+            RunControl run;
+            run.mode = kModeGameOver;
+            run.enter_txid = kTxid;
+            run.final_score = static_cast<int64_t>(random() >> (1 + random() % 63));
+            run.tape.events.resize(random() % (round % 2 == 0 ? 100 : 20'001));
+            const auto estimate = [&](std::span<const int64_t> coins) {
+                return EstimateRecordCost(run, paymail, address, UnixSeconds(), coins);
+            };
+            const int64_t plain_fee = estimate({}).fee;
+            std::vector<int64_t> coins = {plain_fee + 1 + round % 3};  // from no change up to 2 satoshis
+            if (round % 3 != 0) {
+                coins.resize(1 + random() % 8);
+                for (int64_t& coin : coins) coin = static_cast<int64_t>(random() % (plain_fee + 100));
+            }
+
+            json row = MakeScoreRow(run, {name, address}, UnixSeconds());
+            std::string error;
+            ASSERT_TRUE(SignMessage(row, error)) << error;
+            const std::string text = DumpRow(row);
+            std::vector<SpendInput> inputs(coins.size());
+            for (std::size_t i = 0; i < coins.size(); ++i) inputs[i] = {kTxid, 0, coins[i], {}, {}, {}, {}};
+            std::vector<PayOutput> outputs;
+            int64_t fee = 0;
+            const bool paid = BuildTransaction(
+                inputs, outputs, {},
+                std::vector<PayOutput>{{1, P2pkhScript({})}, {0, DataCarrierScript(text)}}, fee, error);
+            EXPECT_EQ(estimate(coins).row_bytes, text.size());
+            EXPECT_EQ(estimate(coins).fee, fee);
+            const bool usual = inputs.size() == 1 && outputs.size() == 3;
+            EXPECT_TRUE(plain_fee == fee || !usual);
+            several_inputs += paid && inputs.size() > 1;
+            no_change += paid && outputs.size() == 2;
+            unpaid += !paid;
+
+            if (run.tape.events.empty()) continue;
+            run.tape.events.pop_back();  // the run's end, foreseen while it is played
+            run.game.score = std::exchange(run.final_score, 0);
+            run.mode = kModePlaying;
+            EXPECT_EQ(estimate(coins).fee, fee);
+        }
+    }
+    ClearIdentityKeyCache();
+    EXPECT_GT(std::min({several_inputs, no_change, unpaid}), 50);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/text.h"
+
 namespace brickfall {
 namespace {
 
@@ -34,15 +36,6 @@ void SayRow(const std::string& place, const ScoreRow& row, const std::string& my
 }
 
 }  // namespace
-
-std::string Grouped(int64_t number) {
-    std::string digits = std::to_string(number);
-    for (std::size_t at = digits.size(); at > 3 + (number < 0 ? 1u : 0u);) {
-        at -= 3;
-        digits.insert(at, ",");
-    }
-    return digits;
-}
 
 std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
 

@@ -10,7 +10,6 @@
 
 namespace brickfall {
 
-std::string Grouped(int64_t number);   // with a comma between thousands
 std::string Satoshis(int64_t amount);  // grouped, with the unit
 
 void Say(std::string_view line);

@@ -15,12 +15,14 @@
 #include "board/watch_reader.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
+#include "game/score_row.h"
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tools/autopilot.h"
 #include "tools/headless/lines.h"
 #include "wallet/chain/chain_api.h"
+#include "wallet/coins/spendable.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/paymail_sync.h"
 #include "wallet/link/status_refresh.h"
@@ -193,6 +195,11 @@ void Session::ClaimName() {
     Say("The paymail host publishes this key for this name.");
 }
 
+std::vector<int64_t> Session::WalletCoins() {
+    const WalletLock lock(wallet_mutex);
+    return SpendableValues();
+}
+
 // The sum over the wallet's addresses, as the services list them now.
 int64_t Session::WalletHolds() {
     std::vector<std::string> addresses;
@@ -265,6 +272,9 @@ void Session::Play() {
 }
 
 void Session::Record() {
+    const RecordCost cost =
+        EstimateRecordCost(run_, PublishedHandle(), CurrentAddress(), UnixSeconds(), WalletCoins());
+    SayField("fee about", Satoshis(cost.fee));
     OnRecordClicked(run_, driver_);
     WaitForFlow();
     Require(run_.mode == kModeRecorded && IsTxidText(run_.record_txid), last_status_);

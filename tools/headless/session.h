@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "base/clock.h"
 #include "board/board_load.h"
@@ -67,6 +68,7 @@ class Session {
     void Report();
     void WriteFiles();
     int64_t WalletHolds();
+    std::vector<int64_t> WalletCoins();
     void WaitForFlow();
 
     const HeadlessOptions options_;

@@ -8,6 +8,7 @@
 #include "wallet/chain/address_refresh.h"
 #include "wallet/coins/balance_cache.h"
 #include "wallet/coins/ordinal_guard.h"
+#include "wallet/coins/spendable.h"
 #include "wallet/coins/utxo_cache.h"
 #include "wallet/events/wallet_events.h"
 #include "wallet/keys/key_derivation.h"
@@ -70,6 +71,7 @@ StatusResult StatusRefresh() {
     ApplyRefresh(records);
     result.chain_ok = AnyOutputsKnown(addresses, records);
     result.balance = ReadBalance();
+    result.coins = SpendableValues();
     const std::string shown =
         result.chain_ok ? std::to_string(std::max<int64_t>(result.balance, 0)) : std::string("-");
     EmitWalletEvent("status", {wallet_keys.address, shown, wallet_keys.is_hd ? "hd" : "legacy"});

@@ -4,12 +4,14 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 namespace brickfall {
 
 struct StatusResult {
-    bool chain_ok = false;  // the outputs of at least one address are known
-    int64_t balance = 0;    // satoshis, -1 when unknown
+    bool chain_ok = false;            // the outputs of at least one address are known
+    int64_t balance = 0;              // satoshis, -1 when unknown
+    std::vector<int64_t> coins = {};  // SpendableValues
 };
 StatusResult StatusRefresh();  // takes wallet_mutex, and releases it around the network's work
 

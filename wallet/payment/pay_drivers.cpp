@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -194,6 +195,12 @@ std::string PayArcadeScore(std::string_view watch_address, std::string_view payl
         outputs.push_back({0, DataCarrierScript(payload)});
         return {};
     });
+}
+
+int64_t EstimateScoreFee(std::size_t payload_bytes, std::span<const int64_t> coins) {
+    constexpr int64_t kOneLargeCoin[] = {std::numeric_limits<int64_t>::max()};
+    if (coins.empty()) coins = kOneLargeCoin;
+    return EstimateFee(coins, {kP2pkhScriptBytes, DataCarrierSize(payload_bytes)}, kMarkerSats);
 }
 
 std::string PayReport(std::string_view payload) {

@@ -2,6 +2,7 @@
 // three attempts. Each driver blocks and gives "success: " and the id, or a text that begins with "error: ".
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -23,6 +24,10 @@ inline constexpr int64_t kReportFeeSats = 1'000;
 std::string PayArcadeEntry(std::string_view house_address, std::string_view pot_address);
 std::string PayArcadeScore(std::string_view watch_address, std::string_view payload);
 std::string PayReport(std::string_view payload);
+
+// What PayArcadeScore would pay in fees for a payload of this length from coins of these values, in spending
+// order. With no coins it is reckoned for one that leaves change. Pure; any thread.
+int64_t EstimateScoreFee(std::size_t payload_bytes, std::span<const int64_t> coins);
 
 // These run under it; PayOutputs ends with `lock` held as it began.
 std::string PayOutputs(WalletLock& lock, std::span<const PayOutput> outputs);

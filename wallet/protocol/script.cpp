@@ -1,7 +1,5 @@
 #include "wallet/protocol/script.h"
 
-#include <cstddef>
-
 namespace brickfall {
 namespace {
 
@@ -17,6 +15,22 @@ void AppendLe(ByteBuffer& out, uint64_t value, int bytes) {
 
 constexpr uint8_t kOpFalse = 0;
 constexpr uint8_t kOpReturn = 106;
+
+// What stands before the bytes of a push.
+void AppendPushPrefix(ByteBuffer& out, std::size_t length) {
+    if (length < kOpPushData1) {
+        AppendLe(out, length, 1);
+    } else if (length <= 0xFF) {
+        out.push_back(kOpPushData1);
+        AppendLe(out, length, 1);
+    } else if (length <= 0xFFFF) {
+        out.push_back(kOpPushData1 + 1);
+        AppendLe(out, length, 2);
+    } else {
+        out.push_back(kOpPushData1 + 2);
+        AppendU32Le(out, static_cast<uint32_t>(length));
+    }
+}
 
 }  // namespace
 
@@ -40,19 +54,7 @@ void AppendVarInt(ByteBuffer& out, uint64_t value) {
 }
 
 void AppendPushData(ByteBuffer& out, std::span<const uint8_t> data) {
-    const std::size_t length = data.size();
-    if (length < kOpPushData1) {
-        AppendLe(out, length, 1);
-    } else if (length <= 0xFF) {
-        out.push_back(kOpPushData1);
-        AppendLe(out, length, 1);
-    } else if (length <= 0xFFFF) {
-        out.push_back(kOpPushData1 + 1);
-        AppendLe(out, length, 2);
-    } else {
-        out.push_back(kOpPushData1 + 2);
-        AppendU32Le(out, static_cast<uint32_t>(length));
-    }
+    AppendPushPrefix(out, data.size());
     out.insert(out.end(), data.begin(), data.end());
 }
 
@@ -67,6 +69,12 @@ ByteBuffer DataCarrierScript(std::string_view payload) {
     ByteBuffer script{kOpFalse, kOpReturn};
     AppendPushData(script, AsBytes(payload));
     return script;
+}
+
+std::size_t DataCarrierSize(std::size_t payload_bytes) {
+    ByteBuffer prefix;
+    AppendPushPrefix(prefix, payload_bytes);
+    return 2 + prefix.size() + payload_bytes;
 }
 
 }  // namespace brickfall

@@ -2,6 +2,7 @@
 // Pure functions; any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -15,9 +16,12 @@ void AppendU32Le(ByteBuffer& out, uint32_t value);
 void AppendU64Le(ByteBuffer& out, uint64_t value);
 void AppendVarInt(ByteBuffer& out, uint64_t value);  // Bitcoin compact size
 void AppendPushData(ByteBuffer& out, std::span<const uint8_t> data);
-ByteBuffer P2pkhScript(const Hash160& hash);  // 25 bytes
+
+inline constexpr std::size_t kP2pkhScriptBytes = 25;
+ByteBuffer P2pkhScript(const Hash160& hash);
 
 // OP_FALSE OP_RETURN and one push of the payload.
 ByteBuffer DataCarrierScript(std::string_view payload);
+std::size_t DataCarrierSize(std::size_t payload_bytes);  // the length of that script
 
 }  // namespace brickfall

@@ -17,7 +17,7 @@ constexpr uint32_t kTxLockTime = 0;
 constexpr uint32_t kFinalSequence = 0xFFFFFFFF;
 constexpr uint8_t kSkeletonScriptLength = 107;  // a signature and a compressed key, counted but not written
 constexpr std::size_t kSkeletonInputBytes = 32 + 4 + 1 + 4;
-constexpr std::size_t kChangeOutputBytes = 8 + 1 + 25;
+constexpr std::size_t kChangeOutputBytes = 8 + 1 + kP2pkhScriptBytes;
 
 void AppendBytes(ByteBuffer& out, std::span<const uint8_t> bytes) {
     out.insert(out.end(), bytes.begin(), bytes.end());
@@ -49,11 +49,10 @@ std::size_t SkeletonSize(std::size_t input_count, std::size_t output_list_bytes)
     return 4 + VarIntSize(input_count) + input_count * kSkeletonInputBytes + output_list_bytes + 4;
 }
 
-std::size_t OutputListSize(std::span<const PayOutput> outputs) {
-    std::size_t size = VarIntSize(outputs.size());
-    for (const PayOutput& output : outputs) {
-        size += 8 + VarIntSize(output.script.size()) + output.script.size();
-    }
+// Of outputs whose scripts have these lengths.
+std::size_t OutputListSize(std::span<const std::size_t> script_sizes) {
+    std::size_t size = VarIntSize(script_sizes.size());
+    for (const std::size_t script : script_sizes) size += 8 + VarIntSize(script) + script;
     return size;
 }
 
@@ -74,43 +73,79 @@ bool AddUpOutputs(std::span<const PayOutput> outputs, int64_t& total) {
     return true;
 }
 
-// Spending it brings more than its bytes cost.
-bool IsWorthItsFee(const SpendInput& input) {
-    return input.value > static_cast<int64_t>(kSkeletonInputBytes);
+// What a payment takes of coins in their order: of the first `end`, those worth `least` or more.
+struct CoinChoice {
+    std::size_t end = 0;
+    std::size_t count = 0;
+    int64_t total = 0;
+    int64_t least = 0;
+
+    bool Takes(int64_t value) const { return value >= least && Fits(total, value); }
+    void Take(int64_t value) {
+        total += value;
+        ++count;
+    }
+};
+
+// Takes coins until amount, fee and a change output are covered. Where all of them together do not cover
+// these, those that bring more than their bytes cost may: strangers' dust on an older address must not make a
+// payment fail that the wallet can make without it. `value_of` gives -1 for a coin that cannot be used.
+template <typename ValueOf>
+CoinChoice ChooseCoins(std::size_t coin_count, const ValueOf& value_of, std::size_t output_list_bytes,
+                       int64_t total_out) {
+    const auto covers = [&](const CoinChoice& choice) {
+        const int64_t fee = FeeOf(SkeletonSize(choice.count, output_list_bytes) + kChangeOutputBytes);
+        return choice.count > 0 && static_cast<uint64_t>(choice.total) >= Sum(total_out, fee);
+    };
+    const auto choose = [&](int64_t least) {
+        CoinChoice choice;
+        choice.least = least;
+        while (choice.end < coin_count && !covers(choice)) {
+            const int64_t value = value_of(choice.end++);
+            if (choice.Takes(value)) choice.Take(value);
+        }
+        return choice;
+    };
+    const CoinChoice plain = choose(0);
+    if (covers(plain)) return plain;
+    const CoinChoice worthy = choose(kSkeletonInputBytes + 1);
+    return covers(worthy) ? worthy : plain;
 }
 
-// Moves candidates over, in their order, until amount, fee and a change output are covered. Where all of them
-// together do not cover these, those that are worth their fee may: strangers' dust on an older address must
-// not make a payment fail that the wallet can make without it.
-std::vector<SpendInput> ChooseInputs(std::vector<SpendInput>& candidates, std::size_t output_list_bytes,
-                                     int64_t total_out, int64_t& chosen_total) {
-    const auto covers = [&](std::size_t count, int64_t total) {
-        const int64_t fee = FeeOf(SkeletonSize(count, output_list_bytes) + kChangeOutputBytes);
-        return count > 0 && static_cast<uint64_t>(total) >= Sum(total_out, fee);
+struct Reckoning {
+    int64_t fee = 0;
+    int64_t change = 0;  // 0: there is no change output
+};
+
+// Where too little is left for a change output, the fee stays as it was reckoned with one.
+Reckoning Reckon(const CoinChoice& coins, std::vector<std::size_t> script_sizes, int64_t total_out) {
+    const auto total = static_cast<uint64_t>(coins.total);
+    const auto fee = [&] { return FeeOf(SkeletonSize(coins.count, OutputListSize(script_sizes))); };
+    Reckoning reckoned{fee()};
+    if (total <= Sum(total_out, reckoned.fee)) return reckoned;
+    script_sizes.push_back(kP2pkhScriptBytes);
+    reckoned.fee = fee();
+    if (total > Sum(total_out, reckoned.fee)) reckoned.change = coins.total - total_out - reckoned.fee;
+    return reckoned;
+}
+
+// Leaves of the candidates those chosen.
+CoinChoice ChooseInputs(std::vector<SpendInput>& candidates, std::size_t output_list_bytes,
+                        int64_t total_out) {
+    const auto value_of = [&](std::size_t at) {
+        return IsTxidText(candidates[at].txid) ? candidates[at].value : -1;
     };
+    const CoinChoice choice = ChooseCoins(candidates.size(), value_of, output_list_bytes, total_out);
+    CoinChoice taken;
+    taken.least = choice.least;
     std::vector<SpendInput> chosen;
-    chosen_total = 0;
-    for (SpendInput& candidate : candidates) {
-        const bool usable =
-            IsTxidText(candidate.txid) && candidate.value >= 0 && Fits(chosen_total, candidate.value);
-        if (!usable) continue;
-        chosen_total += candidate.value;
-        chosen.push_back(std::move(candidate));
-        if (covers(chosen.size(), chosen_total)) return chosen;
+    for (std::size_t at = 0; at < choice.end; ++at) {
+        if (!taken.Takes(value_of(at))) continue;
+        taken.Take(candidates[at].value);
+        chosen.push_back(std::move(candidates[at]));
     }
-    int64_t worthy_total = 0;
-    std::size_t worthy = 0, end = 0;
-    while (end < chosen.size() && !covers(worthy, worthy_total)) {
-        const SpendInput& input = chosen[end++];
-        if (!IsWorthItsFee(input)) continue;
-        worthy_total += input.value;
-        ++worthy;
-    }
-    if (!covers(worthy, worthy_total)) return chosen;
-    chosen.resize(end);
-    std::erase_if(chosen, [](const SpendInput& input) { return !IsWorthItsFee(input); });
-    chosen_total = worthy_total;
-    return chosen;
+    candidates = std::move(chosen);
+    return choice;
 }
 
 bool ForkIdDigest(const SpendInput& input, const SharedDigests& shared, const Hash160& owner_hash,
@@ -171,29 +206,27 @@ bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput
         return false;
     }
 
-    int64_t chosen_total = 0;
-    candidates = ChooseInputs(candidates, OutputListSize(outputs), total_out, chosen_total);
-
-    const ByteBuffer skeleton = SerializeTx(candidates, outputs, /*skeleton=*/true);
-    if (skeleton.empty()) {
+    std::vector<std::size_t> script_sizes;
+    for (const PayOutput& output : outputs) script_sizes.push_back(output.script.size());
+    const CoinChoice chosen = ChooseInputs(candidates, OutputListSize(script_sizes), total_out);
+    if (SerializeTx(candidates, outputs, /*skeleton=*/true).empty()) {
         error = "failed to build transaction.";
         return false;
     }
-    fee = FeeOf(skeleton.size());
-    const auto chosen = static_cast<uint64_t>(chosen_total);
-    if (chosen > Sum(total_out, fee)) {
-        outputs.push_back({0, P2pkhScript(change_hash)});
-        fee = FeeOf(SkeletonSize(candidates.size(), OutputListSize(outputs)));
-        if (chosen > Sum(total_out, fee)) {
-            outputs.back().value = chosen_total - total_out - fee;
-        } else {
-            outputs.pop_back();  // too little for a change output; the fee stays as it was reckoned with one
-        }
-    }
-    if (chosen >= Sum(total_out, fee)) return true;
+    const Reckoning reckoned = Reckon(chosen, std::move(script_sizes), total_out);
+    fee = reckoned.fee;
+    if (reckoned.change > 0) outputs.push_back({reckoned.change, P2pkhScript(change_hash)});
+    if (static_cast<uint64_t>(chosen.total) >= Sum(total_out, fee)) return true;
     error = "insufficient funds. Need " + std::to_string(Sum(total_out, fee)) + " sats, you have " +
-            std::to_string(chosen_total) + " in your Pouch wallet.";
+            std::to_string(chosen.total) + " in your Pouch wallet.";
     return false;
+}
+
+int64_t EstimateFee(std::span<const int64_t> coins, std::vector<std::size_t> script_sizes,
+                    int64_t total_out) {
+    const auto value_of = [&](std::size_t at) { return coins[at]; };
+    const CoinChoice chosen = ChooseCoins(coins.size(), value_of, OutputListSize(script_sizes), total_out);
+    return Reckon(chosen, std::move(script_sizes), total_out).fee;
 }
 
 std::optional<SharedDigests> MakeSharedDigests(std::span<const SpendInput> inputs,

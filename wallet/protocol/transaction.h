@@ -2,6 +2,7 @@
 // fee. Pure functions; any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -43,6 +44,10 @@ ByteBuffer SerializeTx(std::span<const SpendInput> inputs, std::span<const PayOu
 bool BuildTransaction(std::vector<SpendInput>& candidates, std::vector<PayOutput>& outputs,
                       const Hash160& change_hash, std::span<const PayOutput> wanted, int64_t& fee,
                       std::string& error);
+
+// The fee that BuildTransaction would come to for coins of these values, in their order, and outputs whose
+// scripts have these lengths and whose values sum up to `total_out`, which is not negative.
+int64_t EstimateFee(std::span<const int64_t> coins, std::vector<std::size_t> script_sizes, int64_t total_out);
 
 // What the digests of all inputs of one transaction share (BIP143): made once, since each takes in every
 // input or output.
