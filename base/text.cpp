@@ -1,5 +1,7 @@
 #include "base/text.h"
 
+#include <ctime>
+
 namespace brickfall {
 namespace {
 
@@ -33,6 +35,17 @@ std::string Grouped(int64_t number) {
         digits.insert(at, ",");
     }
     return digits;
+}
+
+std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
+
+std::string UtcText(int64_t unix_seconds) {
+    if (unix_seconds <= 0) return "-";
+    const auto time = static_cast<std::time_t>(unix_seconds);
+    std::tm utc{};
+    if (::gmtime_r(&time, &utc) == nullptr) return "-";
+    char text[64];
+    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &utc) > 0 ? text : "-";
 }
 
 int HexDigitValue(char digit) {

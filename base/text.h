@@ -23,7 +23,11 @@ constexpr bool IsAsciiLetterOrDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-std::string Grouped(int64_t number);  // decimal, with a comma between thousands
+std::string Grouped(int64_t number);   // decimal, with a comma between thousands
+std::string Satoshis(int64_t amount);  // grouped, with the unit
+
+// "2026-11-24 17:21 UTC"; "-" for 0, for a time before 1970 and for one that no calendar has.
+std::string UtcText(int64_t unix_seconds);
 
 // The value of a hexadecimal digit of either case, or -1.
 int HexDigitValue(char digit);

@@ -52,6 +52,11 @@ class SandboxProgram {
                           {"body", body}});
     }
 
+    // Every answer of the service comes so much later.
+    void Delay(std::string_view service, int milliseconds) {
+        Control("fault", {{"service", service}, {"kind", "delay"}, {"delay_ms", milliseconds}});
+    }
+
   private:
     static void Control(const std::string& operation, const nlohmann::json& body) {
         std::string response;

@@ -27,20 +27,12 @@ constexpr uint8_t kOpFalse = 0x00;
 constexpr uint8_t kOpReturn = 0x6A;
 constexpr uint8_t kOpPushData1 = 76;
 constexpr uint8_t kOpPushData2 = 77;
+constexpr uint8_t kOpPushData4 = 78;
 constexpr std::size_t kTxidChars = 64;
 constexpr JsonLimits kRowLimits = {.bytes = kBoardRowBytes,
                                    .values = 1'000};  // some twenty, and a row is flat
 constexpr int64_t kDaySeconds = 86'400;
 constexpr int64_t kDaysOf400Years = 146'097;  // whole weeks, after which the calendar repeats
-
-// The services give the script in different places.
-std::string ScriptHex(const json& output) {
-    if (const json* const script = FindJsonKey(output, "scriptPubKey")) {
-        std::string hex = script->is_string() ? script->get<std::string>() : JsonString(*script, "hex");
-        if (!hex.empty()) return hex;
-    }
-    return JsonString(output, "hex");
-}
 
 void AddTxid(const std::string& txid, std::vector<std::string>& list) {
     if (txid.size() == kTxidChars) list.push_back(txid);
@@ -68,19 +60,10 @@ bool AskIndexer(std::vector<std::string>& list) {
     return true;
 }
 
-void AskChain(std::vector<std::string>& list) {
-    const std::string base = std::string(kChainApiBaseUrl) + "/address/" + kArcadeWatchAddress;
-    for (const char* const listing :
-         {"/unconfirmed/history?limit=50", "/unspent", "/confirmed/history?limit=50"}) {
-        json answer;
-        if (FetchJson(base + listing, answer, kIdsAnswer)) CollectTxids(answer, list);
-    }
-}
-
 // The first kBoardTxidCap distinct ids, in the order found.
 std::vector<std::string> FindTxids() {
     std::vector<std::string> found;
-    if (!AskIndexer(found)) AskChain(found);
+    if (!AskIndexer(found)) ListWatchAddress(found);
     std::vector<std::string> distinct;
     std::unordered_set<std::string_view> seen;  // into `found`
     for (const std::string& txid : found) {
@@ -97,10 +80,6 @@ bool FetchTransaction(std::string_view txid, json& transaction) {
         if (url && FetchJson(*url, transaction, kTransactionAnswer)) return true;
     }
     return false;
-}
-
-bool StandsAbove(const ScoreRow& a, const ScoreRow& b) {
-    return a.score != b.score ? a.score > b.score : a.ts > b.ts;
 }
 
 }  // namespace
@@ -146,6 +125,10 @@ bool ReadChainRow(const json& transaction, const std::string& txid, ChainRow& ro
     return true;
 }
 
+bool StandsAbove(const ScoreRow& a, const ScoreRow& b) {
+    return a.score != b.score ? a.score > b.score : a.ts > b.ts;
+}
+
 void RankRows(const std::vector<ChainRow>& found, int64_t week_start, std::vector<ScoreRow>& week_rows,
               ScoreRow& best, bool& has_best) {
     week_rows.clear();
@@ -185,27 +168,52 @@ void CollectTxids(const json& answer, std::vector<std::string>& list) {
     }
 }
 
-bool ExtractPushPayload(std::string_view script_hex, std::string& payload) {
-    payload.clear();
-    const ByteBuffer script = HexDecode(script_hex);  // empty for text that is no whole bytes
+bool ListWatchAddress(std::vector<std::string>& list) {
+    const std::string base = std::string(kChainApiBaseUrl) + "/address/" + kArcadeWatchAddress;
+    bool answered = false;
+    for (const char* const listing :
+         {"/unconfirmed/history?limit=50", "/unspent", "/confirmed/history?limit=50"}) {
+        json answer;
+        if (!FetchJson(base + listing, answer, kIdsAnswer)) continue;
+        CollectTxids(answer, list);
+        answered = true;
+    }
+    return answered;
+}
+
+std::string OutputScriptHex(const json& output) {
+    if (const json* const script = FindJsonKey(output, "scriptPubKey")) {
+        std::string hex = script->is_string() ? script->get<std::string>() : JsonString(*script, "hex");
+        if (!hex.empty()) return hex;
+    }
+    return JsonString(output, "hex");
+}
+
+bool FindPushPayload(std::span<const uint8_t> script, PushSize size, std::string_view& payload) {
     std::size_t at = !script.empty() && script[0] == kOpFalse ? 1 : 0;
     if (script.size() < at + 2 || script[at] != kOpReturn) return false;
     const uint8_t op = script[at + 1];
     at += 2;
     std::size_t length = op;
-    if (op == kOpPushData1) {
-        if (script.size() - at < 1) return false;
-        length = script[at];
-        at += 1;
-    } else if (op == kOpPushData2) {
-        if (script.size() - at < 2) return false;
-        length = static_cast<std::size_t>(script[at] | script[at + 1] << 8);
-        at += 2;
-    } else if (op > kOpPushData2) {
-        return false;
+    if (op >= kOpPushData1) {
+        if (op > (size == PushSize::kAny ? kOpPushData4 : kOpPushData2)) return false;
+        const std::size_t width = std::size_t{1} << (op - kOpPushData1);
+        if (script.size() - at < width) return false;
+        length = 0;
+        for (std::size_t i = 0; i < width; ++i) length |= std::size_t{script[at + i]} << (8 * i);
+        at += width;
     }
     if (length == 0 || length > script.size() - at) return false;
-    payload.assign(reinterpret_cast<const char*>(script.data()) + at, length);
+    payload = {reinterpret_cast<const char*>(script.data()) + at, length};
+    return true;
+}
+
+bool ExtractPushPayload(std::string_view script_hex, std::string& payload) {
+    payload.clear();
+    const ByteBuffer script = HexDecode(script_hex);  // empty for text that is no whole bytes
+    std::string_view found;
+    if (!FindPushPayload(script, PushSize::kBoard, found)) return false;
+    payload = found;
     return true;
 }
 
@@ -214,7 +222,7 @@ bool FindScorePayload(const json& transaction, json& row) {
     if (outputs == nullptr || !outputs->is_array()) return false;
     std::string payload;
     for (const json& output : *outputs) {
-        if (!output.is_object() || !ExtractPushPayload(ScriptHex(output), payload)) continue;
+        if (!output.is_object() || !ExtractPushPayload(OutputScriptHex(output), payload)) continue;
         json found = ParseForeignJson(payload, kRowLimits);
         if (!found.is_object() || JsonString(found, "type") != "arcade_score") continue;
         row = std::move(found);

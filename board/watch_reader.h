@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +15,7 @@ namespace brickfall {
 inline constexpr char kBoardGameId[] = "brickfall";
 inline constexpr std::size_t kBoardTxidCap = 250;      // distinct transaction ids looked at, at most
 inline constexpr std::size_t kBoardRowCap = 20;        // rows of the weekly list, at most
-inline constexpr std::size_t kBoardRowBytes = 65'535;  // of a row's text; a longer one is not read
+inline constexpr std::size_t kBoardRowBytes = 65'535;  // a longer payload is not read
 
 // One line of the board.
 struct ScoreRow {
@@ -44,8 +45,10 @@ void ReadChainBoard(std::vector<ScoreRow>& week_rows, ScoreRow& best, bool& has_
 // game's. May block for a key look-up of up to 15 s.
 bool ReadChainRow(const nlohmann::json& transaction, const std::string& txid, ChainRow& row);
 
-// This week's list of the rows in hand, and the best over all weeks. Among equal scores the latest stands
-// first.
+// The board's order: the higher score, and of equal ones the latest.
+bool StandsAbove(const ScoreRow& a, const ScoreRow& b);
+
+// This week's list of the rows in hand, and the best over all weeks.
 void RankRows(const std::vector<ChainRow>& found, int64_t week_start, std::vector<ScoreRow>& week_rows,
               ScoreRow& best, bool& has_best);
 
@@ -54,6 +57,19 @@ std::string WeekLabel(int64_t week_start);
 
 // Adds the transaction ids of an answer in any of the services' shapes. Only their length is tested.
 void CollectTxids(const nlohmann::json& answer, std::vector<std::string>& list);
+
+// The ids that the chain API lists for the watch address: the newest, mined or not. False when none of its
+// listings answered.
+bool ListWatchAddress(std::vector<std::string>& list);
+
+// The script of a decoded transaction's output, in hexadecimal; the services give it in different places.
+std::string OutputScriptHex(const nlohmann::json& output);
+
+enum class PushSize { kBoard, kAny };  // the board reads no OP_PUSHDATA4
+
+// The payload of the first push behind OP_RETURN of a data carrier script, a part of the script. False when
+// the script is none, or the push is empty, is cut short, or is of a size not asked for.
+bool FindPushPayload(std::span<const uint8_t> script, PushSize size, std::string_view& payload);
 
 // The payload of the first push behind OP_RETURN of a data carrier script. False when the script is none, or
 // the push is empty, is cut short, or is an OP_PUSHDATA4.

@@ -96,12 +96,6 @@ int32_t ParseBuild(std::string_view text) {
     return number.find('.') != std::string::npos ? BuildFromDecimal(number) : BuildFromInteger(number);
 }
 
-std::string FormatBuild(int32_t build) {
-    const int32_t shown = build < 0 ? 1 : build;
-    const std::string thousandths = std::to_string(shown % 1000);
-    return std::to_string(shown / 1000) + "." + std::string(3 - thousandths.size(), '0') + thousandths;
-}
-
 std::string VersionText(bool update_available) {
     return update_available ? std::string("Update available, ") + kDownloadPageUrl
                             : "Version " + FormatBuild(kBuildNumber);

@@ -6,14 +6,12 @@
 #include <string>
 #include <string_view>
 
-namespace brickfall {
+#include "base/build_number.h"
 
-// A build number counts thousandths: 1 is written 0.001 and 1500 is written 1.500.
-inline constexpr int32_t kBuildNumber = 1;
+namespace brickfall {
 
 int32_t FindPageBuild(std::string_view page_text);  // -1 when there is none
 int32_t ParseBuild(std::string_view text);          // -1 when it is no number, or one above 2^31 - 1
-std::string FormatBuild(int32_t build);             // a negative one counts as 1
 std::string VersionText(bool update_available);
 std::string UpdateQuestion(int32_t latest);
 

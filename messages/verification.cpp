@@ -111,6 +111,22 @@ bool AnswersFor(const json& answer, const std::string& key) {
     return (name.find('@') == std::string::npos ? PaymailKey(name) : Lower(name)) == key;
 }
 
+// Of a name that IdentityName gave.
+std::string IdentityUrl(const std::string& identity_name) {
+    const std::size_t at = identity_name.rfind('@');
+    const std::string_view whole = identity_name;
+    return UrlWithName(std::string(kApiBaseUrl) + "/api/bsvalias/id/", whole.substr(0, at), whole.substr(at))
+        .value_or("");
+}
+
+// In its compressed form; empty when the host's answer has none for this name.
+std::string PublishedKey(const json& answer, const std::string& identity_name) {
+    ByteBuffer bytes;
+    if (!AnswersFor(answer, identity_name) || !DecodeKeyHex(JsonString(answer, "pubkey", "publicKey"), bytes))
+        return {};
+    return CanonicalPublicKey(bytes);
+}
+
 std::string PublicKeyField(const json& row) { return JsonString(row, "pubkey", "publicKey"); }
 
 std::string SignatureField(const json& row) { return JsonString(row, "sig", "signature"); }
@@ -134,22 +150,38 @@ bool VerifyMessage(const json& row) {
     const std::string type = JsonString(row, "type");
     if (type == "web_gate" || type == "n_button") return VerifyWebMessage(row);
 
+    const SignedMessage message = ReadSignedMessage(row);
+    return message.fault == nullptr &&
+           VerifyCompactSignature(message.text, message.public_key, message.signature) &&
+           IdentityHolds(message.actor, message.paymail, message.public_key);
+}
+
+SignedMessage ReadSignedMessage(const json& row) {
+    SignedMessage message;
+    const auto refused = [&message](const char* fault) {
+        message.fault = fault;
+        return message;
+    };
     const std::string protocol = JsonString(row, "protocol");
-    if (protocol != "Cairn-Wire" && protocol != "OV-Art") return false;
+    if (protocol != "Cairn-Wire" && protocol != "OV-Art") return refused("an unknown protocol");
+    const std::string type = JsonString(row, "type");
     std::string channel = JsonString(row, "channel");
     if (channel.empty()) channel = JsonString(row, "location");
     const std::string handle = JsonString(row, "handle");
-    const std::string actor = JsonString(row, "actor");
-    const std::string public_key = PublicKeyField(row);
-    const std::string signature = SignatureField(row);
-    if (type.empty() || handle.empty() || actor.empty()) return false;
-    if (channel.empty() && type != "whisper") return false;
-    if (public_key.empty() || signature.empty()) return false;
+    message.actor = JsonString(row, "actor");
+    message.paymail = JsonString(row, "paymail");
+    message.public_key = PublicKeyField(row);
+    message.signature = SignatureField(row);
+    if (type.empty() || handle.empty() || message.actor.empty()) return refused("no type or no name");
+    if (channel.empty() && type != "whisper") return refused("no channel");
+    if (message.public_key.empty()) return refused("no key");
+    if (message.signature.empty()) return refused("no signature");
     const bool own_handle = type == "message" || type == "thread_reply" || type == "whisper";
-    if (own_handle && Lower(NormalizeHandle(actor)) != Lower(NormalizeHandle(handle))) return false;
-    if (JsonInt(row, "ts") < 1) return false;
-    return VerifyCompactSignature(CanonicalMessage(row), public_key, signature) &&
-           IdentityHolds(actor, JsonString(row, "paymail"), public_key);
+    if (own_handle && Lower(NormalizeHandle(message.actor)) != Lower(NormalizeHandle(handle)))
+        return refused("signed in another name");
+    if (JsonInt(row, "ts") < 1) return refused("no time");
+    message.text = CanonicalMessage(row);
+    return message;
 }
 
 bool VerifyCompactSignature(std::string_view text, std::string_view public_key_hex,
@@ -191,13 +223,15 @@ std::string CanonicalPublicKey(std::span<const uint8_t> key_bytes) {
     return written == compressed.size() ? HexEncode(compressed) : std::string();
 }
 
-std::string LookupIdentityKey(std::string_view handle, std::string_view paymail) {
+std::string IdentityName(std::string_view handle, std::string_view paymail) {
     const std::string name = NormalizeHandle(handle);
-    if (name.empty() || NamesForeignDomain(paymail, name)) return {};
-    const std::string key = PaymailKey(name);
-    const auto url =
-        UrlWithName(std::string(kApiBaseUrl) + "/api/bsvalias/id/", Lower(name), "@" + Lower(kPaymailDomain));
-    if (!url) return {};
+    if (name.empty() || NamesForeignDomain(paymail, name) || !PathSegment(Lower(name))) return {};
+    return PaymailKey(name);
+}
+
+std::string LookupIdentityKey(std::string_view handle, std::string_view paymail) {
+    const std::string key = IdentityName(handle, paymail);
+    if (key.empty()) return {};
     {
         const std::lock_guard lock(identity_keys.lock);
         const auto found = identity_keys.entries.find(key);
@@ -207,14 +241,24 @@ std::string LookupIdentityKey(std::string_view handle, std::string_view paymail)
         }
     }
     json answer;
-    if (!FetchJsonStrict(*url, answer, kShortAnswer) || !AnswersFor(answer, key)) return {};
-    ByteBuffer bytes;
-    if (!DecodeKeyHex(JsonString(answer, "pubkey", "publicKey"), bytes)) return {};
-    std::string public_key = CanonicalPublicKey(bytes);
+    if (!FetchJsonStrict(IdentityUrl(key), answer, kShortAnswer)) return {};
+    std::string public_key = PublishedKey(answer, key);
     if (public_key.empty()) return {};
     const std::lock_guard lock(identity_keys.lock);
     identity_keys.entries[key] = {public_key, MonotonicNs()};
     return public_key;
+}
+
+IdentityAnswer AskIdentityKey(const std::string& identity_name) {
+    IdentityAnswer told;
+    json answer;
+    told.state = LookUpJson(IdentityUrl(identity_name), answer, told.error, kShortAnswer);
+    if (told.state != LookUp::kFound) return told;
+    told.public_key = PublishedKey(answer, identity_name);
+    if (!told.public_key.empty()) return told;
+    told.state = LookUp::kFailed;
+    told.error = "an answer without a key of this name";
+    return told;
 }
 
 void ClearIdentityKeyCache() {

@@ -21,6 +21,8 @@ namespace brickfall {
 namespace {
 
 constexpr int kGetTries = 4;
+constexpr int kLookUpTimeoutSeconds = 15;
+constexpr long kStatusNotFound = 404;
 constexpr long kStatusTooManyRequests = 429;
 constexpr int64_t kFirstPauseMs = 400;
 constexpr std::size_t kFailureBodyBytes = 120;
@@ -201,9 +203,9 @@ Reply Perform(const std::string& url, const RequestOptions& options, BodySink& s
 }
 
 // The attempts of the two wallet functions: only status 429 is tried again, after a pause that doubles.
+// `reply` is the last one's.
 bool PerformWithRetry(const std::string& url, const RequestOptions& options, int tries, bool allow_404,
-                      BodySink& sink, std::string& error) {
-    Reply reply;
+                      BodySink& sink, std::string& error, Reply& reply) {
     for (int n = 0; n < tries; ++n) {
         sink.Clear();
         error.clear();
@@ -219,13 +221,13 @@ bool PerformWithRetry(const std::string& url, const RequestOptions& options, int
         if (reply.status != kStatusTooManyRequests || n + 1 == tries) break;
         SleepMs(kFirstPauseMs << n);
     }
-    if (reply.Succeeded() || (allow_404 && reply.status == 404)) return true;
+    if (reply.Succeeded() || (allow_404 && reply.status == kStatusNotFound)) return true;
     error = DescribeHttpFailure(reply.status, sink.text);
     return false;
 }
 
 bool WalletGet(const std::string& url, BodySink& sink, std::string& error, int timeout_seconds,
-               bool allow_404) {
+               bool allow_404, Reply& reply) {
     RequestOptions options;
     options.timeout_seconds = timeout_seconds;
     options.connect_timeout_seconds = 8;
@@ -233,7 +235,7 @@ bool WalletGet(const std::string& url, BodySink& sink, std::string& error, int t
     options.follow_redirects = true;
     options.max_redirects = 5;
     options.user_agent = kWalletUserAgent;
-    return PerformWithRetry(url, options, kGetTries, allow_404, sink, error);
+    return PerformWithRetry(url, options, kGetTries, allow_404, sink, error, reply);
 }
 
 // True when a status below 400 brought a body that is not empty.
@@ -279,7 +281,8 @@ bool HttpGet(const std::string& url, std::string& body, std::string& error, int 
              bool allow_404, std::size_t max_bytes) {
     BodyCharge charge;
     BodySink sink{body, max_bytes, charge};
-    return WalletGet(url, sink, error, timeout_seconds, allow_404);
+    Reply reply;
+    return WalletGet(url, sink, error, timeout_seconds, allow_404, reply);
 }
 
 bool HttpGetAndRead(const std::string& url, std::string& error, int timeout_seconds, std::size_t max_bytes,
@@ -288,7 +291,8 @@ bool HttpGetAndRead(const std::string& url, std::string& error, int timeout_seco
         std::string body;
         BodyCharge charge;
         BodySink sink{body, max_bytes, charge};
-        return WalletGet(url, sink, error, timeout_seconds, /*allow_404=*/false) && read(body);
+        Reply reply;
+        return WalletGet(url, sink, error, timeout_seconds, /*allow_404=*/false, reply) && read(body);
     } catch (const std::bad_alloc&) {
         error = kOutOfMemoryText;
         return false;
@@ -309,7 +313,8 @@ bool HttpPostJson(const std::string& url, const std::string& request_body, std::
     options.json_body = &request_body;
     BodyCharge charge;
     BodySink sink{response, max_bytes, charge};
-    return PerformWithRetry(url, options, attempts, /*allow_404=*/false, sink, error);
+    Reply reply;
+    return PerformWithRetry(url, options, attempts, /*allow_404=*/false, sink, error, reply);
 }
 
 bool HttpGetOnce(const std::string& url, std::string& body, std::string& error, std::size_t max_bytes) {
@@ -366,6 +371,22 @@ bool FetchJsonStrict(const std::string& url, nlohmann::json& json, const JsonLim
     if (ParseBody(body, limits, json)) return true;
     json = nullptr;
     return false;
+}
+
+LookUp LookUpJson(const std::string& url, nlohmann::json& json, std::string& error,
+                  const JsonLimits& limits) {
+    json = nullptr;
+    std::string body;
+    BodyCharge charge;
+    BodySink sink{body, limits.bytes, charge};
+    Reply reply;
+    if (!WalletGet(url, sink, error, kLookUpTimeoutSeconds, /*allow_404=*/true, reply))
+        return LookUp::kFailed;
+    if (reply.status == kStatusNotFound) return LookUp::kNone;
+    if (ParseBody(body, limits, json)) return LookUp::kFound;
+    json = nullptr;
+    error = "an answer that is no JSON, or too much of it";
+    return LookUp::kFailed;
 }
 
 std::string DescribeHttpFailure(long status, std::string_view body) {

@@ -1,4 +1,4 @@
-// http_client.h - the six blocking HTTPS requests of the program, over libcurl. No lock, any thread, and no
+// http_client.h - the seven blocking HTTPS requests of the program, over libcurl. No lock, any thread, and no
 // state but the count of the bytes in flight. Each call makes, uses and frees its own handle. Outputs are
 // cleared at the start of a call and of each attempt. A body beyond the limit that the caller gives, or
 // beyond what all bodies in flight may hold together, fails as a broken transfer does.
@@ -57,6 +57,14 @@ bool FetchText(const std::string& url, std::string& body, std::size_t max_bytes 
 // otherwise.
 bool FetchJsonStrict(const std::string& url, nlohmann::json& json,
                      const JsonLimits& limits = kTransactionAnswer);
+
+// What a look-up of something came to. A service that fails has said nothing of it.
+enum class LookUp { kFound, kNone, kFailed };
+
+// GET, 15 s a try; status 429 is tried again as by HttpGet. kFound when a status of 200 to 299 brought a body
+// that parses; kNone on 404. `json` is null otherwise, and on kFailed `error` says why.
+LookUp LookUpJson(const std::string& url, nlohmann::json& json, std::string& error,
+                  const JsonLimits& limits = kTransactionAnswer);
 
 // The text for a refused request: never HTML, at most 120 bytes of the body.
 std::string DescribeHttpFailure(long status, std::string_view body);

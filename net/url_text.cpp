@@ -1,10 +1,20 @@
 #include "net/url_text.h"
 
+#include "base/text.h"
+
 namespace brickfall {
+namespace {
+
+void AppendPercent(std::string& out, unsigned char byte) {
+    constexpr char kHexDigits[] = "0123456789ABCDEF";
+    (out += '%') += kHexDigits[byte >> 4];
+    out += kHexDigits[byte & 15];
+}
+
+}  // namespace
 
 std::optional<std::string> PathSegment(std::string_view name) {
     constexpr std::string_view kRefused = "/\\?#%@";
-    constexpr char kHexDigits[] = "0123456789ABCDEF";
     if (name.empty() || name.front() == '.') return std::nullopt;
     std::string segment;
     segment.reserve(name.size());
@@ -14,8 +24,7 @@ std::optional<std::string> PathSegment(std::string_view name) {
         if (byte < 0x80) {
             segment += c;
         } else {
-            (segment += '%') += kHexDigits[byte >> 4];
-            segment += kHexDigits[byte & 15];
+            AppendPercent(segment, byte);
         }
     }
     return segment;
@@ -26,6 +35,19 @@ std::optional<std::string> UrlWithName(std::string_view before, std::string_view
     std::optional<std::string> url = PathSegment(name);
     if (url) url->insert(0, before).append(behind);
     return url;
+}
+
+std::string QueryValue(std::string_view text) {
+    constexpr std::string_view kUnreserved = "-._~";
+    std::string value;
+    for (const char c : text) {
+        if (IsAsciiLetterOrDigit(c) || kUnreserved.find(c) != std::string_view::npos) {
+            value += c;
+        } else {
+            AppendPercent(value, static_cast<unsigned char>(c));
+        }
+    }
+    return value;
 }
 
 }  // namespace brickfall

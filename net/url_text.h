@@ -1,4 +1,4 @@
-// url_text.h - text of others in the path of a URL. Pure functions; any thread.
+// url_text.h - text of others in a URL. Pure functions; any thread.
 #pragma once
 
 #include <optional>
@@ -15,5 +15,8 @@ std::optional<std::string> PathSegment(std::string_view name);
 // `before`, the name as one segment, `behind`. Nothing when the name is none.
 std::optional<std::string> UrlWithName(std::string_view before, std::string_view name,
                                        std::string_view behind = "");
+
+// The text as a value behind "?name=": every byte but the unreserved ones (RFC 3986, 2.3) percent-encoded.
+std::string QueryValue(std::string_view text);
 
 }  // namespace brickfall

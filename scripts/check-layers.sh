@@ -25,6 +25,7 @@ declare -A allowed=(
   [messages]="messages wallet net base deployment"
   [game]="game messages wallet net base deployment"
   [board]="board game messages wallet net base deployment"
+  [audit]="audit board game messages wallet net base deployment"
   [platform]="platform base"
   [cabinet]="cabinet platform assets board game messages wallet net base deployment"
   [sandbox]="sandbox platform wallet net base deployment"

@@ -1,8 +1,10 @@
 // headless.cpp - the whole paid loop without a window: connect, claim, pay, play, record, read back, the
 // board.
 //
-//   headless [--out DIR] [--report TEXT]   one paid run; DIR gets its files, TEXT goes to the architect,
-//   sealed headless --board                       only loads the board and prints it
+//   headless [--out DIR] [--audit DIR] [--report TEXT]
+//                      one paid run; DIR gets its files, or those of the audit, TEXT goes to the architect,
+//                      sealed
+//   headless --board   only loads the board and prints it
 //
 // It drives the same flows as the cabinet, supplies the operations that they ask of a driver, and prints what
 // happens. Exit 0 only when every step held; 1 with the step and the reason; 2 for a wrong command line.
@@ -78,12 +80,15 @@ int main(int count, char** arguments) {
             options.out_folder = std::filesystem::absolute(arguments[++i]).string();
         } else if (argument == "--report" && i + 1 < count) {
             options.report = arguments[++i];
+        } else if (argument == "--audit" && i + 1 < count) {
+            options.audit_folder = std::filesystem::absolute(arguments[++i]).string();
         } else if (argument == "--board" && count == 2) {
             options.only_board = true;
         } else {
             std::fprintf(
                 stderr,
-                "headless: bad argument \"%s\"; usage: headless [--out DIR] [--report TEXT] | --board\n",
+                "headless: bad argument \"%s\"; usage: headless [--out DIR] [--audit DIR] [--report TEXT] | "
+                "--board\n",
                 argument.c_str());
             return 2;
         }

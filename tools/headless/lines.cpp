@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <ctime>
 
 #include "base/text.h"
 
@@ -19,25 +18,14 @@ std::string NameColumn(const ScoreRow& row) {
     return name;
 }
 
-std::string TimeColumn(int64_t unix_seconds) {
-    if (unix_seconds <= 0) return "-";
-    const auto time = static_cast<std::time_t>(unix_seconds);
-    std::tm utc{};
-    if (::gmtime_r(&time, &utc) == nullptr) return "-";
-    char text[64];
-    return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &utc) > 0 ? text : "-";
-}
-
 void SayRow(const std::string& place, const ScoreRow& row, const std::string& my_key) {
     const bool mine = !my_key.empty() && FaceKey(row) == my_key;
     std::printf("     %4s  %s  %12s  %-20s  %-7s%s\n", place.c_str(), NameColumn(row).c_str(),
-                Grouped(row.score).c_str(), TimeColumn(row.ts).c_str(), row.verified ? "chain" : "local",
+                Grouped(row.score).c_str(), UtcText(row.ts).c_str(), row.verified ? "chain" : "local",
                 mine ? " <- you" : "");
 }
 
 }  // namespace
-
-std::string Satoshis(int64_t amount) { return Grouped(amount) + " sat"; }
 
 void Say(std::string_view line) { std::printf("     %.*s\n", static_cast<int>(line.size()), line.data()); }
 

@@ -2,15 +2,12 @@
 // thread.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "board/board_load.h"
 
 namespace brickfall {
-
-std::string Satoshis(int64_t amount);  // grouped, with the unit
 
 void Say(std::string_view line);
 void SayField(std::string_view name, std::string_view value);

@@ -5,6 +5,8 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <sstream>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -97,6 +99,7 @@ void Session::Run() {
     Step("Read back", [this] { ReadBack(); });
     Step("Who holds what", [this] { Holdings(); });
     Step("Board", [this] { Board(); });
+    Step("Audit", [this] { Audit(); });
     if (!options_.report.empty()) Step("Report", [this] { Report(); });
     if (!options_.out_folder.empty()) Step("Files", [this] { WriteFiles(); });
 }
@@ -340,6 +343,26 @@ void Session::Board() {
     Say("The row just recorded stands there, read from the chain.");
 }
 
+// The rows of the week that the run is recorded in. Its own must be sound, whatever the others are.
+void Session::Audit() {
+    AuditScope scope;
+    scope.week = JsonInt(recorded_row_, "week");
+    evidence_ = Collect(scope, [](const char*, std::size_t, std::size_t) {});
+    audit_ = MakeReport(evidence_, std::max(std::thread::hardware_concurrency(), 1u));
+    std::istringstream lines(ReportText(audit_, /*coloured=*/false));
+    for (std::string line; std::getline(lines, line);) Say(line);
+    const auto mine = std::ranges::find(audit_.rows, run_.record_txid, &RowAudit::txid);
+    Require(mine != audit_.rows.end(), "the row just recorded is not among those judged");
+    for (const Finding& found : mine->findings)
+        throw StepFailed(std::string(VerdictText(found.verdict)) + ": " + found.evidence);
+    for (const NotLooked& not_looked : mine->not_looked)
+        throw StepFailed(std::string("could not look: ") + not_looked.what + ": " + not_looked.why);
+    Say("The row just recorded is sound.");
+    if (options_.audit_folder.empty()) return;
+    WriteOut(options_.audit_folder, "audit.json", JsonText(ReportJson(audit_)));
+    WriteOut(options_.audit_folder, "evidence.json", WriteEvidence(evidence_));
+}
+
 void Session::Report() {
     const ReportOutcome outcome = OnSendReport(run_, driver_, options_.report);
     Require(outcome.sent, outcome.refusal.empty() ? last_status_ : outcome.refusal);
@@ -374,15 +397,19 @@ void Session::WriteFiles() {
                       {"tape", TapeToHex(run_.tape)},
                       {"tape_hash", TapeHash(TapeToHex(run_.tape))}};
     const auto write = [this](const char* name, std::string_view content) {
-        const std::string path = options_.out_folder + "/" + name;
-        Require(ReplaceFile(path, content), "cannot write " + path);
-        Say(path);
+        WriteOut(options_.out_folder, name, content);
     };
-    Require(MakeFolders(options_.out_folder), "cannot make the folder " + options_.out_folder);
     write("transactions.json", answer["transactions"].dump(2));
     write("wallet.json", *wallet);
     write("row.json", DumpRow(recorded_row_));
     write("run.json", run.dump(2));
+}
+
+void Session::WriteOut(const std::string& folder, const char* name, std::string_view content) {
+    const std::string path = folder + "/" + name;
+    Require(MakeFolders(folder), "cannot make the folder " + folder);
+    Require(ReplaceFile(path, content), "cannot write " + path);
+    Say(path);
 }
 
 }  // namespace brickfall

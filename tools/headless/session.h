@@ -8,8 +8,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "audit/report.h"
 #include "base/clock.h"
 #include "board/board_load.h"
 #include "game/flows.h"
@@ -43,6 +45,7 @@ class RunClock {
 struct HeadlessOptions {
     std::string out_folder;
     std::string report;
+    std::string audit_folder;  // gets what the audit has found and used; empty: nothing does
     bool only_board = false;
 };
 
@@ -65,8 +68,10 @@ class Session {
     void ReadBack();
     void Holdings();
     void Board();
+    void Audit();
     void Report();
     void WriteFiles();
+    void WriteOut(const std::string& folder, const char* name, std::string_view content);
     int64_t WalletHolds();
     std::vector<int64_t> WalletCoins();
     void WaitForFlow();
@@ -85,6 +90,8 @@ class Session {
     int64_t balance_entered_ = 0;
     int64_t balance_at_end_ = 0;
     nlohmann::json recorded_row_;
+    Collected evidence_;  // of the audit
+    AuditReport audit_;
 };
 
 }  // namespace brickfall
