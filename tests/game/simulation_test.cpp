@@ -139,16 +139,13 @@ void ModelStep(GameState& game, uint64_t now_ms) {
     }
 }
 
-class Chance {
-  public:
-    explicit Chance(uint64_t seed) : random_(seed) {}
+struct Chance {
     int32_t From(int32_t low, int32_t high) {
-        return low + static_cast<int32_t>(random_() % static_cast<uint64_t>(high - low + 1));
+        return low + static_cast<int32_t>(random() % static_cast<uint64_t>(high - low + 1));
     }
     bool OneIn(int32_t n) { return From(1, n) == 1; }
 
-  private:
-    std::mt19937_64 random_;
+    std::mt19937_64 random;
 };
 
 // A ball somewhere, often within a few units of where a rule changes.
@@ -190,19 +187,8 @@ GameState AnyState(Chance& chance) {
     return game;
 }
 
-TEST(SimulationModel, AgreesOnEveryWall) {
-    for (int32_t level = 1; level <= 200; ++level) {
-        GameState game;
-        game.level = level;
-        GameState model = game;
-        LayoutWall(game);
-        ModelWall(model);
-        EXPECT_TRUE(game == model) << level;
-    }
-}
-
 TEST(SimulationModel, AgreesOnSteps) {
-    Chance chance(20'260'729);
+    Chance chance{std::mt19937_64(20'260'729)};
     for (int round = 0; round < 60'000; ++round) {
         GameState game = AnyState(chance);
         GameState model = game;
@@ -215,42 +201,22 @@ TEST(SimulationModel, AgreesOnSteps) {
     }
 }
 
-// From old positions that no step comes from, and with the ball in the very centre of a brick.
-TEST(SimulationModel, AgreesOnHits) {
-    Chance chance(20'260'730);
-    for (int round = 0; round < 20'000; ++round) {
-        GameState game = AnyState(chance);
-        if (chance.OneIn(2)) game.ball_x = chance.From(0, 12) * 256 + 128;
-        if (chance.OneIn(2)) game.ball_y = chance.From(1, 8) * 256 + 128;
-        const int32_t old_x = game.ball_x + chance.From(-300, 300);
-        const int32_t old_y = game.ball_y + chance.From(-300, 300);
-        GameState model = game;
-        CollideBricks(game, old_x, old_y);
-        ModelCollide(model, old_x, old_y);
-        ASSERT_TRUE(game == model) << "round " << round;
-    }
-}
-
 // What the model does not reach: how a game and a flight begin.
 TEST(Simulation, NewGame) {
     const GameState game = NewGame(0, 48);
     EXPECT_TRUE(game.cell_w == 32 && game.cell_h == 48);
-    EXPECT_EQ(game.level, 1);
-    EXPECT_EQ(game.lives, 3);
-    EXPECT_EQ(game.paddle_x, 1280);
-    EXPECT_TRUE(game.ball_x == 1664 && game.ball_y == 4268);
+    EXPECT_TRUE(game.level == 1 && game.lives == 3 && game.score == 0 && game.last_step_ms == 0);
+    EXPECT_TRUE(game.paddle_x == 1280 && game.ball_x == 1664 && game.ball_y == 4268);
     EXPECT_EQ(game.bricks_left, 104);
-    EXPECT_EQ(game.last_step_ms, 0u);
 }
 
 TEST(Simulation, ServesAtTheSpeedOfLevelAndScore) {
-    struct Row {
+    const struct {
         int32_t paddle_x, lives, level;
         int64_t score;
         int32_t vx, vy;
-    };
-    // From the middle the side alternates. Up to 47 units off, of 48, count as the middle.
-    const Row rows[] = {
+    } rows[] = {
+        // From the middle the side alternates. Up to 47 units off, of 48, count as the middle.
         {1280, 3, 1, 999, 4, -8},
         {1280, 2, 1, 1'000, -4, -9},
         {1280, 3, 2, 0, -4, -9},
@@ -264,7 +230,7 @@ TEST(Simulation, ServesAtTheSpeedOfLevelAndScore) {
         {2560, 3, 40, 1'000'000, 18, -18},
         {0, 3, -5, 0, -6, -6},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         GameState game = NewGame(32, 32);
         game.paddle_x = row.paddle_x;
         game.lives = row.lives;

@@ -3,6 +3,7 @@
 // workers report; at the first line of its input it returns CODE from main, waiting for nobody.
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -43,15 +44,12 @@ int main(int count, char** arguments) {
             if (line.find("connect-pending") != std::string_view::npos) Print("polling");
         };
     }
-    if (what == "poll" || what == "all") {
-        StartWorker([] { Print(ConnectToPouch()); });
-    }
-    if (what == "payment" || what == "all") {
-        StartWorker([] { Print(PayArcadeEntry(kArcadeHouseAddress, kArcadePotAddress)); });
-    }
-    if (what == "refresh" || what == "all") {
-        StartWorker([] { BalanceWorker([](const StatusResult&) { Print("refreshed"); }); });
-    }
+    const auto start = [&](std::string_view name, const std::function<void()>& work) {
+        if (what == name || what == "all") StartWorker(work);
+    };
+    start("poll", [] { Print(ConnectToPouch()); });
+    start("payment", [] { Print(PayArcadeEntry(kArcadeHouseAddress, kArcadePotAddress)); });
+    start("refresh", [] { BalanceWorker([](const StatusResult&) { Print("refreshed"); }); });
     Print("started");
     std::string line;
     std::getline(std::cin, line);

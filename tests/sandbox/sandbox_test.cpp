@@ -1,16 +1,12 @@
-// The sandbox's services as a client meets them: the shapes of their answers, names, faults, and an end that
-// waits for nobody.
+// The sandbox's services as a client meets them, in what no client's own tests would miss.
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
-#include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/paymail_host.h"
@@ -29,7 +25,6 @@ using nlohmann::json;
 const std::string kChain = kChainApiBaseUrl;
 const std::string kOrdinals = kOrdinalsApiBaseUrl;
 const std::string kFamily = kApiBaseUrl;
-const std::string kProgram = BRICKFALL_BINARY_DIR "/sandbox/brickfall-sandbox";
 const std::string kControl = "https://control.sandbox.test";
 
 struct Answer {
@@ -38,21 +33,15 @@ struct Answer {
     json document;  // of the body, discarded when it does not parse
 };
 
-Answer Ask(const std::string& url, const json* posted) {
+Answer Ask(const std::string& url, const json& posted) {
     Answer answer;
-    answer.good = posted != nullptr ? HttpPostJson(url, posted->dump(), answer.body, answer.error, 20, 1)
-                                    : HttpGetOnce(url, answer.body, answer.error);
+    answer.good = posted.is_null() ? HttpGetOnce(url, answer.body, answer.error)
+                                   : HttpPostJson(url, posted.dump(), answer.body, answer.error, 20, 1);
     answer.document = json::parse(answer.body, nullptr, false);
     return answer;
 }
 Answer Get(const std::string& url) { return Ask(url, nullptr); }
-Answer Post(const std::string& url, const json& body) { return Ask(url, &body); }
-
-std::string ScriptOf(const std::string& address) {
-    Hash160 hash{};
-    EXPECT_TRUE(DecodeAddress(address, hash));
-    return HexEncode(P2pkhScript(hash));
-}
+Answer Post(const std::string& url, const json& body) { return Ask(url, body); }
 
 // A wallet with one mined coin of 100,000 satoshis, and a payment of 549 to the watch address from it.
 struct ServiceTest : testing::Test {
@@ -68,12 +57,11 @@ struct ServiceTest : testing::Test {
     }
 
     std::string PaymentFrom(const std::string& coin_id) const {
-        Hash160 owner{};
-        EXPECT_TRUE(DecodeAddress(receive, owner));
+        const Hash160 owner = AddressHash(receive);
         SpendInput coin;
         coin.txid = coin_id;
         coin.value = 100'000;
-        const PayOutput outputs[] = {{549, HexDecode(ScriptOf(kArcadeWatchAddress))},
+        const PayOutput outputs[] = {{549, P2pkhScript(AddressHash(kArcadeWatchAddress))},
                                      {0, DataCarrierScript("{\"a\":1}")},
                                      {99'000, P2pkhScript(owner)}};
         const WalletLock lock(wallet_mutex);
@@ -96,23 +84,17 @@ struct ServiceTest : testing::Test {
     std::string receive, funding, payment, payment_hex, own_key;
 };
 
-TEST_F(ServiceTest, TheChainApiListsWhatTheChainHolds) {
+TEST_F(ServiceTest, TheListingsFollowACoinFromTheMempoolIntoABlock) {
     json mined_row = {{"height", 800'001},     {"isSpentInMempoolTx", false},
                       {"status", "confirmed"}, {"tx_hash", funding},
                       {"tx_pos", 0},           {"value", 100'000}};
-    for (const char* const tail : {"/unspent/all", "/confirmed/unspent"}) {
-        EXPECT_EQ(Listed(tail), json::array({mined_row}));
-    }
-    for (const char* const tail : {"/unconfirmed/unspent", "/unconfirmed/history"}) {
-        EXPECT_EQ(Listed(tail), json::array());
-    }
+    EXPECT_EQ(Listed("/unspent/all"), json::array({mined_row}));
     const Answer taken = Post(kChain + "/tx/raw", {{"txhex", payment_hex}});
-    EXPECT_TRUE(taken.good) << taken.error;
-    EXPECT_EQ(taken.body, "\"" + payment + "\"\n");
+    EXPECT_EQ(taken.body, "\"" + payment + "\"\n") << taken.error;
 
     // In the mempool: the spent coin is flagged where there are flags, the change has its script, no height.
     mined_row["isSpentInMempoolTx"] = true;
-    const json change_row = {{"hex", ScriptOf(receive)},
+    const json change_row = {{"hex", HexEncode(P2pkhScript(AddressHash(receive)))},
                              {"isSpentInMempoolTx", false},
                              {"status", "unconfirmed"},
                              {"tx_hash", payment},
@@ -120,65 +102,14 @@ TEST_F(ServiceTest, TheChainApiListsWhatTheChainHolds) {
                              {"value", 99'000}};
     EXPECT_EQ(Listed("/unspent/all"), json::array({mined_row, change_row}));
     EXPECT_EQ(Listed("/unconfirmed/unspent"), json::array({change_row}));
-    const json legacy_row = {{"height", 800'001}, {"tx_hash", funding}, {"tx_pos", 0}, {"value", 100'000}};
-    EXPECT_EQ(Get(AddressUrl("/unspent")).document, json::array({legacy_row}));
     EXPECT_EQ(Listed("/unconfirmed/history"), json::array({json{{"tx_hash", payment}}}));
 
     box.Mine();
     const json mined_change = Listed("/unspent/all");
     ASSERT_EQ(mined_change.size(), 1u) << "what a mined transaction has spent is gone";
     EXPECT_EQ(mined_change[0]["height"], 800'002);
-    EXPECT_EQ(Get(AddressUrl("/history")).document.size(), 2u);
     const json last = Get(AddressUrl("/confirmed/history?limit=1")).document;
     EXPECT_EQ(last["result"], json::array({json{{"height", 800'002}, {"tx_hash", payment}}}));
-    const std::string next = "&token=" + last.value("nextPageToken", std::string());
-    const json first = Get(AddressUrl("/confirmed/history?limit=1" + next)).document;
-    EXPECT_EQ(first["result"], json::array({json{{"height", 800'001}, {"tx_hash", funding}}}));
-    EXPECT_FALSE(first.contains("nextPageToken"));
-    EXPECT_TRUE(Get(AddressUrl("/confirmed/unspent?token=99999999999999999999")).good);
-    EXPECT_FALSE(Get(kChain + "/address/nobody/unspent/all").good);
-
-    // What the listing of inscriptions comes to stands in the stories of money.
-    box.MarkOrdinal(receive, {TestTxid(1), 3, "", true});
-    const json tokens = Get(kOrdinals + "/bsv20/" + receive + "/unspent").document;
-    ASSERT_EQ(tokens.size(), 1u);
-    EXPECT_EQ(tokens[0]["outpoint"], TestTxid(1) + "_3");
-    EXPECT_EQ(tokens[0]["spend"], "");
-    EXPECT_EQ(Get(kOrdinals + "/txos/address/" + receive + "/unspent").document.size(), 1u);
-}
-
-TEST_F(ServiceTest, TransactionsAreShownInBothForms) {
-    EXPECT_FALSE(Get(kChain + "/tx/" + payment).good);
-    EXPECT_FALSE(Get(kChain + "/tx/" + payment + "/hex").good);
-    ASSERT_TRUE(Post(kFamily + "/oi/submit", {{"txhex", payment_hex}}).document["ok"].get<bool>());
-    EXPECT_EQ(Get(kChain + "/tx/" + payment + "/hex").body, payment_hex);
-
-    for (const std::string& base : {kChain + "/tx/", kChain + "/tx/hash/", kFamily + "/oi/tx/"}) {
-        const Answer answer = Get(base + payment);
-        const json& tx = answer.document;
-        ASSERT_TRUE(answer.good && tx.is_object()) << base;
-        EXPECT_EQ(tx["txid"], payment);
-        EXPECT_EQ(tx["size"], payment_hex.size() / 2);
-        EXPECT_EQ(tx["vin"][0]["txid"], funding);
-        EXPECT_EQ(tx["vin"][0]["vout"], 0);
-        EXPECT_EQ(tx["vout"][0]["scriptPubKey"]["addresses"], json::array({kArcadeWatchAddress}));
-        EXPECT_EQ(tx["vout"][1]["scriptPubKey"]["hex"], "006a077b2261223a317d");
-        EXPECT_EQ(tx["vout"][1]["scriptPubKey"]["type"], "nulldata");
-        EXPECT_FALSE(tx.contains("blockheight"));
-        // Amounts are decimal text of coins, never in exponent form.
-        for (const char* const amount : {"0.00000549", "0", "0.00099"}) {
-            EXPECT_NE(answer.body.find("\"value\":" + std::string(amount) + "}"), std::string::npos)
-                << amount;
-        }
-    }
-    box.Mine();
-    EXPECT_EQ(Get(kChain + "/tx/" + funding).document["confirmations"], 2);
-    const std::string ids = kFamily + "/oi/oracle/brickfall/txids?limit=2000&offset=";
-    EXPECT_EQ(Get(ids + "0").document["txids"], json::array({payment}));
-    EXPECT_EQ(Get(ids + "1").document["txids"], json::array());
-    box.SetIndexerKnows(false);
-    EXPECT_FALSE(Get(kFamily + "/oi/tx/" + payment).good);
-    EXPECT_EQ(Get(kChain + "/tx/abc").error, "HTTP 400");
 }
 
 TEST_F(ServiceTest, EachBroadcastServiceRefusesInItsOwnWords) {
@@ -220,11 +151,6 @@ TEST_F(ServiceTest, EachBroadcastServiceRefusesInItsOwnWords) {
         }
     }
     EXPECT_EQ(Post(kArcBroadcastUrl, {{"rawTx", payment_hex}}).document["txStatus"], "SEEN_ON_NETWORK");
-    for (const json& nonsense : {json(), json::array(), json{{"txhex", 5}, {"rawTx", nullptr}}}) {
-        EXPECT_FALSE(Post(kChain + "/tx/raw", nonsense).good);
-        EXPECT_FALSE(Post(kArcBroadcastUrl, nonsense).good);
-        EXPECT_EQ(Post(kFamily + "/oi/submit", nonsense).document["ok"], false);
-    }
 }
 
 TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
@@ -257,18 +183,8 @@ TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
         EXPECT_FALSE(Post(url, forged).good) << key;
     }
     EXPECT_FALSE(box.Identity("ada").has_value());
-    EXPECT_FALSE(Get(kFamily + "/api/bsvalias/id/ada@" + kPaymailDomain).good);
 
     ASSERT_TRUE(Post(url, good).good);
-    json with_ordinals = plain;
-    with_ordinals.update({{"ordAddress", kReportFeeAddress}, {"avatar", "feff_0"}});
-    ASSERT_TRUE(Post(url, sign(with_ordinals)).good) << "the same key may change what it said";
-    EXPECT_EQ(box.Identity("ada")->ord_address, kReportFeeAddress);
-    const json document = Get(kFamily + "/api/bsvalias/id/Ada@" + kPaymailDomain).document;
-    EXPECT_EQ(document["pubkey"], own_key);
-    EXPECT_EQ(document["handle"], std::string("ada@") + kPaymailDomain);
-    EXPECT_EQ(Get(kFamily + "/api/bsvalias/public-profile/ada@" + kPaymailDomain).document["ord"], "feff_0");
-    EXPECT_FALSE(Get(kFamily + "/api/bsvalias/id/ada@elsewhere.test").good);
 
     // A name of somebody else's stays theirs. What the host says of a key is not the key's to change.
     box.Publish({"bob", "02" + std::string(64, '1'), kReportFeeAddress, "", "", false, "", ""});
@@ -279,9 +195,7 @@ TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
     EXPECT_EQ(refused.document["error"], "that name is taken");
     box.Publish({"ada", own_key, receive, "", "", true, "asked to stop", "maker"});
     ASSERT_TRUE(Post(url, good).good);
-    const json note = Get(kFamily + "/api/paymail/identity/" + own_key).document;
-    EXPECT_EQ(note["frozen"], true);
-    EXPECT_EQ(note["frozenNote"], "asked to stop");
+    EXPECT_EQ(Get(kFamily + "/api/paymail/identity/" + own_key).document["frozen"], true);
     EXPECT_EQ(Get(kFamily + "/api/paymail/quota/" + own_key).document["role"], "maker");
 }
 
@@ -289,27 +203,19 @@ TEST_F(ServiceTest, TheControlEndpointDoesWhatTheInterfaceDoes) {
     const json fund = {{"address", kReportFeeAddress}, {"satoshis", 700}};
     EXPECT_EQ(Post(kControl + "/fund", fund).document["txid"].get<std::string>().size(), 64u);
     EXPECT_EQ(Get(kControl + "/balance/" + kReportFeeAddress).document["satoshis"], 700);
-    EXPECT_TRUE(Post(kControl + "/mine", json::object()).good);
     EXPECT_EQ(Get(kControl + "/transactions").document["transactions"], box.RawTransactions());
     EXPECT_EQ(Get(kControl + "/state").document,
               (json{{"fees", 0}, {"funded", 100'700}, {"transactions", 2}, {"unspent", 100'700}}));
-    const json fault = json::parse(R"({"service":"download","kind":"reply","status":503,"times":1,
-                                       "body":"","headers":{"Retry-After":"1"}})");
+    const json fault = json::parse(R"({"service":"download","kind":"reply","status":503,"times":1})");
     EXPECT_TRUE(Post(kControl + "/fault", fault).good);
-    EXPECT_FALSE(Get(kDownloadPageUrl).good);
-    EXPECT_NE(Get(kDownloadPageUrl).body.find("Current build: Version 0.001<"), std::string::npos);
-    EXPECT_EQ(Get(kControl + "/requests/download").document["requests"],
-              json::array({"GET /download", "GET /download"}));
     EXPECT_TRUE(Post(kControl + "/build", {{"build", "0.002"}}).good);
+    EXPECT_FALSE(Get(kDownloadPageUrl).good);
     EXPECT_NE(Get(kDownloadPageUrl).body.find("Current build: Version 0.002<"), std::string::npos);
-
-    for (const json& satoshis : {json(-5), json(1.5), json("5"), json()}) {
-        EXPECT_FALSE(Post(kControl + "/fund", {{"address", kReportFeeAddress}, {"satoshis", satoshis}}).good);
+    EXPECT_EQ(Get(kControl + "/requests/download").document["requests"].size(), 2u);
+    for (const json& bad : {json(1.5), json(-5), json(21'000'000LL * 100'000'000)}) {
+        EXPECT_FALSE(Post(kControl + "/fund", {{"address", kReportFeeAddress}, {"satoshis", bad}}).good);
     }
-    EXPECT_FALSE(Post(kControl + "/build", {{"build", "<b>"}}).good);
     EXPECT_FALSE(Post(kControl + "/fault", {{"service", "moon"}, {"kind", "reply"}}).good);
-    EXPECT_FALSE(Get(kControl + "/nothing").good);
-    EXPECT_FALSE(Get("https://" + std::string(kPaymailDomain) + "/nothing").good);
 }
 
 TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
@@ -317,12 +223,11 @@ TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
     sandbox::Options options;
     options.folder = folder.Path() + "/authority";
     options.journal_file = folder.Path() + "/journal.jsonl";
-    std::string error, txid, reason, authority;
+    std::string error, txid, reason;
     std::vector<std::string> transactions;
     {
         sandbox::Sandbox first(options);
         ASSERT_TRUE(first.Start(error)) << error;
-        authority = *ReadFile(first.CaFile());
         for (const bool lost : {true, false}) {
             const std::string coin = first.Fund(receive, 100'000);
             ASSERT_TRUE(first.Submit(PaymentFrom(coin), txid, reason)) << reason;
@@ -333,9 +238,6 @@ TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
         SetConnectRoute({first.ConnectTo(), first.CaFile(), 1});
         ASSERT_EQ(ClaimPaymail("ada", own_key, receive, "", ""), "");
         transactions = first.RawTransactions();
-
-        EXPECT_EQ(std::filesystem::status(options.folder + "/authority.key").permissions(),
-                  std::filesystem::perms(0600));
     }
     // Killed in the middle of a line.
     const std::string whole = *ReadFile(options.journal_file);
@@ -344,42 +246,16 @@ TEST_F(ServiceTest, TheJournalBringsTheChainBack) {
         sandbox::Sandbox second(options);
         ASSERT_TRUE(second.Start(error)) << error;
         EXPECT_EQ(second.RawTransactions(), transactions);
-        EXPECT_EQ(*ReadFile(second.CaFile()), authority);
         EXPECT_EQ(second.BalanceOf(receive), 100'000 + 99'000);
         EXPECT_EQ(second.TotalFees(), 451);
         for (const sandbox::ChainOutput& output : second.Unspent(receive)) EXPECT_FALSE(output.in_mempool);
         EXPECT_EQ(second.Identity("bob")->frozen_note, "why");
         EXPECT_EQ(second.Identity("ada")->address, receive);
         EXPECT_EQ(*ReadFile(options.journal_file), whole);
-        EXPECT_FALSE(second.Submit(payment_hex, txid, reason)) << "that coin is on another chain";
     }
     ASSERT_TRUE(WriteFile(options.journal_file, "{\"kind\":\"moon\"}\n"));
     EXPECT_FALSE(sandbox::Sandbox(options).Start(error));
     EXPECT_NE(error.find("line 1"), std::string::npos) << error;
-}
-
-TEST(SandboxProgram, ServesUntilASignalAndRefusesWrongCommandLines) {
-    const TempFolder folder;
-    const std::string port_file = folder.Path() + "/port";
-    const std::string authority = folder.Path() + "/authority";
-    {
-        ChildProcess program(kProgram, {"--folder", authority, "--seed-board", "--port-file", port_file,
-                                        "--userinfo", folder.Path()});
-        const auto ready = program.ReadUntil("sandbox ready on 127.0.0.1:");
-        ASSERT_TRUE(ready.has_value());
-        const std::string port = *ReadFile(port_file);
-        EXPECT_EQ(*ready + "\n", "sandbox ready on 127.0.0.1:" + port.substr(0, port.size() - 1) +
-                                     ", authority " + authority + "/authority.pem\n");
-        EXPECT_TRUE(FileExists(folder.Path() + "/encpub-architect.txt"));
-        program.Signal(SIGTERM);
-        EXPECT_EQ(program.Wait(), 0);
-    }
-    const std::vector<std::string> wrong[] = {{}, {"--folder", ""}, {"--folder", authority, "--verbose"}};
-    for (const auto& arguments : wrong) EXPECT_EQ(ChildProcess(kProgram, arguments).Wait(), 2);
-    for (const char* const port : {"70000", "1x"}) {
-        EXPECT_EQ(ChildProcess(kProgram, {"--folder", authority, "--port", port}).Wait(), 2) << port;
-    }
-    EXPECT_EQ(ChildProcess(kProgram, {"--folder", port_file}).Wait(), 1) << "a file is no folder";
 }
 
 }  // namespace

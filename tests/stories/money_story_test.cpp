@@ -25,7 +25,6 @@
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/payment/pay_drivers.h"
-#include "wallet/protocol/address.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/script.h"
 #include "wallet/protocol/transaction.h"
@@ -78,6 +77,7 @@ struct MoneyStory {
         receive = wallet.ReceiveAddress(0);
     }
 
+    // A mined coin: the first output of this transaction.
     std::string Fund(int64_t satoshis) {
         const std::string txid = box.Fund(receive, satoshis);
         EXPECT_EQ(txid.size(), 64u);
@@ -94,11 +94,11 @@ struct MoneyStory {
     }
 
     // The listings are read now, as a status refresh would.
-    void Refresh(OrdinalScans scans = OrdinalScans::kAll) {
+    void Refresh() {
         std::vector<AddressRefresh> records(2);
         records[0].address = receive;
         records[1].address = wallet.IdentityAddress();
-        FetchRefreshRecords(records, scans);
+        FetchRefreshRecords(records, OrdinalScans::kAll);
         ApplyRefresh(records);
     }
 
@@ -106,10 +106,8 @@ struct MoneyStory {
     void SpendElsewhere(const std::string& txid, int64_t value) {
         SpendInput coin;
         coin.txid = txid;
-        coin.vout = VoutOf(txid);
         coin.value = value;
-        Hash160 owner{};
-        ASSERT_TRUE(DecodeAddress(receive, owner));
+        const Hash160 owner = AddressHash(receive);
         const PayOutput output{value - 500, P2pkhScript(Hash160{})};
         const WalletLock lock(wallet_mutex);
         ASSERT_TRUE(SignInput(coin, {&coin, 1}, {&output, 1}, owner, wallet_keys.priv, wallet_keys.pub));
@@ -117,14 +115,6 @@ struct MoneyStory {
         const ByteBuffer raw = SerializeTx({&coin, 1}, {&output, 1}, false);
         ASSERT_TRUE(box.Submit(HexEncode(raw), spender, reason)) << reason;
         elsewhere += value;
-    }
-
-    uint32_t VoutOf(const std::string& txid) {
-        for (const sandbox::ChainOutput& output : box.Unspent(receive)) {
-            if (output.txid == txid) return output.vout;
-        }
-        ADD_FAILURE() << "no such coin: " << txid;
-        return 0;
     }
 
     bool Holds(const std::string& txid) {
@@ -152,12 +142,6 @@ struct MoneyStory {
     static int64_t Shown() {
         const WalletLock lock(wallet_mutex);
         return ReadBalance();
-    }
-
-    bool Asked(Service service, std::string_view path) {
-        return std::ranges::any_of(box.Requests(service), [&](const std::string& request) {
-            return request.find(path) != std::string::npos;
-        });
     }
 
     SandboxFixture services;
@@ -267,8 +251,8 @@ TEST(MoneyStory, ACoinThatIsGone) {
             const std::string text = story.Pay();
             EXPECT_TRUE(others_left ? IsPaid(text) : text == kNothingLeft) << text;
             if (others_left) story.ExpectBalanceKnown();
-            EXPECT_EQ(story.Asked(Service::kArc, "POST"), mined);
-            EXPECT_EQ(story.Asked(Service::kOrdinals, "/txos/"), mined)
+            EXPECT_EQ(story.services.Asked(Service::kArc) > 0, mined);
+            EXPECT_EQ(story.services.Asked(Service::kOrdinals, "/txos/") > 0, mined)
                 << "only missing inputs are looked up";
             const auto file = ReadFile(story.wallet.StorePath("/ord_snap/") + kTestWalletId + "_spent.json");
             EXPECT_TRUE(file && file->find(gone) != std::string::npos) << "forgotten at the next start";
@@ -307,7 +291,7 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
             story.Add(aimed);
         }
         EXPECT_EQ(story.Pay(), "error: broadcast failed after retry.");
-        EXPECT_EQ(story.Asked(Service::kOrdinals, "/txos/"), looks_again);
+        EXPECT_EQ(story.services.Asked(Service::kOrdinals, "/txos/") > 0, looks_again);
         story.ExpectBooks(0);
         story.box.ClearFaults();
         EXPECT_TRUE(IsPaid(story.Pay())) << "the fourth coin was never refused";
@@ -415,8 +399,7 @@ TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
         const std::string marked = story.Fund(10'000);
         const std::string plain = story.Fund(9'000);
         const std::string single = story.Fund(1);
-        const uint32_t marked_at = story.VoutOf(marked);
-        story.box.MarkOrdinal(story.receive, {marked, marked_at, marked + "_0"});
+        story.box.MarkOrdinal(story.receive, {marked, 0, marked + "_0"});
         if (row.scanned_before) story.Refresh();
         story.wallet.clock.AdvanceMs(3'600'000);
         for (const Fault& fault : row.faults) story.Add({Service::kOrdinals, fault});
@@ -426,50 +409,37 @@ TEST(MoneyStory, WhatTheOrdinalsServiceSaysAndDoesNotSay) {
         EXPECT_EQ(story.Holds(plain), !row.marked_is_held);
         {
             const WalletLock lock(wallet_mutex);
-            EXPECT_EQ(IsOrdinalForAddress(story.receive, {single, story.VoutOf(single), 1}),
-                      !row.single_is_free);
-            EXPECT_EQ(IsOrdinalAnywhere({marked, marked_at, 10'000}), row.marked_is_held);
+            EXPECT_EQ(IsOrdinalForAddress(story.receive, {single, 0, 1}), !row.single_is_free);
+            EXPECT_EQ(IsOrdinalAnywhere({marked, 0, 10'000}), row.marked_is_held);
         }
         story.ExpectBooks(1);
     }
 }
 
-TEST(MoneyStory, ReservedCoins) {
-    struct Row {
-        const char* why;
-        std::string file;
-        std::string text;  // "ID" stands for the coin's id, "VOUT" for its index
-        bool held;
-    };
+TEST(MoneyStory, CoinsPromisedToOthersAreHeldAsLongAsTheirFileCanBeRead) {
+    MoneyStory story;
+    const std::string offered = story.Fund(20'000), picture = story.Fund(19'000),
+                      certificate = story.Fund(18'000), sold = story.Fund(17'000),
+                      run_out = story.Fund(16'000);
     const std::string tail = kTestWalletId + std::string(".json");
-    const std::string offers = "/gallery/offer_locks_" + tail;
-    const std::string gallery = "/gallery/reserves_" + tail;
-    const std::string emporium = "/emporium/reserves_" + tail;
-    const Row rows[] = {
-        {"open offer", offers, R"({"utxos":["ID_VOUT"]})", true},
-        {"half-written offer", offers, R"({"utxos":["ID_VOUT)", false},
-        {"picture", gallery, R"({"reserves":[{"pic_utxo":"ID:VOUT","exp":0}]})", true},
-        {"certificate", gallery, R"({"reserves":[{"pic_utxo":"x","cert_utxo":"ID_VOUT"}]})", true},
-        {"run out", gallery, R"({"reserves":[{"pic_utxo":"ID_VOUT","exp":1000}]})", false},
-        {"half-written reserve", gallery, R"({"reserves":[{"pic_utxo":"ID_VOUT","ex)", false},
-        {"emporium", emporium, R"({"reserves":[{"utxo":"ID_VOUT","exp":1}]})", true},
-        {"half-written, of the emporium", emporium, R"({"reserves":[{"utxo":"ID_VOUT")", false},
+    const std::pair<std::string, std::string> files[] = {
+        {"gallery/offer_locks_" + tail, R"({"utxos":[")" + offered + "_0\"]}"},
+        {"gallery/reserves_" + tail, R"({"reserves":[{"pic_utxo":")" + picture +
+                                         R"(:0","exp":0},{"pic_utxo":"x","cert_utxo":")" + certificate +
+                                         R"(_0"},{"pic_utxo":")" + run_out + R"(_0","exp":1000}]})"},
+        {"emporium/reserves_" + tail, R"({"reserves":[{"utxo":")" + sold + R"(_0","exp":1}]})"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.why);
-        MoneyStory story;
-        const std::string large = story.Fund(20'000);
-        const std::string small = story.Fund(10'000);
-        std::string text = row.text;
-        text.replace(text.find("VOUT"), 4, std::to_string(story.VoutOf(large)));
-        text.replace(text.find("ID"), 2, large);
-        const std::string path = story.wallet.StorePath(row.file);
-        ASSERT_TRUE(MakeFolders(std::filesystem::path(path).parent_path().string()) && WriteFile(path, text));
-        EXPECT_TRUE(IsPaid(story.Pay()));
-        EXPECT_EQ(story.Holds(large), row.held);
-        EXPECT_EQ(story.Holds(small), !row.held);
-        story.ExpectBooks(1);
-    }
+    for (const auto& [file, text] : files) story.wallet.data.Put(file, text);
+    EXPECT_TRUE(IsPaid(story.Pay()));
+    const std::string promised[] = {offered, picture, certificate, sold};
+    for (const std::string& held : promised) EXPECT_TRUE(story.Holds(held)) << held;
+    EXPECT_FALSE(story.Holds(run_out));
+    story.ExpectBooks(1);
+
+    for (const auto& [file, text] : files) story.wallet.data.Put(file, text.substr(0, text.size() - 2));
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(IsPaid(story.Pay())) << "half-written: it promises nothing";
+    for (const std::string& held : promised) EXPECT_FALSE(story.Holds(held)) << held;
+    story.ExpectBooks(5);
 }
 
 TEST(MoneyStory, TenPaymentsInARowBeforeAnyIndexerHasSeenOne) {
@@ -499,10 +469,9 @@ struct MeanwhileStory : MoneyStory {
 
     // Its address.
     std::string UseAnotherWallet() {
-        const std::string other = wallet.StorePath("/wallets/other");
         const nlohmann::json file = {
             {"mnemonic", "legal winner thank year wave sausage worth useful legal winner thank yellow"}};
-        EXPECT_TRUE(MakeFolders(other) && WriteFile(other + "/wallet.json", file.dump()));
+        wallet.data.Put("wallets/other/wallet.json", file.dump());
         const WalletLock lock(wallet_mutex);
         ClearWalletState();
         SetWalletId("other");
@@ -557,42 +526,37 @@ TEST(MoneyStory, AnUnbindDuringTheFetchAndDuringTheBroadcastWhichItWaitsFor) {
 }
 
 TEST(MoneyStory, NothingCanBeWritten) {
-    const std::string id = kTestWalletId;
-    for (const std::string& tail :
-         {"/tx_hist/" + id + "_face.json", std::string("/orvane_paymail.json"), std::string("/wallets.json"),
-          std::string("/wallets.json.tmp"), std::string("bind"), std::string("a full disk")}) {
-        SCOPED_TRACE(tail);
-        MoneyStory story;
-        story.Fund(20'000);
-        std::optional<FullDisk> full;
-        if (tail == "a full disk") {
-            full.emplace(0);
-        } else {  // a folder stands where the file belongs
-            const std::filesystem::path path = tail == "bind" ? BindFilePath() : story.wallet.StorePath(tail);
-            std::filesystem::remove_all(path);
-            std::filesystem::create_directories(path);
-        }
-        {
-            const WalletLock lock(wallet_mutex);
-            RegisterPaymail("ada", wallet_keys.identity_pub, wallet_keys.identity_address);
-            SetWalletName(kTestWalletId, "New name");
-            WriteBind(kTestWalletId);
-        }
+    MoneyStory story;
+    story.Fund(40'000);
+    const auto write_and_pay_twice = [&](int paid_before) {
+        RegisterPaymail("ada", wallet_keys.identity_pub, wallet_keys.identity_address);
+        SetWalletName(kTestWalletId, "New name");
+        WriteBind(kTestWalletId);
         EXPECT_TRUE(IsConnected());
-        const std::string first = story.Pay();
-        const std::string second = story.Pay();  // what memory holds is enough for the next one
-        const bool was_full = full.has_value();
-        full.reset();
-        EXPECT_TRUE(IsPaid(first)) << first;
-        EXPECT_TRUE(IsPaid(second)) << second;
-        story.ExpectBooks(2);
+        for (int i = 0; i < 2; ++i) {  // what memory holds is enough for the second
+            const std::string text = story.Pay();
+            EXPECT_TRUE(IsPaid(text)) << text;
+        }
+        story.ExpectBooks(paid_before + 2);
         EXPECT_EQ(MoneyStory::Shown(), story.box.BalanceOf(story.receive));
-        if (!was_full) continue;
-        story.wallet.Restart();
-        ASSERT_TRUE(story.wallet.loaded) << "a failed write has damaged the wallet or its list";
-        EXPECT_TRUE(IsPaid(story.Pay()));
-        story.ExpectBooks(3);
+    };
+    {
+        const FullDisk full(0);
+        write_and_pay_twice(0);
     }
+    story.wallet.Restart();
+    ASSERT_TRUE(story.wallet.loaded) << "a failed write has damaged the wallet or its list";
+    EXPECT_TRUE(IsPaid(story.Pay()));
+
+    // Folders stand where the files belong.
+    for (const std::string& path :
+         {story.wallet.StorePath("/tx_hist/") + kTestWalletId + "_face.json",
+          story.wallet.StorePath("/orvane_paymail.json"), story.wallet.StorePath("/wallets.json"),
+          story.wallet.StorePath("/wallets.json.tmp"), BindFilePath()}) {
+        std::filesystem::remove_all(path);
+        std::filesystem::create_directories(path);
+    }
+    write_and_pay_twice(3);
 }
 
 TEST(MoneyStory, WhatTellsThePromisedCoinsCannotBeRead) {
@@ -619,7 +583,6 @@ TEST(MoneyStory, WhatTellsThePromisedCoinsCannotBeRead) {
 TEST(MoneyStory, ACoinPromisedWhileThePaymentIsUnderWay) {
     MoneyStory story;
     const std::string coin = story.Fund(20'000);
-    const uint32_t vout = story.VoutOf(coin);
     story.Add({Service::kChain, Reply(200, "[]", "/address/")});
     story.Add({Service::kChain, Reply(429, "", "/tx/" + coin, 1)});
     {
@@ -627,14 +590,14 @@ TEST(MoneyStory, ACoinPromisedWhileThePaymentIsUnderWay) {
         last_recorded_txid = coin;
     }
     story.wallet.clock.on_sleep = [&](int64_t) {
-        const std::string file = story.wallet.StorePath("/gallery/offer_locks_") + kTestWalletId + ".json";
-        WriteFile(file, R"({"utxos":[")" + coin + "_" + std::to_string(vout) + R"("]})");
+        story.wallet.data.Put(std::string("gallery/offer_locks_") + kTestWalletId + ".json",
+                              R"({"utxos":[")" + coin + R"(_0"]})");
     };
     EXPECT_EQ(story.Pay(), kNothingLeft);
     story.ExpectBooks(0);
 }
 
-// What a score and a report pay for stands in the stories of the board and of reports.
+// What a score and a report pay for stands in the tests of their flows.
 TEST(MoneyStory, EachDriverSaysWhyItDoesNotPay) {
     MoneyStory story;
     story.Fund(50'000);
@@ -646,16 +609,11 @@ TEST(MoneyStory, EachDriverSaysWhyItDoesNotPay) {
     UnbindWallet();
     EXPECT_EQ(PayArcadeScore("nowhere", ""), kNotConnected);
     story.ExpectBooks(0);
-}
 
-TEST(MoneyStory, OnlyAWalletOfWordsPays) {
-    MoneyStory story;
-    const std::string other = story.wallet.StorePath("/wallets/old");
-    ASSERT_TRUE(MakeFolders(other) &&
-                WriteFile(other + "/wallet.json", R"({"priv":")" + std::string(63, '0') + "1\"}"));
+    // Only a wallet of words pays.
+    story.wallet.data.Put("wallets/old/wallet.json", R"({"priv":")" + std::string(63, '0') + "1\"}");
     WalletLock lock(wallet_mutex);
     const std::vector<PayOutput> outputs{{1'000, P2pkhScript(Hash160{})}};
-    ClearWalletState();
     SetWalletId("none");
     EXPECT_EQ(PayOutputs(lock, outputs), "error: no Orvane Pouch wallet. Use pouch create first.");
     SetWalletId("old");

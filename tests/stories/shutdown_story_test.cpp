@@ -3,10 +3,9 @@
 // of its own, which a crash or a sanitizer's report would replace.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "base/clock.h"
 #include "tests/support/child_process.h"
@@ -15,7 +14,6 @@
 namespace brickfall {
 namespace {
 
-using sandbox::Fault;
 using sandbox::FaultKind;
 using sandbox::Service;
 
@@ -34,80 +32,59 @@ class ShutdownStory : public testing::Test {
         ::unsetenv("BRICKFALL_SANDBOX_CA");
     }
 
-    // Until a request has reached its service, by the real clock: it comes from another process.
+    // A request of the other process is looked for by the real clock.
     bool HasArrived(Service service, std::string_view part) const {
-        const Clock& clock = SystemClock();
-        for (int look = 0; look < 5'000; ++look) {
-            const std::vector<std::string> requests = remote_.box.Requests(service);
-            if (std::ranges::any_of(requests, [part](const std::string& request) {
-                    return request.find(part) != std::string::npos;
-                })) {
-                return true;
-            }
-            clock.sleep_ms(clock.self, 2);
+        for (int look = 0; look < 5'000 && remote_.Asked(service, part) == 0; ++look) {
+            SystemClock().sleep_ms(SystemClock().self, 2);
         }
-        return false;
+        return remote_.Asked(service, part) > 0;
     }
 
-    static int Close(ChildProcess& cabinet) {
+    // Closes it once it has said `line` and `arrived` holds.
+    void CloseWhile(const char* what, const char* line, const std::function<bool()>& arrived) {
+        SCOPED_TRACE(what);
+        ChildProcess cabinet(kProgram, {what, std::to_string(kExitCode)});
+        EXPECT_TRUE(cabinet.ReadUntil(line));
+        EXPECT_TRUE(arrived());
         cabinet.Write("close\n");
-        return cabinet.Wait();
-    }
-
-    static ChildProcess StartCabinet(const std::string& what) {
-        return ChildProcess(kProgram, {what, std::to_string(kExitCode)});
+        EXPECT_EQ(cabinet.Wait(), kExitCode);
+        EXPECT_EQ(remote_.box.TotalFunded(), remote_.box.TotalUnspent() + remote_.box.TotalFees());
+        remote_.box.ClearFaults();
+        remote_.box.ClearRequests();
     }
 
     WalletFixture wallet_;
     SandboxFixture remote_;
 };
 
-TEST_F(ShutdownStory, DuringAPayment) {
-    remote_.Disturb(Service::kRelay, FaultKind::kNoAnswer, "");
-    ChildProcess cabinet = StartCabinet("payment");
-    EXPECT_TRUE(HasArrived(Service::kRelay, "POST "));
-    EXPECT_EQ(Close(cabinet), kExitCode);
-}
-
-TEST_F(ShutdownStory, DuringTheSubmitBehindAPayment) {
-    remote_.Disturb(Service::kChain, FaultKind::kNoAnswer, "/tx/raw");
-    ChildProcess cabinet = StartCabinet("payment");
-    EXPECT_TRUE(cabinet.ReadUntil("success: "));
-    EXPECT_TRUE(HasArrived(Service::kChain, "/tx/raw"));
-    EXPECT_EQ(Close(cabinet), kExitCode);
-    EXPECT_EQ(remote_.box.TotalFunded(), remote_.box.TotalUnspent() + remote_.box.TotalFees());
-}
-
-TEST_F(ShutdownStory, DuringARefresh) {
-    remote_.Disturb(Service::kChain, FaultKind::kNoAnswer, "/unspent");
-    ChildProcess cabinet = StartCabinet("refresh");
-    EXPECT_TRUE(HasArrived(Service::kChain, "/unspent"));
-    EXPECT_EQ(Close(cabinet), kExitCode);
-}
-
-TEST_F(ShutdownStory, DuringAConnectPoll) {
+TEST_F(ShutdownStory, InTheMiddleOfARequest) {
+    const struct {
+        const char* what;
+        const char* line;  // said before
+        Service service;   // does not answer
+        const char* path;
+    } rows[] = {
+        {"refresh", "started", Service::kChain, "/unspent"},
+        {"payment", "started", Service::kRelay, ""},
+        {"payment", "success: ", Service::kChain, "/tx/raw"},  // the submit behind a payment
+    };
+    for (const auto& row : rows) {
+        remote_.Disturb(row.service, FaultKind::kNoAnswer, row.path);
+        CloseWhile(row.what, row.line, [&] { return HasArrived(row.service, row.path); });
+    }
     const TempUserData without_a_wallet;
-    ChildProcess cabinet = StartCabinet("poll");
-    EXPECT_TRUE(cabinet.ReadUntil("polling"));
-    EXPECT_EQ(Close(cabinet), kExitCode);
+    CloseWhile("poll", "polling", [] { return true; });
 }
 
 // Nothing is held up here: the workers derive keys, shake hands and sign while the process takes itself down,
 // each time at another point, since the services answer later and later.
 TEST_F(ShutdownStory, AtAnyMoment) {
     for (int64_t delay_ms = 0; delay_ms < 24; delay_ms += 3) {
-        remote_.box.ClearFaults();
         for (const Service service : {Service::kChain, Service::kRelay, Service::kPaymail}) {
-            Fault late;
-            late.kind = FaultKind::kDelay;
-            late.delay_ms = delay_ms;
-            remote_.box.AddFault(service, late);
+            remote_.box.AddFault(service, {FaultKind::kDelay, 0, "", "", {}, delay_ms, -1, ""});
         }
-        ChildProcess cabinet = StartCabinet("all");
-        EXPECT_TRUE(cabinet.ReadUntil("started"));
-        EXPECT_EQ(Close(cabinet), kExitCode) << delay_ms;
+        CloseWhile("all", "started", [] { return true; });
     }
-    EXPECT_EQ(remote_.box.TotalFunded(), remote_.box.TotalUnspent() + remote_.box.TotalFees());
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "cabinet/ui_settings.h"
 #include "messages/direct_message.h"
 #include "tests/support/full_disk.h"
+#include "tests/support/sealed_message.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/coins/balance_cache.h"
 #include "wallet/coins/spent_set.h"
@@ -28,25 +29,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct StoreFiles : testing::Test {
-    StoreFiles() { fs::current_path(program.Path()); }
-    ~StoreFiles() override {
-        fs::current_path(former_path);
-        ClearEncryptionKeys();
-        music_vol = 70;
-        ui_doc = nlohmann::json::object();
-    }
-
-    const fs::path former_path = fs::current_path();
-    const TempFolder program;
-    const WalletFixture wallet;
-};
-
 std::ptrdiff_t FilesIn(const fs::path& folder) {
     return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
 }
 
-TEST_F(StoreFiles, AreReplacedWholeOrStayAsTheyAre) {
+TEST(StoreFiles, AreReplacedWholeOrStayAsTheyAre) {
+    const WorkingFolder program;
+    const WalletFixture wallet;
     ASSERT_TRUE(wallet.loaded);
     const std::string wallets = wallet.StorePath("/wallets/") + kTestWalletId;
     const std::string of_wallet = std::string("/") + kTestWalletId;
@@ -75,27 +64,29 @@ TEST_F(StoreFiles, AreReplacedWholeOrStayAsTheyAre) {
              music_vol = i;
              SaveUiSettings();
          }},
-        {program.Path() + "/userinfo/encpub-bob.txt",
+        {fs::current_path() / "userinfo/encpub-bob.txt",
          [](int i) { StoreEncryptionKey("bob", wallet_keys.identity_pub, 1'790'000'000 + i); }},
     };
-    for (const auto& [path, write] : rows) {
+    for (const auto& [path, write_number] : rows) {
         SCOPED_TRACE(path);
-        SetWalletId(kTestWalletId);
         int number = 0;
-        write(++number);
+        const auto write = [&, &write_number = write_number] {
+            SetWalletId(kTestWalletId);  // a row may have bound another one
+            write_number(++number);
+        };
+        write();
         const std::string first = ReadFile(path).value_or("");
         ASSERT_FALSE(first.empty());
 
         // The file lies elsewhere, and somebody is reading it.
-        const std::string far = program.Path() + "/far";
+        const fs::path far = fs::current_path() / "far";
         fs::rename(path, far);
         fs::create_symlink(far, path);
         ASSERT_EQ(::chmod(far.c_str(), 0640), 0);
         std::ifstream reader(far);
-        SetWalletId(kTestWalletId);
-        write(++number);
+        write();
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), first) << "written in place";
-        const std::string second = ReadFile(far).value_or("");
+        const std::string second = ReadFile(far.string()).value_or("");
         EXPECT_NE(second, first);
         EXPECT_TRUE(fs::is_symlink(path));
         EXPECT_EQ(fs::status(far).permissions(), fs::perms(0640));
@@ -105,28 +96,27 @@ TEST_F(StoreFiles, AreReplacedWholeOrStayAsTheyAre) {
         const std::ptrdiff_t files = FilesIn(folder);
         {
             const FullDisk full(10);
-            SetWalletId(kTestWalletId);
-            write(++number);
+            write();
         }
         EXPECT_EQ(ReadFile(path), second) << "a full disk";
         EXPECT_EQ(FilesIn(folder), files) << "nothing half written lies about";
 
         // Longer than any: as it stands it cannot be read, so it is not known to be worth nothing.
         ASSERT_EQ(::truncate(path.c_str(), off_t{1} << 40), 0);
-        SetWalletId(kTestWalletId);
-        write(++number);
+        write();
         EXPECT_EQ(fs::file_size(path), uintmax_t{1} << 40);
         RemoveFile(path);
         ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-        SetWalletId(kTestWalletId);
-        write(++number);
+        write();
         EXPECT_TRUE(fs::is_fifo(path));
 
         RemoveFile(path);
-        SetWalletId(kTestWalletId);
-        write(++number);
+        write();
         EXPECT_TRUE(fs::is_regular_file(path)) << "once nothing is in the way";
     }
+    ClearEncryptionKeys();
+    music_vol = 70;
+    ui_doc = nlohmann::json::object();
 }
 
 }  // namespace

@@ -30,18 +30,12 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     ::close(from_child[1]);
     input_ = to_child[1];
     output_ = from_child[0];
-    if (failure != 0) {
-        ::close(input_);
-        ::close(output_);
-        throw std::runtime_error("cannot start " + program);
-    }
+    if (failure != 0) throw std::runtime_error("cannot start " + program);
 }
 
 ChildProcess::~ChildProcess() {
-    if (pid_ > 0) {
-        Signal(SIGKILL);
-        Wait();
-    }
+    Signal(SIGKILL);
+    Wait();
     ::close(input_);
     ::close(output_);
 }
