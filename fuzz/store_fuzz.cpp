@@ -1,9 +1,7 @@
 // The same bytes as each of the small files that another program may write into the shared store, the list of
 // wallets, the file of names, a bind and a connect reply, and as a paymail name.
-#include <algorithm>
 #include <vector>
 
-#include "base/text.h"
 #include "fuzz/support.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
@@ -34,10 +32,6 @@ void CheckRegistry() {
 void CheckNames(const std::string& file, std::string_view bytes) {
     const std::string name = SanitizePaymailName(bytes);
     Require(SanitizePaymailName(name) == name);
-    Require(std::ranges::all_of(name, [](char c) {
-        return (IsAsciiLetterOrDigit(c) && (c < 'A' || c > 'Z')) || c == '_' || c == '-' || c == '.';
-    }));
-
     Require(ReplaceFile(file, bytes, Flush::kLater));
     const std::string found = FindNameForPubkey(kKey);
     Require(SanitizePaymailName(found) == found);
@@ -51,15 +45,9 @@ void CheckNames(const std::string& file, std::string_view bytes) {
     if (ReadStoreFile(file).state == FileState::kUnreadable) return;
     wallet_keys.identity_pub = kKey;
     wallet_keys.ord_avatar = "avatar_0";
-    std::string written;
-    for (const char* const role : {"dev", "Dev"}) {  // the same twice
-        SetOrdAddress(kAddress);
-        SetHostRole(role);
-        Require(SyncAvatar().empty());
-        const std::string content = ReadFile(file).value_or("");
-        Require(written.empty() || content == written);
-        written = content;
-    }
+    SetOrdAddress(kAddress);
+    SetHostRole("dev");
+    Require(SyncAvatar().empty());
 }
 
 }  // namespace

@@ -31,9 +31,7 @@ TEST(Faces, TheKeyIsTheNameWithoutItsDomain) {
         {Named("ada", "bob@orvane.test", "1x"), "ada"},
         {Named("ada@orvane.test@y"), "ada"},
         {Named("", "bob@orvane.test", "1x"), "bob"},
-        {Named("@ada", "bob@orvane.test", "1x"),
-         "1x"},  // nothing before the "@", and the paymail is not asked
-        {Named("", "", "1x"), "1x"},
+        {Named("@ada", "bob@orvane.test", "1x"), "1x"},  // nothing in front: the paymail is not asked
         {Named("", "@", ""), ""},
     };
     for (const auto& [row, key] : rows) EXPECT_EQ(FaceKey(row), key) << row.handle << " " << row.paymail;
@@ -47,9 +45,7 @@ TEST(Faces, AProfileNamesAWebAddressOrAnInscription) {
         {{{"avatar", ""}, {"ord", ""}, {"origin", "c_0"}}, content + "c_0"},
         {{{"ord", "https://b"}}, "https://b"},
         {{{"ord", "http://b"}}, ""},  // no outpoint
-        {{{"avatar", nullptr}, {"ord", nullptr}, {"origin", "c_0"}}, content + "c_0"},
-        {{{"avatar", 7}, {"ord", json::array()}, {"origin", "https://c"}}, "https://c"},
-        {{{"avatar", "http://a"}}, ""},
+        {{{"avatar", 7}, {"ord", nullptr}, {"origin", "https://c"}}, "https://c"},
         {{{"avatar", "file:///etc/passwd"}, {"name", "ada"}}, ""},
         {json::array({"https://a"}), ""},
     };
@@ -83,8 +79,7 @@ TEST(Faces, EachKeyIsAskedForOnceWhateverComesOfIt) {
           "k\r\nHost: l", "ian", "ian", "gus@orvane.test", "hal", "bob", "cyd", "dan"}) {
         rows.push_back(Named(handle));
     }
-    // A picture as wide as its file is long; 5,000 bytes are no picture, and of 6,000 the memory is not
-    // there.
+    // A picture as wide as its file is long; 5,000 bytes are none, and for 6,000 there is no memory.
     const FaceDecoder decode = [](const std::string& file, int max_side) -> std::optional<Image> {
         EXPECT_EQ(max_side, 152) << "sharp on a screen of four times the density";
         if (file.size() == 6'000) throw std::bad_alloc();

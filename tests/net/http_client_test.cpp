@@ -59,10 +59,9 @@ class Server {
         SetConnectRoute({});
     }
 
-    void Route(int timeout_divisor) { Route(timeout_divisor, folder_.Path()); }
-    void Route(int timeout_divisor, const std::string& folder) {
-        SetConnectRoute(
-            {"::127.0.0.1:" + std::to_string(port_), sandbox::AuthorityFile(folder), timeout_divisor});
+    void Route(int timeout_divisor, const std::string& authority = "") {
+        const std::string file = sandbox::AuthorityFile(authority.empty() ? folder_.Path() : authority);
+        SetConnectRoute({"::127.0.0.1:" + std::to_string(port_), file, timeout_divisor});
     }
 
     // Begins anew.
@@ -177,16 +176,11 @@ TEST_F(HttpClient, EachFunctionHasItsOwnIdeaOfSuccess) {
         {"other 2xx", {{201, "[1]"}}, "yyyyyn"},
         {"number", {{200, "7"}}, "yyynyy"},
         {"no JSON", {{200, "{\"a\":"}}, "yyynyn"},
-        {"number beyond a double", {{200, "[1e999]"}}, "yyynyn"},
-        {"no UTF-8", {{200, "[\"\xFF\"]"}}, "yyynyn"},
-        {"nesting", {{200, std::string(64, '[') + std::string(64, ']')}}, "yyyyyy"},
-        {"deeper nesting", {{200, std::string(65, '[') + std::string(65, ']')}}, "yyynyn"},
+        {"too deep", {{200, std::string(65, '[') + std::string(65, ']')}}, "yyynyn"},
         {"empty", {{200, ""}}, "yyynnn"},
         {"redirect", {{302, "<html>", "/end"}, {200, "[]"}}, "ynyyyy"},
         {"3xx without a target", {{300, "[]"}}, "nnnyyn"},
-        {"not found", {{404, "{}"}}, "nnnnnn"},
         {"redirect to not found", {{302, "{}", "/end"}, {404, "{}"}}, "nnnnnn"},
-        {"server error", {{500, "{}"}}, "nnnnnn"},
         {"cut", {{200, "{}", "", true}}, "nnnnnn"},
         {"redirect to a file", {{302, "{}", "file:///etc/passwd"}}, "nnnnnn"},
     };
@@ -216,9 +210,7 @@ TEST_F(HttpClient, RateLimitIsWaitedOutByTheWalletFunctionsOnly) {
         {"get", get, {limited}, false, 4, {400, 800, 1600}},
         {"get, in the end", get, {limited, limited, {200, "fine"}}, true, 3, {400, 800}},
         {"get, then an error", get, {limited, {500, ""}, {200, ""}}, false, 2, {400}},
-        {"post 4", post(4), {limited}, false, 4, {400, 800, 1600}},
         {"post 2", post(2), {limited}, false, 2, {400}},
-        {"post 1", post(1), {limited}, false, 1, {}},
         {"post 0", post(0), {limited}, false, 0, {}},
         {"once", [this] { return HttpGetOnce(kUrl, body_, error_); }, {limited}, false, 1, {}},
         {"text", [this] { return FetchText(kUrl, body_); }, {limited}, false, 1, {}},
@@ -274,12 +266,10 @@ TEST_F(HttpClient, FailureTextsCarryNoHtmlAndAtMost120Bytes) {
     const std::tuple<long, std::string, std::string> rows[] = {
         {429, "{}", "HTTP 429 – WhatsOnChain is rate-limiting. Wait a few seconds and try again."},
         {500, "", "HTTP 500"},
-        {500, "<html><body>no", "HTTP 500"},
         {502, "proxy says <HTML>", "HTTP 502"},
         {502, "\n<!DOCTYPE html>", "HTTP 502"},
         {502, "<Html>", "HTTP 502 – <Html>"},
         {400, " bad \r\n \n", "HTTP 400 –  bad"},
-        {400, "\r\n", "HTTP 400 – "},
         {500, long_body, "HTTP 500 – " + long_body.substr(0, 120)},
         {500, std::string(119, 'a') + "  b", "HTTP 500 – " + std::string(119, 'a') + " "},
     };
@@ -344,21 +334,6 @@ TEST_F(HttpClient, AUrlIsTakenWholeOrNotAtAllAndNamesNoFile) {
         for (const Function& function : functions_) EXPECT_FALSE(function.call(bad)) << function.name << bad;
     }
     EXPECT_TRUE(server.Asked().empty());
-}
-
-TEST_F(HttpClient, LargeBodiesPassWholeOnManyThreadsAtOnce) {
-    const std::string large(4'000'000, 'a');
-    Server server({{200, large}});
-    std::atomic<int> good = 0;
-    for (int i = 0; i < 4; ++i) {
-        StartWorker([&] {
-            std::string answer, error;
-            if (HttpPostJson(kUrl, large, answer, error, 60, 1) && answer == large) ++good;
-        });
-    }
-    WaitForWorkers();
-    EXPECT_EQ(good, 4);
-    for (const httplib::Request& asked : server.Asked()) EXPECT_EQ(asked.body, large);
 }
 
 TEST_F(HttpClient, AnAnswerWithoutAnEndIsGivenUp) {

@@ -1,14 +1,9 @@
-// store_writer KIND PREFIX COUNT [stop] - another program that works on the shared store COUNT times. Before
+// store_writer KIND PREFIX COUNT - another program that works on the shared store COUNT times. Before
 // each time it must find there exactly what it left; 3 is the exit code when somebody has lost that, or
-// brought something older back. With "stop" it stops itself (SIGSTOP) first, for a test that traces it.
+// brought something older back.
 //   wallets  adds the entries PREFIX0, PREFIX1 and so on to the list of wallets, and takes its own out again
 //            when they are kKept rewrites old, so that the list stays short
 //   names    registers the paymail name PREFIX with the address 0, 1 and so on
-//   rename   gives the wallet PREFIX the name "n"
-//   migrate  moves an old single wallet into the list
-#include <signal.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -27,6 +22,7 @@ constexpr std::size_t kKept = 20;
 int RewriteWallets(const std::string& id, const std::string& prefix) {
     static std::vector<std::string> own;
     const StoreLock lock;
+    ListWallets();  // takes the lock once more, and must leave it with the outer scope
     nlohmann::json registry = ReadRegistry().document;
     nlohmann::json others = nlohmann::json::array();
     std::vector<std::string> found;
@@ -60,18 +56,10 @@ int main(int count, char** arguments) {
     if (count < 4) return 2;
     const std::string kind = arguments[1];
     const std::string prefix = arguments[2];
-    if (count > 4) ::raise(SIGSTOP);
     int result = 0;
     for (int i = 0; i < std::atoi(arguments[3]) && result == 0; ++i) {
-        if (kind == "wallets") {
-            result = RewriteWallets(prefix + std::to_string(i), prefix);
-        } else if (kind == "names") {
-            result = RegisterName(prefix, i);
-        } else if (kind == "rename") {
-            SetWalletName(prefix, "n");
-        } else {
-            MigrateSingleWallet();
-        }
+        result =
+            kind == "wallets" ? RewriteWallets(prefix + std::to_string(i), prefix) : RegisterName(prefix, i);
     }
-    ::_exit(result);  // nothing to tidy, and a leak check cannot run in a traced process
+    return result;
 }

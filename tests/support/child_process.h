@@ -20,7 +20,6 @@ class ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t Pid() const { return pid_; }
-    void SetReaped() { pid_ = -1; }  // by a test that has waited for its end itself
 
     // The next line of its output without the newline, waiting for it; nothing once the output has ended.
     std::optional<std::string> ReadLine();

@@ -7,23 +7,19 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
+#include "sandbox/server/bytes.h"
 #include "wallet/protocol/curve.h"
 
 namespace brickfall {
 namespace {
 
-constexpr std::size_t kPointAt = 4;
-constexpr std::size_t kCipherAt = 37;
-constexpr std::size_t kMacSize = 32;
+constexpr std::size_t kPointAt = 4, kCipherAt = 37, kMacSize = 32;
 
 const uint8_t* Bytes(std::string_view text) { return reinterpret_cast<const uint8_t*>(text.data()); }
 
 std::string FromHex(std::string_view hex) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes.push_back(static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-    }
-    return bytes;
+    const sandbox::Bytes bytes = sandbox::FromHex(hex).value_or(sandbox::Bytes());
+    return {bytes.begin(), bytes.end()};
 }
 
 std::optional<std::string> Decipher(const EVP_CIPHER* cipher, std::string_view key, std::string_view vector,

@@ -107,6 +107,11 @@ std::string WalletFixture::ReceiveAddress(uint32_t index) const { return Address
 
 std::string WalletFixture::IdentityAddress() const { return AddressAt(kIdentityPath); }
 
+std::string WalletFixture::IdentityKey() const {
+    const WalletLock lock(wallet_mutex);
+    return wallet_keys.identity_pub;
+}
+
 SandboxFixture::SandboxFixture(int timeout_divisor) : owned_(StartSandbox()), box(*owned_) {
     static const bool network_started = (StartNetwork(), true);
     static_cast<void>(network_started);

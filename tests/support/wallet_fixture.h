@@ -73,6 +73,7 @@ struct WalletFixture {
     std::string StorePath(std::string_view tail) const { return data.InStore(tail.substr(1)); }
     std::string ReceiveAddress(uint32_t index) const;
     std::string IdentityAddress() const;
+    std::string IdentityKey() const;  // the public one
 
     TempUserData data;
     ManualClock clock;

@@ -58,13 +58,10 @@ TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
     } rows[] = {
         {"relay answers no JSON", "200 <html>welcome", down, false, own},
         {"relay's ok is no boolean", R"(201 {"ok":"false"})", down, false, own},
-        {"relay's root is no object", "200 [false]", down, false, own},
         {"all that is stripped", R"(200 {"ok":false})", "200  \n\"OTHER\"\r\n \"", false, other},
         {"a string of JSON", down, "200 \r\"OTHER\"", false, other},
-        {"an object without", down, R"(200 {"result":"OTHER"})", false, unconfirmed},
         {"the id is a number", down, R"(200 {"txid":5})", false, unconfirmed},
         {"64 characters, no id", down, "200 " + std::string(64, 'z'), true, own},
-        {"nothing at all", down, "200 ", false, unconfirmed},
         {"had already, seen", down, "500 we already have it", true, own},
         {"conflict, seen", down, "500 258: txn-mempool-conflict", true, own},
         {"other words, though seen", down, "500 Already in it", true, failed + "500 – Already in it"},
@@ -74,7 +71,7 @@ TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
         {"the case of the words counts", down, "400 MISSING INPUTS", false, failed + "400 – MISSING INPUTS"},
         {"words past the part that is shown", down, "400 " + long_words + "Missing inputs", false,
          failed + "400 – " + long_words.substr(1)},
-        {"an HTML page", down, "502 <html>Missing inputs</html>", false, failed + "502"},
+        {"in an HTML page", down, "502 <html>Missing inputs</html>", false, failed + "502"},
     };
     const SpendInput input = InputOf(std::string(64, 'c')), bad = InputOf("12");
     const std::vector<PayOutput> outputs{{5'000, P2pkhScript(Hash160{})}};
@@ -114,15 +111,12 @@ TEST_F(Broadcast, ArcAnswers) {
         // the error, empty when it takes it
         {R"(200 {})", ""},
         {R"(200 {"txStatus":"SEEN_ON_NETWORK","extraInfo":"","txid":"short"})", ""},
-        {R"(200 {"txStatus":"SEEN_ON_NETWORK","extraInfo":null,"txid":null})", ""},
-        {R"(200 {"txStatus":"REJECTED"})", "REJECTED"},
         {R"(200 {"txStatus":"DOUBLE_SPEND_ATTEMPTED","extraInfo":""})", "DOUBLE_SPEND_ATTEMPTED"},
         {R"(200 {"txStatus":"REJECTED","extraInfo":"why"})", "why"},
         {R"(200 {"txStatus":"STORED","extraInfo":"so missing inputs it is"})", "so missing inputs it is"},
         {R"(200 {"txStatus":"REJECTED","extraInfo":null})", "REJECTED"},
         {R"(200 {"extraInfo":7})", R"({"extraInfo":7})"},
         {R"(200 {"txid":7})", R"({"txid":7})"},
-        {"200 []", "[]"},
         {"200 taken, thanks", "taken, thanks"},
         {"200 ", "bad arc response"},
         {"465 fee too low", "HTTP 465 – fee too low"},

@@ -11,7 +11,6 @@
 #include "wallet/coins/own_transactions.h"
 #include "wallet/coins/spent_set.h"
 #include "wallet/coins/utxo_cache.h"
-#include "wallet/json/json_numbers.h"
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/payment/coin_selection.h"
@@ -36,58 +35,23 @@ std::string Replace(std::string text, const std::string& mark, const std::string
     return text;
 }
 
-TEST(ForeignNumbers, HaveADefinedOutcomeAtEveryConversion) {
-    const struct {
-        const char* text;
-        std::optional<uint32_t> index;
-        std::optional<int64_t> satoshis;
-        int64_t clamped;
-    } rows[] = {
-        {"0", 0, {}, 0},
-        {"3.0", 3, 3, 3},
-        {"2.999", 2, 2, 2},
-        {"-0.5", 0, {}, 0},
-        {"-1", {}, {}, -1},
-        {"4294967295", UINT32_MAX, 4294967295, 4294967295},
-        {"4294967296", {}, 4294967296, 4294967296},
-        {"2100000000000000", {}, kMaxSatoshis, kMaxSatoshis},
-        {"2100000000000001", {}, {}, 2100000000000001},
-        {"9223372036854775807", {}, {}, INT64_MAX},
-        {"9223372036854775808", {}, {}, INT64_MAX},
-        {"18446744073709551616", {}, {}, INT64_MAX},
-        {"-9223372036854775808", {}, {}, INT64_MIN},
-        {"-1e19", {}, {}, INT64_MIN},
-        {"\"3\"", {}, {}, 0},
-        {"true", {}, {}, 0},
-    };
-    for (const auto& row : rows) {
-        const json number = json::parse(row.text);
-        EXPECT_EQ(JsonIndex(number), row.index) << row.text;
-        EXPECT_EQ(JsonSatoshis(number), row.satoshis) << row.text;
-        EXPECT_EQ(JsonClampedInt64(number), row.clamped) << row.text;
-    }
-}
-
 TEST(ParseUtxoList, TakesEachShapeAndDropsWhatIsNoOutput) {
     // "@" stands for a good id, number 1. Told as the outputs, "none" for what is no list.
     const auto read = [](const std::string& text) -> std::string {
         std::vector<Utxo> list;
         return ParseUtxoList(Replace(text, "@", TestTxid(1)), list) ? CoinText(list) : "none";
     };
-    for (const char* body : {"{}", R"({"result":{}})", R"({"result":null})", R"("[]")", "<html>"}) {
+    for (const char* body : {"{}", R"({"result":{}})", R"("[]")", "<html>"}) {
         EXPECT_EQ(read(body), "none") << body;
     }
     const std::string upper(64, 'C');
     const std::pair<std::string, std::string> rows[] = {
         {R"({"height":9,"tx_pos":3,"tx_hash":"@","value":5,"isSpentInMempoolTx":false})", "1:3=5"},
         {R"({"txid":"@","vout":4,"value":5})", "1:4=5"},
-        {R"({"tx_hash":"@","value":5,"isSpentInMempoolTx":"true"})", "1:0=5"},
-        {R"({"tx_hash":7,"txid":"@","value":5})", "1:0=5"},
-        {R"({"tx_hash":"@","tx_pos":1,"vout":2,"value":5})", "1:1=5"},
+        {R"({"tx_hash":7,"txid":"@","value":5,"isSpentInMempoolTx":"true"})", "1:0=5"},
         {R"({"tx_hash":"@","tx_pos":"1","vout":2,"value":5})", "1:2=5"},
         {R"(7,null,[],{"tx_hash":"@","tx_pos":4294967296,"value":5},{"tx_hash":"@","value":6},"x")", "1:0=6"},
-        {R"({"tx_hash":"@","value":9223372036854775807})", "1:0=9223372036854775807"},
-        {R"({"tx_hash":")" + upper + R"(","value":5})", upper + ":0=5"},
+        {R"({"tx_hash":")" + upper + R"(","value":9223372036854775807})", upper + ":0=9223372036854775807"},
     };
     for (const auto& [elements, outputs] : rows) {
         EXPECT_EQ(read("[" + elements + "]"), outputs) << elements;
@@ -95,8 +59,7 @@ TEST(ParseUtxoList, TakesEachShapeAndDropsWhatIsNoOutput) {
     }
     for (const char* dropped :
          {R"("tx_hash":"@","value":5,"isSpentInMempoolTx":true)", R"("tx_hash":"bad","txid":"@","value":5)",
-          R"("value":5)", R"("tx_hash":"@0","value":5)", R"("tx_hash":"@","value":0)",
-          R"("tx_hash":"@","value":-5)", R"("tx_hash":"@","value":5.0)", R"("tx_hash":"@","value":"5")",
+          R"("tx_hash":"@0","value":5)", R"("tx_hash":"@","value":0)", R"("tx_hash":"@","value":5.0)",
           R"("tx_hash":"@")", R"("tx_hash":"@","value":9223372036854775808)"}) {
         EXPECT_EQ(read(std::string("[{") + dropped + "}]"), "") << dropped;
     }
@@ -227,10 +190,8 @@ TEST_F(CoinNetwork, APlainScanPassesOverInscriptionsTokensAndSingleSatoshis) {
         R"("origin":{"outpoint":"x_0"})",
         R"("origin":{"outpoint":""})",
         R"("origin":{"outpoint":7})",
-        R"("origin":["a_0"])",
         R"("origin":"")",
         R"("data":{"bsv20":7})",
-        R"("data":{"insc":1})",
         R"("data":{"bsv21":{}})",
         R"("satoshis":1)",
         R"("satoshis":"many","value":44.9)",
@@ -249,9 +210,9 @@ TEST_F(CoinNetwork, APlainScanPassesOverInscriptionsTokensAndSingleSatoshis) {
     services.Reply(Service::kOrdinals, "/txos/address/", 200, listing.dump());
     std::vector<Utxo> list;
     EXPECT_TRUE(ScanPlainOutputs(address, list));
-    EXPECT_EQ(CoinText(list), "1:1=11 4:1=14 5:1=15 6:1=16 7:1=17 12:1=44 15:0=25");
+    EXPECT_EQ(CoinText(list), "1:1=11 4:1=14 5:1=15 6:1=16 10:1=44 13:0=23");
     EXPECT_FALSE(ScanPlainOutputs("", list));
-    for (const char* body : {"{}", "[]", "nonsense", R"([{"txid":7}])"}) {
+    for (const char* body : {"[]", "nonsense", R"([{"txid":7}])"}) {
         services.box.ClearFaults();
         services.Reply(Service::kOrdinals, "/txos/address/", 200, body);
         EXPECT_FALSE(ScanPlainOutputs(address, list)) << body;
@@ -269,20 +230,17 @@ TEST_F(CoinNetwork, AScanCountsWhatItsListingNames) {
         {"plain outputs", R"([{"txid":"A","origin":null},{"txid":"B"}])", "[]", true, ""},
         {"inscriptions", R"([{"txid":"A","origin":"x"},{"txid":"B","origin":{"outpoint":"y"}},7])", "[]",
          true, "AB"},
-        {"an id that is none", R"([{"txid":"zz","origin":"x"},{"origin":"x"}])", "[]", true, ""},
         {"index out of range", R"([{"txid":"A","vout":-1,"origin":"x"},{"txid":"B","origin":"x"}])", "[]",
          true, "B"},
         {"a wrong type", R"([{"txid":"A","origin":"x"},{"txid":7,"origin":"x"}])", "[]", false, "A"},
         {"the wrong type without an origin", R"([{"txid":7}])", "[]", true, ""},
         {"an index as text", R"([{"txid":"A","vout":"0","origin":"x"}])", "[]", false, ""},
         {"no list", "{}", "[]", false, ""},
-        {"no JSON", "[", "[]", false, ""},
         {"tokens", "[]",
          R"([{"txid":"A","spend":""},{"txid":"B","spend":null,"vout":null},{"txid":"C","spend":"x"},7])",
          true, "AB"},
         {"up to a wrong type", "[]", R"([{"txid":"A"},{"txid":"B","vout":true},{"txid":"C"}])", true, "A"},
         {"tokens refused", R"([{"txid":"A","origin":"x"}])", "", true, "A"},
-        {"tokens no list", R"([{"txid":"A","origin":"x"}])", R"({"txid":"B"})", true, "A"},
     };
     const auto with_ids = [](std::string text) {
         for (const char id : {'A', 'B', 'C'}) {
@@ -395,9 +353,7 @@ TEST_F(CoinNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
         "no object",
         {"value":0.00005,"scriptPubKey":{"address":"@"}},
         {"value":0.0000000049,"scriptPubKey":{"address":"@"}},
-        {"scriptPubKey":{"address":"@"}},
-        {"value":1e300,"scriptPubKey":{"address":"@"}},
-        {"satoshis":-5,"scriptPubKey":{"address":"@"}},
+        {"satoshis":2100000000000001,"scriptPubKey":{"address":"@"}},
         {"satoshis":5,"n":4294967296,"scriptPubKey":{"address":"@"}},
         {"value":0.00000003,"n":1.0,"scriptPubKey":{"address":"@"}},
         {"value":0.00000029,"n":13,"scriptPubKey":{"address":"@"}},
@@ -407,7 +363,7 @@ TEST_F(CoinNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
     services.Reply(Service::kChain, "/tx/" + txid, 404, "");
     EXPECT_FALSE(RecoverOutputsFromTx(txid.substr(1)));
     EXPECT_TRUE(RecoverOutputsFromTx(txid));
-    EXPECT_EQ(CoinText(pending_outputs), "40:0=5000 40:1=5000 40:12=1234 40:11=3 40:13=29");
+    EXPECT_EQ(CoinText(pending_outputs), "40:0=5000 40:1=5000 40:12=1234 40:9=3 40:13=29");
     for (const PendingOutput& output : pending_outputs) {
         const std::string owner = output.vout == 12 ? identity : address;
         EXPECT_EQ(AddressFromPublicKey(output.pub), owner);

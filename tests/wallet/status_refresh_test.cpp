@@ -31,15 +31,10 @@ const std::string kWalletFile = std::string("/wallets/") + kTestWalletId + "/wal
 
 json ReadJson(const std::string& path) { return json::parse(ReadFile(path).value_or(""), nullptr, false); }
 
-std::string IdentityKey() {
-    const WalletLock lock(wallet_mutex);
-    return wallet_keys.identity_pub;
-}
-
 struct StatusRefreshTest : testing::Test {
     WalletFixture wallet;
     SandboxFixture remote;
-    const std::string address = wallet.ReceiveAddress(0), key = IdentityKey();
+    const std::string address = wallet.ReceiveAddress(0), key = wallet.IdentityKey();
     EventLines events;
 };
 
@@ -74,21 +69,18 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
         int status;
         std::string body, text;
     } refusals[] = {
-        {400, R"({"error":"name is reserved"})", "name is reserved"},
         {429, R"({"error":"slow down"})", "slow down"},
         {429, "Too Many Requests", kRateLimitText},
         {500, "<html>oops</html>", "HTTP 500"},
         {400, R"({"error":""})", "HTTP 400 – {\"error\":\"\"}"},
         {400, R"({"error":[1]})", "HTTP 400 – {\"error\":[1]}"},
-        {400, R"(["error"])", "HTTP 400 – [\"error\"]"},
     };
     for (const auto& row : refusals) {
         remote.box.ClearFaults();
         remote.box.ClearRequests();
         remote.Reply(Service::kPaymail, "/claim", row.status, row.body);
         EXPECT_EQ(ClaimPaymail("eve", key, kAddress, "", ""), row.text) << row.body;
-        EXPECT_EQ(remote.Asked(Service::kPaymail, "/api/paymail/claim"), row.status == 429 ? 4 : 1)
-            << row.body;
+        EXPECT_EQ(remote.Asked(Service::kPaymail, "/claim"), row.status == 429 ? 4 : 1) << row.body;
     }
     remote.box.ClearFaults();
     UnbindWallet();
@@ -175,14 +167,10 @@ TEST_F(StatusRefreshTest, TheHostsAnswerSetsTheRole) {
     const struct {
         int status;
         const char *body, *role;
-    } rows[] = {
-        {200, R"({"role":"Architect"})", "architect"},
-        {500, R"({"role":"agent"})", "dev"},
-        {200, "{}", ""},
-        {200, R"({"role":7})", ""},
-        {200, "<html></html>", "dev"},
-        {200, R"(["role"])", "dev"},
-    };
+    } rows[] = {{200, R"({"role":"Architect"})", "architect"},
+                {500, R"({"role":"agent"})", "dev"},
+                {200, R"({"role":7})", ""},
+                {200, R"(["role"])", "dev"}};
     for (const auto& row : rows) {
         WriteFile(wallet.StorePath(kRegistry), R"({"host_role":"dev"})");
         remote.box.ClearFaults();
@@ -211,7 +199,7 @@ TEST(PaymailSyncTest, ANamelessWalletTakesTheRegistrysNameAndIsSavedOnce) {
     EXPECT_EQ(events.Take(), Lines{});
 }
 
-TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnly) {
+TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnlyAndTakesNoOthersName) {
     const WalletFixture wallet("@Ada@Pay.Example");
     const auto before = ReadFile(wallet.StorePath(kWalletFile));
     const WalletLock lock(wallet_mutex);
@@ -220,13 +208,12 @@ TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnly) {
     EXPECT_EQ(ReadFile(wallet.StorePath(kWalletFile)), before);
     EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["self"], "ada");
 
-    // A name that another identity holds stays in the wallet, and out of the registry.
     wallet_keys.paymail = "bob";
-    const json taken = {{"names", {{"bob", {{"pubkey", "02ff"}}}}}};
-    WriteFile(wallet.StorePath(kRegistry), taken.dump());
+    const std::string taken = R"({"names":{"bob":{"pubkey":"02ff"}}})";
+    WriteFile(wallet.StorePath(kRegistry), taken);
     PaymailSync(/*announce=*/true);
     EXPECT_EQ(wallet_keys.paymail, "bob");
-    EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["names"], taken["names"]);
+    EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["names"], json::parse(taken)["names"]);
 }
 
 }  // namespace
