@@ -27,7 +27,9 @@ TEST(Settings, StandInTheirPlacesAndNameTheSite) {
     for (const auto& [id, rect] : controls) EXPECT_EQ(ControlRect(shell.settings, id), rect) << id;
     TakeOpenedAddresses();
     EXPECT_EQ(ControlText(shell.settings, 1308), "brickfall.test");
-    Click(shell.settings, 1308);
+    FocusControl(shell.settings, 1308);
+    TypeText("\n");
+    PumpMessages();
     EXPECT_EQ(TakeOpenedAddresses(), std::vector<std::string>{kDownloadPageUrl});
     Click(shell.settings, 1307);
     EXPECT_FALSE(WindowExists(shell.settings));
@@ -126,7 +128,7 @@ TEST(BoardWindow, PutsTheBestAboveTheWeek) {
     EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), own_row);  // rows from 96
 }
 
-TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
+TEST(BoardWindow, ReadsItselfOutAndSaysWhyItIsEmpty) {
     const CabinetFixture cabinet;
     BoardView view;
     const auto read_out = [&] {
@@ -136,21 +138,14 @@ TEST(BoardWindow, ReadsItselfOutToAScreenReader) {
         return text;
     };
     EXPECT_EQ(read_out(), "Top scores for this week.\nNo scores posted yet.");
+    const Image empty = PaintedBoard(view);
+    view.message = "No scores for this week yet.";
+    EXPECT_EQ(read_out(), "Top scores for this week.\nNo scores for this week yet.");
+    EXPECT_NE(PaintedBoard(view).pixels, empty.pixels);
     view.best = Row("ada", 900);
     view.has_best = true;
     view.rows = {Row("bob", 80), Row("cy", 7)};
     EXPECT_EQ(read_out(), "Highest Score Ever: ada 900\nTop scores for this week.\n1. bob 80\n2. cy 7\n");
-}
-
-TEST(BoardWindow, SaysWhyItIsEmpty) {
-    BoardView view;
-    const Image empty = PaintedBoard(view);
-    view.message = "No scores posted yet.";  // what it says by itself
-    EXPECT_EQ(PaintedBoard(view).pixels, empty.pixels);
-    view.message = "No scores for this week yet.";
-    EXPECT_NE(PaintedBoard(view).pixels, empty.pixels);
-    view.rows = {Row("ada", 5)};
-    EXPECT_EQ(PixelOf(PaintedBoard(view), 250, 100), kPanelColor);
 }
 
 TEST(BoardWindow, CutsLongNamesAndManyRows) {
@@ -161,37 +156,38 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
     EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
     EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
     EXPECT_EQ(PixelOf(image, 250, 96 + 14 * 54 + 4), kPanelColor);  // the last row that fits whole
-    // A score too long keeps its leading digits: the picture begins as that of those digits alone does.
-    const auto column = [](std::string_view digits) {
+    // A score too long begins with its leading digits, and ends before its last.
+    const auto column = [](int64_t score) {
         BoardView one;
-        one.rows = {Row("ada", std::stoll(std::string(digits)))};
+        one.rows = {Row("ada", score)};
         return PaintedBoard(one);
     };
-    const Image full = column("9223372036854775807"), other = column("1223372036854775807");
+    const Image full = column(9'223'372'036'854'775'807);
     const Rect first_digit = {540 - 20 - 132, 100, MeasureText(theme.font_mono, "9").w, 40};
-    EXPECT_NE(Inked(full, first_digit, kPanelColor), Inked(other, first_digit, kPanelColor))
-        << "it stands first";
-    EXPECT_EQ(full.pixels, column("9223372036854775000").pixels) << "and the end is left out";
+    EXPECT_NE(Inked(full, first_digit, kPanelColor),
+              Inked(column(1'223'372'036'854'775'807), first_digit, kPanelColor));
+    EXPECT_EQ(full.pixels, column(9'223'372'036'854'775'000).pixels);
 }
 
 TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
-    BuildFaceBitmaps({{"ada", {1, 1, {0xFF2040C0}}}});
     const auto face = [](std::string_view key) {
         return DrawToImage({40, 40}, [key](Canvas& canvas) {
             canvas.Fill({0, 0, 40, 40}, kPanelColor);
             DrawFace(canvas, 0, 0, key);
+            canvas.Pixel({39, 39}, kGoldColor);
         });
     };
-    const Color letter = Rgb(0xF6E8C8);
+    BuildFaceBitmaps({{"ada", {1, 1, {0xFF2040C0}}}});
     EXPECT_EQ(PixelOf(face("ada"), 19, 19), kPictureColor);
-    EXPECT_EQ(PixelOf(face("ada"), 0, 0), kPanelColor);  // round
-    for (const std::string_view key : {"zoe", "1AddressOfNobody", ""}) {
+    EXPECT_EQ(PixelOf(face("ada"), 0, 0), kPanelColor) << "it is round";
+    EXPECT_EQ(PixelOf(face("ada"), 39, 39), kGoldColor) << "what comes after it is not";
+    EXPECT_NEAR(PixelOf(face("ada"), 20, 0).r, 0xA8, 32) << "the ring's";
+    BuildFaceBitmaps({});  // a new board: the old faces are gone
+    for (const std::string_view key : {"ada", "1AddressOfNobody", ""}) {
         EXPECT_EQ(PixelOf(face(key), 19, 5), kDiscColor) << key;
-        EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, letter)) << key;
+        EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, Rgb(0xF6E8C8))) << key;
     }
     EXPECT_EQ(face("\xD0\xB6").pixels, face("\xD0\x96").pixels);  // a small letter of another script
-    BuildFaceBitmaps({});                                         // a new board: the old faces are gone
-    EXPECT_EQ(PixelOf(face("ada"), 19, 5), kDiscColor);
 }
 
 // From the file that a player publishes to the pixels of the window.
@@ -199,7 +195,6 @@ TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
     std::string row(1, '\0'), rows;
     for (int x = 0; x < 600; ++x) row += "\x20\x40\xC0";
     for (int y = 0; y < 600; ++y) rows += row;
-    const std::string picture = PngFile(600, 600, 8, 2, false, Deflated(rows));
     CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
     sandbox::Sandbox& box = cabinet.services.box;
     box.Publish(IdentityOf(MakePlayer("ada"), std::string(kOrdinalsContentBaseUrl) + "/content/a"));
@@ -210,7 +205,7 @@ TEST(BoardWindow, ShowsThePictureThatALoadBrings) {
         cabinet.Click(1012);
         return PixelShown(shell.board, 20 + 16 + 19, 46 + 4 + 5);
     };
-    EXPECT_EQ(best_face(picture), kPictureColor);
+    EXPECT_EQ(best_face(PngFile(600, 600, 8, 2, false, Deflated(rows))), kPictureColor);
     EXPECT_EQ(best_face("no picture at all, but long enough to be kept"), kDiscColor);
 }
 

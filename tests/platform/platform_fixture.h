@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <string>
 #include <utility>
@@ -44,13 +43,6 @@ struct NotedWindow {
 
   private:
     bool OnMessage(Message& message);
-};
-
-// A payload that counts how many of its kind there are.
-struct Counted : Payload {
-    explicit Counted(std::atomic<int>& alive_in) : alive(alive_in) { ++alive; }
-    ~Counted() override { --alive; }
-    std::atomic<int>& alive;
 };
 
 }  // namespace brickfall

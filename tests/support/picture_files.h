@@ -41,12 +41,11 @@ inline std::string PngChunk(const std::string& name, const std::string& data) {
            Bytes(::crc32(0, bytes, static_cast<uInt>(checked.size())), 4, true);
 }
 
-// `beside` stands before the pixels.
 inline std::string PngFile(uint32_t w, uint32_t h, int depth, int color_type, bool interlaced,
-                           const std::string& compressed, const std::string& beside = "") {
+                           const std::string& compressed) {
     std::string header = Bytes(w, 4, true) + Bytes(h, 4, true);
     for (const int value : {depth, color_type, 0, 0, interlaced ? 1 : 0}) header += static_cast<char>(value);
-    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + beside + PngChunk("IDAT", compressed) +
+    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", compressed) +
            PngChunk("IEND", "");
 }
 
@@ -64,9 +63,8 @@ inline std::string JpegSegment(int marker, const std::string& data) {
 }
 
 // A progressive JPEG of `components` equal ones whose coefficients are all zero: the first scan brings the
-// averages, and `more_scans` go over the coefficients `first` to `last` of one component after another.
-inline std::string ProgressiveJpeg(int w, int h, int components, int more_scans, int first = 1,
-                                   int last = 63) {
+// averages, and `more_scans` go over the other coefficients of one component after another.
+inline std::string ProgressiveJpeg(int w, int h, int components, int more_scans) {
     const auto byte = [](int value) { return std::string(1, static_cast<char>(value)); };
     std::string frame = byte(8) + Bytes(static_cast<uint64_t>(h), 2, true) +
                         Bytes(static_cast<uint64_t>(w), 2, true) + byte(components);
@@ -85,7 +83,7 @@ inline std::string ProgressiveJpeg(int w, int h, int components, int more_scans,
                        JpegSegment(0xDA, scan + std::string("\0\0\1", 3)) +
                        std::string(static_cast<std::size_t>(blocks * components / 8 + 1), '\0');
     for (int i = 0; i < more_scans; ++i) {
-        file += JpegSegment(0xDA, byte(1) + byte(1 + i % components) + byte(0) + byte(first) + byte(last) +
+        file += JpegSegment(0xDA, byte(1) + byte(1 + i % components) + byte(0) + byte(1) + byte(63) +
                                       byte(i < components ? 1 : 0x10));
         file += std::string(static_cast<std::size_t>(blocks / 16'384 * 15 / 8 + 1), '\0');
     }

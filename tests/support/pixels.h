@@ -28,9 +28,6 @@ inline bool HasColor(const Image& image, const Rect& rect, Color color) {
     return Inked(image, rect, color) < rect.w * rect.h;
 }
 
-inline void PrintTo(const Color& color, std::ostream* out) {
-    *out << int{color.r} << "," << int{color.g} << "," << int{color.b};
-}
 inline void PrintTo(const Size& size, std::ostream* out) { *out << size.w << "x" << size.h; }
 inline void PrintTo(const Rect& rect, std::ostream* out) {
     *out << rect.x << "," << rect.y << " " << rect.w << "x" << rect.h;
