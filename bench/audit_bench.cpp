@@ -3,10 +3,10 @@
 #include <benchmark/benchmark.h>
 
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "audit/report.h"
 #include "bench/services_program.h"
+#include "game/simulation.h"
 #include "tests/support/recorded_run.h"
 #include "wallet/protocol/curve.h"
 #include "wallet/session/identity_signature.h"

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "game/replay.h"
-#include "tools/autopilot.h"
+#include "players/autopilot.h"
 
 namespace {
 

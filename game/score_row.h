@@ -20,7 +20,6 @@ struct Player {
 // Unsigned; `now` in Unix seconds.
 nlohmann::json MakeScoreRow(const RunControl& run, Player player, int64_t now);
 
-// What stands in the window's and the headless run's account of a record.
 struct RecordCost {
     std::size_t row_bytes = 0;  // of the signed row
     int64_t fee = 0;            // satoshis, without those that the transaction hands to anybody

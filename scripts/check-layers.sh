@@ -28,8 +28,9 @@ declare -A allowed=(
   [audit]="audit board game messages wallet net base deployment"
   [platform]="platform base"
   [cabinet]="cabinet platform assets board game messages wallet net base deployment"
+  [players]="players game base"
   [sandbox]="sandbox platform wallet net base deployment"
-  [sandbox/server]="sandbox base deployment"
+  [sandbox/server]="sandbox players game base deployment"
 )
 bad=0
 
@@ -73,6 +74,12 @@ for file in game/simulation.* game/input_tape.* game/tape_hash.* game/week.* gam
     [[ " game base " == *" $used "* ]] || complain "$file includes $used/"
   done
 done
+
+# Whoever plays by them knows the rules alone, not the flows around a run.
+while IFS= read -r file; do
+  complain "$file includes more of game/ than the rules"
+done < <(git ls-files -co --exclude-standard 'players/*.h' 'players/*.cpp' 'sandbox/*.h' 'sandbox/*.cpp' |
+         xargs grep -lE '^[[:space:]]*#[[:space:]]*include[[:space:]]+"game/flows' || true)
 
 only_in() {  # only_in PATTERN FOLDER: no file outside FOLDER may include what matches
   while IFS= read -r file; do

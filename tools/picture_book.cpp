@@ -23,7 +23,7 @@
 #include "cabinet/theme.h"
 #include "cabinet/ui_settings.h"
 #include "platform/automation.h"
-#include "tools/autopilot.h"
+#include "players/autopilot.h"
 #include "wallet/link/status_refresh.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"

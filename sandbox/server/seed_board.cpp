@@ -1,16 +1,19 @@
 #include "sandbox/server/seed_board.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "deployment/deployment.h"
+#include "game/week.h"
 #include "sandbox/server/faces.h"
 #include "sandbox/server/script_push.h"
+#include "sandbox/server/seeded_runs.h"
 #include "sandbox/server/test_key.h"
 
 namespace brickfall::sandbox {
@@ -18,71 +21,11 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int64_t kDay = 86'400;
-constexpr int64_t kWeek = 7 * kDay;
+constexpr int64_t kWeek = 7 * 86'400;
 constexpr int64_t kPurse = 100'000;  // satoshis that each player starts with
 constexpr int64_t kHouseShare = 2'000;
 constexpr int64_t kPotShare = 3'000;
 constexpr std::size_t kUnlockingSize = 1 + 73 + 1 + 33;  // bytes, at most: a signature and a key
-constexpr uint32_t kTooManyEvents = 6'700;  // a tape whose hex alone is longer than 65,535 characters
-
-enum class Picture { kNone, kWebAddress, kInscription };
-
-struct Player {
-    const char* name;
-    const char* face;
-    Picture picture;
-};
-
-constexpr Player kPlayers[] = {
-    {"mirabel", "mirabel.png", Picture::kWebAddress},
-    {"oskar_t", "oskar_t.jpg", Picture::kWebAddress},
-    {"yuna", "yuna.webp", Picture::kWebAddress},
-    {"brickwitch", "brickwitch.png", Picture::kInscription},
-    {"jonas", "jonas.jpg", Picture::kInscription},
-    {"low-orbit", "low-orbit.webp", Picture::kInscription},
-    {"tove", "tove.png", Picture::kWebAddress},
-    {"halfpint", "halfpint.webp", Picture::kInscription},
-    {"noor", "", Picture::kNone},
-    {"zed", "", Picture::kNone},
-    {"quill", "", Picture::kNone},
-    {"marguerite-of-the-upper-arcade", "", Picture::kNone},
-};
-
-// What keeps a row off the board.
-enum class Flaw { kNone, kForeignKey, kBentScore, kOtherGame, kTooLong };
-
-struct Run {
-    const char* player;
-    int64_t score;
-    Flaw flaw = Flaw::kNone;
-};
-
-constexpr Run kFormerWeek[] = {
-    {"zed", 512},           {"noor", 3'350},
-    {"jonas", 9'012},       {"mirabel", 31'204},
-    {"tove", 6'203},        {"yuna", 20'418},
-    {"brickwitch", 14'777}, {"marguerite-of-the-upper-arcade", 11'894},
-    {"halfpint", 2'046},    {"low-orbit", 17'530},
-};
-
-// A beginner's run finds its place among the last of them.
-constexpr Run kThisWeek[] = {
-    {"yuna", 5'212},        {"zed", 87},
-    {"mirabel", 12'480},    {"jonas", 64'000, Flaw::kForeignKey},
-    {"tove", 3'341},        {"quill", 541},
-    {"jonas", 806},         {"noor", 6'630},
-    {"brickwitch", 18'875}, {"zed", 340, Flaw::kBentScore},
-    {"halfpint", 412},      {"zed", 655},
-    {"oskar_t", 4'120},     {"marguerite-of-the-upper-arcade", 9'744},
-    {"low-orbit", 22'310},  {"quill", 71'000, Flaw::kOtherGame},
-    {"tove", 7'125},        {"yuna", 15'060},
-    {"noor", 718},          {"halfpint", 690},
-    {"mirabel", 5'109},     {"noor", 88'000, Flaw::kTooLong},
-    {"jonas", 4'120},       {"zed", 233},
-    {"brickwitch", 27'436}, {"quill", 3'008},
-    {"oskar_t", 10'902},    {"low-orbit", 8'391},
-};
 
 // A key and its one coin.
 struct Purse {
@@ -97,9 +40,6 @@ struct Seeding {
 };
 
 std::string AddressOf(const Purse& purse) { return AddressText(purse.key.hash); }
-
-// The Monday, 00:00 UTC, at or before a time.
-int64_t WeekOf(int64_t time) { return ((time / kDay + 3) / 7 * 7 - 3) * kDay; }
 
 bool OpenPurse(Seeding& seeding, const std::string& name, int64_t time) {
     Purse purse;
@@ -181,40 +121,9 @@ bool PublishPlayer(Seeding& seeding, const Player& player, int64_t time) {
     return true;
 }
 
-// A tape of the right form: serves and the paddle's keys down and up, the end behind them. Nobody has played
-// it; the number of events and their times go with the score.
-Bytes MakeTape(uint32_t chance, uint32_t events) {
-    constexpr uint8_t kServe = 7;
-    constexpr uint8_t kEnd = 255;
-    Bytes tape = {1, 3, 32, 0, 32, 0};
-    PutU32(tape, events);
-    uint32_t tick = 480;
-    uint8_t held = 0;
-    for (uint32_t i = 0; i < events; ++i) {
-        chance = chance * 1'664'525 + 1'013'904'223;
-        uint8_t code = kServe;
-        if (i + 1 == events) {
-            code = kEnd;
-        } else if (held != 0) {
-            code = static_cast<uint8_t>(held + 8);  // the key that is down comes up
-            held = 0;
-        } else if (i % 40 != 0) {
-            code = held = (chance >> 16) % 2 == 0 ? 1 : 2;
-        }
-        PutU32(tape, tick);
-        tape.push_back(code);
-        tick += 16 * (3 + (chance >> 20) % 60);
-    }
-    return tape;
-}
-
-json SignedRow(const Run& run, const Purse& purse, const TestKey& key, const std::string& entry, int64_t week,
-               int64_t time) {
-    const auto events = static_cast<uint32_t>(std::min<int64_t>(20 + run.score / 60, 400));
-    const Bytes tape = MakeTape(static_cast<uint32_t>(run.score * 7 + week / kWeek),
-                                run.flaw == Flaw::kTooLong ? kTooManyEvents : events);
+json SignedRow(const SeededRun& run, const Purse& purse, const std::string& entry) {
+    const TestKey key = run.flaw == Flaw::kForeignKey ? TestKeyOf("somebody else") : purse.key;
     const std::string game = run.flaw == Flaw::kOtherGame ? "other" : "brickfall";
-    const std::string seal = ToHex(Sha256(tape));
     json row = {{"protocol", "Cairn-Wire"},
                 {"type", "arcade_score"},
                 {"location", "arcade"},
@@ -223,65 +132,82 @@ json SignedRow(const Run& run, const Purse& purse, const TestKey& key, const std
                 {"paymail", std::string(run.player) + "@" + kPaymailDomain},
                 {"game", game},
                 {"score", run.score},
-                {"week", week},
+                {"week", run.week},
                 {"entry", entry},
                 {"pay_addr", AddressOf(purse)},
-                {"tape", ToHex(tape)},
-                {"tape_hash", seal},
-                {"ts", time},
+                {"tape", run.tape},
+                {"tape_hash", run.seal},
+                {"ts", run.record_time},
                 {"pubkey", ToHex(key.public_key)}};
     std::string text = "OV1|arcade_score|arcade|";
-    text += std::string(run.player) + "|" + run.player + "|" + std::to_string(time) + "|" + game + "|" +
-            std::to_string(run.score) + "|" + std::to_string(week) + "|" + entry + "|" + AddressOf(purse) +
-            "|" + seal;
+    text += std::string(run.player) + "|" + run.player + "|" + std::to_string(run.record_time) + "|" + game +
+            "|" + std::to_string(run.score) + "|" + std::to_string(run.week) + "|" + entry + "|" +
+            AddressOf(purse) + "|" + run.seal;
     row["sig"] = SignText(key, text);
     if (run.flaw == Flaw::kBentScore) row["score"] = 99'999;
     return row;
 }
 
-// Enters, plays until `time` and records.
-bool PlayRun(Seeding& seeding, const Run& run, int64_t week, int64_t time) {
-    Purse& purse = seeding.purses.at(run.player);
-    std::string entry, txid;
-    if (!Pay(seeding, purse,
-             {Payment(kArcadeHouseAddress, kHouseShare), Payment(kArcadePotAddress, kPotShare)},
-             std::max(time - 600, week), entry)) {
-        return false;
+// One payment of a run: its entry or its record.
+struct Step {
+    int64_t time;
+    std::size_t run;
+    bool is_record;
+};
+
+// In the order of time: players are in the arcade at once. Who records has entered before, and so has the
+// player of the row before.
+std::vector<Step> StepsOf(const std::vector<SeededRun>& runs) {
+    std::vector<Step> steps;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        if (runs[i].flaw != Flaw::kUsedEntry) steps.push_back({runs[i].entry_time, i, false});
+        steps.push_back({runs[i].record_time, i, true});
     }
-    const TestKey key = run.flaw == Flaw::kForeignKey ? TestKeyOf("somebody else") : purse.key;
-    const json row = SignedRow(run, purse, key, entry, week, time);
-    return Pay(seeding, purse, {Payment(kArcadeWatchAddress, 1), DataOutput(row.dump())}, time, txid);
+    std::ranges::stable_sort(steps, {}, &Step::time);
+    return steps;
 }
 
-// The runs one after the other, evenly from the week's beginning to `end`.
-bool PlayWeek(Seeding& seeding, std::span<const Run> runs, int64_t week, int64_t end) {
-    const auto count = static_cast<int64_t>(runs.size());
-    for (int64_t i = 0; i < count; ++i) {
-        const int64_t time = week + (end - week) * (i + 1) / (count + 1);
-        if (!PlayRun(seeding, runs[static_cast<std::size_t>(i)], week, time)) return false;
+bool Take(Seeding& seeding, const Step& step, const SeededRun& run, std::vector<std::string>& entries) {
+    Purse& purse = seeding.purses.at(run.player);
+    if (!step.is_record) {
+        return Pay(seeding, purse,
+                   {Payment(kArcadeHouseAddress, kHouseShare), Payment(kArcadePotAddress, kPotShare)},
+                   step.time, entries[step.run]);
     }
-    return true;
+    const std::string& entry = entries[run.flaw == Flaw::kUsedEntry ? step.run - 1 : step.run];
+    std::string txid;
+    return Pay(seeding, purse,
+               {Payment(kArcadeWatchAddress, 1), DataOutput(SignedRow(run, purse, entry).dump())}, step.time,
+               txid);
 }
 
 }  // namespace
 
 bool SeedBoard(World& world, int64_t now) {
-    const int64_t week = WeekOf(now);
+    const int64_t week = WeekStart(now);
     const int64_t former = week - kWeek;
     if (former < 0) return false;
     if (world.seeded_week >= week) return true;
     const bool both = world.seeded_week < former;
-    const int64_t start = both ? former : week;
+
+    std::vector<SeededRun> runs;
+    if (both) runs = PlayFormerWeek(former, week);
+    std::ranges::move(PlayThisWeek(week, now), std::back_inserter(runs));
+    const std::vector<Step> steps = StepsOf(runs);
+    // The first of a week may have entered before it began.
+    const int64_t start = std::min(both ? former : week, steps.front().time);
 
     Seeding seeding = {world, {}};
-    for (const Player& player : kPlayers) {
+    for (const Player& player : SeededPlayers()) {
         if (!OpenPurse(seeding, player.name, start)) return false;
         // A name that is taken stays as it is, be it by an earlier seeding or by somebody else.
         if (world.identities.contains(player.name)) continue;
         if (!PublishPlayer(seeding, player, start)) return false;
     }
-    if (both && !PlayWeek(seeding, kFormerWeek, former, week)) return false;
-    if (!PlayWeek(seeding, kThisWeek, week, now)) return false;
+    std::vector<std::string> entries(runs.size());
+    for (const Step& step : steps) {
+        if (!Take(seeding, step, runs[step.run], entries)) return false;
+    }
     RememberSeeding(world, week);
     return true;
 }

@@ -39,12 +39,15 @@ InputTape FullTape() {
     return tape;
 }
 
+// When a row is changed: it is signed as it then stands, or it is signed already.
+enum When { kThenSigned, kSigned };
+
 struct Forgery {
     const char* why;
-    std::function<void(RecordedRun&)> before;  // before it is signed
-    std::function<void(RecordedRun&)> behind;  // once it is signed
-    std::function<void(Evidence&)> found;      // what the services say
     std::string told;
+    When when;
+    std::function<void(RecordedRun&)> change;
+    std::function<void(Evidence&)> found = [](Evidence&) {};  // what the services say
 };
 
 void SetTime(RecordedRun& run, int64_t ts, int64_t week) {
@@ -52,176 +55,86 @@ void SetTime(RecordedRun& run, int64_t ts, int64_t week) {
     run.row["week"] = week;
 }
 
-int64_t LengthMs() {
+void EditTape(RecordedRun& run, const std::function<void(InputTape&)>& edit) { run.SetTape(Edited(edit)); }
+
+int64_t LastEntry() {  // a run as long as this one's needs an entry in a block of this time at the latest
     int64_t score = 0;
-    return PlayedTape(1'000, 1, score).events.back().tick_ms;
+    return kRecordedAt + 7'200 - PlayedTape(1'000, 1, score).events.back().tick_ms / 1'000;
 }
 
+using Run = RecordedRun;
+void Nothing(RecordedRun&) {}
+
 const Forgery kForgeries[] = {
-    {"nothing is wrong", {}, {}, {}, ""},
-    {"changed behind the signature",
-     {},
-     [](RecordedRun& run) { run.row["pay_addr"] = MakePlayer("eve").pay_addr; },
-     {},
-     "signature-wrong"},
-    {"unsigned", {}, [](RecordedRun& run) { run.row.erase("sig"); }, {}, "signature-wrong"},
-    {"another key of the player",
-     [](RecordedRun& run) { run.player = MakePlayer("ada", 1); },
-     {},
-     [](Evidence& found) { found.public_key = MakePlayer("ada").public_hex; },
-     "key-not-published"},
-    {"no key is published", {}, {}, [](Evidence& found) { found.key = LookUp::kNone; }, "key-not-published"},
-    {"nobody knows the key", {}, {}, [](Evidence& found) { found.key = LookUp::kFailed; }, "?published key"},
-    {"the name at a foreign domain",
-     [](RecordedRun& run) { run.row["paymail"] = "ada@elsewhere.test"; },
-     {},
-     {},
-     "key-not-published"},
-    {"shown under another name",
-     [](RecordedRun& run) { run.row["handle"] = "bob"; },
-     {},
-     {},
-     "key-not-published"},
-    {"another game, whose tape is its own",
-     [](RecordedRun& run) {
-         run.row["game"] = "other";
-         run.SetTapeHex("00");
-     },
-     {},
-     {},
-     "another-game"},
-    {"this game in capitals", [](RecordedRun& run) { run.row["game"] = "BrickFall"; }, {}, {}, ""},
-    {"no tape", [](RecordedRun& run) { run.SetTapeHex(""); }, {}, {}, "tape-malformed"},
-    {"no hexadecimal tape", [](RecordedRun& run) { run.row["tape"] = "xy"; }, {}, {}, "tape-malformed"},
-    {"half an event is missing",
-     [](RecordedRun& run) {
-         const auto hex = run.row["tape"].get<std::string>();
-         run.SetTapeHex(hex.substr(0, hex.size() - 4));
-     },
-     {},
-     {},
-     "tape-malformed"},
-    {"an event at no tick",
-     [](RecordedRun& run) { run.SetTape(Edited([](InputTape& tape) { ++tape.events[1].tick_ms; })); },
-     {},
-     {},
-     "tape-malformed"},
-    {"the tape of another screen, behind the signature",
-     {},
-     [](RecordedRun& run) { run.row["tape"] = TapeToHex(Edited([](InputTape& tape) { ++tape.cell_w; })); },
-     {},
-     "seal-wrong"},
-    {"no end",
-     [](RecordedRun& run) { run.SetTape(Edited([](InputTape& tape) { tape.events.pop_back(); })); },
-     {},
-     {},
-     "not-a-lost-game"},
-    {"the end with balls left",
-     [](RecordedRun& run) {
-         run.SetTape(Edited([](InputTape& tape) {
-             tape.events.resize(3);
-             tape.events.push_back({tape.events.back().tick_ms, kInputEnd});
-         }));
-     },
-     {},
-     {},
-     "not-a-lost-game"},
-    {"a key goes down twice",
-     [](RecordedRun& run) {
-         run.SetTape(
-             Edited([](InputTape& tape) { tape.events.insert(tape.events.begin(), tape.events[0]); }));
-     },
-     {},
-     {},
-     "not-a-lost-game"},
-    {"one point more",
-     [](RecordedRun& run) { run.row["score"] = run.row["score"].get<int64_t>() + 1; },
-     {},
-     {},
-     "score-differs"},
-    {"a full tape", [](RecordedRun& run) { run.SetTape(FullTape()); }, {}, {}, "tape-full too-large"},
-    {"a full tape, and fewer points than it reached",
-     [](RecordedRun& run) {
-         run.SetTape(FullTape());
-         run.row["score"] = -1;
-     },
-     {},
-     {},
-     "score-differs too-large"},
-    {"a satoshi less to the house",
-     [](RecordedRun& run) {
-         --run.entry[0].value;
-         run.NameEntry();
-     },
-     {},
-     {},
-     "entry-unpaid"},
-    {"both shares to the house",
-     [](RecordedRun& run) {
-         run.entry[1] = PaymentTo(kArcadeHouseAddress, kArcadePotSats);
-         run.NameEntry();
-     },
-     {},
-     {},
-     "entry-unpaid"},
-    {"no entry", [](RecordedRun& run) { run.row["entry"] = ""; }, {}, {}, "entry-unpaid"},
-    {"an entry that there is not",
-     {},
-     {},
-     [](Evidence& found) { found.entry = LookUp::kNone; },
-     "entry-unpaid"},
-    {"the same, while the record waits for its block",
-     {},
-     [](RecordedRun& run) { run.record_block = ToldBlock(0, 0); },
-     [](Evidence& found) { found.entry = LookUp::kNone; },
-     "?entry"},
-    {"nobody looked for the entry", {}, {}, [](Evidence& found) { found.entry = LookUp::kFailed; }, "?entry"},
-    {"as long as could be played",
-     {},
-     [](RecordedRun& run) { run.entry_block = ToldBlock(100, kRecordedAt + 7'200 - LengthMs() / 1'000); },
-     {},
-     ""},
-    {"a second longer",
-     {},
-     [](RecordedRun& run) { run.entry_block = ToldBlock(100, kRecordedAt + 7'201 - LengthMs() / 1'000); },
-     {},
-     "run-too-long"},
-    {"the same, with an entry that waits for its block",
-     {},
-     [](RecordedRun& run) { run.entry_block = ToldBlock(0, kRecordedAt + 9'000); },
-     {},
-     ""},
-    {"another week",
-     [](RecordedRun& run) { SetTime(run, kRecordedAt, kTestWeek - 604'800); },
-     {},
-     {},
-     "week-wrong"},
-    {"the week read before midnight, the time behind it",
-     [](RecordedRun& run) {
-         SetTime(run, kTestWeek + 59, kTestWeek - 604'800);
-         run.record_block = ToldBlock(102, kTestWeek + 400);
-         run.entry_block = ToldBlock(100, kTestWeek - 900);
-     },
-     {},
-     {},
-     ""},
-    {"a time of the day before its block's",
-     {},
-     [](RecordedRun& run) { run.record_block = ToldBlock(102, kRecordedAt + 86'401); },
-     {},
-     "week-wrong"},
-    {"nothing to read", [](RecordedRun& run) { run.payload = "[1"; }, {}, {}, "payload-unreadable"},
-    {"no record", {}, {}, [](Evidence& found) { found.record = LookUp::kNone; }, "?transaction"},
+    {"nothing is wrong", "", kSigned, Nothing},
+    {"paid to somebody else", "signature-wrong", kSigned, [](Run& r) { r.row["pay_addr"] = "1"; }},
+    {"unsigned", "signature-wrong", kSigned, [](Run& r) { r.row.erase("sig"); }},
+    {"another key of the player", "key-not-published", kThenSigned,
+     [](Run& r) { r.player = MakePlayer("ada", 1); },
+     [](Evidence& found) { found.public_key = MakePlayer("ada").public_hex; }},
+    {"no key is published", "key-not-published", kSigned, Nothing,
+     [](Evidence& e) { e.key = LookUp::kNone; }},
+    {"the key not looked at", "?published key", kSigned, Nothing,
+     [](Evidence& e) { e.key = LookUp::kFailed; }},
+    {"a foreign domain", "key-not-published", kThenSigned,
+     [](Run& r) { r.row["paymail"] = "ada@else.test"; }},
+    {"shown as another", "key-not-published", kThenSigned, [](Run& r) { r.row["handle"] = "bob"; }},
+    {"another game, whose tape is its own", "another-game", kThenSigned,
+     [](Run& r) { r.SetTapeHex("00"), r.row["game"] = "other"; }},
+    {"this game in capitals", "", kThenSigned, [](Run& r) { r.row["game"] = "BrickFall"; }},
+    {"no tape", "tape-malformed", kThenSigned, [](Run& r) { r.SetTapeHex(""); }},
+    {"no hexadecimal tape", "tape-malformed", kThenSigned, [](Run& r) { r.row["tape"] = "xy"; }},
+    {"a cut tape", "tape-malformed", kThenSigned,
+     [](Run& r) { r.SetTapeHex(TapeToHex(FullTape()).substr(0, 30)); }},
+    {"an event at no tick", "tape-malformed", kThenSigned,
+     [](Run& r) { EditTape(r, [](InputTape& tape) { ++tape.events[1].tick_ms; }); }},
+    {"the tape of another screen", "seal-wrong", kSigned,
+     [](Run& r) { r.row["tape"] = TapeToHex(Edited([](InputTape& tape) { ++tape.cell_w; })); }},
+    {"no end", "not-a-lost-game", kThenSigned,
+     [](Run& r) { EditTape(r, [](InputTape& tape) { tape.events.pop_back(); }); }},
+    {"the end with balls left", "not-a-lost-game", kThenSigned,
+     [](Run& r) {
+         EditTape(r, [](InputTape& tape) { tape.events[2].code = kInputEnd, tape.events.resize(3); });
+     }},
+    {"a key goes down twice", "not-a-lost-game", kThenSigned,
+     [](Run& r) { EditTape(r, [](InputTape& tape) { tape.events[1] = tape.events[0]; }); }},
+    {"points without play", "score-differs", kThenSigned, [](Run& r) { r.row["score"] = 64'000; }},
+    {"a full tape", "tape-full too-large", kThenSigned, [](Run& r) { r.SetTape(FullTape()); }},
+    {"a full tape, and less than it reached", "score-differs too-large", kThenSigned,
+     [](Run& r) { r.SetTape(FullTape()), r.row["score"] = -1; }},
+    {"a satoshi less to the house", "entry-unpaid", kThenSigned,
+     [](Run& r) { --r.entry[0].value, r.NameEntry(); }},
+    {"both shares to the house", "entry-unpaid", kThenSigned,
+     [](Run& r) { r.entry[1] = PaymentTo(kArcadeHouseAddress, kArcadePotSats), r.NameEntry(); }},
+    {"no entry", "entry-unpaid", kThenSigned, [](Run& r) { r.row["entry"] = ""; }},
+    {"an entry that is none", "entry-unpaid", kSigned, Nothing, [](Evidence& e) { e.entry = LookUp::kNone; }},
+    {"the same, while the record waits for its block", "?entry", kSigned,
+     [](Run& r) { r.record_block = ToldBlock(0, 0); }, [](Evidence& e) { e.entry = LookUp::kNone; }},
+    {"the entry not looked at", "?entry", kSigned, Nothing, [](Evidence& e) { e.entry = LookUp::kFailed; }},
+    {"as long as could be played", "", kSigned, [](Run& r) { r.entry_block.time = LastEntry(); }},
+    {"a second longer", "run-too-long", kSigned, [](Run& r) { r.entry_block.time = LastEntry() + 1; }},
+    {"an entry without a block", "", kSigned,
+     [](Run& r) { r.entry_block = ToldBlock(0, kRecordedAt + 9'000); }},
+    {"another week", "week-wrong", kThenSigned, [](Run& r) { r.row["week"] = kTestWeek - 604'800; }},
+    {"the week read before midnight, the time behind it", "", kThenSigned,
+     [](Run& r) {
+         SetTime(r, kTestWeek + 59, kTestWeek - 604'800);
+         r.record_block = ToldBlock(102, kTestWeek + 400);
+         r.entry_block = ToldBlock(100, kTestWeek - 900);
+     }},
+    {"more than a day before its block", "week-wrong", kSigned,
+     [](Run& r) { r.record_block.time = kRecordedAt + 86'401; }},
+    {"nothing to read", "payload-unreadable", kSigned, [](Run& r) { r.payload = "[1"; }},
+    {"no record", "?transaction", kSigned, Nothing, [](Evidence& e) { e.record = LookUp::kNone; }},
 };
 
 TEST(Judge, NamesWhatIsWrongAndNothingElse) {
     for (const Forgery& forgery : kForgeries) {
         RecordedRun run;
-        if (forgery.before) forgery.before(run);
-        run.Sign();
-        if (forgery.behind) forgery.behind(run);
+        forgery.change(run);
+        if (forgery.when == kThenSigned) run.Sign();
         Evidence evidence = run.Make();
-        if (forgery.found) forgery.found(evidence);
+        forgery.found(evidence);
         EXPECT_EQ(Told(JudgeRow(evidence)), forgery.told) << forgery.why;
     }
 }
@@ -272,12 +185,18 @@ TEST(Judge, ComparesRows) {
 TEST(Judge, BlamesNoHonestRun) {
     constexpr uint64_t kRuns = 3'000;
     RunFixture play;
+    std::vector<RecordedRun> players(7);
+    for (std::size_t i = 0; i < players.size(); ++i)
+        players[i].player = MakePlayer("ada", static_cast<int>(i));
     std::vector<Evidence> evidence;
     for (uint64_t seed = 1; seed <= kRuns; ++seed) {
         std::mt19937_64 random(seed);
-        PlayRandomRun(play, random, seed == 17 ? 2 : 0, seed * 7'919 % 20'000, [] {});
-        RecordedRun run("player" + std::to_string(seed % 7), play.run.tape, play.run.final_score);
-        run.entry[2].value = static_cast<int64_t>(seed);  // an entry of its own
+        PlayRandomRun(play, random, seed == 17 ? 2 : 0, seed * 7'919 % 6'000, [] {});
+        RecordedRun& run = players[seed % players.size()];
+        run.row["score"] = play.run.final_score;
+        run.row["pay_addr"] = run.player.pay_addr;
+        run.SetTape(play.run.tape);
+        run.entry[2] = PaymentTo(run.player.pay_addr, static_cast<int64_t>(seed));  // an entry of its own
         run.NameEntry();
         run.Sign();
         evidence.push_back(run.Make());

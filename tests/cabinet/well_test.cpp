@@ -17,9 +17,10 @@ constexpr Size kWellSize = {kFieldW40 + 290, kFieldH40 + 66};
 constexpr Color kFloor = Rgb(0x040A08), kPaddle = Rgb(0x38D48C), kTopBrick = Rgb(0xC46C28);
 
 struct Look {
-    explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize) {
+    explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize,
+                  const FeeNote& fee = {}) {
         MakeTheme();
-        image = DrawToImage(size, [&](Canvas& canvas) { PaintWell(canvas, run, {40, 40}, tick_ms); });
+        image = DrawToImage(size, [&](Canvas& canvas) { PaintWell(canvas, run, {40, 40}, tick_ms, fee); });
     }
     Color At(int x, int y) const { return PixelOf(image, x, y); }
     bool Has(const Rect& rect, Color color) const { return HasColor(image, rect, color); }
@@ -113,34 +114,20 @@ TEST(Well, TellsTheModeOverTheField) {
     EXPECT_NE(Look(RunIn(kModeGameOver)).image.pixels, Look(RunIn(kModeRecorded)).image.pixels);
 }
 
-int Reddest(const Image& image, const Rect& rect) {
-    int red = 0;
-    for (int y = rect.y; y < rect.Bottom(); ++y) {
-        for (int x = rect.x; x < rect.Right(); ++x) red = std::max<int>(red, PixelOf(image, x, y).r);
-    }
-    return red;
-}
-
 TEST(Well, PutsTheFeeUnderTheOtherAmountsAndMovesNothing) {
     const RunControl run = RunIn(kModePlaying);
-    const Look without(run);
+    FeeNote fee = {"Fee about 2,000,000 sats,", "too long for the board"};
+    const Look without(run), calm(run, 0, kWellSize, fee);
+    fee.warns = true;
+    const Look warning(run, 0, kWellSize, fee);
+    const auto inked = [](const Look& look, const Rect& rect) { return Inked(look.image, rect, kBgColor); };
     // Two lines of 20 pixels, below those at 194 and 214.
-    const Rect lines = {kFieldW40 + 62, 234, 204, 40};
-    EXPECT_EQ(Inked(without.image, lines, kBgColor), 0);
-    for (const bool warns : {false, true}) {
-        const FeeNote fee = {"Fee about 2,000,000 sats,", "too long for the board", warns};
-        const Image shown = DrawToImage(kWellSize, [&](Canvas& canvas) {
-            PaintWell(canvas, run, {40, 40}, 0, fee);
-        });
-        for (const int y : {lines.y, lines.y + 20}) {
-            EXPECT_GT(Inked(shown, {lines.x, y, lines.w, 20}, kBgColor), 40);
-            EXPECT_EQ(Reddest(shown, {lines.x, y, lines.w, 20}) > kMutedColor.r, warns);
-        }
-        EXPECT_EQ(Inked(shown, {lines.Right() - 8, lines.y, 8, lines.h}, kBgColor), 0) << "cut";
-        const Rect all = {0, 0, kWellSize.w, kWellSize.h};
-        EXPECT_EQ(Inked(shown, all, kBgColor) - Inked(shown, lines, kBgColor),
-                  Inked(without.image, all, kBgColor));
-    }
+    const Rect lines = {kFieldW40 + 62, 234, 204, 40}, all = {0, 0, kWellSize.w, kWellSize.h};
+    EXPECT_EQ(inked(without, lines), 0);
+    for (const int y : {234, 254}) EXPECT_GT(inked(calm, {lines.x, y, lines.w, 20}), 40);
+    EXPECT_EQ(inked(calm, {lines.Right() - 8, lines.y, 8, lines.h}), 0) << "cut";
+    EXPECT_EQ(inked(calm, all) - inked(calm, lines), inked(without, all));
+    EXPECT_NE(warning.image.pixels, calm.image.pixels);
 }
 
 TEST(Well, BlinksTheGameOverBannerByTheClock) {

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/clock.h"
 #include "platform/midi_out.h"
@@ -28,6 +27,8 @@ class JumpingClock {
     void JumpMs(int64_t milliseconds) { jumped_ms_ += milliseconds; }
 
   private:
+    static int64_t Jumped(void* self) { return static_cast<JumpingClock*>(self)->jumped_ms_; }
+
     Clock clock_;
     std::atomic<int64_t> jumped_ms_ = 0;
 };
@@ -49,9 +50,8 @@ void Click(const std::string& title, Point at);
 void ClickBehind(const std::string& title, Point at);  // brings the window to the front first
 void ClickOn(WindowId window, int control);            // a control of this process
 void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
-// For a modal box that is about to come: presses the keys in it, after a picture if named, while it runs its
-// own loop.
-void AnswerBox(const std::string& title, const std::string& keys, const std::string& picture = "");
+// For a modal box that is about to come: presses the keys in it while it runs its own loop.
+void AnswerBox(const std::string& title, const std::string& keys);
 void TypeKeys(const std::string& text);
 
 // Keeps a picture of the desktop in the folder that BRICKFALL_SCREENSHOTS names, if any.
@@ -60,8 +60,8 @@ void Screenshot(const std::string& name);
 // What the desktop itself shows at a place within a window's client.
 Color ColorOnScreen(const std::string& title, Point at);
 
-// The messages that the cabinet sends to its synthesiser.
+// A synthesiser that remembers the messages that it was sent.
 std::unique_ptr<MidiOut> OpenRecordingMidi();
-std::vector<uint32_t> TakeMidiMessages();
+bool HeardMidiMessage(uint32_t message);
 
 }  // namespace brickfall

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "game/run_control.h"
+#include "players/autopilot.h"
 #include "tests/support/manual_clock.h"
-#include "tools/autopilot.h"
 
 namespace brickfall {
 

@@ -1,4 +1,4 @@
-// Fonts and lines of text, by pixels whose colour follows from the geometry.
+// Shapes, fonts and lines of text, by pixels whose colour follows from the geometry.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,11 +11,23 @@ namespace {
 constexpr Color kInk = Rgb(0xFF8C28);
 constexpr Color kPaper = Rgb(0x040A08);
 
-Image Drawn(Size size, const std::function<void(Canvas&)>& body) {
-    return DrawToImage(size, [&](Canvas& canvas) {
+Image Drawn(Size size, const std::function<void(Canvas&)>& body, int scale = 1) {
+    const auto on_paper = [&](Canvas& canvas) {
         canvas.Fill({0, 0, size.w, size.h}, kPaper);
         body(canvas);
-    });
+    };
+    return DrawToImage(size, on_paper, scale);
+}
+
+TEST(Canvas, CountsInItsUnitsAtAnyDensity) {
+    const auto draw = [](Canvas& c) {
+        c.Line({2, 4}, {5, 4}, kInk, 2);
+        c.FillEllipse({10, 10, 20, 20}, kInk);
+    };
+    const Image image = Drawn({40, 40}, draw, /*scale=*/2);
+    EXPECT_EQ(Inked(image, {0, 0, 80, 16}, kPaper), 4 * 2 * 2 * 2) << "the line, both ends included";
+    EXPECT_EQ(Inked(image, {0, 16, 80, 64}, kPaper), Inked(image, {20, 20, 40, 40}, kPaper)) << "the disc";
+    EXPECT_NE(PixelOf(image, 40, 20), kPaper) << "it touches the edge of its box";
 }
 
 TEST(Fonts, FitTheHeightsThatTheCabinetAsksFor) {

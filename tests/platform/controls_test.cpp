@@ -101,8 +101,11 @@ TEST(Controls, TakeTheFocusInTheOrderOfTheirCreationShowItAndHaveNames) {
     SetControlText(window.id, 1, "Wallet: connected");
     EXPECT_EQ(AccessibleName(window.id, 1), "Wallet: connected");
 
+    ClickControl(window.id, 1);
+    EXPECT_EQ(window.Times("command 1"), 0) << "a plain text";
+    SetTextClickable(window.id, 1, true);
     const std::vector<uint32_t> none = GrabWindow(window.id).pixels;
-    for (const int next : {2, 3, 4, 5, 2}) {
+    for (const int next : {1, 2, 3, 4, 5, 1}) {
         PressTab();
         EXPECT_EQ(FocusedControl(window.id), next);
         // The test's own buttons are painted alike in every state.

@@ -95,6 +95,16 @@ TEST(Programs, StartDetachedInTheirFolderOrSayThatTheyDoNot) {
     EXPECT_TRUE(FileExists(ExecutableFolder() + "/platform_tests"));
 }
 
+TEST(Addresses, AreOpenedOnlyWhenTheyAreOfTheWeb) {
+    TakeOpenedAddresses();
+    for (const char* const url : {"https://downloads.test/game?a=1", "file:///etc/passwd",
+                                  "javascript:alert(1)", "", "not an address", "http://downloads.test"}) {
+        OpenAddress(url);
+    }
+    EXPECT_EQ(TakeOpenedAddresses(),
+              (std::vector<std::string>{"https://downloads.test/game?a=1", "http://downloads.test"}));
+}
+
 TEST(Display, IsNotThereWhereNothingTakesConnections) {
     const Variable wayland("WAYLAND_DISPLAY", "");
     EXPECT_TRUE(DisplayAvailable()) << "off screen there always is one";

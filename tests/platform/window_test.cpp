@@ -34,7 +34,7 @@ TEST(Windows, EndInOrderAndLeaveIdsThatDoNothing) {
         ShowWindow(window);
     }
     PumpMessages();
-    DestroyWindow(main);
+    EXPECT_TRUE(CloseByFrame(main));
     EXPECT_EQ(order, (Notes{"tool stands", "main stands", "child stands"}));
     PumpMessages();
     for (const WindowId gone : {main, child, tool, WindowId{0}}) {

@@ -5,7 +5,7 @@
 #include "deployment/deployment.h"
 #include "game/simulation.h"
 #include "messages/row.h"
-#include "tools/autopilot.h"
+#include "players/autopilot.h"
 #include "wallet/payment/pay_drivers.h"
 #include "wallet/protocol/address.h"
 #include "wallet/protocol/script.h"
@@ -27,7 +27,7 @@ InputTape PlayedTape(uint64_t ticks, uint64_t seed, int64_t& score) {
         if (game.game_over) break;
         const uint64_t tick = now_ms / kTickMs;
         AutopilotKeys keys = tick < ticks ? AutopilotPlay(game) : AutopilotLose(game);
-        if (tick <= seed % 50) keys = {.right = true};  // the first serve from another place
+        if (tick <= seed) keys = {.right = tick <= seed % 50};  // the first serve later, from another place
         key(keys.left, game.left_held, kInputLeftDown, kInputLeftUp);
         key(keys.right, game.right_held, kInputRightDown, kInputRightUp);
         if (keys.serve && ApplyInput(game, kInputServe)) AppendEvent(tape, now_ms, kInputServe);

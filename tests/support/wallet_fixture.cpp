@@ -9,6 +9,7 @@
 #include "base/workers.h"
 #include "deployment/sandbox_route.h"
 #include "net/http_client.h"
+#include "wallet/coins/utxo_cache.h"
 #include "wallet/keys/bip32.h"
 #include "wallet/keys/key_derivation.h"
 #include "wallet/keys/wallet_keys.h"
@@ -73,6 +74,11 @@ Hash160 AddressHash(std::string_view address) {
     return hash;
 }
 
+std::string CachedText(const std::string& address) {
+    const UtxoCacheEntry* entry = FindCacheEntry(address);
+    return entry == nullptr ? "-" : (entry->valid ? "" : "?") + CoinText(entry->utxos);
+}
+
 EventLines::EventLines() {
     Install([this](std::string_view line) {
         lines_.emplace_back(line);
@@ -85,8 +91,11 @@ void EventLines::Install(WalletHook hook) {
     wallet_event_hook = std::move(hook);
 }
 
+StoreFixture::StoreFixture() { ForgetWallet(); }
+
+StoreFixture::~StoreFixture() { ForgetWallet(); }
+
 WalletFixture::WalletFixture(std::string_view paymail, uint32_t last_receive, std::string_view phrase) {
-    ForgetWallet();
     const json registry = {{"active", kTestWalletId},
                            {"wallets", {{{"id", kTestWalletId}, {"name", "Wallet 1"}}}}};
     data.Put("wallets.json", registry.dump(2));

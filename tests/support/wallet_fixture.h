@@ -57,14 +57,25 @@ class EventLines {
 
 Hash160 AddressHash(std::string_view address);
 
-// Writes the wallet into a new store, binds this process to it and loads it; the scope's end clears every
-// trace of it from the process. `last_receive` is recv[1], and the current address is the one of that index.
-struct WalletFixture {
+// What the wallet remembers of an address's coins, "?" in front while it is not valid; "-" when nothing.
+std::string CachedText(const std::string& address);
+
+// A new store with nothing in it, and a process that knows of no wallet, before its scope and behind it.
+struct StoreFixture {
+    StoreFixture();
+    ~StoreFixture();
+    StoreFixture(const StoreFixture&) = delete;
+    StoreFixture& operator=(const StoreFixture&) = delete;
+
+    TempUserData data;
+};
+
+// Writes the wallet into the store, binds this process to it and loads it. `last_receive` is recv[1], and the
+// current address is the one of that index.
+struct WalletFixture : StoreFixture {
     explicit WalletFixture(std::string_view paymail = "ada", uint32_t last_receive = 0,
                            std::string_view phrase = kTestPhrase);
-    ~WalletFixture();
-    WalletFixture(const WalletFixture&) = delete;
-    WalletFixture& operator=(const WalletFixture&) = delete;
+    ~WalletFixture();  // while its clock still runs
 
     // As after a new start of the program: memory is empty, then bound and loaded from the files again.
     void Restart();
@@ -75,7 +86,6 @@ struct WalletFixture {
     std::string IdentityAddress() const;
     std::string IdentityKey() const;  // the public one
 
-    TempUserData data;
     ManualClock clock;
     bool loaded = false;  // LoadWallet's answer
 };

@@ -53,12 +53,6 @@ struct CoinMemory : testing::Test {
     }
     void Report(int64_t satoshis) { StoreUtxoList(address, {{TestTxid(1), 0, satoshis}}, true, false); }
 
-    // What the cache holds for an address, with "?" in front while it is not valid, "-" when it has no entry.
-    static std::string Cached(const std::string& of) {
-        const UtxoCacheEntry* entry = FindCacheEntry(of);
-        return entry == nullptr ? "-" : (entry->valid ? "" : "?") + CoinText(entry->utxos);
-    }
-
     WalletFixture wallet;
     const WalletLock lock{wallet_mutex};
     const std::string address = wallet.ReceiveAddress(0), other = wallet.ReceiveAddress(1);
@@ -68,28 +62,28 @@ struct CoinMemory : testing::Test {
 };
 
 TEST_F(CoinMemory, AFailureNeverDamagesAGoodListAndAnAdditionRenewsIt) {
-    EXPECT_EQ(Cached(address), "-");
+    EXPECT_EQ(CachedText(address), "-");
     Refresh(address, {}, /*ok=*/false, /*complete=*/false);
-    EXPECT_EQ(Cached(address), "?");
+    EXPECT_EQ(CachedText(address), "?");
     EXPECT_FALSE(IsCacheFresh(address));
 
     Refresh(address, {{TestTxid(1), 0, 50}}, true, true);
-    EXPECT_EQ(Cached(address), "1:0=50");
+    EXPECT_EQ(CachedText(address), "1:0=50");
     wallet.clock.AdvanceMs(7'999);
     EXPECT_TRUE(IsCacheFresh(address));
     Refresh(address, {{TestTxid(2), 0, 60}}, /*ok=*/false, /*complete=*/false);
-    EXPECT_EQ(Cached(address), "1:0=50");
+    EXPECT_EQ(CachedText(address), "1:0=50");
     wallet.clock.AdvanceMs(1);
     EXPECT_FALSE(IsCacheFresh(address)) << "the failed fetch must not have made it younger";
 
     AddToCache("", {TestTxid(1), 0, 5});
     AddToCache(other, {TestTxid(1).substr(2), 0, 5});
-    EXPECT_EQ(Cached(other), "-");
+    EXPECT_EQ(CachedText(other), "-");
     AddToCache(address, {FlipTxidHex(TestTxid(1)), 0, 50});
     AddToCache(address, {TestTxid(2), 0, 6});
     AddToCache(address, {TestTxid(3), 0, 60});
     AddToCache(address, {TestTxid(4), 0, 50});
-    EXPECT_EQ(Cached(address), "3:0=60 1:0=50 4:0=50 2:0=6");
+    EXPECT_EQ(CachedText(address), "3:0=60 1:0=50 4:0=50 2:0=6");
     EXPECT_TRUE(IsCacheFresh(address));
 }
 
@@ -97,13 +91,13 @@ TEST_F(CoinMemory, OnlyACompleteListTakesOutputsAway) {
     const std::string flipped = FlipTxidHex(TestTxid(2));
     Refresh(address, {{TestTxid(1), 0, 50}, {TestTxid(2), 0, 40}}, true, true);
     Refresh(address, {{flipped, 0, 40}, {TestTxid(3), 0, 30}}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), "1:0=50 " + flipped + ":0=40 3:0=30");
+    EXPECT_EQ(CachedText(address), "1:0=50 " + flipped + ":0=40 3:0=30");
     MarkSpentInMemory(FlipTxidHex(TestTxid(1)), 0);
     Refresh(address, {{TestTxid(4), 0, 9}, {TestTxid(1), 0, 50}}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), flipped + ":0=40 3:0=30 4:0=9") << "1 is spent";
+    EXPECT_EQ(CachedText(address), flipped + ":0=40 3:0=30 4:0=9") << "1 is spent";
     MarkSpentInMemory(TestTxid(3), 0);
     PruneCacheOfSpent();
-    EXPECT_EQ(Cached(address), flipped + ":0=40 4:0=9");
+    EXPECT_EQ(CachedText(address), flipped + ":0=40 4:0=9");
 
     // So it is with the outputs that are pending: 5 is spent, 6 pays another address.
     pending_outputs.push_back({TestTxid(1), 1, 11, {}, {}, hash});
@@ -111,13 +105,13 @@ TEST_F(CoinMemory, OnlyACompleteListTakesOutputsAway) {
     pending_outputs.push_back({TestTxid(6), 0, 33, {}, {}, other_hash});
     MarkSpentInMemory(TestTxid(5), 0);
     Refresh(address, {}, true, /*complete=*/false);
-    EXPECT_EQ(Cached(address), flipped + ":0=40 1:1=11 4:0=9");
+    EXPECT_EQ(CachedText(address), flipped + ":0=40 1:1=11 4:0=9");
     EXPECT_EQ(CoinText(pending_outputs), "1:1=11 5:0=22 6:0=33");
     Refresh(address, {{FlipTxidHex(TestTxid(1)), 1, 11}}, true, true);
-    EXPECT_EQ(Cached(address), FlipTxidHex(TestTxid(1)) + ":1=11") << "listed, so no second copy";
+    EXPECT_EQ(CachedText(address), FlipTxidHex(TestTxid(1)) + ":1=11") << "listed, so no second copy";
     EXPECT_EQ(CoinText(pending_outputs), "1:1=11 6:0=33") << "the spent one went";
     for (int twice = 0; twice < 2; ++twice) Refresh(address, {}, true, true);
-    EXPECT_EQ(Cached(address) + CoinText(pending_outputs), "6:0=33");
+    EXPECT_EQ(CachedText(address) + CoinText(pending_outputs), "6:0=33");
 }
 
 TEST_F(CoinMemory, TheBalanceIsWhatTheCurrentAddressCanSpend) {

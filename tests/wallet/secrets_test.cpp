@@ -7,7 +7,7 @@
 #include "base/text.h"
 #include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
-#include "tests/support/temp_folder.h"
+#include "tests/support/wallet_fixture.h"
 #include "wallet/keys/bip32.h"
 #include "wallet/keys/bip39_words.h"
 #include "wallet/keys/key_derivation.h"
@@ -38,16 +38,9 @@ SecretString Phrase() {
     return phrase;
 }
 
-struct Secrets : testing::Test {
-    Secrets() {
-        ClearWalletState();
-        SetWalletId("w1");
-    }
-    ~Secrets() override {
-        ClearWalletState();
-        ResetBindingForTest();
-    }
+struct Secrets : testing::Test, StoreFixture {
     void SetUp() override {
+        SetWalletId("w1");
 #ifdef BRICKFALL_SHADOW_MEMORY
         GTEST_SKIP() << "the sanitizer's own memory is too large to search, and keeps what is freed";
 #endif
@@ -65,7 +58,6 @@ struct Secrets : testing::Test {
         EXPECT_EQ(needles.Find(), std::vector<std::string>{}) << when;
     }
 
-    const TempUserData data;
     const WalletLock lock{wallet_mutex};
     Needles needles;
 };

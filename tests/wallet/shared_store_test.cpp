@@ -13,7 +13,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/full_disk.h"
 #include "tests/support/wallet_fixture.h"
-#include "wallet/keys/wallet_keys.h"
 #include "wallet/session/wallet_session.h"
 #include "wallet/store/app_binds.h"
 
@@ -25,16 +24,7 @@ using Lines = std::vector<std::string>;
 
 const std::string kStoreWriter = BRICKFALL_BINARY_DIR "/tests/store_writer";
 
-struct SharedStore : testing::Test {
-    SharedStore() { StartAnew(); }
-    ~SharedStore() override { StartAnew(); }
-
-    // As a new process finds itself.
-    static void StartAnew() {
-        ResetBindingForTest();
-        const WalletLock lock(wallet_mutex);
-        ClearWalletState();
-    }
+struct SharedStore : testing::Test, StoreFixture {
     std::string Path(const std::string& name) const { return data.InStore(name); }
     std::string Content(const std::string& name) const { return ReadFile(Path(name)).value_or("(none)"); }
     static Lines Wallets() {
@@ -42,8 +32,6 @@ struct SharedStore : testing::Test {
         for (const WalletInfo& wallet : ListWallets()) lines.push_back(wallet.id + "=" + wallet.name);
         return lines;
     }
-
-    const TempUserData data;
 };
 
 TEST(BindName, IsTheEndOfItsFolderByteByByteWhateverTheLocale) {

@@ -32,15 +32,10 @@ const std::string kGeneratorPriv = std::string(63, '0') + "1";
 constexpr char kGeneratorPub[] = "0279be667ef9dcbbac55a06295ce870b07029bfcdb2dce28d959f2815b16f81798";
 constexpr char kLegacyAddress[] = "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH";
 
-struct WalletFileTest : testing::Test {
+struct WalletFileTest : testing::Test, StoreFixture {
     WalletFileTest() {
-        ClearWalletState();
         SetWalletId("w1");
-        MakeFolders(data.Path() + "/Orvane/wallets/w1");
-    }
-    ~WalletFileTest() override {
-        ClearWalletState();
-        ResetBindingForTest();
+        MakeFolders(data.InStore("wallets/w1"));
     }
 
     static bool Load(const std::string& text) {
@@ -58,7 +53,6 @@ struct WalletFileTest : testing::Test {
         return json::parse(ReadFile(WalletFilePath()).value_or(""), nullptr, false);
     }
 
-    const TempUserData data;
     const WalletLock lock{wallet_mutex};
 };
 

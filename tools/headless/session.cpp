@@ -21,7 +21,7 @@
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
-#include "tools/autopilot.h"
+#include "players/autopilot.h"
 #include "tools/headless/lines.h"
 #include "wallet/chain/chain_api.h"
 #include "wallet/coins/spendable.h"
