@@ -32,7 +32,7 @@ std::string Grouped(int64_t number) {
     std::string digits = std::to_string(number);
     for (std::size_t at = digits.size(); at > 3 + (number < 0 ? 1u : 0u);) {
         at -= 3;
-        digits.insert(at, ",");
+        digits.insert(at, 1, ',');
     }
     return digits;
 }
