@@ -572,7 +572,8 @@ TEST(RecordCost, IsWhatTheTransactionOfAnyRunComesTo) {
             std::vector<int64_t> coins = {plain_fee + round % 4};  // too little, no change, 1 satoshi, 2
             if (round % 3 != 0) {
                 coins.resize(1 + random() % 8);
-                for (int64_t& coin : coins) coin = static_cast<int64_t>(random() % (plain_fee + 100));
+                for (int64_t& coin : coins)
+                    coin = static_cast<int64_t>(random() % static_cast<uint64_t>(plain_fee + 100));
             }
 
             json row = MakeScoreRow(run, {name, address}, UnixSeconds());

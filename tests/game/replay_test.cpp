@@ -132,7 +132,7 @@ TEST_F(Replays, NameTheEventThatNoRunHasWritten) {
     std::vector<InputEvent> even = good;
     even.insert(even.end() - 1, {lost - 16, Run().game.left_held ? kInputLeftUp : kInputLeftDown});
     ASSERT_EQ(even.size() % 2, 0u);
-    for (const std::size_t too_many : {0, 2}) {
+    for (const std::size_t too_many : {0u, 2u}) {
         InputTape tape;
         while (tape.events.size() + even.size() < kTapeMaxEvents + too_many) {
             AppendEvent(tape, 0, tape.events.size() % 2 == 0 ? kInputLeftDown : kInputLeftUp);

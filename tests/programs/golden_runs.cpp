@@ -29,7 +29,7 @@ bool WriteAll(const fs::path& folder) {
         written &=
             Write(folder, (seed < 10 ? "run_0" : "run_") + std::to_string(seed), seed, 0, seed * 8'000);
     }
-    for (const uint64_t level : {2, 3, 5, 20}) {
+    for (const uint64_t level : {2u, 3u, 5u, 20u}) {
         written &= Write(folder, "level_" + std::to_string(level), level, static_cast<int32_t>(level), 0);
     }
     // What few runs have: a ball that the paddle catches at the last step, one that only touches its side.
