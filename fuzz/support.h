@@ -1,7 +1,8 @@
-// support.h - what fuzz targets share: a check that always stands, the input as text, and a store of their
-// own.
+// support.h - what fuzz targets share: a check that always stands, the input as text, a bound on what an
+// input may cost, a clock that stands still, and a store of their own.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/clock.h"
 #include "base/files.h"
 
 namespace brickfall {
@@ -21,6 +23,31 @@ inline void Require(bool holds) {
 
 inline std::string_view AsText(const uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
+}
+
+// The bytes asked of operator new so far: what an input costs, on any machine and in any build.
+inline std::atomic<uint64_t> allocated_bytes = 0;
+
+// Within its scope an input may cost so much, and so much more for each of its bytes.
+class CostBound {
+  public:
+    CostBound(uint64_t any_input, std::size_t size, uint64_t each_byte)
+        : limit_(allocated_bytes + any_input + size * each_byte) {}
+    ~CostBound() { Require(allocated_bytes <= limit_); }
+    CostBound(const CostBound&) = delete;
+    CostBound& operator=(const CostBound&) = delete;
+
+  private:
+    uint64_t limit_;
+};
+
+// From now on it is always the same moment, and sleeping takes no time.
+inline constexpr int64_t kFuzzNow = 1'790'000'000;  // Unix seconds
+inline void StopClock() {
+    static constexpr Clock kStopped = {[](void*) { return kFuzzNow * 1'000; }, [](void*) { return kFuzzNow; },
+                                       [](void*) { return uint64_t{kFuzzNow}; }, [](void*, int64_t) {},
+                                       nullptr};
+    InstallClock(&kStopped);
 }
 
 // A new user-data folder with the store's folder and `below` in it, gone with its scope.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "base/files.h"
-#include "base/workers.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/coins/own_transactions.h"
 #include "wallet/coins/spent_set.h"
@@ -34,77 +33,15 @@ SpendInput InputOf(std::string txid) {
 // The services, each answering what a test tells it; no transaction is really looked at, and no wallet is
 // loaded.
 struct Broadcast : testing::Test {
-    // `reply`: a status, a blank and a body, in which "OTHER" stands for the id of another transaction.
-    void Answer(Service service, std::string reply, const std::string& path = "") {
-        if (const auto at = reply.find("OTHER"); at != std::string::npos) reply.replace(at, 5, kOther);
-        services.Reply(service, path, std::stoi(reply), reply.substr(4));
+    // `reply`: a status, a blank and a body.
+    void Answer(const std::string& reply) {
+        services.Reply(Service::kArc, "", std::stoi(reply), reply.substr(4));
     }
 
     SandboxFixture services;
     const TempUserData user_data;
     ManualClock clock;
 };
-
-TEST_F(Broadcast, DecidesFromTheAnswersWhetherItWentOut) {
-    const std::string down = "500 ", long_words(121, 'x'), own = "success: OWN", other = "success: OTHER";
-    const std::string failed = "error: broadcast failed: HTTP ";
-    const std::string unconfirmed = "error: broadcast did not confirm. Wait a few seconds and try again.";
-    const struct {
-        const char* why;
-        std::string relay, chain;
-        bool visible;
-        std::string text;
-        std::string arc = {};  // empty: it is not asked
-    } rows[] = {
-        {"relay answers no JSON", "200 <html>welcome", down, false, own},
-        {"relay's ok is no boolean", R"(201 {"ok":"false"})", down, false, own},
-        {"all that is stripped", R"(200 {"ok":false})", "200  \n\"OTHER\"\r\n \"", false, other},
-        {"a string of JSON", down, "200 \r\"OTHER\"", false, other},
-        {"the id is a number", down, R"(200 {"txid":5})", false, unconfirmed},
-        {"64 characters, no id", down, "200 " + std::string(64, 'z'), true, own},
-        {"had already, seen", down, "500 we already have it", true, own},
-        {"conflict, seen", down, "500 258: txn-mempool-conflict", true, own},
-        {"other words, though seen", down, "500 Already in it", true, failed + "500 – Already in it"},
-        {"missing, ARC takes it", down, "400 Missing inputs", false, own, R"(200 {"txid":"OTHER"})"},
-        {"missing, ARC refuses", down, "400 missingorspent", false, failed + "400 – missingorspent",
-         R"(200 {"txStatus":"REJECTED","extraInfo":"not these words"})"},
-        {"the case of the words counts", down, "400 MISSING INPUTS", false, failed + "400 – MISSING INPUTS"},
-        {"words past the part that is shown", down, "400 " + long_words + "Missing inputs", false,
-         failed + "400 – " + long_words.substr(1)},
-        {"in an HTML page", down, "502 <html>Missing inputs</html>", false, failed + "502"},
-    };
-    const SpendInput input = InputOf(std::string(64, 'c')), bad = InputOf("12");
-    const std::vector<PayOutput> outputs{{5'000, P2pkhScript(Hash160{})}};
-    const std::string own_id = TxidOf(SerializeTx(std::span(&input, 1), outputs, false));
-    std::string txid;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        services.box.ClearFaults();
-        services.box.ClearRequests();
-        Answer(Service::kRelay, row.relay);
-        Answer(Service::kChain, row.chain, "/tx/raw");
-        Answer(Service::kArc, row.arc.empty() ? "200 {}" : row.arc);
-        if (row.visible) Answer(Service::kChain, "200 " + std::string(200, '0'), "/" + own_id + "/hex");
-
-        const std::string sent_as = row.text == own ? own_id : row.text == other ? kOther : "";
-        {
-            const WalletLock lock(wallet_mutex);
-            last_broadcast_txid.clear();
-            EXPECT_EQ(BroadcastTx(std::span(&input, 1), outputs, Hash160{9}, txid),
-                      sent_as.empty() ? row.text : "success: " + sent_as);
-            EXPECT_EQ(last_broadcast_txid, sent_as);
-            EXPECT_EQ(IsSpent(input.txid, input.vout), !sent_as.empty());
-            ClearUtxoState();
-        }
-        EXPECT_EQ(txid, own_id);
-        WaitForWorkers();
-        EXPECT_EQ(services.Asked(Service::kChain, "POST /v1/bsv/main/tx/raw"), 1)
-            << "the public chain gets every transaction";
-        EXPECT_EQ(services.Asked(Service::kArc) == 0, row.arc.empty());
-    }
-    EXPECT_EQ(BroadcastTx(std::span(&bad, 1), outputs, Hash160{9}, txid), "error: serialize failed.");
-    EXPECT_EQ(txid, "");
-}
 
 TEST_F(Broadcast, ArcAnswers) {
     const std::pair<std::string, std::string> rows[] = {
@@ -125,14 +62,20 @@ TEST_F(Broadcast, ArcAnswers) {
     for (const auto& [reply, wanted] : rows) {
         error = "left from before";
         services.box.ClearFaults();
-        Answer(Service::kArc, reply);
+        Answer(reply);
         EXPECT_EQ(ArcSubmit("00", kOther, error), wanted.empty()) << reply;
         EXPECT_EQ(error, wanted);
     }
     services.box.ClearFaults();
-    Answer(Service::kArc, "200 {}");
+    Answer("200 {}");
     EXPECT_FALSE(ArcSubmit("00", "no id", error));
     EXPECT_EQ(error, "arc did not return a txid");
+
+    const SpendInput bad = InputOf("12");
+    const std::vector<PayOutput> outputs{{5'000, P2pkhScript(Hash160{})}};
+    const WalletLock lock(wallet_mutex);
+    EXPECT_EQ(BroadcastTx(std::span(&bad, 1), outputs, Hash160{9}, error), "error: serialize failed.");
+    EXPECT_EQ(error, "");
 }
 
 TEST(RecordSentTx, WhatIsSentIsRememberedAsSpentAndItsOwnOutputsAsPending) {

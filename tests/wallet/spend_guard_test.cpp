@@ -232,27 +232,5 @@ TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
     }
 }
 
-TEST_F(SpendGuard, EachTestOfACandidateHoldsItBack) {
-    const std::string receive = wallet.ReceiveAddress(0);
-    std::vector<Utxo> coins{{"short", 0, 90}, {TestTxid(7), 0, 1}};
-    for (uint32_t number = 1; number <= 6; ++number) coins.push_back({TestTxid(number), 0, 100});
-    coins.push_back({FlipTxidHex(TestTxid(1)), 0, 100});
-    StoreUtxoList(receive, coins, true, false);
-    StoreOrdinalGuard(receive, {OutpointKey(TestTxid(3), 0)}, true);
-    MarkSpentInMemory(FlipTxidHex(TestTxid(2)), 0);
-    const std::string offers = "gallery/offer_locks_" + file_tail;
-    wallet.data.Put("emporium/reserves_" + file_tail,
-                    R"({"reserves":[{"utxo":")" + TestTxid(4) + R"(:0"}]})");
-    wallet.data.Put("gallery/reserves_" + file_tail,
-                    R"({"reserves":[{"pic_utxo":")" + TestTxid(5) + R"(_0"}]})");
-    wallet.data.Put(offers, R"({"utxos":["AB)" + TestTxid(6).substr(2) + R"(_0"]})");
-    EXPECT_EQ(Collect(), "1:0=100 7:0=1");
-
-    // Reservations made a moment ago count at once; with nothing left the collection is empty.
-    wallet.data.Put(offers, R"({"utxos":[")" + TestTxid(1) + R"(_0",")" + FlipTxidHex(TestTxid(1)) +
-                                R"(_0",")" + TestTxid(6) + R"(_0",")" + TestTxid(7) + R"(_0"]})");
-    EXPECT_EQ(Collect(), "");
-}
-
 }  // namespace
 }  // namespace brickfall
