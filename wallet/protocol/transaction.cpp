@@ -88,8 +88,9 @@ struct CoinChoice {
 };
 
 // Takes coins until amount, fee and a change output are covered. Where all of them together do not cover
-// these, those that bring more than their bytes cost may: strangers' dust on an older address must not make a
-// payment fail that the wallet can make without it. `value_of` gives -1 for a coin that cannot be used.
+// these, those that bring more than their bytes cost may, or may come to amount and fee exactly: strangers'
+// dust on an older address must not make a payment fail that the wallet can make without it. `value_of` gives
+// -1 for a coin that cannot be used.
 template <typename ValueOf>
 CoinChoice ChooseCoins(std::size_t coin_count, const ValueOf& value_of, std::size_t output_list_bytes,
                        int64_t total_out) {
@@ -106,10 +107,14 @@ CoinChoice ChooseCoins(std::size_t coin_count, const ValueOf& value_of, std::siz
         }
         return choice;
     };
+    const auto pays_exactly = [&](const CoinChoice& choice) {
+        const int64_t fee = FeeOf(SkeletonSize(choice.count, output_list_bytes));
+        return choice.count > 0 && static_cast<uint64_t>(choice.total) == Sum(total_out, fee);
+    };
     const CoinChoice plain = choose(0);
     if (covers(plain)) return plain;
     const CoinChoice worthy = choose(kSkeletonInputBytes + 1);
-    return covers(worthy) ? worthy : plain;
+    return covers(worthy) || pays_exactly(worthy) ? worthy : plain;
 }
 
 struct Reckoning {
