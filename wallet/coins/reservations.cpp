@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "wallet/json/json_fields.h"
 #include "wallet/json/json_numbers.h"
+#include "wallet/protocol/outpoint.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
 
@@ -139,8 +140,12 @@ bool IsGalleryReserved(const Reserves& reserves, std::string_view txid, uint32_t
 }
 
 bool IsReserved(const Reserves& reserves, std::string_view txid, uint32_t vout) {
-    return IsEmporiumReserved(reserves, txid, vout) || IsGalleryReserved(reserves, txid, vout) ||
-           reserves.offer_locks.contains(OfferLockKey(txid, vout));
+    const auto named = [&](std::string_view id) {
+        return IsEmporiumReserved(reserves, id, vout) || IsGalleryReserved(reserves, id, vout) ||
+               reserves.offer_locks.contains(OfferLockKey(id, vout));
+    };
+    const std::string flipped = FlipTxidHex(txid);
+    return named(txid) || (!flipped.empty() && named(flipped));
 }
 
 }  // namespace brickfall

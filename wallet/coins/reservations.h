@@ -24,6 +24,8 @@ bool LoadReserves(Reserves& reserves, std::string& error);
 bool LoadOfferLocks(std::unordered_set<std::string>& list);  // false: there, and cannot be read
 bool IsEmporiumReserved(const Reserves& reserves, std::string_view txid, uint32_t vout);
 bool IsGalleryReserved(const Reserves& reserves, std::string_view txid, uint32_t vout);
-bool IsReserved(const Reserves& reserves, std::string_view txid, uint32_t vout);  // or locked by an offer
+
+// By either shop, or locked by an offer; the id in either byte order, as for all that must not be spent.
+bool IsReserved(const Reserves& reserves, std::string_view txid, uint32_t vout);
 
 }  // namespace brickfall
