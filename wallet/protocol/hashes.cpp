@@ -3,11 +3,18 @@
 #include <openssl/ripemd.h>
 #include <openssl/sha.h>
 
+#include "base/secret.h"
+
 namespace brickfall {
 
 Hash256 Sha256Once(std::span<const uint8_t> bytes) {
+    // The library's call for all of it at once asks for memory, and fills nothing in where there is none.
+    SHA256_CTX context;
+    const WipeAtExit wipe_context(context);
     Hash256 hash;
-    SHA256(bytes.data(), bytes.size(), hash.data());
+    SHA256_Init(&context);
+    SHA256_Update(&context, bytes.data(), bytes.size());
+    SHA256_Final(hash.data(), &context);
     return hash;
 }
 
