@@ -2,10 +2,16 @@
 
 #include <openssl/obj_mac.h>
 
+#include <new>
+
 namespace brickfall {
 
 const EC_GROUP* Secp256k1() {
-    static const EC_GROUP* const group = EC_GROUP_new_by_curve_name(NID_secp256k1);
+    static const EC_GROUP* const group = [] {
+        const EC_GROUP* const made = EC_GROUP_new_by_curve_name(NID_secp256k1);
+        if (made == nullptr) throw std::bad_alloc();  // the next call tries again
+        return made;
+    }();
     return group;
 }
 
