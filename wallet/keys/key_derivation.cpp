@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <span>
 #include <unordered_map>
 #include <utility>
@@ -99,14 +100,17 @@ void ListAddress(OwnedAddress address) {
     owned.addresses.push_back(std::move(address));
 }
 
-// The addresses from `index` to before `end`; one whose derivation fails is passed over.
+// The addresses from `index` to before `end`. There is an address at every index but for a chance of one in
+// 2^127: what fails has had no memory. Passed over, its coins would be missing until the program ends.
 std::vector<OwnedAddress> DeriveReceiveAddresses(const ReceiveSource& source, uint32_t index, uint32_t end) {
     std::vector<OwnedAddress> addresses;
     const EcPointPtr parent = DecodePoint(source.public_key);
-    if (!parent) return addresses;
+    if (!parent) throw std::bad_alloc();
     CompressedPoint key;
     for (; index < end; ++index) {
-        if (!DerivePublicChild(parent.get(), source.public_key, source.chain_code, index, key)) continue;
+        if (!DerivePublicChild(parent.get(), source.public_key, source.chain_code, index, key)) {
+            throw std::bad_alloc();
+        }
         const Hash160 hash = Hash160Of(key);
         addresses.push_back({ReceivePath(index), Base58CheckEncode(hash), hash});
     }
@@ -123,11 +127,16 @@ void AppendReceiveAddresses(std::vector<OwnedAddress> more, uint32_t end) {
         owned.places.erase(owned.addresses.back().hash);
         owned.addresses.pop_back();
     }
-    for (OwnedAddress& address : more) ListAddress(std::move(address));
-    owned.next_index = end;
-    if (Hash160 hash; DecodeAddress(owned.other_address, hash)) {
-        ListAddress({kIdentityPath, owned.other_address, hash});
+    try {
+        for (OwnedAddress& address : more) ListAddress(std::move(address));
+        if (Hash160 hash; DecodeAddress(owned.other_address, hash)) {
+            ListAddress({kIdentityPath, owned.other_address, hash});
+        }
+    } catch (const std::bad_alloc&) {
+        ForgetOwnedList();  // a hash may have been placed whose address is not listed
+        throw;
     }
+    owned.next_index = end;
 }
 
 // False when nothing can be derived. Else the list is one of this wallet, and goes on at its next index; a
@@ -153,12 +162,14 @@ void ListHdAddresses() {
 void ListLegacyAddress() {
     if (!owned.is_hd && owned.other_address == wallet_keys.address) return;
     ForgetOwnedList();
-    owned.other_address = wallet_keys.address;
-    if (owned.other_address.empty()) return;
-    OwnedAddress only{KeyPath{}, owned.other_address, {}};
+    if (wallet_keys.address.empty()) return;
+    OwnedAddress only{KeyPath{}, wallet_keys.address, {}};
     // The file's text is taken as it stands; one that is no address is listed and owns no hash.
-    if (DecodeAddress(only.address, only.hash)) owned.places.emplace(only.hash, 0);
+    const bool owns_hash = DecodeAddress(only.address, only.hash);
+    const Hash160 hash = only.hash;
     owned.addresses.push_back(std::move(only));
+    if (owns_hash) owned.places.emplace(hash, 0);
+    owned.other_address = wallet_keys.address;  // last: without memory the list is made anew
 }
 
 bool DeriveIntoWallet(const KeyPath& path, SecretString& private_hex, std::string& public_hex,
