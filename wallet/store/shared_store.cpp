@@ -43,9 +43,10 @@ std::string StoreRoot() {
 }
 
 StoreLock::StoreLock() {
-    store_mutex.lock();
-    if (++store_lock_depth > 1) return;
-    store_lock_handle.Acquire(StoreRoot() + "/wallets.lock");
+    std::unique_lock lock(store_mutex);
+    if (store_lock_depth == 0) store_lock_handle.Acquire(StoreRoot() + "/wallets.lock");
+    ++store_lock_depth;
+    lock.release();  // not before here: without memory nothing stays locked
 }
 
 StoreLock::~StoreLock() {
