@@ -1,6 +1,7 @@
 #include "wallet/session/wallet_session.h"
 
 #include <cstdint>
+#include <new>
 #include <utility>
 
 #include "deployment/deployment.h"
@@ -34,11 +35,16 @@ bool LoadWallet() {
     if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
     const std::string told = std::exchange(wallet_load_error, {});
     if (WalletId().empty()) return false;
-    if (ReadWallet()) {
-        ShareOrdAddress();
-        LoadSpentSet();
-        ShowWallet();
-        return true;
+    try {
+        if (ReadWallet()) {
+            ShareOrdAddress();
+            LoadSpentSet();
+            ShowWallet();
+            return true;
+        }
+    } catch (const std::bad_alloc&) {
+        ResetWalletKeys();  // half a wallet, or one without its spent set, would pass for a loaded one
+        throw;
     }
     // Every click tries to load it; the player is told once.
     if (!wallet_load_error.empty() && wallet_load_error != told) WalletLog(wallet_load_error);
