@@ -47,7 +47,9 @@ bool IsSuccess(const std::string& result) { return result.starts_with("success")
 // What a worker's step says; nothing when it has run out of memory.
 std::unique_ptr<std::string> ResultOf(const std::function<std::string()>& step) {
     try {
-        return std::make_unique<std::string>(step());
+        auto result = std::make_unique<std::string>();  // first: what is paid must not fail for it
+        *result = step();
+        return result;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }

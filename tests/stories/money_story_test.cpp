@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
@@ -22,6 +24,7 @@
 #include "wallet/coins/ordinal_guard.h"
 #include "wallet/coins/own_transactions.h"
 #include "wallet/coins/utxo_cache.h"
+#include "wallet/events/wallet_events.h"
 #include "wallet/keys/wallet_keys.h"
 #include "wallet/link/connect_handshake.h"
 #include "wallet/payment/pay_drivers.h"
@@ -619,6 +622,22 @@ TEST(MoneyStory, EachDriverSaysWhyItDoesNotPay) {
     SetWalletId("old");
     EXPECT_EQ(PayOutputs(lock, outputs), "error: need an HD Pouch wallet.");
     EXPECT_TRUE(lock.owns_lock());
+}
+
+TEST(MoneyStory, MemoryRefusedOnceItIsPaid) {
+    MoneyStory story;
+    story.Fund(10'000);
+    const auto install = [](WalletHook hook) {
+        const std::lock_guard sink(wallet_sink_mutex);
+        wallet_event_hook = std::move(hook);
+    };
+    install([](std::string_view line) {
+        if (line.starts_with("[OV-BALANCE]")) throw std::bad_alloc();
+    });
+    const std::string text = story.Pay();
+    install(nullptr);
+    EXPECT_TRUE(IsPaid(text)) << text;
+    story.ExpectBooks(1);
 }
 
 TEST(MoneyStory, TooLittleMoneyIsNamedToTheSatoshi) {

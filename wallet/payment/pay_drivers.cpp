@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <limits>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -31,6 +32,7 @@ namespace brickfall {
 namespace {
 
 constexpr int kAttempts = 3;
+constexpr char kPaymentFailedText[] = "error: payment failed.";
 
 // What one call of PayOutputs remembers from attempt to attempt.
 struct Payment {
@@ -132,9 +134,13 @@ std::optional<std::string> Attempt(WalletLock& lock, std::span<const PayOutput> 
 
     std::string text = "error: signing failed.";
     if (SignAll(inputs, built_outputs, payment.wallet_hash)) {
-        text = BroadcastTx(inputs, built_outputs, payment.wallet_hash, payment.last_txid);
         payment.saved_inputs = inputs;
         payment.saved_outputs = built_outputs;
+        try {
+            text = BroadcastTx(inputs, built_outputs, payment.wallet_hash, payment.last_txid);
+        } catch (const std::bad_alloc&) {
+            text = kPaymentFailedText;  // whether it was sent shows below
+        }
     }
     if (IsSuccess(text)) return Finish(payment, std::move(text));
     std::string visible = ResultIfVisible(payment);
@@ -158,7 +164,7 @@ std::string RunDriver(const std::function<std::string(std::vector<PayOutput>&)>&
         const std::string refusal = fill(outputs);
         return refusal.empty() ? PayOutputs(lock, outputs) : refusal;
     } catch (const std::exception&) {
-        return "error: payment failed.";  // out of memory; a worker that threw would end the program
+        return kPaymentFailedText;  // out of memory; a worker that threw would end the program
     }
 }
 
@@ -247,7 +253,11 @@ std::string AdoptBroadcast(const std::string& txid, std::span<const SpendInput> 
 }
 
 std::string FinishPay(std::string text, int64_t spent) {
-    if (IsSuccess(text)) NoteSpend(spent);
+    try {
+        if (IsSuccess(text)) NoteSpend(spent);
+    } catch (const std::bad_alloc&) {
+        // It is paid all the same; the next refresh tells the balance.
+    }
     return text;
 }
 
