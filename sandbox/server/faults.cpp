@@ -41,6 +41,14 @@ std::optional<T> ByName(const Named<T> (&table)[Count], std::string_view name) {
     return std::nullopt;
 }
 
+template <typename T, std::size_t Count>
+std::string_view NameIn(const Named<T> (&table)[Count], T value) {
+    for (const Named<T>& row : table) {
+        if (row.value == value) return row.name;
+    }
+    return "";
+}
+
 bool Concerns(FaultKind fault, RequestKind request) {
     switch (fault) {
         case FaultKind::kLoseAccepted:
@@ -123,12 +131,17 @@ MetFaults TakeFaults(std::vector<SetFault>& faults, Service service, RequestKind
         const bool matches = set.service == service && set.fault.times != 0 &&
                              target.find(set.fault.path_contains) != std::string_view::npos &&
                              Concerns(set.fault.kind, kind);
-        if (matches && Meet(set, met) && set.fault.times > 0) --set.fault.times;
+        if (!matches || !Meet(set, met)) continue;
+        met.kinds.push_back(set.fault.kind);
+        if (set.fault.times > 0) --set.fault.times;
     }
     return met;
 }
 
+std::string_view NameOf(Service service) { return NameIn(kServices, service); }
+std::string_view NameOf(FaultKind kind) { return NameIn(kKinds, kind); }
 std::optional<Service> ServiceByName(std::string_view name) { return ByName(kServices, name); }
+std::optional<FaultKind> FaultKindByName(std::string_view name) { return ByName(kKinds, name); }
 
 std::optional<Fault> FaultFromJson(const json& object, std::string& error) {
     std::string name;

@@ -31,13 +31,17 @@ struct MetFaults {
     std::shared_ptr<const Chain> listed;
     bool flip_ids = false;
     bool lose = false;
+    std::vector<FaultKind> kinds;  // of all that it meets
 };
 
 MetFaults TakeFaults(std::vector<SetFault>& faults, Service service, RequestKind kind,
                      std::string_view target);
 
 // The names of the control endpoint: "chain", "no_answer" and the like.
+std::string_view NameOf(Service service);
+std::string_view NameOf(FaultKind kind);
 std::optional<Service> ServiceByName(std::string_view name);
+std::optional<FaultKind> FaultKindByName(std::string_view name);
 std::optional<Fault> FaultFromJson(const nlohmann::json& object, std::string& error);
 
 }  // namespace brickfall::sandbox

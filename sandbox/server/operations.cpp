@@ -9,14 +9,14 @@ namespace brickfall::sandbox {
 Operations::Operations(Options options) : state_(std::make_unique<SandboxState>(std::move(options))) {}
 Operations::~Operations() = default;
 
-std::string Operations::Fund(std::string_view address, int64_t satoshis) {
+std::string Operations::Fund(std::string_view address, int64_t satoshis, std::optional<int64_t> block_time) {
     const std::lock_guard lock(state_->mutex);
-    return FundAddress(state_->world, address, satoshis);
+    return FundAddress(state_->world, address, satoshis, block_time);
 }
 
-void Operations::Mine() {
+void Operations::Mine(std::optional<int64_t> block_time) {
     const std::lock_guard lock(state_->mutex);
-    sandbox::Mine(state_->world);
+    sandbox::Mine(state_->world, block_time);
 }
 
 bool Operations::Submit(std::string_view raw_hex, std::string& txid, std::string& reason) {
@@ -160,9 +160,20 @@ int Operations::MostRequestsAtOnce() const {
     return state_->most_answering;
 }
 
+std::vector<std::string> Operations::Submissions() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->world.submissions;
+}
+
 void Operations::ClearRequests() {
     const std::lock_guard lock(state_->mutex);
     state_->requests.clear();
+    state_->world.submissions.clear();
+}
+
+FaultCounts Operations::FaultsMet() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->faults_met;
 }
 
 }  // namespace brickfall::sandbox

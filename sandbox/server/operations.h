@@ -23,9 +23,11 @@ class Operations {
     Operations& operator=(const Operations&) = delete;
 
     // The chain.
-    std::string Fund(std::string_view address,
-                     int64_t satoshis);  // the id of a new funding transaction; empty: bad address
-    void Mine();                         // a block of everything in the mempool
+    // `block_time` in Unix seconds, never before that of the last block; nothing: this machine's time.
+    std::string Fund(
+        std::string_view address, int64_t satoshis,
+        std::optional<int64_t> block_time = {});  // the id of a new funding transaction; empty: bad address
+    void Mine(std::optional<int64_t> block_time = {});  // a block of everything in the mempool
     bool Submit(std::string_view raw_hex, std::string& txid,
                 std::string& reason);    // checked as from a service
     void Forget(std::string_view txid);  // drops a mempool transaction
@@ -61,7 +63,11 @@ class Operations {
     void AddFault(Service service, const Fault& fault);
     void ClearFaults();
     std::vector<std::string> Requests(Service service) const;  // "METHOD target", in order
-    void ClearRequests();
+    // The raw hex of each transaction that a service was handed and could read, in order, whatever it
+    // answered.
+    std::vector<std::string> Submissions() const;
+    void ClearRequests();            // and the submissions
+    FaultCounts FaultsMet() const;   // since the start
     int MostRequestsAtOnce() const;  // that were being answered at one moment, since the start
 
   protected:

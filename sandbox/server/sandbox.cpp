@@ -26,6 +26,7 @@ HttpReply ServeService(SandboxState& state, Service service, const HttpRequest& 
         const std::lock_guard lock(state.mutex);
         state.requests[service].push_back(request.method + " " + request.target);
         met = TakeFaults(state.faults, service, KindOf(service, request), request.target);
+        for (const FaultKind kind : met.kinds) ++state.faults_met[{service, kind}];
     }
     HttpReply dropped;
     dropped.end = HttpReply::End::kDropped;

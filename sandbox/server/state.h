@@ -23,6 +23,7 @@ struct SandboxState {
     World world;
     std::vector<SetFault> faults;
     std::map<Service, std::vector<std::string>> requests;
+    FaultCounts faults_met;
     int answering = 0;       // requests to services, at this moment
     int most_answering = 0;  // since the start
     bool journal_open = false;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace brickfall::sandbox {
 
@@ -33,6 +34,9 @@ struct Fault {
     int times = -1;             // requests that meet it; -1: until cleared
     std::string path_contains;  // only requests whose target contains this; empty: all of the service
 };
+
+// How many faults of each kind requests to each service have met.
+using FaultCounts = std::map<std::pair<Service, FaultKind>, int64_t>;
 
 // A report to the architect as its transaction holds it.
 struct Report {

@@ -140,6 +140,7 @@ Verdict TakeTransaction(World& world, std::string_view raw_hex, bool lose, std::
     const std::optional<ParsedTx> tx = raw ? ParseTransaction(*raw) : std::nullopt;
     if (!tx) return {.fault = TxFault::kDecodeFailed};
     txid = IdText(tx->id);
+    world.submissions.emplace_back(raw_hex);
     if (lose) return Judge(world.chain, *tx, raw->size());
     Digest id{};
     const Verdict verdict = Submit(world.chain, *raw, id);

@@ -25,6 +25,7 @@ struct World {
     std::string build = "0.001";  // on the download page
     std::vector<Report> reports;  // to the architect, as accepted
     std::function<void(const Report&)> on_report;
+    std::vector<std::string> submissions;  // raw hex, as handed in
     Journal journal;
 };
 

@@ -151,6 +151,10 @@ TEST_F(ServiceTest, EachBroadcastServiceRefusesInItsOwnWords) {
         }
     }
     EXPECT_EQ(Post(kArcBroadcastUrl, {{"rawTx", payment_hex}}).document["txStatus"], "SEEN_ON_NETWORK");
+    std::vector<std::string> handed_in = {payment_hex};
+    for (const std::string& hex : {payment_hex, rival, orphan}) handed_in.insert(handed_in.end(), 3, hex);
+    handed_in.push_back(payment_hex);
+    EXPECT_EQ(box.Submissions(), handed_in) << "also what is refused";
 }
 
 TEST_F(ServiceTest, NamesAreGivenToWhoSignsForThem) {
@@ -210,6 +214,8 @@ TEST_F(ServiceTest, TheControlEndpointDoesWhatTheInterfaceDoes) {
     EXPECT_TRUE(Post(kControl + "/fault", fault).good);
     EXPECT_TRUE(Post(kControl + "/build", {{"build", "0.002"}}).good);
     EXPECT_FALSE(Get(kDownloadPageUrl).good);
+    const std::pair met(sandbox::Service::kDownload, sandbox::FaultKind::kReply);
+    EXPECT_EQ(box.FaultsMet(), (sandbox::FaultCounts{{met, 1}}));
     EXPECT_NE(Get(kDownloadPageUrl).body.find("Current build: Version 0.002<"), std::string::npos);
     EXPECT_EQ(Get(kControl + "/requests/download").document["requests"].size(), 2u);
     for (const json& bad : {json(1.5), json(-5), json(21'000'000LL * 100'000'000)}) {

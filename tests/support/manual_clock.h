@@ -18,7 +18,9 @@ class ManualClock {
   public:
     explicit ManualClock(int64_t unix_seconds = kClockStart) : start_ms_(unix_seconds * 1000) {
         clock_.self = this;
-        clock_.unix_millis = [](void* self) { return Self(self).start_ms_ + Self(self).passed_ms_; };
+        clock_.unix_millis = [](void* self) {
+            return Self(self).start_ms_ + Self(self).passed_ms_ + Self(self).jumped_ms_;
+        };
         clock_.monotonic_ns = [](void* self) { return (1'000'000 + Self(self).passed_ms_) * 1'000'000; };
         clock_.tick_ms = [](void* self) { return static_cast<uint64_t>(1'000'000 + Self(self).passed_ms_); };
         clock_.sleep_ms = [](void* self, int64_t milliseconds) { Self(self).Sleep(milliseconds); };
@@ -29,6 +31,9 @@ class ManualClock {
     ManualClock& operator=(const ManualClock&) = delete;
 
     void AdvanceMs(int64_t milliseconds) { passed_ms_ += milliseconds; }
+
+    // Somebody sets the time of day; no time passes.
+    void JumpMs(int64_t milliseconds) { jumped_ms_ += milliseconds; }
 
     // Every sleep asked for, in milliseconds.
     std::vector<int64_t> Sleeps() const {
@@ -52,6 +57,7 @@ class ManualClock {
 
     const int64_t start_ms_;
     std::atomic<int64_t> passed_ms_ = 0;
+    std::atomic<int64_t> jumped_ms_ = 0;
     mutable std::mutex mutex_;
     std::vector<int64_t> sleeps_;  // guarded by mutex_
     Clock clock_;

@@ -122,7 +122,7 @@ void Session::MakeDriver() {
     run.record_local_score = [this](const std::string& txid) {
         RecordLocalScore(ui_doc, run_.final_score, txid, [] { SaveUiSettings(); });
     };
-    run.key_down = [this](GameKey key) { return key == GameKey::kLeft ? left_held_ : right_held_; };
+    run.key_down = [this](GameKey key) { return IsHeld(held_, key); };
     driver_.confirm = [](std::string_view, std::string_view question) {
         const std::size_t line = question.find('\n');
         SayField("asked", question.substr(0, line));
@@ -256,14 +256,7 @@ void Session::Play() {
         clock_.PassOneTick();
         OnTimer(run_, driver_.run);
         const AutopilotKeys keys = ticks < kShowTicks ? AutopilotPlay(run_.game) : AutopilotLose(run_.game);
-        const auto edge = [this](GameKey key, bool& held, bool wanted) {
-            if (held == wanted) return;
-            held = wanted;
-            wanted ? OnKeyDown(run_, driver_.run, key, false) : OnKeyUp(run_, driver_.run, key);
-        };
-        edge(GameKey::kLeft, left_held_, keys.left);
-        edge(GameKey::kRight, right_held_, keys.right);
-        if (keys.serve) OnKeyDown(run_, driver_.run, GameKey::kSpace, false);
+        PressKeys(run_, driver_.run, held_, keys);
     }
     Require(run_.mode == kModeGameOver, "the run did not end");
     SayField("ticks", Grouped(static_cast<int64_t>(run_.sim_clock_ms / kTickMs)) + " of 16 ms, " +

@@ -15,6 +15,7 @@
 #include "base/clock.h"
 #include "board/board_load.h"
 #include "game/flows.h"
+#include "players/held_keys.h"
 
 namespace brickfall {
 
@@ -84,8 +85,7 @@ class Session {
     RunControl run_;
     FlowDriver driver_;
     std::string last_status_;
-    bool left_held_ = false;
-    bool right_held_ = false;
+    HeldKeys held_;
     int64_t balance_at_start_ = 0;
     int64_t balance_entered_ = 0;
     int64_t balance_at_end_ = 0;
