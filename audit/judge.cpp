@@ -26,7 +26,7 @@ namespace {
 
 // A block's time may be off by as much, and an entry may wait as long for its block.
 constexpr int64_t kBlockTimeSlack = 7'200;
-constexpr int64_t kMostSecondsToBlock = 86'400;  // from a row's time to its block's
+constexpr int64_t kMostSecondsToBlock = 86'400;  // from a row's time, by the player's clock, to its block's
 
 // A cabinet reads the clock once for the week and once more for the time.
 constexpr int64_t kClockReadingsApart = 60;
@@ -195,7 +195,7 @@ void JudgeTimes(const Evidence& evidence, RowAudit& audit) {
     const BlockPlace& entry = evidence.entry_transaction.block;
     if (!entry.told || (entry.IsMined() && entry.time == 0)) audit.not_judged.push_back("entry's block time");
     if (entry.time == 0) return;
-    const int64_t told = std::min(audit.ts, kLastBlockTime);
+    const int64_t told = std::min(audit.ts, kLastBlockTime) + kMostSecondsToBlock;
     const int64_t recorded = record.time > 0 ? std::min(told, record.time) : told;
     const int64_t length = audit.run->length_ms / 1'000;
     if (entry.time > recorded + kBlockTimeSlack - length) {

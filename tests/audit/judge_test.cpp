@@ -59,7 +59,7 @@ void EditTape(RecordedRun& run, const std::function<void(InputTape&)>& edit) { r
 
 int64_t LastEntry() {  // a run as long as this one's needs an entry in a block of this time at the latest
     int64_t score = 0;
-    return kRecordedAt + 7'200 - PlayedTape(1'000, 1, score).events.back().tick_ms / 1'000;
+    return kRecordedAt + 300 + 7'200 - PlayedTape(1'000, 1, score).events.back().tick_ms / 1'000;
 }
 
 using Run = RecordedRun;
@@ -113,6 +113,10 @@ const Forgery kForgeries[] = {
     {"the entry not looked at", "?entry", kSigned, Nothing, [](Evidence& e) { e.entry = LookUp::kFailed; }},
     {"as long as could be played", "", kSigned, [](Run& r) { r.entry_block.time = LastEntry(); }},
     {"a second longer", "run-too-long", kSigned, [](Run& r) { r.entry_block.time = LastEntry() + 1; }},
+    {"by a clock that is half a day slow", "", kThenSigned,
+     [](Run& r) { r.row["ts"] = kRecordedAt - 39'000; }},
+    {"the same, while the record waits for its block", "", kThenSigned,
+     [](Run& r) { r.row["ts"] = kRecordedAt - 39'000, r.record_block = ToldBlock(0, 0); }},
     {"an entry without a block", "", kSigned,
      [](Run& r) { r.entry_block = ToldBlock(0, kRecordedAt + 9'000); }},
     {"another week", "week-wrong", kThenSigned, [](Run& r) { r.row["week"] = kTestWeek - 604'800; }},
