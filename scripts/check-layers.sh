@@ -31,6 +31,7 @@ declare -A allowed=(
   [players]="players game base"
   [sandbox]="sandbox platform wallet net base deployment"
   [sandbox/server]="sandbox players game base deployment"
+  [soak]="soak tests sandbox players cabinet audit board game messages wallet net base deployment"
 )
 bad=0
 
