@@ -78,9 +78,10 @@ std::string BoundWalletId() { return AppMode() ? BoundId(ReadStoreFile(BindFileP
 
 bool WriteBind(std::string_view wallet_id) {
     if (!AppMode() || wallet_id.empty()) return true;
-    SetWalletId(wallet_id);
     const json document = {{"app", AppName()}, {"instance", AppInstance()}, {"wallet_id", wallet_id}};
-    return WriteStoreFile(BindFilePath(), StoreDump(document));
+    const bool is_written = WriteStoreFile(BindFilePath(), StoreDump(document));
+    SetWalletId(wallet_id);  // last: without memory the caller never learns that it was not written
+    return is_written;
 }
 
 void ClearBind() {
