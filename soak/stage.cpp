@@ -377,15 +377,16 @@ void Stage::CheckProtected(const Submission& submission, const std::vector<Answe
     for (const Mark& mark : marks_) {
         if (!submission.spends.contains(mark.coin.outpoint)) continue;
         // An inscription on one satoshi is suspect while nobody can tell. Of others, and of tokens, a cabinet
-        // that was told keeps the knowledge, and one that was not asks, unless the service has failed.
+        // that was told keeps the knowledge, and one that was not asks, unless the service has failed. Of two
+        // at once it is not known which has handed it in.
         const bool suspect = mark.coin.value == 1 && !mark.token;
-        const bool all_may = std::ranges::all_of(answers, [&](const Answer& answer) {
+        const bool one_may = std::ranges::any_of(answers, [&](const Answer& answer) {
             const Watched& cabinet = watched_[answer.cabinet];
             const bool blind =
                 AnyOn(Service::kOrdinals) || began_ms_ - cabinet.ordinals_failed_at < kOrdinalsRestMs;
             return blind && !cabinet.named.contains(mark.coin.outpoint);
         });
-        Require(all_may && !suspect,
+        Require(one_may && !suspect,
                 std::string(mark.token ? "a token" : "an inscription") + " is spent: " + mark.coin.outpoint);
     }
 }
