@@ -171,7 +171,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const bool ready = OpenTestWallet(store) && HoldBack(store);
     Require(ready);
     if (size < 4) return 0;
-    const CostBound bound(5'000'000, size, 0);
+    const CostBound cost(5'000'000, size, 0);
     Payment payment;
     for (uint8_t i = 0; i <= data[3] % 3; ++i) {
         const int64_t value = i == 0 ? data[1] + 256 * data[2] : i;
