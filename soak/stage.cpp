@@ -385,9 +385,8 @@ void Stage::CheckProtected(const Submission& submission, const std::vector<Answe
         const bool suspect = mark.coin.value == 1 && !mark.token;
         const bool one_may = std::ranges::any_of(answers, [&](const Answer& answer) {
             const Watched& cabinet = watched_[answer.cabinet];
-            const bool blind =
-                AnyOn(Service::kOrdinals) || (mark.token && cabinet.half_scanned) ||
-                began_ms_ - cabinet.ordinals_failed_at < kOrdinalsRestMs;
+            const bool blind = AnyOn(Service::kOrdinals) || (mark.token && cabinet.half_scanned) ||
+                               began_ms_ - cabinet.ordinals_failed_at < kOrdinalsRestMs;
             return blind && !cabinet.named.contains(mark.coin.outpoint);
         });
         Require(one_may && !suspect,
