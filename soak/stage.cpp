@@ -378,6 +378,11 @@ void Stage::CheckProtected(const Submission& submission, const std::vector<Answe
     }
     for (const Mark& mark : marks_) {
         if (!submission.spends.contains(mark.coin.outpoint)) continue;
+        // What is spent already is spent for nobody once more, and the service names it no longer.
+        const bool gone = std::ranges::any_of(books_.Payments(), [&](const Payment& payment) {
+            return payment.spends.contains(mark.coin.outpoint);
+        });
+        if (gone) continue;
         // An inscription on one satoshi is suspect while nobody can tell. Of others, and of tokens, a cabinet
         // that was told keeps the knowledge, and one that was not asks, unless the service has failed. A scan
         // whose list of tokens alone fails counts as one, so a token stays unknown to the next. Of two at
