@@ -97,6 +97,7 @@ class Stage {
     std::vector<Trouble> in_force_;
     std::set<std::string> payments_before_;
     std::map<std::string, Submission> submissions_;  // of this step, by id
+    std::set<std::string> told_ids_;                 // of payments of which a success has been told
     std::vector<Mark> marks_;
     std::map<std::size_t, std::set<std::string>> promised_;    // by wallet
     std::map<std::string, std::set<std::string>> told_spent_;  // by a wallet's id
@@ -329,6 +330,7 @@ void Stage::CheckSuccess(const Click& click, const Answer& answer, const std::se
         const auto& told = answer.body.at("told");
         return told.back().get<std::string>().substr(std::string_view(click.done).size());
     }();
+    told_ids_.insert(txid);
     if (click.kind == PaymentKind::kEntry) ++paid_runs;
     if (click.kind == PaymentKind::kRecord) ++recorded;
     const Payment* payment = books_.Find(txid);
@@ -351,6 +353,8 @@ void Stage::CheckSubmissions(const std::vector<Answer>& answers) {
     submissions_.clear();
     for (const std::string& raw : world_.Box().Submissions()) {
         Submission submission = books_.ReadSubmission(raw);
+        // A payment that has succeeded goes to another service in the background, perhaps a step later.
+        if (told_ids_.contains(submission.txid)) continue;
         Require(!submission.spends_ordinals_address, "a coin of the ordinals address is spent");
         for (const std::size_t payer : submission.payers) {
             const bool is_bound = std::ranges::any_of(answers, [&](const Answer& answer) {
