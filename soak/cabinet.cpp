@@ -18,6 +18,7 @@
 #include "cabinet/update_check.h"
 #include "deployment/sandbox_route.h"
 #include "game/flows.h"
+#include "game/windowless_driver.h"
 #include "net/http_client.h"
 #include "players/held_keys.h"
 #include "sandbox/companion.h"
@@ -66,27 +67,15 @@ class Cabinet {
 };
 
 void Cabinet::MakeDriver() {
+    flow_ = WindowlessDriver();
     RunDriver& run = flow_.run;
     run.set_status = [this](std::string_view text) { Tell(text); };
-    run.enable_control = [](int, bool) {};
-    run.invalidate_well = [] {};
-    run.invalidate_record_button = [] {};
-    run.refresh_layout = [] { return CellSize{32, 32}; };
-    run.start_heartbeat = [] {};
-    run.focus_main = [] {};
-    run.main_has_focus = [] { return true; };
-    run.any_tool_window_open = [] { return false; };
-    run.play_effect = [](std::span<const int>, std::span<const int>) {};
     run.record_local_score = [this](const std::string& txid) {
         RecordLocalScore(ui_doc, run_.final_score, txid, [] { SaveUiSettings(Flush::kLater); });
     };
     run.key_down = [this](GameKey key) { return IsHeld(held_, key); };
     flow_.confirm = [this](std::string_view, std::string_view) { return says_yes_; };
     flow_.begin_check = [this](int, std::string_view text) { Tell(text); };
-    flow_.end_check = [] {};
-    flow_.refresh_wallet_labels = [] {};
-    flow_.start_pot_refresh = [] {};
-    flow_.start_board_load = [] {};
     // A worker runs within the click that starts it; what it posts comes after the click, as a message would.
     flow_.post_connect_done = [this](ResultText text) {
         auto shared = std::make_shared<ResultText>(std::move(text));

@@ -19,6 +19,7 @@
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "game/flows.h"
+#include "game/windowless_driver.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
 #include "sandbox/companion.h"
@@ -57,7 +58,7 @@ void StartProgram() {
 // A cabinet without windows.
 struct Cabinet {
     RunControl run;
-    FlowDriver driver;
+    FlowDriver driver = WindowlessDriver();
     std::string said;
     PayKind paid = kPayEnter;
     bool has_paid = false;
@@ -67,27 +68,12 @@ struct Cabinet {
     Cabinet() {
         RunDriver& window = driver.run;
         window.set_status = [this](std::string_view text) { said = text; };
-        window.enable_control = [](int, bool) {};
-        window.invalidate_well = [] {};
-        window.invalidate_record_button = [] {};
-        window.refresh_layout = [] { return CellSize{32, 32}; };
-        window.start_heartbeat = [] {};
-        window.focus_main = [] {};
-        window.main_has_focus = [] { return true; };
-        window.any_tool_window_open = [] { return false; };
-        window.play_effect = [](std::span<const int>, std::span<const int>) {};
-        window.key_down = [](GameKey) { return false; };
         window.record_local_score = [this](const std::string& txid) {
             RecordLocalScore(ui_doc, run.final_score, txid, [] { SaveUiSettings(); });
         };
-        driver.confirm = [](std::string_view, std::string_view) { return true; };
-        driver.begin_check = [](int, std::string_view) {};
-        driver.end_check = [] {};
         driver.refresh_wallet_labels = [] {
             if (IsConnected()) ReadShownBalance();
         };
-        driver.start_pot_refresh = [] {};
-        driver.start_board_load = [] {};
         driver.post_connect_done = [this](ResultText text) {
             result = std::move(text);
             has_connected = true;

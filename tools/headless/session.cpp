@@ -18,6 +18,7 @@
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "game/score_row.h"
+#include "game/windowless_driver.h"
 #include "messages/row.h"
 #include "messages/verification.h"
 #include "net/http_client.h"
@@ -105,20 +106,12 @@ void Session::Run() {
 }
 
 void Session::MakeDriver() {
+    driver_ = WindowlessDriver();  // the balance and the pot are read off the chain by a later step
     RunDriver& run = driver_.run;
     run.set_status = [this](std::string_view text) {
         last_status_ = text;
         SayField("status line", text);
     };
-    run.enable_control = [](int, bool) {};
-    run.invalidate_well = [] {};
-    run.invalidate_record_button = [] {};
-    run.refresh_layout = [] { return CellSize{32, 32}; };
-    run.start_heartbeat = [] {};
-    run.focus_main = [] {};
-    run.main_has_focus = [] { return true; };
-    run.any_tool_window_open = [] { return false; };
-    run.play_effect = [](std::span<const int>, std::span<const int>) {};
     run.record_local_score = [this](const std::string& txid) {
         RecordLocalScore(ui_doc, run_.final_score, txid, [] { SaveUiSettings(); });
     };
@@ -129,12 +122,6 @@ void Session::MakeDriver() {
         SayField("answered", "OK");
         return true;
     };
-    // Nobody waits here, and nothing is clicked.
-    driver_.begin_check = [](int, std::string_view) {};
-    driver_.end_check = [] {};
-    // The labels and the pot belong to a window; a later step reads the chain instead.
-    driver_.refresh_wallet_labels = [] {};
-    driver_.start_pot_refresh = [] {};
     driver_.start_board_load = [this] {
         if (board_busy_) return;
         board_busy_ = true;
