@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build ccache pkg-config
+  g++ binutils cmake ninja-build ccache pkg-config
   clang clang-format clang-tidy libclang-rt-14-dev shellcheck
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libcpp-httplib-dev
   libgtest-dev libbenchmark-dev librapidcheck-dev
