@@ -76,7 +76,7 @@ RunControl FullWall(RunMode mode) {
 // ms.
 void BM_WellFrame(benchmark::State& state) {
     MakeTheme();
-    const RunControl run = FullWall(static_cast<RunMode>(state.range(0)));
+    const WellState run = WellOf(FullWall(static_cast<RunMode>(state.range(0))));
     std::vector<double> milliseconds;
     DrawToImage(kWellOfDefaultWindow, [&](Canvas& canvas) {
         for (auto _ : state) {

@@ -93,7 +93,7 @@ void OnCreate(WindowId window) {
     shell.well =
         OpenChild(window, {kWellAt.x, kWellAt.y, 740, 520}, kBgColor, [](WindowId, Message& message) {
             if (message.type != MessageType::kPaint) return false;
-            PaintWell(*message.canvas, shell.run, shell.cell, TickMs(), shell.fee);
+            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee);
             return true;
         });
     RefreshWell();

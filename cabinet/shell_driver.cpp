@@ -60,7 +60,7 @@ GameKey KeyOfGame(Key key) {
 void RefreshWell() {
     InvalidateWindow(shell.well);
     RefreshFee();
-    std::string spoken = SpokenWell(shell.run);
+    std::string spoken = SpokenWell(WellOf(shell.run));
     if (spoken == shell.spoken_well) return;
     SetAccessibleWindowName(shell.well, "Play field", spoken);
     shell.spoken_well = std::move(spoken);

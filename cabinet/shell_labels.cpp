@@ -48,7 +48,7 @@ void ShowFee(FeeNote note) {
 
 void RefreshFee() {
     const RunControl& run = shell.run;
-    const FeeBasis basis = {run.mode, run.tape.events.size(), ShownScore(run)};
+    const FeeBasis basis = {run.mode, run.tape.events.size(), ShownScore(WellOf(run))};
     if (basis == shell.fee_basis) return;
     shell.fee_basis = basis;
     if (run.mode == kModeRecorded) return;  // it is paid

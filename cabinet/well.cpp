@@ -47,7 +47,7 @@ struct Field {
     int Y(int32_t units) const { return kFieldTop + units * ch / kCellUnits; }
 };
 
-Field FieldOf(const RunControl& run, CellSize layout) {
+Field FieldOf(const WellState& run, CellSize layout) {
     const bool has_run = run.mode != kModeAttract;
     const int cw = has_run && run.game.cell_w >= 1 ? run.game.cell_w : layout.w;
     const int ch = has_run && run.game.cell_h >= 1 ? run.game.cell_h : layout.h;
@@ -125,7 +125,7 @@ void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
     canvas.Text(box.Grown(8), "B", theme.font_mono, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
 }
 
-void DrawHud(Canvas& canvas, const RunControl& run, const Rect& field, const FeeNote& fee) {
+void DrawHud(Canvas& canvas, const WellState& run, const Rect& field, const FeeNote& fee) {
     const int left = field.w + 62;
     const auto line = [&](int y, int height, std::string_view text, const Font& font, Color color) {
         canvas.Text(FromEdges(left, y, field.w + 266, y + height), text, font, color);
@@ -161,7 +161,7 @@ void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const
     draw(0, 0, color);
 }
 
-void DrawBanner(Canvas& canvas, const RunControl& run, const Rect& field, uint64_t tick_ms) {
+void DrawBanner(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms) {
     const int middle = field.y + field.h / 2;
     const Rect box = FromEdges(field.x + 24, middle - 130, field.Right() - 24, middle + 150);
     FillAround(canvas, box, box.Grown(-2), kBannerEdgeColor);
@@ -177,7 +177,7 @@ void DrawBanner(Canvas& canvas, const RunControl& run, const Rect& field, uint64
     line(170, 218, "Click  Record score", &Theme::font_large, bright ? Rgb(0xFFC86E) : Rgb(0xDC8C38));
 }
 
-std::string_view OverlayText(const RunControl& run) {
+std::string_view OverlayText(const WellState& run) {
     switch (run.mode) {
         case kModeAttract:
             return "INSERT 5000 SATS";
@@ -191,19 +191,21 @@ std::string_view OverlayText(const RunControl& run) {
     return "";
 }
 
-void DrawOverlay(Canvas& canvas, const RunControl& run, const Rect& field, uint64_t tick_ms) {
+void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms) {
     if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms);
     canvas.Text(field, OverlayText(run), theme.font_title, kPaddleColor, AlignX::kCentre, AlignY::kCentre);
 }
 
 }  // namespace
 
-int64_t ShownScore(const RunControl& run) {
+WellState WellOf(const RunControl& run) { return {run.mode, run.game, run.final_score}; }
+
+int64_t ShownScore(const WellState& run) {
     const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
     return ended ? run.final_score : run.game.score;
 }
 
-void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee) {
+void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee) {
     const Field field = FieldOf(run, layout);
     DrawFrame(canvas, field.rect);
     DrawStars(canvas, field.rect);
@@ -216,7 +218,7 @@ void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t 
     DrawOverlay(canvas, run, field.rect, tick_ms);
 }
 
-std::string SpokenWell(const RunControl& run) {
+std::string SpokenWell(const WellState& run) {
     constexpr std::string_view kKeys = "Left and Right move the paddle, Space serves, P pauses";
     std::string spoken(OverlayText(run));
     if (run.mode == kModeGameOver) spoken = kGameOverText;

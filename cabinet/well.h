@@ -1,5 +1,5 @@
-// well.h - the child window in which the game is shown: one whole frame from the run's state, each time.
-// Main thread only.
+// well.h - the picture of a run: one whole frame from its state, each time, whether the run is being played
+// or was played long ago. Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -21,13 +21,22 @@ struct FeeNote {
     bool warns = false;
 };
 
+// What of a run is on show.
+struct WellState {
+    RunMode mode = kModeAttract;
+    GameState game;
+    int64_t final_score = 0;
+};
+
+WellState WellOf(const RunControl& run);
+
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
-void PaintWell(Canvas& canvas, const RunControl& run, CellSize layout, uint64_t tick_ms,
+void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms,
                const FeeNote& fee = {});
 
-int64_t ShownScore(const RunControl& run);  // as it stands, or at the run's end
+int64_t ShownScore(const WellState& run);  // as it stands, or at the run's end
 
 // What the picture says, for a screen reader; it changes only with what a player wants to hear of.
-std::string SpokenWell(const RunControl& run);
+std::string SpokenWell(const WellState& run);
 
 }  // namespace brickfall

@@ -20,7 +20,9 @@ struct Look {
     explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize,
                   const FeeNote& fee = {}) {
         MakeTheme();
-        image = DrawToImage(size, [&](Canvas& canvas) { PaintWell(canvas, run, {40, 40}, tick_ms, fee); });
+        image = DrawToImage(size, [&](Canvas& canvas) {
+            PaintWell(canvas, WellOf(run), {40, 40}, tick_ms, fee);
+        });
     }
     Color At(int x, int y) const { return PixelOf(image, x, y); }
     bool Has(const Rect& rect, Color color) const { return HasColor(image, rect, color); }
