@@ -9,7 +9,7 @@
 #include "game/simulation.h"
 #include "tests/support/recorded_run.h"
 #include "wallet/protocol/curve.h"
-#include "wallet/session/identity_signature.h"
+#include "wallet/protocol/signed_message.h"
 
 namespace brickfall {
 namespace {

@@ -17,7 +17,7 @@
 #include "tests/support/wallet_fixture.h"
 #include "wallet/protocol/curve.h"
 #include "wallet/protocol/hashes.h"
-#include "wallet/session/identity_signature.h"
+#include "wallet/protocol/signed_message.h"
 
 namespace brickfall {
 namespace {

@@ -15,6 +15,7 @@
 #include "wallet/payment/pay_drivers.h"
 #include "wallet/protocol/curve.h"
 #include "wallet/protocol/hashes.h"
+#include "wallet/protocol/signed_message.h"
 #include "wallet/session/identity_signature.h"
 #include "wallet/session/wallet_session.h"
 

@@ -16,7 +16,7 @@
 #include "wallet/protocol/curve.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/hashes.h"
-#include "wallet/session/identity_signature.h"
+#include "wallet/protocol/signed_message.h"
 
 namespace brickfall {
 namespace {

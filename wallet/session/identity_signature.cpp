@@ -8,13 +8,12 @@
 #include "wallet/protocol/ecdsa.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/hashes.h"
-#include "wallet/protocol/script.h"
+#include "wallet/protocol/signed_message.h"
 #include "wallet/session/wallet_session.h"
 
 namespace brickfall {
 namespace {
 
-constexpr std::string_view kMagic(kSignedMessageMagic);
 constexpr std::size_t kPrivateHexLength = 64;
 
 // r and s of a signature, 32 big-endian bytes each.
@@ -33,18 +32,6 @@ bool SignCompact(std::string_view private_hex, const Hash256& digest, CompactSig
 }
 
 }  // namespace
-
-Hash256 SignedMessageDigest(std::string_view text) {
-    ByteBuffer bytes{static_cast<uint8_t>(kMagic.size())};
-    const auto append = [&bytes](std::string_view part) {
-        const std::span<const uint8_t> view = AsBytes(part);
-        bytes.insert(bytes.end(), view.begin(), view.end());
-    };
-    append(kMagic);
-    AppendVarInt(bytes, text.size());
-    append(text);
-    return Sha256Twice(bytes);
-}
 
 bool SignIdentityMessage(std::string_view text, std::string& public_hex, std::string& signature,
                          std::string& error) {
