@@ -38,6 +38,14 @@ Gradient GradientOf(const ButtonState& button, const ButtonLook& look) {
     return gradient;
 }
 
+// A pressed one gives way by a pixel.
+Rect CaptionRect(Size size, const ButtonState& button) {
+    const int shift = button.pressed ? 1 : 0;
+    return {shift, shift, size.w, size.h};
+}
+
+Color CaptionColor(const ButtonState& button) { return button.disabled ? kMutedColor : kButtonTextColor; }
+
 void DrawGear(Canvas& canvas, const Rect& rect, Color color) {
     const Point centre = {rect.x + rect.w / 2, rect.y + rect.h / 2};
     for (int spoke = 0; spoke < 8; ++spoke) {
@@ -70,10 +78,10 @@ void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& r
     CreateButton(parent, id, rect, caption, theme.font_button);
 }
 
-void PaintButton(WindowId window, const Message& item, const ButtonLook& look) {
-    Canvas& canvas = *item.canvas;
-    const Rect all = {0, 0, item.size.w, item.size.h};
-    const ButtonState& button = item.button;
+void PaintButtonFace(Canvas& canvas, std::string_view caption, const ButtonState& button,
+                     const ButtonLook& look) {
+    const Size size = canvas.Extent();
+    const Rect all = {0, 0, size.w, size.h};
     canvas.Fill(all, look.background);
     const Gradient gradient = GradientOf(button, look);
     canvas.ClipRoundRect(all, kCorner, [&] {
@@ -85,16 +93,17 @@ void PaintButton(WindowId window, const Message& item, const ButtonLook& look) {
     canvas.FrameRoundRect(all, kCorner, button.hot || button.pressed ? kAccentColor : kButtonEdgeColor);
     // Where the keyboard is: a second frame inside the first.
     if (button.focused) canvas.FrameRoundRect(all.Grown(-3), kCorner - 4, kButtonTextColor);
+    canvas.Text(CaptionRect(size, button), caption, theme.font_button, CaptionColor(button), AlignX::kCentre,
+                AlignY::kCentre);
+}
 
-    const Color text = button.disabled ? kMutedColor : kButtonTextColor;
-    const int shift = button.pressed ? 1 : 0;
-    const Rect caption = {shift, shift, all.w, all.h};
-    if (item.id == kControlSettings) {
-        DrawGear(canvas, caption, text);
-    } else {
-        canvas.Text(caption, FirstCharacters(ControlText(window, item.id), kCaptionCap), theme.font_button,
-                    text, AlignX::kCentre, AlignY::kCentre);
+void PaintButton(WindowId window, const Message& item, const ButtonLook& look) {
+    if (item.id != kControlSettings) {
+        const std::string caption = FirstCharacters(ControlText(window, item.id), kCaptionCap);
+        return PaintButtonFace(*item.canvas, caption, item.button, look);
     }
+    PaintButtonFace(*item.canvas, "", item.button, look);
+    DrawGear(*item.canvas, CaptionRect(item.size, item.button), CaptionColor(item.button));
 }
 
 }  // namespace brickfall

@@ -19,6 +19,10 @@ struct ButtonLook {
 
 void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect);
 
+// Draws the whole of `canvas` as a button with this caption.
+void PaintButtonFace(Canvas& canvas, std::string_view caption, const ButtonState& button,
+                     const ButtonLook& look = {});
+
 // Answers kPaintButton. At most 127 characters of the caption are shown.
 void PaintButton(WindowId window, const Message& item, const ButtonLook& look = {});
 

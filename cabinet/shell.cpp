@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "board/board_load.h"
 #include "cabinet/board_window.h"
+#include "cabinet/box_look.h"
 #include "cabinet/controls.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/help_window.h"
@@ -88,6 +89,7 @@ void OnCreate(WindowId window) {
     shell.driver = MakeDriver();
     InstallLogHook(window);
     MakeTheme();
+    DressMessageBoxes();
     DressWindow(window);
     SetIcons(window);
     shell.well =

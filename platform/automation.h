@@ -23,6 +23,7 @@ void ReleaseKey(WindowId window, Key key, bool made_up_by_repeat = false);
 void PressTab(bool backwards = false);
 void TypeText(std::string_view text);   // into the control with the focus
 void PasteText(std::string_view text);  // the same, by the clipboard
+void StrokeKey(Key key);                // the same, pressed and let go; in a message box too
 void PressControl(char letter);         // the same, with the control key held: undo is 'Z'
 void MovePointer(WindowId window, Point at);
 void PressPointer(WindowId window, Point at);
@@ -34,7 +35,8 @@ bool CloseByFrame(WindowId window);  // the frame's close button
 
 // What is on show.
 Image GrabWindow(WindowId window);
-Image GrabScreen();  // the whole desktop, other programs' windows included
+Image GrabMessageBox();  // the one on show; empty: there is none
+Image GrabScreen();      // the whole desktop, other programs' windows included
 bool SavePng(const Image& image, const std::string& path);
 Rect ControlRect(WindowId window, int id);
 bool ControlEnabled(WindowId window, int id);

@@ -199,6 +199,19 @@ void EndWait();
 
 enum class BoxButtons { kOk, kOkCancel, kYesNo };
 enum class BoxIcon { kNone, kInformation, kQuestion, kWarning };
+
+// How boxes look; those of a program that says nothing are the toolkit's.
+struct BoxLook {
+    Font font;  // of the text
+    Color text;
+    Color background;
+    Size button;
+    Size icon;
+    std::function<void(Canvas& canvas, std::string_view caption, const ButtonState& state)> paint_button;
+    std::function<void(Canvas& canvas, BoxIcon icon)> paint_icon;
+};
+void SetMessageBoxLook(BoxLook look);
+
 // True for OK or Yes.
 bool ShowMessageBox(WindowId owner, std::string_view title, std::string_view text, BoxButtons buttons,
                     BoxIcon icon);

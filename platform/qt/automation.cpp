@@ -101,6 +101,8 @@ void ReleaseKey(WindowId window, Key key, bool made_up_by_repeat) {
             made_up_by_repeat);
 }
 
+void StrokeKey(Key key) { StrokeKey(ToolkitKey(key), TextOf(key)); }
+
 void PressTab(bool backwards) {
     StrokeKey(backwards ? Qt::Key_Backtab : Qt::Key_Tab, QStringLiteral("\t"),
               backwards ? Qt::ShiftModifier : Qt::NoModifier);
@@ -182,6 +184,11 @@ bool CloseByFrame(WindowId window) {
 Image GrabWindow(WindowId window) {
     WindowWidget* const widget = FindWindow(window);
     return widget != nullptr ? FromQImage(widget->grab().toImage()) : Image();
+}
+
+Image GrabMessageBox() {
+    QWidget* const box = State().boxes.empty() ? nullptr : State().boxes.back().box.data();
+    return box != nullptr ? FromQImage(box->grab().toImage()) : Image();
 }
 
 Rect ControlRect(WindowId window, int id) {

@@ -7,6 +7,8 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QStyle>
+#include <QStyleOptionSlider>
 #include <QTextBlock>
 #include <QTextDocument>
 #include <algorithm>
@@ -305,6 +307,24 @@ void EditWidget::CutToLimit() {
     tail.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
     tail.removeSelectedText();
     cutting_ = false;
+}
+
+// ---- Track bar
+
+// The style's handle is hardly to be seen on the dark: over it one in the accent colour.
+void TrackBarWidget::paintEvent(QPaintEvent* event) {
+    QSlider::paintEvent(event);
+    QStyleOptionSlider option;
+    initStyleOption(&option);
+    const QRect handle = style()
+                             ->subControlRect(QStyle::CC_Slider, &option, QStyle::SC_SliderHandle, this)
+                             .adjusted(1, 1, -1, -1);
+    QPainter painter(this);
+    painter.fillRect(handle, palette().color(QPalette::Highlight));
+    if (!hasFocus()) return;
+    PainterCanvas canvas(painter, FromQSize(size()));
+    const Color frame = FromQColor(palette().color(QPalette::WindowText));
+    Bevel(canvas, FromQRect(handle), frame, frame);
 }
 
 // ---- Screen readers

@@ -98,6 +98,14 @@ class EditWidget : public QPlainTextEdit {
     bool cutting_ = false;
 };
 
+class TrackBarWidget : public QSlider {
+  public:
+    explicit TrackBarWidget(QWidget* parent) : QSlider(Qt::Horizontal, parent) {}
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+};
+
 // Roles, names and the press action of the controls above, for screen readers.
 void InstallAccessibility();
 void RemoveAccessibility();

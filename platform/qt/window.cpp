@@ -273,7 +273,7 @@ void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position) {
     WindowWidget* const around = FindWindow(window);
     if (around == nullptr) return;
-    auto* const control = new QSlider(Qt::Horizontal, around);
+    auto* const control = new TrackBarWidget(around);
     control->setFocusPolicy(Qt::StrongFocus);
     control->setRange(lowest, highest);
     control->setValue(position);

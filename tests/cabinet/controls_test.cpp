@@ -76,6 +76,51 @@ TEST(Buttons, CallThePlayerUntilTheScoreIsRecorded) {
     EXPECT_EQ(record_top(), still);
 }
 
+TEST(MessageBoxes, WearTheCabinetsLookAndAnswerToTheSameKeys) {
+    CabinetFixture cabinet;
+    Image shown;
+    std::string keys;
+    constexpr int kTurns = 3;  // of the box's loop, until it is up and has the focus
+    WindowId owner = 0;
+    owner = OpenWindow({.title = "Owner", .size = {400, 300}}, [&](WindowId, Message& message) {
+        if (message.type != MessageType::kPosted) return false;
+        if (message.id < kTurns) return PostWindowMessage(owner, message.id + 1);
+        shown = GrabMessageBox();
+        if (keys.empty()) StrokeKey(Key::kEscape);
+        TypeText(keys);
+        return true;
+    });
+    ShowWindow(owner);
+    PumpMessages();
+    const auto answer = [&](std::string_view typed, BoxButtons buttons, BoxIcon icon) {
+        keys = typed;
+        PostWindowMessage(owner, 0);
+        return ShowMessageBox(owner, "Brickfall", "Enter?\n\nThree lives.", buttons, icon);
+    };
+    const struct {
+        const char* keys;
+        BoxButtons buttons;
+        BoxIcon icon;
+        bool answer;
+        Color sign;
+    } cases[] = {
+        {"\n", BoxButtons::kOkCancel, BoxIcon::kQuestion, true, kAccentColor},
+        {"", BoxButtons::kOkCancel, BoxIcon::kQuestion, false, kAccentColor},
+        {"\n", BoxButtons::kYesNo, BoxIcon::kWarning, true, kGoldColor},
+        {"n", BoxButtons::kYesNo, BoxIcon::kWarning, false, kGoldColor},
+        {"", BoxButtons::kYesNo, BoxIcon::kWarning, false, kGoldColor},
+        {"\n", BoxButtons::kOk, BoxIcon::kInformation, true, kAccentColor},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.keys);
+        EXPECT_EQ(answer(c.keys, c.buttons, c.icon), c.answer);
+        const Rect all = {0, 0, shown.w, shown.h};
+        EXPECT_EQ(PixelOf(shown, 0, 0), kBgColor);
+        for (const Color color : {c.sign, kTextColor, kBorderColor}) EXPECT_TRUE(HasColor(shown, all, color));
+    }
+    DestroyWindow(owner);
+}
+
 TEST(Logo, LosesItsGroundAndBecomesIcons) {
     LoadLogo(LogoFile());
     const Color ground = Rgb(0x123456);

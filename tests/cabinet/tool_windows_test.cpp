@@ -25,6 +25,14 @@ TEST(Settings, StandInTheirPlacesAndNameTheSite) {
                                              {1305, {180, 30, 70, 24}}, {1307, {400, 200, 110, 36}},
                                              {1308, {24, 148, 200, 20}}};
     for (const auto& [id, rect] : controls) EXPECT_EQ(ControlRect(shell.settings, id), rect) << id;
+    const Image shown = GrabWindow(shell.settings);
+    const int density = shown.w / ClientSize(shell.settings).w;
+    for (const int id : {1303, 1304}) {  // the handle is higher than the groove
+        const Rect bar = ControlRect(shell.settings, id);
+        const Rect above = {bar.x * density, (bar.y + bar.h / 2 - 4) * density, bar.w * density, 1};
+        const int handle = above.w - Inked(shown, above, kAccentColor);
+        EXPECT_TRUE(handle >= 6 * density && handle <= 20 * density) << handle;
+    }
     TakeOpenedAddresses();
     EXPECT_EQ(ControlText(shell.settings, 1308), "brickfall.test");
     FocusControl(shell.settings, 1308);
