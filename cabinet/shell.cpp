@@ -113,6 +113,7 @@ void OnCreate(WindowId window) {
 void OnDestroy(WindowId window) {
     SaveWindowPlacement({NormalRect(window), IsMaximized(window), IsMinimized(window)});
     StopTimer(window, kHeartbeatTimer);
+    StopTimer(window, kStatusTimer);
     StopSound();
     DropTheme();
     DropLogo();
@@ -132,6 +133,7 @@ TextStyle StyleOf(int id) {
         case kControlPotLine:
             return {kAccentColor, kBgColor};
         case kControlStatus:
+            return {StatusColor(), kBgColor, /*hand=*/true};
         case kControlBalanceLine:
             return {kMutedColor, kBgColor};
         case kControlVersion:
@@ -150,6 +152,14 @@ ButtonLook LookOf(int id) {
     look.blink = id == kControlRecord && shell.run.record_pending && shell.run.mode == kModeGameOver &&
                  BlinkOn(TickMs(), kRecordBlinkMs);
     return look;
+}
+
+// What has been copied stands out once more.
+void CopyStatus() {
+    const std::string status = ControlText(shell.main, kControlStatus);
+    if (status.empty()) return;
+    CopyText(status);
+    SetStatus(status);
 }
 
 void OnCommand(int id) {
@@ -173,6 +183,8 @@ void OnCommand(int id) {
             return OpenOnce(shell.report, OpenReportWindow, /*beside=*/true);
         case kControlCloseMain:
             return DestroyWindow(shell.main);
+        case kControlStatus:
+            return CopyStatus();
         case kControlVersion:
             if (shell.update_available) OpenAddress(kDownloadPageUrl);
             return;
@@ -283,6 +295,7 @@ bool MainWindowProc(WindowId window, Message& message) {
             return true;
         case MessageType::kTimer:
             if (message.id == kHeartbeatTimer) OnTimer(shell.run, shell.driver.run);
+            if (message.id == kStatusTimer) OnStatusTimer();
             return true;
         case MessageType::kCommand:
             OnCommand(message.id);

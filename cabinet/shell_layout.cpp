@@ -14,6 +14,7 @@ namespace brickfall {
 namespace {
 
 constexpr int kSmallestCell = 18;
+constexpr int kStatusNewMs = 1'000;
 constexpr Size kSmallestWindow = {1200, 1040};
 
 enum class ControlKind { kText, kButton };
@@ -80,6 +81,8 @@ void CreateMainControls(WindowId window) {
             CreateText(window, control.id, control.rect, control.text, theme.*control.font);
         }
     }
+    SetTextClickable(window, kControlStatus, true);
+    SetTextSpoken(window, kControlStatus);
 }
 
 bool IsInHeader(int id) {
@@ -102,7 +105,23 @@ void SetLine(int id, std::string_view text) {
     if (id == kControlWalletLine || id == kControlBalanceLine) FitWalletLine();
 }
 
-void SetStatus(std::string_view text) { SetControlText(shell.main, kControlStatus, text); }
+void SetStatus(std::string_view text) {
+    SetControlText(shell.main, kControlStatus, text);
+    shell.status_is_new = true;
+    StartTimer(shell.main, kStatusTimer, kStatusNewMs);
+    InvalidateControl(shell.main, kControlStatus);
+}
+
+void OnStatusTimer() {
+    StopTimer(shell.main, kStatusTimer);
+    shell.status_is_new = false;
+    InvalidateControl(shell.main, kControlStatus);
+}
+
+Color StatusColor() {
+    if (ControlText(shell.main, kControlStatus).starts_with("error:")) return kWarnColor;
+    return shell.status_is_new ? kTextColor : kMutedColor;
+}
 
 CellSize RefreshLayout() {
     const Size client = ClientSize(shell.main);

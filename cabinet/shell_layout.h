@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "game/run_control.h"
+#include "platform/canvas.h"
 #include "platform/window.h"
 
 namespace brickfall {
@@ -30,7 +31,13 @@ CellSize RefreshLayout();
 
 // Sets a line's text; the balance line follows the end of the wallet line.
 void SetLine(int control, std::string_view text);
-void SetStatus(std::string_view text);
+void SetStatus(std::string_view text);  // stands out for a second
+
+// Ends that second.
+inline constexpr int kStatusTimer = 43;
+void OnStatusTimer();
+
+Color StatusColor();
 
 // The version line, whole if there is room before the Close button.
 void FitVersionLine();

@@ -50,6 +50,7 @@ struct Shell {
     FeeNote fee;
 
     std::string spoken_well;          // as a screen reader has it
+    bool status_is_new = false;       // shown in the text's colour, until its timer says otherwise
     std::string status_before_check;  // stands again after a look-up that the window waits for
 };
 

@@ -43,8 +43,10 @@ bool ControlEnabled(WindowId window, int id);
 bool ControlExists(WindowId window, int id);
 int FocusedControl(WindowId window);  // 0: none
 std::string AccessibleName(WindowId window, int id);
-std::string AccessibleRole(WindowId window, int id);             // "link", "text", "button", or empty
+std::string AccessibleRole(WindowId window, int id);  // "link", "text", "button", "notification", or empty
 std::string AccessibleDescription(WindowId window, int id = 0);  // 0: of the window itself
+std::vector<std::string> TakeSpoken();         // by a screen reader; collected from the first call on
+std::string ToolTip(WindowId window, int id);  // as plain text
 std::string WindowTitle(WindowId window);
 Rect ChildRect(WindowId child);
 Size MinimumClientSize(WindowId window);

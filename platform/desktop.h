@@ -26,6 +26,8 @@ std::string ExecutableFolder();  // absolute, UTF-8, no slash at the end
 // Starts a program, detached, in a folder. False when it cannot be started. Any thread.
 bool StartProgram(const std::string& path, const std::string& folder);
 
+void CopyText(std::string_view text);  // to the clipboard; main thread only
+
 // Opens a web address in the user's browser.
 void OpenAddress(const std::string& url);
 

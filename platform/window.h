@@ -164,6 +164,7 @@ Monitor MonitorOf(WindowId window);  // the nearest
 
 // ---- Controls. Rectangles are in client pixels. Tab moves the focus in the order of creation.
 
+// A text that its rectangle cuts is whole in its tooltip.
 void CreateText(WindowId window, int id, const Rect& rect, std::string_view text, const Font& font,
                 bool clickable = false);
 // The procedure paints it. A press captures the pointer, and only a release inside is a click. Return and
@@ -179,6 +180,8 @@ void SetControlText(WindowId window, int id, std::string_view text);  // UTF-8
 std::string ControlText(WindowId window, int id);
 void EnableWindowControl(WindowId window, int id, bool on);
 void SetTextClickable(WindowId window, int id, bool on);  // else it is no link, and Tab passes it by
+// A screen reader speaks each change of the text, wherever the keyboard is.
+void SetTextSpoken(WindowId window, int id);
 void FocusControl(WindowId window, int id);
 // All of them at once: places and sizes times `factor`.
 void ScaleControls(WindowId window, double factor);

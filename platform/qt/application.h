@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -41,6 +42,8 @@ struct PlatformState {
     int procedures_running = 0;
     std::vector<OpenBox> boxes;             // message boxes on show
     std::vector<QPointer<QWidget>> buried;  // gone windows, deleted when no procedure runs
+
+    std::optional<std::vector<std::string>> spoken;  // collected once somebody asks
 
     bool loop_running = false;
     bool quitting = false;

@@ -9,6 +9,7 @@
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QPointer>
+#include <QTextDocumentFragment>
 #include <QWindow>
 #include <utility>
 
@@ -222,6 +223,8 @@ std::string AccessibleRole(WindowId window, int id) {
             return "text";
         case QAccessible::Button:
             return "button";
+        case QAccessible::Notification:
+            return "notification";
         default:
             return {};
     }
@@ -238,6 +241,17 @@ std::string AccessibleDescription(WindowId window, int id) {
                                          : widget != nullptr ? QAccessible::queryAccessibleInterface(widget)
                                                              : nullptr;
     return access != nullptr ? access->text(QAccessible::Description).toStdString() : std::string();
+}
+
+std::vector<std::string> TakeSpoken() {
+    return std::exchange(State().spoken, std::vector<std::string>()).value_or(std::vector<std::string>());
+}
+
+std::string ToolTip(WindowId window, int id) {
+    const WindowWidget* const widget = FindWindow(window);
+    const QWidget* const control = widget != nullptr ? widget->Control(id) : nullptr;
+    if (control == nullptr) return {};
+    return QTextDocumentFragment::fromHtml(control->toolTip()).toPlainText().toStdString();
 }
 
 std::string WindowTitle(WindowId window) {

@@ -29,6 +29,12 @@ constexpr qsizetype kMaxSpokenUnits = 4'096;  // of a name that a screen reader 
 constexpr int kEdgeWidth = 2;    // of the sunken edge of an edit
 constexpr int kEdgeLight = 170;  // percent of a button's colour, on its lit sides
 
+// Plain text, which a tooltip would show in one line.
+QString WrappedTip(std::string_view text) {
+    const QString plain = CutUnits(ToQString(text.substr(0, kMaxSpokenUnits * 4)), kMaxSpokenUnits);
+    return QStringLiteral("<p>%1</p>").arg(plain.toHtmlEscaped());
+}
+
 bool IsPressKey(const QKeyEvent& event) {
     return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter || event.key() == Qt::Key_Space;
 }
@@ -49,6 +55,10 @@ void ClickWidget::SetText(std::string_view text) {
     update();
     QAccessibleEvent changed(this, QAccessible::NameChanged);
     QAccessible::updateAccessibility(&changed);
+    if (!spoken_ || text.empty()) return;
+    if (auto& spoken = brickfall::State().spoken) spoken->push_back(text_);
+    QAccessibleEvent appeared(this, QAccessible::ObjectShow);  // of a notification is spoken
+    QAccessible::updateAccessibility(&appeared);
 }
 
 void ClickWidget::SetClickable(bool clickable) {
@@ -195,13 +205,17 @@ void TextWidget::LayOut() {
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     layout_->setTextOption(option);
     layout_->beginLayout();
+    qsizetype shown_units = 0;
     for (int row = 0; row < line_count; ++row) {
         QTextLine line = layout_->createLine();
         if (!line.isValid()) break;
         line.setLineWidth(width());
         line.setPosition({0, row * line_height + TextFont()->ascent - line.ascent()});
+        shown_units = line.textStart() + line.textLength();
     }
     layout_->endLayout();
+    const bool is_cut = shown_units < text.size() || shown.size() < Text().size();
+    setToolTip(is_cut ? WrappedTip(Text()) : QString());
 }
 
 void TextWidget::paintEvent(QPaintEvent*) {
@@ -337,6 +351,7 @@ class ClickAccess : public QAccessibleWidget {
 
     QAccessible::Role role() const override {
         if (Control().IsButton()) return QAccessible::Button;
+        if (Control().Spoken()) return QAccessible::Notification;
         return Control().Clickable() ? QAccessible::Link : QAccessible::StaticText;
     }
 

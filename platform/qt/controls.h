@@ -24,6 +24,8 @@ class ClickWidget : public QWidget {
     bool Clickable() const { return clickable_; }
     void SetClickable(bool clickable);
     virtual bool IsButton() const = 0;
+    bool Spoken() const { return spoken_; }
+    void SetSpoken() { spoken_ = true; }
     void Click();
 
   protected:
@@ -48,6 +50,7 @@ class ClickWidget : public QWidget {
     std::string text_;
     const Font font_;
     bool clickable_;
+    bool spoken_ = false;
     bool inside_ = false;    // the pointer is on it
     bool held_ = false;      // pressed by the pointer, wherever that is now
     bool key_held_ = false;  // pressed by the blank key

@@ -11,8 +11,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <QClipboard>
 #include <QDesktopServices>
 #include <QDir>
+#include <QGuiApplication>
 #include <QLibraryInfo>
 #include <QSocketNotifier>
 #include <QUrl>
@@ -322,6 +324,8 @@ bool StartProgram(const std::string& path, const std::string& folder) {
     } while (count < 0 && errno == EINTR);
     return count == 0;  // closed by the start of the program
 }
+
+void CopyText(std::string_view text) { QGuiApplication::clipboard()->setText(ToQString(text)); }
 
 void OpenAddress(const std::string& url) {
     const QUrl address(ToQString(url), QUrl::StrictMode);

@@ -315,6 +315,10 @@ void SetTextClickable(WindowId window, int id, bool on) {
     if (auto* const control = FindControl<TextWidget>(window, id)) control->SetClickable(on);
 }
 
+void SetTextSpoken(WindowId window, int id) {
+    if (auto* const control = FindControl<TextWidget>(window, id)) control->SetSpoken();
+}
+
 void ScaleControls(WindowId window, double factor) {
     const WindowWidget* const widget = FindWindow(window);
     if (widget == nullptr) return;

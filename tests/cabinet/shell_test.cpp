@@ -250,6 +250,35 @@ TEST(Shell, TakesEachPrivateMessage) {
     EXPECT_EQ(foreign.use_count(), 1);
 }
 
+TEST(Shell, MakesItsStatusLineStandOutSpeaksItAndLetsItBeCopied) {
+    CabinetFixture cabinet;
+    TakeSpoken();
+    const std::string hostile = "error: <b>" + std::string(900, 'x') + "</b>";
+    const struct {
+        std::string text;
+        Color at_once, later;
+    } changes[] = {{"paying", kTextColor, kMutedColor},
+                   {hostile, kWarnColor, kWarnColor},
+                   {"Score recorded.", kTextColor, kMutedColor}};
+    std::vector<std::string> spoken;
+    for (const auto& [text, at_once, later] : changes) {
+        cabinet.Post(kMsgStatusText, 0, MakePayload(text));
+        EXPECT_EQ(StyleOf(cabinet, 1007).text, at_once) << text;
+        FireTimer(cabinet.main, kStatusTimer);
+        EXPECT_FALSE(TimerRunning(cabinet.main, kStatusTimer));
+        EXPECT_EQ(StyleOf(cabinet, 1007).text, later) << text;
+        GrabWindow(cabinet.main);
+        EXPECT_EQ(ToolTip(cabinet.main, 1007), text == hostile ? hostile : "");
+        spoken.push_back(text);
+    }
+    EXPECT_EQ(TakeSpoken(), spoken);
+    cabinet.Click(1007);
+    EXPECT_EQ(StyleOf(cabinet, 1007).text, kTextColor);
+    cabinet.Click(1017);
+    PressControl('V');
+    EXPECT_EQ(ControlText(shell.report, 1401), "Score recorded.");
+}
+
 TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
     using Texts = std::vector<std::string>;
     TakeOpenedAddresses();
