@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "board/watch_reader.h"
+#include "cabinet/scrolling.h"
 #include "platform/window.h"
 
 namespace brickfall {
@@ -25,7 +26,11 @@ struct BoardView {
 // Opens a window that shows `view` as it is at each paint; the caller keeps it and closes the one before.
 WindowId OpenBoardWindow(WindowId owner, const BoardView& view);
 
-void PaintBoard(Canvas& canvas, const BoardView& view);
+// Where the rows scroll when the window is lower by `missing` pixels: at first, so that the player's own is
+// in the middle.
+Scrolling ScrollBoard(const BoardView& view, int missing = 0);
+
+void PaintBoard(Canvas& canvas, const BoardView& view, const Scrolling& scrolling);
 
 // Brings `key` to the face key of the connected wallet; empty without one.
 void UpdateMyFaceKey(std::string& key);

@@ -1,5 +1,6 @@
 #include "cabinet/help_window.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,9 @@ namespace brickfall {
 namespace {
 
 constexpr int kControlCloseHelp = 1201;
+constexpr int kCloseHelpTop = 772;
+constexpr int kPanelsBottom = kCloseHelpTop - 8;  // the last panel's, and half of what is free below it
+constexpr int kLineStep = 32;
 
 constexpr std::pair<std::string_view, std::string_view> kKeys[] = {
     {"Left  /  Right", "move the paddle"}, {"Space", "serve the sat"}, {"P", "pause"}};
@@ -55,35 +59,50 @@ std::string SpokenKeys() {
 
 }  // namespace
 
-void PaintHelp(Canvas& canvas) {
+Scrolling ScrollHelp(int missing) {
+    constexpr int kContent = kPanelsBottom - kToolHeaderBottom;
+    return {.content = kContent, .room = std::max(kLineStep, kContent - missing), .step = kLineStep};
+}
+
+void PaintHelp(Canvas& canvas, const Scrolling& scrolling) {
     DrawToolHeader(canvas);
-    const int right = canvas.Extent().w - 24;
-    const Rect controls = FromEdges(24, 88, right, 282);
-    DrawKeys(canvas, controls, DrawPanel(canvas, controls, "Controls"));
-    const Rect run = FromEdges(24, 298, right, 512);
-    DrawLines(canvas, run, DrawPanel(canvas, run, "The run"), kRunLines);
-    const Rect pot = FromEdges(24, 528, right, 756);
-    DrawLines(canvas, pot, DrawPanel(canvas, pot, "The weekly pot"), kPotLines);
+    const Size client = canvas.Extent();
+    const Rect room = {0, kToolHeaderBottom, client.w, scrolling.room};
+    DrawScrolled(canvas, room, scrolling, kBgColor, [&] {
+        const auto panel = [&](int top, int bottom) {
+            return FromEdges(24, top - scrolling.offset, client.w - 24, bottom - scrolling.offset);
+        };
+        const Rect controls = panel(88, 282);
+        DrawKeys(canvas, controls, DrawPanel(canvas, controls, "Controls"));
+        const Rect run = panel(298, 512);
+        DrawLines(canvas, run, DrawPanel(canvas, run, "The run"), kRunLines);
+        const Rect pot = panel(528, 756);
+        DrawLines(canvas, pot, DrawPanel(canvas, pot, "The weekly pot"), kPotLines);
+    });
 }
 
 WindowId OpenHelpWindow(WindowId owner) {
     const std::string spoken = SpokenKeys() + Spoken(kRunLines) + '\n' + Spoken(kPotLines);
-    const ToolWindowOptions options = {"Brickfall - Help", {760, 868}, false, spoken};
-    return OpenToolWindow(owner, options, [](WindowId window, Message& message) {
-        switch (message.type) {
-            case MessageType::kCreate:
-                MakeButton(window, "Close", kControlCloseHelp, {584, 772, 120, 36});
-                return true;
-            case MessageType::kCommand:
-                if (message.id == kControlCloseHelp) DestroyWindow(window);
-                return true;
-            case MessageType::kPaint:
-                PaintHelp(*message.canvas);
-                return true;
-            default:
-                return false;
-        }
-    });
+    const ToolWindowOptions options = {"Brickfall - Help", {760, 868}, false, spoken, /*scrolls=*/true};
+    return OpenToolWindow(
+        owner, options, [scrolling = Scrolling()](WindowId window, Message& message) mutable {
+            switch (message.type) {
+                case MessageType::kCreate: {
+                    const int missing = static_cast<int>(message.value);
+                    scrolling = ScrollHelp(missing);
+                    MakeButton(window, "Close", kControlCloseHelp, {584, kCloseHelpTop - missing, 120, 36});
+                    return true;
+                }
+                case MessageType::kCommand:
+                    if (message.id == kControlCloseHelp) DestroyWindow(window);
+                    return true;
+                case MessageType::kPaint:
+                    PaintHelp(*message.canvas, scrolling);
+                    return true;
+                default:
+                    return OnScrollMessage(window, message, scrolling);
+            }
+        });
 }
 
 }  // namespace brickfall

@@ -47,28 +47,33 @@ std::string Spoken(std::span<const std::string_view> lines) {
 WindowId OpenToolWindow(WindowId owner, const ToolWindowOptions& options, WindowProcedure procedure) {
     const Size frame = FrameSize(owner);  // as large as its own will be
     const Rect work = MonitorOf(owner).work;
-    const Size page =
+    const Size whole =
         options.size_is_client ? options.size : Size{options.size.w - frame.w, options.size.h - frame.h};
-    const double factor = FactorOf(page, {work.w - frame.w, work.h - frame.h});
-    const bool is_whole = factor >= 1;
+    const Size room = {work.w - frame.w, work.h - frame.h};
+    const double factor = FactorOf({whole.w, options.scrolls ? 1 : whole.h}, room);
+    const Size page = {whole.w, std::min(whole.h, static_cast<int>(room.h / factor))};
+    const bool is_smaller = factor < 1;
+    const int missing = whole.h - page.h;
+    const bool is_whole = !is_smaller && missing == 0;
     const WindowOptions window = {.title = options.title,
                                   .size = is_whole ? options.size : Scaled(page, factor),
                                   .size_is_client = options.size_is_client || !is_whole,
                                   .resizable = false,
                                   .owner = owner,
                                   .background = kBgColor};
-    return OpenWindow(window, [options, page, factor, is_whole, procedure = std::move(procedure)](
+    return OpenWindow(window, [options, page, factor, is_smaller, missing, procedure = std::move(procedure)](
                                   WindowId id, Message& message) {
         if (message.type == MessageType::kCreate) {
             DressWindow(id);
             SetAccessibleWindowName(id, options.title, options.spoken);
+            message.value = missing;
         }
-        if (message.type == MessageType::kPaint && !is_whole) {
+        if (message.type == MessageType::kPaint && is_smaller) {
             PaintSmaller(id, message, page, procedure);
             return true;
         }
         const bool handled = procedure(id, message);
-        if (message.type == MessageType::kCreate && !is_whole) ScaleControls(id, factor);
+        if (message.type == MessageType::kCreate && is_smaller) ScaleControls(id, factor);
         if (handled) return true;
         if (message.type != MessageType::kPaintButton) return false;
         PaintButton(id, message);

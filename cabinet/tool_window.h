@@ -15,6 +15,8 @@ struct ToolWindowOptions {
     Size size;
     bool size_is_client = false;
     std::string spoken = {};  // what is painted, for a screen reader
+    // Where the screen is too low the window is lower by kCreate's `value`, instead of smaller as a whole.
+    bool scrolls = false;
 };
 
 // The procedure need not care for the look of buttons and texts, nor for a screen that is smaller than the

@@ -28,6 +28,8 @@ void PressControl(char letter);         // the same, with the control key held: 
 void MovePointer(WindowId window, Point at);
 void PressPointer(WindowId window, Point at);
 void ReleasePointer(WindowId window, Point at);
+// Away from the person is positive. A touchpad tells of pixels, and a wheel does not.
+void TurnWheel(WindowId window, double notches, int pixels = 0);
 void ClickControl(WindowId window, int id);
 bool PointerWaits();                 // it shows that the program is at work
 void PretendFocusLost(bool lost);    // another application takes or gives back the focus

@@ -3,7 +3,20 @@
 
 namespace brickfall {
 
-enum class Key { kLeft, kRight, kSpace, kP, kEscape, kOther };
+enum class Key {
+    kLeft,
+    kRight,
+    kSpace,
+    kP,
+    kEscape,
+    kUp,
+    kDown,
+    kPageUp,
+    kPageDown,
+    kHome,
+    kEnd,
+    kOther,
+};
 
 // Releases that a window system makes up for its auto-repeat are none. An X server is asked for the key
 // itself, so that one held, pressed or let go while another application has the focus is seen. Other window

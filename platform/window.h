@@ -59,11 +59,14 @@ enum class MessageType {
     kKeyUp,      // `key`
     kTimer,      // `id` of the timer
     kCommand,    // button or clickable text `id` was clicked
+    kWheel,      // wheel or touchpad over the window: `value` pixels, downwards positive
     kScroll,     // track bar `id` was moved to `value`
     kPosted,     // `id` is the message's number, with `value` and `payload`
     kTextStyle,  // give `style` for text control `id`; asked at each of its paints
     kPaintButton,  // draw button `id` on `canvas`, of `size`, in the state `button`
 };
+
+inline constexpr int kWheelNotch = 54;  // pixels of one of a wheel's clicks
 
 struct ButtonState {
     bool hot = false;  // the pointer is on it, or it is being pressed

@@ -10,7 +10,9 @@
 #include <QPixmap>
 #include <QPointer>
 #include <QTextDocumentFragment>
+#include <QWheelEvent>
 #include <QWindow>
+#include <cmath>
 #include <utility>
 
 #include "platform/qt/application.h"
@@ -148,6 +150,16 @@ void ReleasePointer(WindowId window, Point at) {
     MovePointer(window, at);
     held_buttons = Qt::NoButton;
     SendPointer(window, QEvent::MouseButtonRelease, at, Qt::LeftButton, held_buttons);
+}
+
+void TurnWheel(WindowId window, double notches, int pixels) {
+    QWindow* const handle = HandleOf(window);
+    if (handle == nullptr) return;
+    const QPointF middle(handle->width() / 2.0, handle->height() / 2.0);
+    QWheelEvent event(middle, handle->mapToGlobal(middle), {0, pixels},
+                      {0, static_cast<int>(std::lround(notches * 120))}, Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, /*inverted=*/false);
+    QCoreApplication::sendEvent(handle, &event);
 }
 
 void ClickControl(WindowId window, int id) {

@@ -316,6 +316,19 @@ void WindowWidget::closeEvent(QCloseEvent* event) {
     if (!Dispatch(MessageType::kClose)) Destroy();
 }
 
+// A touchpad tells of pixels, but an X server's are of no certain size.
+void WindowWidget::wheelEvent(QWheelEvent* event) {
+    constexpr int kNotchAngle = 120;
+    int down = -event->pixelDelta().y();
+    if (down == 0 || QGuiApplication::platformName() == QStringLiteral("xcb")) {
+        wheel_rest_ -= event->angleDelta().y() * kWheelNotch;
+        down = wheel_rest_ / kNotchAngle;
+        wheel_rest_ %= kNotchAngle;
+    }
+    Message message{.type = MessageType::kWheel, .value = down};
+    event->setAccepted(Dispatch(message));
+}
+
 void WindowWidget::keyPressEvent(QKeyEvent* event) {
     if (!top_level_) return QWidget::keyPressEvent(event);  // on to the window around it
     const Key key = KeyOf(*event);

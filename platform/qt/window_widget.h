@@ -61,6 +61,7 @@ class WindowWidget : public QWidget {
     void showEvent(QShowEvent* event) override;
     void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void keyReleaseEvent(QKeyEvent* event) override;
 
@@ -83,6 +84,7 @@ class WindowWidget : public QWidget {
     std::map<int, QWidget*> controls_;
     bool destroying_ = false;
     bool gone_ = false;
+    int wheel_rest_ = 0;  // of its last turns, less than a pixel
     QSize told_size_;
     QSize minimum_client_;
     QSize minimum_outer_;

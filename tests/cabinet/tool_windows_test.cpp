@@ -1,10 +1,12 @@
 // The windows beside the main one: their places, their texts, and the board's picture.
 #include <gtest/gtest.h>
 
+#include "board/board_load.h"
 #include "board/local_scores.h"
 #include "cabinet/board_window.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/help_window.h"
+#include "cabinet/private_messages.h"
 #include "cabinet/report_window.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
@@ -63,7 +65,7 @@ TEST(Help, IsOnePageThatFitsItsWindowAndIsReadOutWordForWord) {
               "Fewer than three: 60 / 40, or 100% if only one.\n"
               "Pouch balance is your wallet.\n"
               "Current weekly pot is the prize pool, not yours until a payout.");
-    const Image page = DrawToImage({760, 868}, PaintHelp);
+    const Image page = DrawToImage({760, 868}, [](Canvas& canvas) { PaintHelp(canvas, ScrollHelp()); });
     EXPECT_EQ(PixelOf(page, 700, 71), kHeaderColor);
     EXPECT_EQ(PixelOf(page, 700, 72), kBgColor);
     for (const int top : {88, 298, 528}) {
@@ -102,7 +104,8 @@ constexpr Color kPictureColor = Rgb(0x2040C0), kDiscColor = Rgb(0x241A0A);
 
 Image PaintedBoard(const BoardView& view) {
     MakeTheme();
-    return DrawToImage(kBoardWindowSize, [&view](Canvas& canvas) { PaintBoard(canvas, view); });
+    return DrawToImage(kBoardWindowSize,
+                       [&view](Canvas& canvas) { PaintBoard(canvas, view, ScrollBoard(view)); });
 }
 
 ScoreRow Row(const std::string& handle, int64_t score) {
@@ -163,7 +166,8 @@ TEST(BoardWindow, CutsLongNamesAndManyRows) {
     // Nothing of the name comes into the score's column, which begins 140 pixels before the row's end.
     EXPECT_FALSE(HasColor(image, {540 - 20 - 140, 100, 7, 40}, kTextColor));
     EXPECT_TRUE(HasColor(image, {150, 100, 200, 40}, kTextColor));
-    EXPECT_EQ(PixelOf(image, 250, 96 + 14 * 54 + 4), kPanelColor);  // the last row that fits whole
+    EXPECT_EQ(PixelOf(image, 250, 96 + 11 * 54 + 4), kPanelColor);  // the last row that fits whole
+    EXPECT_EQ(Inked(image, {0, 788, 540, 90}, kBgColor), 0) << "the strip with Close";
     // A score too long begins with its leading digits, and ends before its last.
     const auto column = [](int64_t score) {
         BoardView one;
@@ -196,6 +200,53 @@ TEST(BoardWindow, ShowsAPictureOrTheInitialOnADisc) {
         EXPECT_TRUE(HasColor(face(key), {8, 8, 22, 22}, Rgb(0xF6E8C8))) << key;
     }
     EXPECT_EQ(face("\xD0\xB6").pixels, face("\xD0\x96").pixels);  // a small letter of another script
+}
+
+TEST(BoardWindow, OpensAtThePlayersOwnRowAndScrollsByEveryMeans) {
+    CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
+    auto board = std::make_unique<BoardResult>();
+    for (int i = 0; i < 20; ++i) board->rows.push_back(Row(i == 12 ? "ada" : "bob", 900 - i));
+    cabinet.Post(kMsgBoardDone, 0, MakePayload(std::move(board)));
+    const WindowId window = shell.board;
+    const Color own = BlendColor(kPanelColor, kAccentColor, 40);
+    // From 96 on there is room for 692 pixels of 1,080. Where the player's row begins, of those.
+    const auto own_row = [&] {
+        const Image shown = GrabWindow(window);
+        const int density = shown.w / ClientSize(window).w;
+        for (int y = 0; y < 692; ++y) {
+            if (PixelOf(shown, 250 * density, (96 + y + 1) * density) == own) return y;
+        }
+        return -1;
+    };
+    constexpr int kTop = 12 * 54, kLast = 1'080 - 692;
+    EXPECT_EQ(own_row(), (692 - 54) / 2) << "in the middle";
+    const struct {
+        const char* name;
+        std::function<void()> move;
+        int offset;
+    } moves[] = {
+        {"End", [&] { cabinet.TapKey(Key::kEnd); }, kLast},
+        {"the end once more", [&] { PressKey(window, Key::kEnd); }, kLast},
+        {"up", [&] { PressKey(window, Key::kUp); }, kLast - 54},
+        {"down", [&] { PressKey(window, Key::kDown); }, kLast},
+        {"a notch", [&] { TurnWheel(window, 1); }, kLast - 54},
+        {"a third of one", [&] { TurnWheel(window, 1.0 / 3); }, kLast - 72},
+        {"a touchpad", [&] { TurnWheel(window, 0.5, 7); }, kLast - 79},
+        {"back", [&] { TurnWheel(window, -0.5, -100); }, kLast},
+        {"page up", [&] { PressKey(window, Key::kPageUp); }, 0},
+        {"page down", [&] { PressKey(window, Key::kPageDown); }, kLast},
+    };
+    PressKey(window, Key::kEnd);
+    for (const auto& [name, move, offset] : moves) {
+        move();
+        EXPECT_EQ(own_row(), offset == 0 ? -1 : kTop - offset) << name;  // there only its fade is
+    }
+    PressKey(window, Key::kHome);
+    EXPECT_EQ(PixelShown(window, 250, 98), kPanelColor) << "no fade above the first row";
+    PressKey(window, Key::kEnd);
+    EXPECT_NE(PixelShown(window, 250, 98), kPanelColor);
+    Click(window, 1102);
+    EXPECT_FALSE(WindowExists(window));
 }
 
 // From the file that a player publishes to the pixels of the window.

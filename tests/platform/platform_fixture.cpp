@@ -43,9 +43,11 @@ class PlatformOffScreen : public ::testing::Environment {
 
 // One word for the type, and what belongs to it.
 std::string Describe(const Message& message) {
-    static const char* const kTypes[] = {"create", "destroy", "close", "size",    "move end", "paint",
-                                         "down",   "up",      "timer", "command", "scroll",   "posted"};
-    static const char* const kKeys[] = {"left", "right", "space", "p", "escape", "other"};
+    static const char* const kTypes[] = {"create", "destroy", "close",   "size",  "move end", "paint", "down",
+                                         "up",     "timer",   "command", "wheel", "scroll",   "posted"};
+    static const char* const kKeys[] = {"left",      "right",       "space",         "p",
+                                        "escape",    "pointing up", "pointing down", "page up",
+                                        "page down", "home",        "end",           "other"};
     const std::string type = kTypes[static_cast<int>(message.type)], id = " " + std::to_string(message.id);
     switch (message.type) {
         case MessageType::kKeyDown:
@@ -53,6 +55,8 @@ std::string Describe(const Message& message) {
             return type + " " + kKeys[static_cast<int>(message.key)] + (message.is_repeat ? " again" : "");
         case MessageType::kCommand:
             return type + id;
+        case MessageType::kWheel:
+            return type + " " + std::to_string(message.value);
         case MessageType::kScroll:
         case MessageType::kPosted:
             return type + id + " " + std::to_string(message.value);
