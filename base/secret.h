@@ -1,6 +1,7 @@
-// secret.h - text and bytes that wipe their storage whenever they give it back.
+// secret.h - text and bytes in memory that is never swapped out, that no core dump holds, and that is wiped
+// whenever it is given back. Any thread.
 // Private keys, seeds and recovery words travel in these types only, so that an early return cannot leave a
-// copy. A text of fewer than 16 characters lives inside the object and is not wiped: every secret here is
+// copy. A text of fewer than 16 characters lives inside the object and has none of this: every secret here is
 // longer.
 #pragma once
 
@@ -8,34 +9,47 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 namespace brickfall {
 
+void* AllocateSecret(std::size_t bytes);  // std::bad_alloc when there is none
+void FreeSecret(void* place, std::size_t bytes);
+
 template <typename T>
-struct WipingAllocator {
+struct SecretAllocator {
     using value_type = T;
 
-    WipingAllocator() = default;
+    SecretAllocator() = default;
     template <typename U>
-    WipingAllocator(const WipingAllocator<U>&) {}
+    SecretAllocator(const SecretAllocator<U>&) {}
 
-    T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
-    void deallocate(T* place, std::size_t count) {
-        OPENSSL_cleanse(place, count * sizeof(T));
-        std::allocator<T>().deallocate(place, count);
+    T* allocate(std::size_t count) {
+        if (count > SIZE_MAX / sizeof(T)) throw std::bad_array_new_length();
+        return static_cast<T*>(AllocateSecret(count * sizeof(T)));
     }
+    void deallocate(T* place, std::size_t count) { FreeSecret(place, count * sizeof(T)); }
 
     template <typename U>
-    bool operator==(const WipingAllocator<U>&) const {
+    bool operator==(const SecretAllocator<U>&) const {
         return true;
     }
 };
 
-using SecretString = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
-using SecretBytes = std::vector<uint8_t, WipingAllocator<uint8_t>>;
+using SecretString = std::basic_string<char, std::char_traits<char>, SecretAllocator<char>>;
+using SecretBytes = std::vector<uint8_t, SecretAllocator<uint8_t>>;
+
+// An object of such memory that lives as long as the process.
+template <typename T>
+T& MakeSecretObject() {
+    return *new (AllocateSecret(sizeof(T))) T;
+}
+
+// While a wallet is loaded: no core file, and no other program of the user may read this one's memory.
+void ForbidDumps();
+void PermitDumps();  // as it was before
 
 // Wipes the whole capacity of `secret` and leaves it empty.
 inline void WipeString(SecretString& secret) {

@@ -135,7 +135,7 @@ bool DrawKeyPair(PrivateScalar& private_key, CompressedPoint& public_key) {
 bool SharedPoint(const PrivateScalar& private_key, std::span<const uint8_t> public_key,
                  CompressedPoint& shared) {
     const EC_GROUP* const group = Secp256k1();
-    const BignumPtr scalar(BN_bin2bn(private_key.data(), static_cast<int>(private_key.size()), nullptr));
+    const BignumPtr scalar = SecretNumber(private_key);
     const EcPointPtr point = DecodePoint(public_key);
     if (!scalar || !point) return false;
     BN_set_flags(scalar.get(), BN_FLG_CONSTTIME);

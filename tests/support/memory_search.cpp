@@ -9,6 +9,15 @@
 #include "wallet/protocol/encodings.h"
 
 namespace brickfall {
+namespace {
+
+std::vector<std::string> Once(std::vector<std::string> names) {
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+}  // namespace
 
 void Needles::Add(const std::string& name, std::span<const uint8_t> bytes, uint8_t mask) {
     for (std::size_t at = 0; at + kPiece <= bytes.size(); at += kPiece) {
@@ -41,9 +50,13 @@ std::vector<std::string> Needles::Find() const {
         if (mode[0] != 'r' || mode[1] != 'w') continue;
         Search({reinterpret_cast<const uint8_t*>(begin), end - begin}, found);
     }
-    std::sort(found.begin(), found.end());
-    found.erase(std::unique(found.begin(), found.end()), found.end());
-    return found;
+    return Once(std::move(found));
+}
+
+std::vector<std::string> Needles::FindIn(std::span<const uint8_t> bytes) const {
+    std::vector<std::string> found;
+    Search(bytes, found);
+    return Once(std::move(found));
 }
 
 void Needles::Search(std::span<const uint8_t> memory, std::vector<std::string>& found) const {

@@ -23,6 +23,7 @@ class Needles {
 
     // The names of what the memory holds, each once.
     std::vector<std::string> Find() const;
+    std::vector<std::string> FindIn(std::span<const uint8_t> bytes) const;
 
   private:
     static constexpr std::size_t kPiece = 16;  // bytes of a secret that count as a find

@@ -1,12 +1,22 @@
 // Looks through the memory that this process can write for the secrets of a wallet that it no longer holds.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/files.h"
 #include "base/text.h"
 #include "tests/support/memory_search.h"
 #include "tests/support/shadow_memory.h"
+#include "tests/support/temp_folder.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/bip32.h"
 #include "wallet/keys/bip39_words.h"
@@ -136,6 +146,60 @@ TEST_F(Secrets, NothingOfAWalletIsLeftOnceItIsClearedOrItsLoadFails) {
         EXPECT_FALSE(Load(row.before, Phrase(), row.behind)) << row.why;
         ExpectNothingLeft(row.why);
     }
+}
+
+// Crashes in a child that holds the wallet as this process does. With `permitted` the core file that the
+// wallet forbids is allowed once more. Its bytes, or nothing where there is none.
+std::optional<std::string> CoreOfACrash(bool permitted) {
+    const TempFolder folder;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::chdir(folder.Path().c_str()) != 0) ::_exit(1);
+        if (permitted) {
+            const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
+            ::setrlimit(RLIMIT_CORE, &all);
+            ::prctl(PR_SET_DUMPABLE, 1);
+        }
+        std::signal(SIGABRT, SIG_DFL);
+        std::abort();
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+        std::string bytes;
+        if (ReadFile(entry.path().string(), bytes, std::size_t{1} << 30) == FileState::kRead) return bytes;
+    }
+    return std::nullopt;
+}
+
+// Whether a core file would lie in the folder of the crash, and the limits let it.
+bool CoreFilesAreWritten() {
+    std::string pattern;
+    rlimit limit = {};
+    return ReadFile("/proc/sys/kernel/core_pattern", pattern) == FileState::kRead &&
+           pattern.find_first_of("|/") == std::string::npos && ::getrlimit(RLIMIT_CORE, &limit) == 0 &&
+           limit.rlim_max == RLIM_INFINITY;
+}
+
+TEST_F(Secrets, ACrashWritesNoneOfThem) {
+    ASSERT_TRUE(Load(kHdBegin, Phrase(), "\"}"));
+    needles.Add("words", AsBytes(Phrase()));
+    AddKeysOfWallet(needles);
+    UseWallet();
+    EXPECT_EQ(::prctl(PR_GET_DUMPABLE), 0);
+    if (CoreFilesAreWritten()) {
+        EXPECT_EQ(CoreOfACrash(/*permitted=*/false), std::nullopt);
+        const std::string beside = std::string("what is ") + "no secret is in it";
+        Needles plain;
+        plain.Add("plain", AsBytes(beside));
+        const std::optional<std::string> core = CoreOfACrash(/*permitted=*/true);
+        ASSERT_TRUE(core);
+        EXPECT_EQ(plain.FindIn(AsBytes(*core)), std::vector<std::string>{"plain"});
+        EXPECT_EQ(needles.FindIn(AsBytes(*core)), std::vector<std::string>{});
+    }
+    ClearWalletState();
+    EXPECT_EQ(::prctl(PR_GET_DUMPABLE), 1);
 }
 
 TEST_F(Secrets, NothingOfALegacyWalletIsLeft) {

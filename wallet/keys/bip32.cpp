@@ -28,9 +28,9 @@ bool HmacSha512(std::span<const uint8_t> key, std::span<const uint8_t> data, Hma
 bool AddKeys(std::span<const uint8_t, 32> left, const std::array<uint8_t, 32>& parent,
              std::array<uint8_t, 32>& sum) {
     const BIGNUM* order = EC_GROUP_get0_order(Secp256k1());
-    const BignumPtr tweak(BN_bin2bn(left.data(), 32, nullptr));
-    const BignumPtr key(BN_bin2bn(parent.data(), 32, nullptr));
-    const BignumPtr child(BN_new());
+    const BignumPtr tweak = SecretNumber(left);
+    const BignumPtr key = SecretNumber(parent);
+    const BignumPtr child(BN_secure_new());
     if (!tweak || !key || !child) return false;
     if (BN_cmp(tweak.get(), order) >= 0 || BN_cmp(key.get(), order) >= 0) return false;
     // Constant time for numbers below the modulus.

@@ -42,7 +42,7 @@ struct OwnedList {
 };
 
 // Both guarded by wallet_mutex.
-ReceiveParent& receive_parent = *new ReceiveParent;
+ReceiveParent& receive_parent = MakeSecretObject<ReceiveParent>();
 OwnedList& owned = *new OwnedList;
 
 void WipeRoots() {

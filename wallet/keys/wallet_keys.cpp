@@ -5,7 +5,7 @@
 namespace brickfall {
 
 std::recursive_mutex& wallet_mutex = *new std::recursive_mutex;
-WalletKeys& wallet_keys = *new WalletKeys;
+WalletKeys& wallet_keys = MakeSecretObject<WalletKeys>();
 
 namespace {
 

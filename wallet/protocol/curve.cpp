@@ -6,6 +6,13 @@
 
 namespace brickfall {
 
+BignumPtr SecretNumber(std::span<const uint8_t> bytes) {
+    BignumPtr number(BN_secure_new());
+    if (!number || BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), number.get()) == nullptr)
+        return {};
+    return number;
+}
+
 const EC_GROUP* Secp256k1() {
     static const EC_GROUP* const group = [] {
         const EC_GROUP* const made = EC_GROUP_new_by_curve_name(NID_secp256k1);
@@ -17,7 +24,7 @@ const EC_GROUP* Secp256k1() {
 
 bool CompressedPublicKey(std::span<const uint8_t, 32> private_key, CompressedPoint& public_key) {
     const EC_GROUP* group = Secp256k1();
-    const BignumPtr scalar(BN_bin2bn(private_key.data(), static_cast<int>(private_key.size()), nullptr));
+    const BignumPtr scalar = SecretNumber(private_key);
     const EcPointPtr point(EC_POINT_new(group));
     const EcKeyPtr key(EC_KEY_new());
     if (!scalar || !point || !key) return false;

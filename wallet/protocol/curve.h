@@ -34,6 +34,9 @@ inline constexpr std::size_t kUncompressedKeyBytes = 65;
 
 using CompressedPoint = std::array<uint8_t, kCompressedKeyBytes>;
 
+// A secret number of big-endian bytes, in the library's secure heap. Empty without memory.
+BignumPtr SecretNumber(std::span<const uint8_t> bytes);
+
 // The curve's group; immutable, never freed.
 const EC_GROUP* Secp256k1();
 

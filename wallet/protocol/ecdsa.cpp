@@ -17,7 +17,7 @@ EcKeyPtr MakeSigningKey(std::string_view private_hex) {
     if (!HexDecodeSecret(private_hex, bytes)) return nullptr;
 
     const EC_GROUP* group = Secp256k1();
-    const BignumPtr scalar(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
+    const BignumPtr scalar = SecretNumber(bytes);
     if (!scalar || BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group)) >= 0) {
         return nullptr;
     }

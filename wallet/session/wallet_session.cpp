@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "base/secret.h"
 #include "deployment/deployment.h"
 #include "wallet/coins/balance_cache.h"
 #include "wallet/coins/ordinal_guard.h"
@@ -35,6 +36,7 @@ bool LoadWallet() {
     if (!wallet_keys.priv.empty() && !wallet_keys.address.empty()) return true;
     const std::string told = std::exchange(wallet_load_error, {});
     if (WalletId().empty()) return false;
+    ForbidDumps();
     try {
         if (ReadWallet()) {
             ShareOrdAddress();
@@ -44,8 +46,10 @@ bool LoadWallet() {
         }
     } catch (const std::bad_alloc&) {
         ResetWalletKeys();  // half a wallet, or one without its spent set, would pass for a loaded one
+        PermitDumps();
         throw;
     }
+    PermitDumps();
     // Every click tries to load it; the player is told once.
     if (!wallet_load_error.empty() && wallet_load_error != told) WalletLog(wallet_load_error);
     return false;
@@ -61,6 +65,7 @@ void ReloadWalletHints() {
 
 void ClearWalletState() {
     ResetWalletKeys();
+    PermitDumps();
     ClearUtxoState();
     ClearGuardState();
     ClearBalanceMemory();
