@@ -16,6 +16,7 @@
 #include "audit/display_text.h"
 #include "audit/options.h"
 #include "audit/report.h"
+#include "audit/service_check.h"
 #include "audit/settlement_input.h"
 #include "audit/settlement_report.h"
 #include "base/build_number.h"
@@ -111,6 +112,21 @@ Told TellSettlement(const AuditReport& report, const Collected& collected, int64
             settlement.doubts.empty() ? 0 : kCouldNotLook};
 }
 
+// A line for each service while the next one is asked.
+int Check() {
+    std::printf("Brickfall services\n\n%s\n", DeploymentText().c_str());
+    StartNetwork();
+    const bool all = CheckServices([](const ServiceAnswer& answer) {
+        std::printf("%s  %s%s\n            %s\n", answer.good ? "answers  " : "NO ANSWER",
+                    PadRight(answer.service, 17).c_str(), answer.url.c_str(),
+                    SafeText(answer.said, kErrorColumns).c_str());
+        std::fflush(stdout);
+    });
+    StopNetwork();
+    std::printf("\n%s\n", all ? "Every service answers." : "Not every service answers as it should.");
+    return std::fflush(stdout) != 0 ? Fail("cannot write the report") : all ? 0 : kCouldNotLook;
+}
+
 int Main(const AuditOptions& options) {
     const std::size_t threads = std::max(std::thread::hardware_concurrency(), 1u);
     std::string error;
@@ -151,7 +167,7 @@ int main(int count, char** arguments) {
             std::printf("brickfall-audit %s\n", FormatBuild(kBuildNumber).c_str());
             return 0;
         }
-        return Main(options);
+        return options.check ? Check() : Main(options);
     } catch (const std::exception& failure) {
         return Fail(failure.what());
     }

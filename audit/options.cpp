@@ -12,10 +12,12 @@ namespace brickfall {
 const char* const kAuditHelp =
     R"(usage: brickfall-audit [--week YYYY-Www | --all | TXID] [--file FILE] [--save FILE] [--json]
        brickfall-audit --payout [--one-each] [--week YYYY-Www] [--file FILE] [--save FILE] [--json]
+       brickfall-audit --check
 
 Judges recorded scores: signature, published key, seal, replay of the tape, entry, times, copies.
 Without a choice: the rows of this week; with --file alone: what the file was saved for.
 With --payout: who is due what of the week's pot. Nothing is paid.
+With --check: whether each service of this build answers. Nothing is changed.
 
   --week YYYY-Www  the rows of a week, such as 2026-W48
   --all            every record
@@ -25,11 +27,13 @@ With --payout: who is due what of the week's pot. Nothing is paid.
   --payout         the settlement of the week
   --one-each       one place a player, by identity key; else the best three rows, whosever they are
   --json           a report for programs
+  --check          one harmless question to each service, and what it says
   --help           this text
   --version        the build
 
 Ends with 0 when all is sound, 1 when something is not, 2 when something could not be looked at.
 A settlement ends with 0 when it is final, 2 when it is provisional.
+A check ends with 0 when every service answers as it should, else with 2.
 )";
 
 bool ParseAuditOptions(std::span<char* const> arguments, int64_t now, AuditOptions& options,
@@ -69,6 +73,8 @@ bool ParseAuditOptions(std::span<char* const> arguments, int64_t now, AuditOptio
             options.payout = true;
         } else if (argument == "--one-each") {
             options.one_each = true;
+        } else if (argument == "--check") {
+            options.check = true;
         } else if (argument == "--help") {
             options.help = true;
         } else if (argument == "--version") {
@@ -84,6 +90,10 @@ bool ParseAuditOptions(std::span<char* const> arguments, int64_t now, AuditOptio
             error = "unknown argument \"" + std::string(argument) + "\"";
             return false;
         }
+    }
+    if (options.check && arguments.size() > 1) {
+        error = "--check stands alone";
+        return false;
     }
     if (choices > 1) {
         error = "one of --week, --all and TXID";

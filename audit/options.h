@@ -16,6 +16,7 @@ struct AuditOptions {
     bool json = false;
     bool payout = false;
     bool one_each = false;  // of --payout: a player has one place at most
+    bool check = false;     // the services are asked, and no record is looked at
     bool help = false;
     bool version = false;
 };

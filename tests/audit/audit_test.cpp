@@ -6,6 +6,7 @@
 
 #include "audit/display_text.h"
 #include "audit/report.h"
+#include "audit/service_check.h"
 #include "base/files.h"
 #include "tests/support/child_process.h"
 #include "tests/support/recorded_run.h"
@@ -197,6 +198,32 @@ TEST(Audit, EndsWithWhatItHasFound) {
     EXPECT_EQ(run({"--week", "2026-W54"}), 2);
     EXPECT_EQ(run({"--all", "--week", "2026-W40"}), 2);
     EXPECT_EQ(run({"--wek"}), 2);
+    EXPECT_EQ(run({"--check", "--json"}), 2);
+}
+
+TEST(Audit, AsksEachServiceWhetherItIsThere) {
+    SandboxFixture services;
+    const auto check = [](std::string* which) {
+        int asked = 0;
+        const bool all = CheckServices([&](const ServiceAnswer& answer) {
+            ++asked;
+            if (!answer.good) *which += answer.service + ": " + answer.said + "\n";
+        });
+        EXPECT_EQ(asked, 9);
+        return all;
+    };
+    std::string silent;
+    EXPECT_TRUE(check(&silent)) << silent;
+
+    // One that is down, one that is another program's, one whose page has moved.
+    services.Reply(Service::kArc, "", 404, "{}");
+    services.Reply(Service::kIndexer, "/oi/oracle", 200, R"({"hello":"world"})");
+    services.Reply(Service::kDownload, "", 503, "");
+    EXPECT_FALSE(check(&silent));
+    EXPECT_EQ(silent,
+              "indexer: an answer that is no list of recorded scores\n"
+              "ARC: HTTP 404 \xE2\x80\x93 {}\n"
+              "download page: HTTP 503\n");
 }
 
 }  // namespace
