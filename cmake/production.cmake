@@ -1,17 +1,20 @@
-# Reads the operator's values, checks each, and makes the library `deployment` from them.
+# Reads the operator's values, checks each, and makes the library `deployment` from them. What is wrong is told of all
+# values at once.
 if(NOT BRICKFALL_PRODUCTION_VALUES OR NOT EXISTS "${BRICKFALL_PRODUCTION_VALUES}")
   message(FATAL_ERROR "BRICKFALL_PRODUCTION_VALUES: no such file \"${BRICKFALL_PRODUCTION_VALUES}\"; "
                       "fill in a copy of deployment/production.cmake.in")
 endif()
 include("${BRICKFALL_PRODUCTION_VALUES}")
 
+set(value_faults "")
+
 function(require_value name pattern what)
   if(NOT DEFINED ${name} OR "${${name}}" STREQUAL "")
-    message(FATAL_ERROR "${name} is missing: ${what}")
+    string(APPEND value_faults "\n  ${name} is missing: ${what}")
+  elseif(NOT "${${name}}" MATCHES "${pattern}")
+    string(APPEND value_faults "\n  ${name} is malformed (\"${${name}}\"): ${what}")
   endif()
-  if(NOT "${${name}}" MATCHES "${pattern}")
-    message(FATAL_ERROR "${name} is malformed (\"${${name}}\"): ${what}")
-  endif()
+  set(value_faults "${value_faults}" PARENT_SCOPE)
 endfunction()
 
 set(host_pattern "[A-Za-z0-9]([A-Za-z0-9.-]*[A-Za-z0-9])?(:[0-9]+)?")
@@ -39,12 +42,18 @@ if(NOT checker_built)
   message(FATAL_ERROR "the address checker does not build:\n${checker_output}")
 endif()
 foreach(name ARCADE_HOUSE_ADDRESS ARCADE_POT_ADDRESS ARCADE_WATCH_ADDRESS REPORT_FEE_ADDRESS REPORT_ORACLE_ADDRESS)
-  require_value(${name} "^[1-9A-HJ-NP-Za-km-z]+$" "a Base58Check P2PKH main-chain address")
+  if(NOT DEFINED ${name} OR "${${name}}" STREQUAL "")
+    string(APPEND value_faults "\n  ${name} is missing: a Base58Check P2PKH main-chain address")
+    continue()
+  endif()
   execute_process(COMMAND "${CMAKE_BINARY_DIR}/check_address_program" "${${name}}" RESULT_VARIABLE bad)
   if(bad)
-    message(FATAL_ERROR "${name} is malformed (\"${${name}}\"): not a P2PKH main-chain address with a good checksum")
+    string(APPEND value_faults "\n  ${name} is malformed (\"${${name}}\"): a P2PKH main-chain address with a good checksum")
   endif()
 endforeach()
+if(value_faults)
+  message(FATAL_ERROR "${BRICKFALL_PRODUCTION_VALUES}:${value_faults}")
+endif()
 
 configure_file(deployment/production.cpp.in "${CMAKE_BINARY_DIR}/production.cpp" @ONLY)
 add_library(deployment STATIC "${CMAKE_BINARY_DIR}/production.cpp")
