@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,15 @@ std::string ExecutableFolder();  // absolute, UTF-8, no slash at the end
 bool StartProgram(const std::string& path, const std::string& folder);
 
 void CopyText(std::string_view text);  // to the clipboard; main thread only
+
+class FolderWatch {
+  public:
+    virtual ~FolderWatch() = default;  // ends it
+};
+
+// `changed` runs on the main thread, from the message loop, each time that something in the folder has come,
+// gone or got other rights; nobody looks in between. nullptr where there is no such folder.
+std::unique_ptr<FolderWatch> WatchFolder(const std::string& folder, std::function<void()> changed);
 
 // Opens a web address in the user's browser.
 void OpenAddress(const std::string& url);

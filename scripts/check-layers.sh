@@ -91,6 +91,7 @@ only_in() {  # only_in PATTERN FOLDER: no file outside FOLDER may include what m
 only_in 'curl/' '(net/|fuzz/answers.h)'
 only_in 'Q[A-Z]|Qt' 'platform/qt/'
 only_in 'fluidsynth' 'platform/fluidsynth/'
+only_in 'SDL' '(platform/sdl|tests/cabinet)/'
 only_in 'httplib' '(sandbox/server|tests/net)/'
 
 # arrows: "from to" for each include between two modules of the product.

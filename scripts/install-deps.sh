@@ -11,6 +11,7 @@ packages=(
   qt6-base-dev libxcb1-dev zlib1g-dev qt6-image-formats-plugins fonts-open-sans fonts-crosextra-caladea fonts-inconsolata
   xvfb openbox xdotool x11-utils x11-xkb-utils librsvg2-bin
   libfluidsynth-dev timgm6mb-soundfont
+  libsdl2-dev
   ca-certificates openssl
 )
 
