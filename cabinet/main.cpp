@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "cabinet/pad_driver.h"
 #include "cabinet/shell.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/startup.h"
@@ -28,7 +29,10 @@ int main(int count, char** arguments) {
             RaiseWindowOfClass(kShellWindowClass);
             return 0;
         }
-        if (StartCabinet(folder, OpenMidiOut) != 0) code = RunMessageLoop();
+        if (StartCabinet(folder, OpenMidiOut) != 0) {
+            StartPads(OpenGamepads());
+            code = RunMessageLoop();
+        }
     }
     StopNetwork();
     return code;

@@ -16,6 +16,7 @@
 #include "cabinet/face_drawing.h"
 #include "cabinet/help_window.h"
 #include "cabinet/images.h"
+#include "cabinet/pad_driver.h"
 #include "cabinet/private_messages.h"
 #include "cabinet/report_window.h"
 #include "cabinet/settings_window.h"
@@ -114,6 +115,7 @@ void OnDestroy(WindowId window) {
     SaveWindowPlacement({NormalRect(window), IsMaximized(window), IsMinimized(window)});
     StopTimer(window, kHeartbeatTimer);
     StopTimer(window, kStatusTimer);
+    StopPads();
     StopSound();
     DropTheme();
     DropLogo();
@@ -291,11 +293,14 @@ bool MainWindowProc(WindowId window, Message& message) {
             OnKeyDown(shell.run, shell.driver.run, KeyOfGame(message.key), message.is_repeat);
             return shell.run.mode == kModePlaying;
         case MessageType::kKeyUp:
-            OnKeyUp(shell.run, shell.driver.run, KeyOfGame(message.key));
+            if (!PadHolds(KeyOfGame(message.key))) {
+                OnKeyUp(shell.run, shell.driver.run, KeyOfGame(message.key));
+            }
             return true;
         case MessageType::kTimer:
             if (message.id == kHeartbeatTimer) OnTimer(shell.run, shell.driver.run);
             if (message.id == kStatusTimer) OnStatusTimer();
+            if (message.id == kPadTimer) OnPadTimer();
             return true;
         case MessageType::kCommand:
             OnCommand(message.id);

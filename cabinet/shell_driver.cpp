@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "board/local_scores.h"
+#include "cabinet/pad_driver.h"
 #include "cabinet/report_window.h"
 #include "cabinet/shell_labels.h"
 #include "cabinet/shell_layout.h"
@@ -36,6 +37,7 @@ void BeginCheck(int control, std::string_view text) {
 
 void EndCheck() {
     EndWait();
+    DropPadPresses();
     SetStatus(shell.status_before_check);
 }
 
@@ -81,7 +83,7 @@ FlowDriver MakeDriver() {
     driver.run.record_local_score = [](const std::string& txid) {
         RecordLocalScore(ui_doc, shell.run.final_score, txid, [] { SaveUiSettings(); });
     };
-    driver.run.key_down = [](GameKey key) { return KeyIsDown(PlatformKey(key)); };
+    driver.run.key_down = [](GameKey key) { return KeyIsDown(PlatformKey(key)) || PadHolds(key); };
     driver.confirm = [](std::string_view title, std::string_view question) {
         return ShowMessageBox(shell.main, title, question, BoxButtons::kOkCancel, BoxIcon::kQuestion);
     };
