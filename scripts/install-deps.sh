@@ -8,8 +8,8 @@ packages=(
   clang clang-format clang-tidy libclang-rt-14-dev shellcheck
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libcpp-httplib-dev
   libgtest-dev libbenchmark-dev librapidcheck-dev
-  qt6-base-dev libxcb1-dev zlib1g-dev qt6-image-formats-plugins fonts-open-sans fonts-crosextra-caladea fonts-inconsolata
-  xvfb openbox xdotool x11-utils x11-xkb-utils librsvg2-bin
+  qt6-base-dev qt6-wayland libxcb1-dev zlib1g-dev qt6-image-formats-plugins fonts-open-sans fonts-crosextra-caladea fonts-inconsolata
+  xvfb openbox xdotool x11-utils x11-xkb-utils sway wtype librsvg2-bin
   libfluidsynth-dev timgm6mb-soundfont
   libsdl2-dev
   ca-certificates openssl

@@ -12,6 +12,7 @@
 #include "platform/qt/controls.h"
 #include "platform/qt/convert.h"
 #include "platform/qt/picture.h"
+#include "platform/qt/wayland.h"
 #include "platform/qt/window_widget.h"
 
 namespace brickfall {
@@ -33,6 +34,12 @@ int64_t Distance(const Rect& a, const Rect& b) {
     const int64_t x = std::max({0, a.x - b.Right(), b.x - a.Right()});
     const int64_t y = std::max({0, a.y - b.Bottom(), b.y - a.Bottom()});
     return x * x + y * y;
+}
+
+Monitor MonitorOn(const QScreen& screen) {
+    const QRect work =
+        OnWayland() ? WithoutUntoldPanels(screen.availableGeometry()) : screen.availableGeometry();
+    return {FromQRect(screen.geometry()), FromQRect(work)};
 }
 
 std::vector<Monitor>& PretendedMonitors() {
@@ -220,13 +227,14 @@ void FocusWindow(WindowId window) {
 std::vector<Monitor> Monitors() {
     if (!PretendedMonitors().empty()) return PretendedMonitors();
     std::vector<Monitor> monitors;
-    for (const QScreen* const screen : QGuiApplication::screens()) {
-        monitors.push_back({FromQRect(screen->geometry()), FromQRect(screen->availableGeometry())});
-    }
+    for (const QScreen* const screen : QGuiApplication::screens()) monitors.push_back(MonitorOn(*screen));
     return monitors;
 }
 
 Monitor MonitorOf(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    // Where there are no places, the window still knows which screen it is on.
+    if (OnWayland() && widget != nullptr) return MonitorOn(*widget->screen());
     const Rect rect = WindowRect(window);
     Monitor nearest;
     bool first = true;

@@ -12,6 +12,7 @@
 #include "platform/qt/convert.h"
 #include "platform/qt/key_tracker.h"
 #include "platform/qt/painter_canvas.h"
+#include "platform/qt/wayland.h"
 
 namespace brickfall {
 namespace {
@@ -52,6 +53,7 @@ WindowWidget::WindowWidget(WindowId id, const WindowOptions& options, QWidget* o
     Prepare();
     setWindowTitle(ToQString(options.title));
     winId();  // the frame is asked of a real window
+    connect(windowHandle(), &QWindow::screenChanged, this, [this] { FitScreen(); });
     if (options.size_is_client) {
         SetClientSize({options.size.w, options.size.h});
     } else {
@@ -155,7 +157,9 @@ void WindowWidget::TakeFocus() { setFocus(Qt::OtherFocusReason); }
 // While the frame is not known, that of another window, if possible of the same kind.
 QMargins WindowWidget::Frame() const {
     if (Framed()) return windowHandle()->frameMargins();
-    return seen_frames[resizable_].isNull() ? seen_frames[!resizable_] : seen_frames[resizable_];
+    const QMargins& seen =
+        seen_frames[resizable_].isNull() ? seen_frames[!resizable_] : seen_frames[resizable_];
+    return seen.isNull() && OnWayland() ? kUntoldFrame : seen;
 }
 
 bool WindowWidget::Framed() const {
@@ -172,6 +176,8 @@ void WindowWidget::SetClientSize(QSize size) {
 }
 
 void WindowWidget::SetOuterSize(Size size) {
+    // A compositor takes the size at once, or has its own, which stands.
+    if (OnWayland()) return SetClientSize(Shrunk(ToQSize(size), Frame()));
     wanted_outer_ = ToQSize(size);
     wish_tries_ = kWishTries;
     SetClientSize(Shrunk(*wanted_outer_, Frame()));
@@ -179,6 +185,7 @@ void WindowWidget::SetOuterSize(Size size) {
 }
 
 void WindowWidget::MoveOuter(QPoint at) {
+    if (OnWayland()) return move(at);  // remembered for a desktop that has places
     wanted_place_ = at;
     wish_tries_ = kWishTries;
     move(at);
@@ -197,6 +204,15 @@ void WindowWidget::ApplyMinimum() {
     const Rect work = MonitorOf(id_).work;
     const QSize least = minimum_client_.expandedTo(Shrunk(minimum_outer_, Frame()));
     setMinimumSize(least.boundedTo(Shrunk({work.w, work.h}, Frame())));
+}
+
+// The compositor has chosen the screen, perhaps a smaller one than the window was made for.
+void WindowWidget::FitScreen() {
+    if (gone_ || !OnWayland() || !resizable_ || isMaximized() || isFullScreen()) return;
+    ApplyMinimum();
+    const Rect work = MonitorOf(id_).work;
+    const QSize fitting = size().boundedTo(Shrunk({work.w, work.h}, Frame()));
+    if (fitting != size()) SetClientSize(fitting);
 }
 
 QRect WindowWidget::WithWishes(QRect outer) const {
@@ -239,6 +255,7 @@ void WindowWidget::Settle() {
     if (!CanBePlaced()) return;
     normal_frame_ = seen_frames[resizable_] = windowHandle()->frameMargins();
     ApplyMinimum();
+    if (OnWayland()) return;
     // The window manager found the place for a window without a frame, or for a larger one.
     if (isVisible() && !std::exchange(place_seen_, true) && !wanted_place_) {
         const Rect outer = FromQRect(OuterRect());

@@ -70,6 +70,7 @@ class WindowWidget : public QWidget {
     bool Framed() const;
     QRect WithWishes(QRect outer) const;
     void ApplyMinimum();
+    void FitScreen();
     bool CanBePlaced() const;
     void AskForWishes();
     void LookAtWishes();

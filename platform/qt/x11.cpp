@@ -12,9 +12,12 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/qt/wayland.h"
+
 namespace brickfall {
 namespace {
 
+constexpr int kLateInputMs = 200;
 constexpr int kLostMarkMs = 1'000;  // a mark whose window is gone does not come back
 
 template <typename T>
@@ -139,7 +142,11 @@ void FlushToServer() {
 void AfterEventsUntilNow(quint32 window, std::function<void()> done) {
     xcb_connection_t* const connection = Connection();
     if (connection != nullptr && watch != nullptr) return watch->Mark(connection, window, std::move(done));
-    QTimer::singleShot(0, qApp, std::move(done));
+    // A Wayland connection is read by a thread of the toolkit, piece by piece, once the loop turns again.
+    QTimer::singleShot(0, qApp, [done = std::move(done)] {
+        if (!OnWayland()) return done();
+        QTimer::singleShot(kLateInputMs, qApp, done);
+    });
 }
 
 }  // namespace brickfall

@@ -22,7 +22,7 @@ char LatinLetterOfKey(quint32 key_code);
 void FlushToServer();
 
 // Calls back when every event that has happened until now has been delivered. `window` is one of ours.
-// Without a server that is with the next turn of the loop.
+// Without a server that is with the next turn of the loop, on Wayland a moment later.
 void AfterEventsUntilNow(quint32 window, std::function<void()> done);
 
 }  // namespace brickfall

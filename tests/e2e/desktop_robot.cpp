@@ -157,7 +157,13 @@ void TypeKeys(const std::string& text) { Xdotool("type --delay 5 '" + text + "'"
 
 void Screenshot(const std::string& name) {
     const char* const folder = std::getenv("BRICKFALL_SCREENSHOTS");
-    if (folder != nullptr) SavePng(GrabScreen(), std::string(folder) + "/" + name + ".png");
+    if (folder == nullptr) return;
+    const std::string path = std::string(folder) + "/" + name + ".png";
+    if (std::getenv("WAYLAND_DISPLAY") != nullptr) {
+        RunShell("grim '" + path + "'");  // the desktop shows its screen to nobody else
+    } else {
+        SavePng(GrabScreen(), path);
+    }
 }
 
 Color ColorOnScreen(const std::string& title, Point at) {

@@ -1,73 +1,28 @@
 // The whole cabinet on a desktop: window manager, pointer, keyboard, the companion's window, every service.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "cabinet/shell_state.h"
 #include "cabinet/sound.h"
-#include "cabinet/startup.h"
 #include "cabinet/ui_settings.h"
 #include "deployment/deployment.h"
 #include "platform/automation.h"
 #include "tests/e2e/desktop_robot.h"
-#include "tests/support/child_process.h"
+#include "tests/e2e/paid_desktop.h"
 #include "tests/support/sealed_message.h"
-#include "tests/support/wallet_fixture.h"
 
 namespace brickfall {
 namespace {
 
-constexpr char kCompanion[] = BRICKFALL_BINARY_DIR "/sandbox/brickfall-companion-window";
 constexpr Point kAddMoney = {400, 88};
 constexpr Point kApprove = {95, 229};
 constexpr char kPlaceOfP[] = "33";  // the number that X servers give the key
 
-std::string Text(int control) { return ControlText(shell.main, control); }
-
-bool WaitForStatus(const std::string& text, int seconds = 30) {
-    return WaitFor(
-        "status \"" + text + "\", not \"" + Text(1007) + "\"",
-        [&text] { return Text(1007).starts_with(text); }, seconds);
-}
-
 constexpr Color kBannerEdge = Rgb(0xDC2830);
-
-// A store, the services, the companion and the cabinet, each as on a player's desktop.
-struct Desktop {
-    Desktop() {
-        ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
-        ::setenv("BRICKFALL_SANDBOX_CA", services.box.CaFile().c_str(), 1);
-        companion.emplace(kCompanion, std::vector<std::string>{"player"});
-        companion->ReadUntil("companion ready");
-        StartCabinet(data.Path() + "/cabinet", OpenRecordingMidi);
-        WaitFor("the window", [] { return WindowIsUp(kMainTitle); });
-    }
-
-    ~Desktop() {
-        if (WindowExists(shell.main)) DestroyWindow(shell.main);
-        PumpMessages();
-    }
-
-    SandboxFixture services;
-    TempUserData data;
-    JumpingClock clock;
-    std::optional<ChildProcess> companion;
-};
-
-// Plays on, serving whenever the ball rests, until the run is over.
-void LoseTheRun(Desktop& desktop) {
-    for (int serve = 0; serve < 20 && shell.run.mode == kModePlaying; ++serve) {
-        PressKeys("space");
-        for (int jump = 0; jump < 60 && shell.run.mode == kModePlaying && shell.run.game.ball_live; ++jump) {
-            desktop.clock.JumpMs(1'000);
-            RunFor(40);
-        }
-    }
-}
 
 TEST(PaidLoop, FromConnectToUnbind) {
     const WorkingFolder folder;  // where the architect's key file lies
-    Desktop desktop;
+    PaidDesktop desktop;
+    WaitFor("the window", [] { return WindowIsUp(kMainTitle); });
     sandbox::Sandbox& box = desktop.services.box;
     ASSERT_TRUE(box.AppointArchitect("userinfo"));
     EXPECT_EQ(Text(1007), "Connect Pouch, then Play.");
@@ -154,7 +109,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_SOON(!shell.run.game.paused);
     RunShell("setxkbmap us");
     EXPECT_EQ(Text(1007), "Back.");
-    LoseTheRun(desktop);
+    desktop.LoseTheRun([] { PressKeys("space"); });
     ASSERT_EQ(shell.run.mode, kModeGameOver);
     EXPECT_SOON(HeardMidiMessage(0x07B1 | 85 * 127 / 100 << 16));  // the jingle's channel, at its volume
     EXPECT_EQ(Text(1007), "Game over. Record this score on-chain (1 sat).");
