@@ -38,7 +38,6 @@ struct Watched {
     std::set<std::string> spent;  // coins that it has been told are spent by a payment
     std::set<std::string> named;  // marked coins that the ordinals service has named to this process
     int64_t ordinals_failed_at = -kOrdinalsRestMs;
-    bool half_scanned = false;  // the ordinals service has failed since its last whole scan
 };
 
 // What one cabinet has answered, and what it was told.
@@ -286,7 +285,6 @@ void Stage::NoteConnection(const Step& step, const Answer& answer) {
         cabinet.spent = told_spent_[cabinet.bound];
         cabinet.named.clear();
         cabinet.ordinals_failed_at = -kOrdinalsRestMs;
-        cabinet.half_scanned = false;
     }
     Require(BoundWallet(world_.Store(), world_.Installation(answer.cabinet)) == cabinet.bound,
             "the bind is another than the companion has agreed to");
@@ -388,14 +386,13 @@ void Stage::CheckProtected(const Submission& submission, const std::vector<Answe
         });
         if (gone) continue;
         // An inscription on one satoshi is suspect while nobody can tell. Of others, and of tokens, a cabinet
-        // that was told keeps the knowledge, and one that was not asks, unless the service has failed. A scan
-        // whose list of tokens alone fails counts as one, so a token stays unknown to the next. Of two at
-        // once it is not known which has handed it in.
+        // that was told keeps the knowledge, and one that was not asks, unless the service has failed. Of two
+        // at once it is not known which has handed it in.
         const bool suspect = mark.coin.value == 1 && !mark.token;
         const bool one_may = std::ranges::any_of(answers, [&](const Answer& answer) {
             const Watched& cabinet = watched_[answer.cabinet];
-            const bool blind = AnyOn(Service::kOrdinals) || (mark.token && cabinet.half_scanned) ||
-                               began_ms_ - cabinet.ordinals_failed_at < kOrdinalsRestMs;
+            const bool blind =
+                AnyOn(Service::kOrdinals) || began_ms_ - cabinet.ordinals_failed_at < kOrdinalsRestMs;
             return blind && !cabinet.named.contains(mark.coin.outpoint);
         });
         Require(one_may && !suspect,
@@ -407,12 +404,10 @@ void Stage::NoteScans(const Step& step, const std::vector<Answer>& answers) {
     if (AnyOn(Service::kOrdinals)) {
         for (const Answer& answer : answers) {
             watched_[answer.cabinet].ordinals_failed_at = world_.PassedMs();
-            watched_[answer.cabinet].half_scanned = true;
         }
         return;
     }
     if (step.act != Act::kRefresh || answers.size() != 1) return;
-    watched_[answers.front().cabinet].half_scanned = false;
     const std::vector<std::string> asked = world_.Box().Requests(Service::kOrdinals);
     for (const Mark& mark : marks_) {
         const std::string target =

@@ -283,6 +283,19 @@ TEST_F(CoinNetwork, APaymentFetchesOnlyWhatIsNotKnown) {
     EXPECT_TRUE(lock.owns_lock());
     EXPECT_EQ(Scans(), "");
 
+    // A scan whose list of tokens fails counts, and is made again by the next payment.
+    NoteListing(address);
+    for (const bool fails : {true, true, false, false}) {
+        services.box.ClearFaults();
+        services.box.ClearRequests();
+        services.Reply(Service::kOrdinals, "/bsv20/", fails ? 500 : 200,
+                       json{{{"txid", TestTxid(1)}, {"vout", 0}}}.dump());
+        EXPECT_TRUE(EnsureUtxoCache(lock, error));
+        EXPECT_FALSE(OrdinalsOutageRunning());
+        EXPECT_EQ(IsOrdinalForAddress(address, {TestTxid(1), 0, 50}), !fails);
+    }
+    EXPECT_EQ(Scans(), "") << "the whole one was the last";
+
     // A listing without a scan leaves its outputs uncovered; a service that fails is asked again after a
     // while.
     ApplyRefresh({{address, {{TestTxid(1), 0, 50}, {TestTxid(3), 0, 60}}, /*ok=*/true, {}}});

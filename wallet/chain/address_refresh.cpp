@@ -19,7 +19,9 @@ void FetchRefreshRecords(std::vector<AddressRefresh>& records, OrdinalScans scan
             }
             const bool has_coins = record.scan_only || !record.utxos.empty();
             record.scanned = scans == OrdinalScans::kAll || (scans == OrdinalScans::kWhereCoins && has_coins);
-            if (record.scanned) record.guard_ok = ScanOrdinals(record.address, record.guard_keys);
+            if (record.scanned) {
+                record.guard_ok = ScanOrdinals(record.address, record.guard_keys, &record.tokens_listed);
+            }
         } catch (const std::bad_alloc&) {
             AddressRefresh unknown;  // counts as not fetched
             unknown.address = std::move(record.address);

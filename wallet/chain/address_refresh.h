@@ -17,8 +17,9 @@ struct AddressRefresh {
     std::set<std::string> guard_keys;
     bool guard_ok = false;
     bool complete = false;
-    bool scan_only = false;  // its outputs are known; only its ordinals are asked for
-    bool scanned = false;    // the ordinals service was asked
+    bool scan_only = false;      // its outputs are known; only its ordinals are asked for
+    bool scanned = false;        // the ordinals service was asked
+    bool tokens_listed = false;  // and has told of the tokens, too
 };
 
 // Of which records the ordinals are asked for, too.

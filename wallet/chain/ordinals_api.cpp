@@ -68,14 +68,14 @@ bool AddOutpointOf(FieldReader& fields, std::set<std::string>& keys) {
 }
 
 // What a listing that fails in its middle has told until then is held back as well.
-void AddTokens(const std::string& address, std::set<std::string>& keys) {
+bool AddTokens(const std::string& address, std::set<std::string>& keys) {
     const auto take = [&keys](const json& element) {
         if (!element.is_object()) return true;
         FieldReader fields{element};
         const bool unspent = fields.Text("spend").empty();
         return !fields.wrong_type && (!unspent || AddOutpointOf(fields, keys));
     };
-    ReadListing(ListingUrl("/bsv20/", address), kGuardList, kTokenScanTimeoutSeconds, take);
+    return ReadListing(ListingUrl("/bsv20/", address), kGuardList, kTokenScanTimeoutSeconds, take);
 }
 
 }  // namespace
@@ -97,8 +97,9 @@ std::string OriginOf(const json& object) {
     return origin->is_string() ? origin->get<std::string>() : StoreText(*origin, "outpoint");
 }
 
-bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
+bool ScanOrdinals(const std::string& address, std::set<std::string>& keys, bool* tokens_listed) {
     keys.clear();
+    if (tokens_listed != nullptr) *tokens_listed = false;
     const auto take = [&keys](const json& element) {
         if (OriginOf(element).empty()) return true;
         FieldReader fields{element};
@@ -107,7 +108,8 @@ bool ScanOrdinals(const std::string& address, std::set<std::string>& keys) {
     if (!ReadListing(ListingUrl("/txos/address/", address), kGuardList, kOriginScanTimeoutSeconds, take)) {
         return false;
     }
-    AddTokens(address, keys);
+    const bool listed = AddTokens(address, keys);
+    if (tokens_listed != nullptr) *tokens_listed = listed;
     return true;
 }
 

@@ -14,8 +14,9 @@ namespace brickfall {
 // The outputs of an address that carry nothing, single satoshis aside. False when none are listed.
 bool ScanPlainOutputs(const std::string& address, std::vector<Utxo>& list);
 
-// The outpoint keys of those that carry something. False when the service did not answer.
-bool ScanOrdinals(const std::string& address, std::set<std::string>& keys);
+// The outpoint keys of those that carry something. False when the service did not answer; a list of tokens
+// that alone fails is told beside it.
+bool ScanOrdinals(const std::string& address, std::set<std::string>& keys, bool* tokens_listed = nullptr);
 
 std::string OriginOf(const nlohmann::json& object);  // of a listing's element; empty when it has none
 

@@ -52,6 +52,8 @@ void ApplyRefresh(const std::vector<AddressRefresh>& records) {
         // Where no coin was found and nobody was asked, there is nothing to guard, and no outage to tell of.
         const bool needs_no_guard = record.utxos.empty() && !record.scanned && !record.guard_ok;
         if (!needs_no_guard) StoreOrdinalGuard(record.address, record.guard_keys, record.guard_ok);
+        // The scan counts, but the next payment asks again for the tokens that it could not tell.
+        if (record.guard_ok && !record.tokens_listed) NoteListing(record.address);
     }
 }
 
