@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the tests under sanitizers: address with undefined, and thread.
+# Runs the tests under sanitizers: address with undefined, and thread; under the latter a few paid runs of the soak as well.
 # Left out: of both, the comparison of compilers, which brings its own sanitizers; of "thread", what has one thread only:
 # the rules of a run, rows, and the replays of fuzz inputs.
 set -euo pipefail
@@ -14,7 +14,12 @@ run() {  # run PRESET [ctest arguments]
 }
 case "${1:-all}" in
   address) LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 run asan -E '^game/Determinism$' ;;
-  thread) TSAN_OPTIONS=suppressions=$PWD/scripts/tsan.supp run tsan -E '^game$|^game/|^messages$' ;;
+  thread)
+    export TSAN_OPTIONS=suppressions=$PWD/scripts/tsan.supp
+    run tsan -E '^game$|^game/|^messages$'
+    [ -w /dev/shm ] && export TMPDIR=/dev/shm
+    build/tsan/soak/brickfall-soak "$(od -An -N4 -tu4 /dev/urandom | tr -d ' ')" 6
+    ;;
   all) scripts/sanitize.sh address && scripts/sanitize.sh thread ;;
   *) echo "usage: scripts/sanitize.sh [address|thread|all]" >&2; exit 2 ;;
 esac
