@@ -24,6 +24,13 @@ constexpr Color kTextShadowColor = Rgb(0x140000);
 constexpr Color kWhite = Rgb(0xFFFFFF);
 constexpr Color kBlack = Rgb(0x000000);
 constexpr uint64_t kBannerBlinkMs = 220;
+// Beside the field: from its width on, and from the well's top.
+constexpr int kHudLeft = 62;
+constexpr int kHudRight = 266;
+constexpr int kNotesTop = 194;
+constexpr int kOutline = 2;  // of the texts over the field
+constexpr std::string_view kBallLetter = "B";
+constexpr int kLowestLetter = 13;  // of its line, in the device's pixels
 constexpr std::string_view kGameOverText = "GAME OVER";
 
 constexpr Color kBrickColors[kBrickRows] = {Rgb(0xC46C28), Rgb(0xBC7C30), Rgb(0xA89438), Rgb(0x78A848),
@@ -122,13 +129,16 @@ void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
     const Rect box = {field.X(game.ball_x) - radius, field.Y(game.ball_y) - radius, 2 * radius, 2 * radius};
     canvas.FillEllipse(box, kBallColor);
     canvas.FrameEllipse(box, kBallEdgeColor);
-    canvas.Text(box.Grown(8), "B", theme.font_mono, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
+    // A letter as wide as this lies in the disc with its corners too.
+    const Font letter = FittedFont(&Theme::font_mono, kBallLetter, (radius - 1) * 5 / 4);
+    if (MeasureText(letter, kBallLetter).h * canvas.Density() < kLowestLetter) return;  // no more than a blot
+    canvas.Text(box.Grown(8), kBallLetter, letter, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
 }
 
 void DrawHud(Canvas& canvas, const WellState& run, const Rect& field, const FeeNote& fee) {
-    const int left = field.w + 62;
+    const int left = field.w + kHudLeft;
     const auto line = [&](int y, int height, std::string_view text, const Font& font, Color color) {
-        canvas.Text(FromEdges(left, y, field.w + 266, y + height), text, font, color);
+        canvas.Text(FromEdges(left, y, field.w + kHudRight, y + height), text, font, color);
     };
     line(26, 36, "THIS RUN", theme.font_title, kPaddleColor);
     const bool attract = run.mode == kModeAttract;
@@ -140,7 +150,7 @@ void DrawHud(Canvas& canvas, const WellState& run, const Rect& field, const FeeN
         line(y, 28, text, theme.font_mono, kTextColor);
         y += 28;
     }
-    y += 40 - 28;
+    y = kNotesTop;
     line(y, 20, "Enter  2000 house + 3000 pot", theme.font_small, kMutedColor);
     line(y + 20, 20, "Record  1 sat on the watch", theme.font_small, kMutedColor);
     const Color fee_color = fee.warns ? kWarnColor : kMutedColor;
@@ -153,8 +163,8 @@ void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const
         canvas.Text({rect.x + dx, rect.y + dy, rect.w, rect.h}, text, font, ink, AlignX::kCentre,
                     AlignY::kCentre);
     };
-    for (int dy = -2; dy <= 2; ++dy) {
-        for (int dx = -2; dx <= 2; ++dx) {
+    for (int dy = -kOutline; dy <= kOutline; ++dy) {
+        for (int dx = -kOutline; dx <= kOutline; ++dx) {
             if (dx != 0 || dy != 0) draw(dx, dy, kTextShadowColor);
         }
     }
@@ -193,7 +203,10 @@ std::string_view OverlayText(const WellState& run) {
 
 void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms) {
     if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms);
-    canvas.Text(field, OverlayText(run), theme.font_title, kPaddleColor, AlignX::kCentre, AlignY::kCentre);
+    const std::string_view text = OverlayText(run);
+    if (text.empty()) return;
+    const Font font = FittedFont(&Theme::font_title, text, field.w - 2 * kOutline);
+    DrawOutlined(canvas, field, text, font, kPaddleColor);
 }
 
 }  // namespace
@@ -203,6 +216,11 @@ WellState WellOf(const RunControl& run) { return {run.mode, run.game, run.final_
 int64_t ShownScore(const WellState& run) {
     const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;
     return ended ? run.final_score : run.game.score;
+}
+
+Rect TxidRect(const WellState& run, CellSize layout) {
+    const int width = FieldOf(run, layout).rect.w;
+    return FromEdges(width + kHudLeft, kNotesTop + 80, width + kHudRight, kNotesTop + 100);
 }
 
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee) {

@@ -34,6 +34,9 @@ WellState WellOf(const RunControl& run);
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms,
                const FeeNote& fee = {});
 
+// Under the lines at the field's side: where the record's transaction id has its place.
+Rect TxidRect(const WellState& run, CellSize layout);
+
 int64_t ShownScore(const WellState& run);  // as it stands, or at the run's end
 
 // What the picture says, for a screen reader; it changes only with what a player wants to hear of.

@@ -44,6 +44,7 @@ class Canvas {
     virtual ~Canvas() = default;
 
     virtual Size Extent() const = 0;
+    virtual double Density() const = 0;  // device pixels a logical one
     virtual void Fill(const Rect& rect, Color color) = 0;
     virtual void Pixel(Point at, Color color) = 0;
     // Horizontal or vertical lines are sharp; others are smoothed. Both ends are drawn.

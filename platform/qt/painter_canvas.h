@@ -13,6 +13,7 @@ class PainterCanvas : public Canvas {
     PainterCanvas(QPainter& painter, Size size) : painter_(painter), size_(size) {}
 
     Size Extent() const override { return size_; }
+    double Density() const override { return painter_.deviceTransform().m11(); }
     void Fill(const Rect& rect, Color color) override;
     void Pixel(Point at, Color color) override;
     void Line(Point from, Point to, Color color, int width) override;

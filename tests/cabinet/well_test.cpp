@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "cabinet/theme.h"
@@ -92,13 +93,43 @@ TEST(Well, ShowsPaddleAndBallWhereTheRunHasThem) {
     EXPECT_EQ(look.At(left + 5, top + 6), kFloor);  // 40 * 40 / 256 is 6 pixels
     const int x = 18 + 1000 * 40 / 256, y = 14 + 3000 * 40 / 256;
     EXPECT_TRUE(look.Has({x - 5, y - 5, 10, 10}, Rgb(0xFF8C28)));
-    EXPECT_TRUE(look.Has({x - 5, y - 5, 10, 10}, Rgb(0x281004)));  // its letter
     EXPECT_FALSE(look.Has({x - 14, y - 14, 8, 28}, Rgb(0xFF8C28)));
 
     run.game.cell_w = run.game.cell_h = 18;  // the smallest
     const Look small(run);
     EXPECT_EQ(small.At(18 + 512 * 18 / 256 + 2, 14 + 4312 * 18 / 256 + 5), kPaddle);  // 6 high at least
     EXPECT_EQ(small.At(18 + 13 * 18 + 3, 100), Rgb(0x48C494));  // the run's own field, not the layout's
+}
+
+TEST(Well, PutsALetterOnTheBallThatIsLargeEnoughForIt) {
+    MakeTheme();
+    for (const int cell : {18, 40, 55, 102}) {
+        for (const int density : {1, 2}) {
+            SCOPED_TRACE(cell * 10 + density);
+            WellState state = WellOf(RunIn(kModePlaying));
+            state.game = NewGame(cell, cell);
+            state.game.ball_x = state.game.ball_y = 2'560;
+            const Size size = {cell * 13 + 290, cell * 18 + 66};
+            const Image image = DrawToImage(
+                size,
+                [&](Canvas& canvas) {
+                    PaintWell(canvas, state, {cell, cell}, 0);
+                },
+                density);
+            const int radius = std::max(cell * 36 / 256, 5) * density;
+            const Point centre = {(18 + 10 * cell) * density, (14 + 10 * cell) * density};
+            int letter = 0;
+            for (int y = -2 * radius; y < 2 * radius; ++y) {
+                for (int x = -2 * radius; x < 2 * radius; ++x) {
+                    const Color color = PixelOf(image, centre.x + x, centre.y + y);
+                    const bool is_dark = color.r > 0x18 && color.r < 0x60 && color.g * 3 < color.r * 2;
+                    letter += is_dark ? 1 : 0;
+                    EXPECT_TRUE(!is_dark || std::hypot(x + 0.5, y + 0.5) < radius + 1) << x << "," << y;
+                }
+            }
+            EXPECT_EQ(letter > 4, radius > 5) << "one of ten pixels has no room for it";
+        }
+    }
 }
 
 TEST(Well, TellsTheModeOverTheField) {
