@@ -85,6 +85,23 @@ void SetIcons(WindowId window) {
     SetWindowIcons(window, icons);
 }
 
+bool WellProc(WindowId, Message& message) {
+    switch (message.type) {
+        case MessageType::kPaint:
+            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee);
+            return true;
+        case MessageType::kTextStyle:
+            message.style = {kMutedColor, kBgColor, /*hand=*/true};
+            return true;
+        case MessageType::kCommand:
+            CopyText(shell.run.record_txid);
+            SetStatus("Transaction id copied.");
+            return true;
+        default:
+            return false;
+    }
+}
+
 void OnCreate(WindowId window) {
     shell.main = window;
     shell.driver = MakeDriver();
@@ -93,14 +110,10 @@ void OnCreate(WindowId window) {
     DressMessageBoxes();
     DressWindow(window);
     SetIcons(window);
-    shell.well =
-        OpenChild(window, {kWellAt.x, kWellAt.y, 740, 520}, kBgColor, [](WindowId, Message& message) {
-            if (message.type != MessageType::kPaint) return false;
-            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee);
-            return true;
-        });
+    shell.well = OpenChild(window, {kWellAt.x, kWellAt.y, 740, 520}, kBgColor, WellProc);
     RefreshWell();
     CreateMainControls(window);
+    CreateText(shell.well, kControlTxid, {}, "", theme.font_small);
     SetAccessibleControlName(window, kControlSettings, "Settings");
     EnableWindowControl(window, kControlRecord, false);
     RefreshWalletLabels();

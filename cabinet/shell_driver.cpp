@@ -62,6 +62,7 @@ GameKey KeyOfGame(Key key) {
 void RefreshWell() {
     InvalidateWindow(shell.well);
     RefreshFee();
+    RefreshTxid();
     std::string spoken = SpokenWell(WellOf(shell.run));
     if (spoken == shell.spoken_well) return;
     SetAccessibleWindowName(shell.well, "Play field", spoken);

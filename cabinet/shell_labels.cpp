@@ -56,6 +56,19 @@ void RefreshFee() {
     ShowFee(NoteOf(EstimateRecordCost(run, shell.paymail, shell.pay_address, UnixSeconds(), shell.coins)));
 }
 
+void RefreshTxid() {
+    constexpr std::size_t kEnd = 8;
+    const std::string& id = shell.run.record_txid;
+    const bool is_there = id.size() > 2 * kEnd;
+    MoveControl(shell.well, kControlTxid, is_there ? TxidRect(WellOf(shell.run), shell.cell) : Rect{});
+    const std::string text =
+        is_there ? "txid  " + id.substr(0, kEnd) + "…" + id.substr(id.size() - kEnd) : std::string();
+    if (text == ControlText(shell.well, kControlTxid)) return;
+    SetControlText(shell.well, kControlTxid, text);
+    SetTextClickable(shell.well, kControlTxid, is_there);
+    SetAccessibleControlName(shell.well, kControlTxid, is_there ? "Transaction id " + id : "");
+}
+
 void RefreshPlayer() {
     UpdateMyFaceKey(shell.board_view.my_key);
     InvalidateWindow(shell.board);

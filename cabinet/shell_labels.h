@@ -11,6 +11,7 @@ void RefreshWalletLabels();  // and starts a refresh of the balance
 void RefreshPotLabel();
 void RefreshPlayer();  // which row of the board is theirs, and what a record would cost them
 void RefreshFee();     // the fee of a record; costs nothing while the run has not moved it
+void RefreshTxid();    // of the record, beside the field; may be called at every frame
 void StartPotRefresh();
 void StartBoardLoad();  // or once more after the one that is under way
 

@@ -20,6 +20,7 @@ enum MainControlId : int {
     kControlHelp = 1013,
     kControlCloseMain = 1014,
     kControlVersion = 1016,
+    kControlTxid = 1021,  // in the well
 };
 
 void CreateMainControls(WindowId window);

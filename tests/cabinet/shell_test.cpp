@@ -279,6 +279,29 @@ TEST(Shell, MakesItsStatusLineStandOutSpeaksItAndLetsItBeCopied) {
     EXPECT_EQ(ControlText(shell.report, 1401), "Score recorded.");
 }
 
+TEST(Shell, ShowsTheRecordsTransactionIdUntilTheNextRunAndCopiesItWhole) {
+    CabinetFixture cabinet;
+    const std::string id = "0123456789" + std::string(44, 'a') + "fedcba9876";
+    cabinet.BeginRun();
+    shell.run.game.game_over = true;
+    FinishRun(shell.run, shell.driver.run);
+    EXPECT_EQ(ControlRect(shell.well, kControlTxid), Rect{});
+    cabinet.Post(kMsgPayDone, kPayRecord, MakePayload("success: " + id));
+    EXPECT_EQ(ControlText(shell.well, kControlTxid), "txid  01234567…dcba9876");
+    EXPECT_EQ(AccessibleName(shell.well, kControlTxid), "Transaction id " + id);
+    const int side = 13 * shell.run.game.cell_w + 62;
+    EXPECT_EQ(ControlRect(shell.well, kControlTxid), (Rect{side, 274, 204, 20}));
+    EXPECT_GE(204, MeasureText(theme.font_small, ControlText(shell.well, kControlTxid)).w);
+    brickfall::Click(shell.well, kControlTxid);
+    EXPECT_EQ(cabinet.Text(1007), "Transaction id copied.");
+    cabinet.Click(1017);
+    PressControl('V');
+    EXPECT_EQ(ControlText(shell.report, 1401), id);
+    cabinet.BeginRun();
+    cabinet.Tick(16);
+    EXPECT_EQ(ControlRect(shell.well, kControlTxid), Rect{});
+}
+
 TEST(Shell, TellsOfANewerBuildAndOpensThePageOnYes) {
     using Texts = std::vector<std::string>;
     TakeOpenedAddresses();
