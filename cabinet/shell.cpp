@@ -27,6 +27,7 @@
 #include "cabinet/sound.h"
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
+#include "cabinet/ui_settings.h"
 #include "cabinet/update_check.h"
 #include "cabinet/well.h"
 #include "cabinet/window_placement.h"
@@ -88,7 +89,7 @@ void SetIcons(WindowId window) {
 bool WellProc(WindowId, Message& message) {
     switch (message.type) {
         case MessageType::kPaint:
-            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee);
+            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee, shell.eyes);
             return true;
         case MessageType::kTextStyle:
             message.style = {kMutedColor, kBgColor, /*hand=*/true};
@@ -105,6 +106,8 @@ bool WellProc(WindowId, Message& message) {
 void OnCreate(WindowId window) {
     shell.main = window;
     shell.driver = MakeDriver();
+    shell.eyes = ReadEyeSettings();
+    SetCaretBlinking(!shell.eyes.steady);
     InstallLogHook(window);
     MakeTheme();
     DressMessageBoxes();
@@ -164,8 +167,8 @@ TextStyle StyleOf(int id) {
 ButtonLook LookOf(int id) {
     ButtonLook look;
     if (IsInHeader(id)) look.background = kHeaderColor;
-    look.blink = id == kControlRecord && shell.run.record_pending && shell.run.mode == kModeGameOver &&
-                 BlinkOn(TickMs(), kRecordBlinkMs);
+    look.blink = !shell.eyes.steady && id == kControlRecord && shell.run.record_pending &&
+                 shell.run.mode == kModeGameOver && BlinkOn(TickMs(), kRecordBlinkMs);
     return look;
 }
 

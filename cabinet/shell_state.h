@@ -32,6 +32,7 @@ struct Shell {
 
     RunControl run;
     FlowDriver driver;
+    EyeSettings eyes;
     CellSize cell = {32, 32};  // of the present layout; a run keeps the one that it began with
 
     int64_t pot_sats = -1;

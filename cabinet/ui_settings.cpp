@@ -23,7 +23,8 @@ bool file_is_unknown = false;
 
 std::string SettingsPath() { return StoreRoot() + "/brickfall_ui.json"; }
 
-void TakeSwitch(const char* key, std::atomic<bool>& value) {
+template <typename Switch>
+void TakeSwitch(const char* key, Switch& value) {
     const auto found = ui_doc.find(key);
     if (found != ui_doc.end() && found->is_boolean()) value = found->get<bool>();
 }
@@ -48,6 +49,22 @@ void LoadUiSettings() {
     TakeSwitch("sfx", sfx_on);
     TakeVolume("music_vol", music_vol);
     TakeVolume("sfx_vol", sfx_vol);
+}
+
+EyeSettings ReadEyeSettings() {
+    constexpr std::pair<const char*, Palette> kPalettes[] = {{"standard", Palette::kStandard},
+                                                             {"contrast", Palette::kContrast},
+                                                             {"protan", Palette::kProtan},
+                                                             {"deutan", Palette::kDeutan},
+                                                             {"tritan", Palette::kTritan}};
+    EyeSettings eyes;
+    TakeSwitch("steady", eyes.steady);
+    TakeSwitch("strength_marks", eyes.strength_marks);
+    const auto palette = ui_doc.find("palette");
+    for (const auto& [name, value] : kPalettes) {
+        if (palette != ui_doc.end() && *palette == name) eyes.palette = value;
+    }
+    return eyes;
 }
 
 void SaveUiSettings(Flush flush) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cabinet/controls.h"
+#include "cabinet/palettes.h"
 #include "cabinet/theme.h"
 
 namespace brickfall {
@@ -28,13 +29,11 @@ constexpr uint64_t kBannerBlinkMs = 220;
 constexpr int kHudLeft = 62;
 constexpr int kHudRight = 266;
 constexpr int kNotesTop = 194;
+constexpr int kMostNotches = 3;
 constexpr int kOutline = 2;  // of the texts over the field
 constexpr std::string_view kBallLetter = "B";
 constexpr int kLowestLetter = 13;  // of its line, in the device's pixels
 constexpr std::string_view kGameOverText = "GAME OVER";
-
-constexpr Color kBrickColors[kBrickRows] = {Rgb(0xC46C28), Rgb(0xBC7C30), Rgb(0xA89438), Rgb(0x78A848),
-                                            Rgb(0x48B064), Rgb(0x38B878), Rgb(0x30AC7C), Rgb(0x289C70)};
 
 struct Layer {
     int grow;
@@ -100,16 +99,26 @@ void DrawStars(Canvas& canvas, const Rect& field) {
     }
 }
 
-void DrawBricks(Canvas& canvas, const GameState& game, const Field& field) {
+// Cut into the top edge, down to the floor's colour, so that they show on every colour.
+void DrawNotches(Canvas& canvas, const Rect& brick, int count) {
+    const int width = std::max(brick.w / 8, 2);
+    int x = brick.x + (brick.w - (2 * count - 1) * width) / 2;
+    for (int notch = 0; notch < count; ++notch, x += 2 * width) {
+        canvas.Fill({x, brick.y, width, std::max(brick.h / 5, 3)}, kFieldColor);
+    }
+}
+
+void DrawBricks(Canvas& canvas, const GameState& game, const Field& field, const EyeSettings& eyes) {
     for (int row = 0; row < kBrickRows; ++row) {
         for (int column = 0; column < kBrickCols; ++column) {
             const int hits = game.bricks[row][column];
             if (hits == 0) continue;
             const Rect brick = FromEdges(field.cw * column + 19, field.ch * (row + 1) + 15,
                                          field.cw * (column + 1) + 17, field.ch * (row + 2) + 13);
-            const Color color = BlendColor(kBrickColors[row], kWhite, hits >= 3 ? 90 : hits == 2 ? 50 : 0);
+            const Color color = BrickColor(eyes.palette, row, hits);
             canvas.Fill(brick, color);
             Bevel(canvas, brick, BlendColor(color, kWhite, 70), BlendColor(color, kBlack, 80));
+            if (eyes.strength_marks) DrawNotches(canvas, brick, std::min(hits, kMostNotches));
         }
     }
 }
@@ -171,12 +180,12 @@ void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const
     draw(0, 0, color);
 }
 
-void DrawBanner(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms) {
+void DrawBanner(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms, bool steady) {
     const int middle = field.y + field.h / 2;
     const Rect box = FromEdges(field.x + 24, middle - 130, field.Right() - 24, middle + 150);
     FillAround(canvas, box, box.Grown(-2), kBannerEdgeColor);
     canvas.Fill(box.Grown(-2), kBannerColor);
-    const bool bright = BlinkOn(tick_ms, kBannerBlinkMs);
+    const bool bright = steady || BlinkOn(tick_ms, kBannerBlinkMs);
     // In a field of small cells the lines are smaller, so that they stay whole, outlines included.
     const auto line = [&](int from, int to, std::string_view text, Font Theme::*font, Color color) {
         DrawOutlined(canvas, {box.x, box.y + from, box.w, to - from}, text, FittedFont(font, text, box.w - 8),
@@ -201,8 +210,8 @@ std::string_view OverlayText(const WellState& run) {
     return "";
 }
 
-void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms) {
-    if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms);
+void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms, bool steady) {
+    if (run.mode == kModeGameOver) return DrawBanner(canvas, run, field, tick_ms, steady);
     const std::string_view text = OverlayText(run);
     if (text.empty()) return;
     const Font font = FittedFont(&Theme::font_title, text, field.w - 2 * kOutline);
@@ -223,17 +232,18 @@ Rect TxidRect(const WellState& run, CellSize layout) {
     return FromEdges(width + kHudLeft, kNotesTop + 80, width + kHudRight, kNotesTop + 100);
 }
 
-void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee) {
+void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee,
+               const EyeSettings& eyes) {
     const Field field = FieldOf(run, layout);
     DrawFrame(canvas, field.rect);
     DrawStars(canvas, field.rect);
     if (run.mode != kModeAttract) {
-        DrawBricks(canvas, run.game, field);
+        DrawBricks(canvas, run.game, field, eyes);
         DrawPaddle(canvas, run.game, field);
         DrawBall(canvas, run.game, field);
     }
     DrawHud(canvas, run, field.rect, fee);
-    DrawOverlay(canvas, run, field.rect, tick_ms);
+    DrawOverlay(canvas, run, field.rect, tick_ms, eyes.steady);
 }
 
 std::string SpokenWell(const WellState& run) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "cabinet/eye_settings.h"
 #include "game/run_control.h"
 #include "platform/window.h"
 
@@ -32,7 +33,7 @@ WellState WellOf(const RunControl& run);
 
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms,
-               const FeeNote& fee = {});
+               const FeeNote& fee = {}, const EyeSettings& eyes = {});
 
 // Under the lines at the field's side: where the record's transaction id has its place.
 Rect TxidRect(const WellState& run, CellSize layout);

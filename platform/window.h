@@ -176,6 +176,7 @@ void CreateButton(WindowId window, int id, const Rect& rect, std::string_view te
 // Several lines; Return is a line. `limit` is in UTF-16 units.
 void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int limit, Color text,
                 Color background);
+void SetCaretBlinking(bool on);  // of all edits
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position);
 
 void MoveControl(WindowId window, int id, const Rect& rect);

@@ -278,6 +278,11 @@ void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int
     around->AddControl(id, control);
 }
 
+void SetCaretBlinking(bool on) {
+    static const int usual = QApplication::cursorFlashTime();
+    QApplication::setCursorFlashTime(on ? usual : 0);
+}
+
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position) {
     WindowWidget* const around = FindWindow(window);
     if (around == nullptr) return;

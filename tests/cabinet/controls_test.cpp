@@ -71,6 +71,10 @@ TEST(Buttons, CallThePlayerUntilTheScoreIsRecorded) {
     const Color first = record_top();
     EXPECT_NE(record_top(), first);
     EXPECT_EQ(record_top(), first);
+    shell.eyes.steady = true;
+    const Color steady = record_top();
+    EXPECT_EQ(record_top(), steady);
+    shell.eyes.steady = false;
     shell.run.record_pending = false;
     const Color still = record_top();
     EXPECT_EQ(record_top(), still);

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "cabinet/palettes.h"
 #include "cabinet/theme.h"
 #include "tests/cabinet/cabinet_fixture.h"
 
@@ -19,10 +20,10 @@ constexpr Color kFloor = Rgb(0x040A08), kPaddle = Rgb(0x38D48C), kTopBrick = Rgb
 
 struct Look {
     explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize,
-                  const FeeNote& fee = {}) {
+                  const FeeNote& fee = {}, const EyeSettings& eyes = {}) {
         MakeTheme();
         image = DrawToImage(size, [&](Canvas& canvas) {
-            PaintWell(canvas, WellOf(run), {40, 40}, tick_ms, fee);
+            PaintWell(canvas, WellOf(run), {40, 40}, tick_ms, fee, eyes);
         });
     }
     Color At(int x, int y) const { return PixelOf(image, x, y); }
@@ -145,6 +146,26 @@ TEST(Well, TellsTheModeOverTheField) {
     // The HUD's text changes with the run: the attract screen shows no score but 0.
     EXPECT_TRUE(Look().Has({kFieldW40 + 62, 20, 204, 240}, kTextColor));
     EXPECT_NE(Look(RunIn(kModeGameOver)).image.pixels, Look(RunIn(kModeRecorded)).image.pixels);
+}
+
+TEST(Well, MarksStrengthsTakesAPaletteAndHoldsStillWhereAsked) {
+    RunControl run = RunIn(kModePlaying);
+    constexpr uint8_t kStrengths[] = {1, 2, 3, 9};
+    std::copy_n(kStrengths, 4, run.game.bricks[0]);
+    const Look marked(run, 0, kWellSize, {}, {.palette = Palette::kTritan, .strength_marks = true});
+    for (int column = 0; column < 4; ++column) {
+        const int left = 40 * column + 19;
+        int notches = 0;
+        for (int x = left; x < left + 38; ++x) {
+            notches += marked.At(x, 56) == kFloor && marked.At(x - 1, 56) != kFloor ? 1 : 0;
+        }
+        EXPECT_EQ(notches, std::min<int>(kStrengths[column], 3));
+        EXPECT_EQ(marked.At(left + 19, 85), BrickColor(Palette::kTritan, 0, kStrengths[column]));
+    }
+    const RunControl over = RunIn(kModeGameOver);
+    const EyeSettings steady = {.steady = true};
+    const Look even(over, 0, kWellSize, {}, steady), odd(over, 220, kWellSize, {}, steady);
+    EXPECT_EQ(even.image.pixels, odd.image.pixels);
 }
 
 TEST(Well, PutsTheFeeUnderTheOtherAmountsAndMovesNothing) {

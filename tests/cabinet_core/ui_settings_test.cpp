@@ -56,6 +56,34 @@ TEST(UiSettings, ComeBackAsTheyWereSavedWithForeignKeys) {
     EXPECT_EQ(ReadFile(settings.Path())->substr(0, 4), "{\n  ");  // for people to read
 }
 
+TEST(UiSettings, TakeWhatSomeEyesNeedAndNeverAddIt) {
+    Settings settings;
+    const std::pair<const char*, EyeSettings> files[] = {
+        {"{}", {}},
+        {R"({"steady": true, "palette": "contrast", "strength_marks": true})",
+         {true, Palette::kContrast, true}},
+        {R"({"steady": false, "palette": "standard", "strength_marks": false})", {}},
+        {R"({"palette": "protan"})", {.palette = Palette::kProtan}},
+        {R"({"palette": "deutan"})", {.palette = Palette::kDeutan}},
+        {R"({"palette": "tritan"})", {.palette = Palette::kTritan}},
+        {R"({"steady": 1, "palette": "Protan", "strength_marks": "true"})", {}},
+        {R"({"steady": null, "palette": ["protan"], "strength_marks": {}})", {}},
+    };
+    for (const auto& [file, eyes] : files) {
+        settings.Load(file);
+        EXPECT_EQ(ReadEyeSettings(), eyes) << file;
+        const json before = ui_doc;
+        SaveUiSettings();
+        const json saved = json::parse(ReadFile(settings.Path()).value_or(""));
+        for (const char* const key : {"steady", "palette", "strength_marks"}) {
+            EXPECT_EQ(saved.contains(key), before.contains(key)) << file;
+            if (before.contains(key)) {
+                EXPECT_EQ(saved[key], before[key]) << file;
+            }
+        }
+    }
+}
+
 TEST(UiSettings, KeepDefaultsForEveryDamage) {
     Settings settings;
     std::vector<std::string> damaged = {
