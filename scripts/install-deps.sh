@@ -12,7 +12,7 @@ packages=(
   xvfb openbox xdotool x11-utils x11-xkb-utils sway wtype librsvg2-bin
   libfluidsynth-dev timgm6mb-soundfont
   libsdl2-dev
-  ca-certificates openssl
+  ca-certificates openssl dpkg-dev lintian appstream desktop-file-utils
 )
 
 missing=()
