@@ -17,9 +17,27 @@
 namespace brickfall {
 namespace {
 
+std::mutex& dump_lock = *new std::mutex;
+bool forbidden = false;  // guarded by dump_lock, with what stood before
+int former_dumpable = 1;
+rlimit former_core = {};
+
+}  // namespace
+
+#ifdef BRICKFALL_CHECKED_HEAP
+// Where every access is checked, that is worth more than where the pages lie.
+void* AllocateSecret(std::size_t bytes) { return ::operator new(bytes); }
+
+void FreeSecret(void* place, std::size_t bytes) {
+    OPENSSL_cleanse(place, bytes);
+    ::operator delete(place);
+}
+#else
+namespace {
+
 // The library's secure heap, which its own big numbers use too. A process may lock little, so that what is
 // larger than a key or a phrase, such as a wallet's file, has pages of its own while it is needed.
-constexpr std::size_t kHeapBytes = 256 * 1024;
+constexpr std::size_t kHeapBytes = std::size_t{256} * 1024;
 constexpr std::size_t kSmallestBlock = 32;
 constexpr std::size_t kLargestBlock = 4096;
 
@@ -41,22 +59,8 @@ void* MapPages(std::size_t bytes) {
     return place;
 }
 
-std::mutex& dump_lock = *new std::mutex;
-bool forbidden = false;  // guarded by dump_lock, with what stood before
-int former_dumpable = 1;
-rlimit former_core = {};
-
 }  // namespace
 
-#ifdef BRICKFALL_CHECKED_HEAP
-// Where every access is checked, that is worth more than where the pages lie.
-void* AllocateSecret(std::size_t bytes) { return ::operator new(bytes); }
-
-void FreeSecret(void* place, std::size_t bytes) {
-    OPENSSL_cleanse(place, bytes);
-    ::operator delete(place);
-}
-#else
 void* AllocateSecret(std::size_t bytes) {
     if (!HaveHeap()) throw std::bad_alloc();
     void* const place = bytes <= kLargestBlock ? OPENSSL_secure_malloc(bytes) : nullptr;
