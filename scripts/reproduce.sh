@@ -12,11 +12,13 @@ cd "$(dirname "$0")/.."
 work=$(mktemp -d)
 chmod 755 "$work"
 trap 'rm -rf "$work"' EXIT
+commit=$(git rev-parse HEAD)
 git diff --quiet HEAD || echo "reproduce.sh: what is not committed is not built" >&2
 
 build() {  # build FOLDER USER
   local folder=$1 as=()
   git clone -q --no-hardlinks . "$folder"
+  git -C "$folder" checkout -q --detach "$commit"
   cp "$values" "$folder/values.cmake"
   if [ "$2" != "$(id -un)" ]; then
     chown -R "$2" "$folder"
