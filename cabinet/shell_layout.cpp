@@ -8,12 +8,12 @@
 #include "cabinet/controls.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
+#include "cabinet/well.h"
 #include "platform/canvas.h"
 
 namespace brickfall {
 namespace {
 
-constexpr int kSmallestCell = 18;
 constexpr int kStatusNewMs = 1'000;
 constexpr Size kSmallestWindow = {1200, 1040};
 
@@ -149,8 +149,7 @@ CellSize RefreshLayout() {
         well.h = std::max(well.h, cell->h * 18 + 66);
     }
     MoveChild(shell.well, {kWellAt.x, kWellAt.y, well.w, well.h});
-    const int cell = std::max(std::min((room_w - 296) / kBrickCols, (room_h - 52) / 18), kSmallestCell);
-    shell.cell = {cell, cell};
+    shell.cell = FittedCell({room_w, room_h});
     LimitSize(client);
     return shell.cell;
 }

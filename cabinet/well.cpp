@@ -123,23 +123,30 @@ void DrawBricks(Canvas& canvas, const GameState& game, const Field& field, const
     }
 }
 
-void DrawPaddle(Canvas& canvas, const GameState& game, const Field& field) {
+Rect PaddleRect(const GameState& game, const Field& field) {
     const int left = field.X(game.paddle_x);
-    const int top = field.Y(kPaddleTop);
-    const Rect paddle = {left, top, field.X(game.paddle_x + game.paddle_w) - left,
-                         std::max(field.ch * 40 / kCellUnits, 6)};
+    return {left, field.Y(kPaddleTop), field.X(game.paddle_x + game.paddle_w) - left,
+            std::max(field.ch * 40 / kCellUnits, 6)};
+}
+
+Rect BallBox(const GameState& game, const Field& field) {
+    const int radius = std::max(field.cw * 36 / kCellUnits, 5);
+    return {field.X(game.ball_x) - radius, field.Y(game.ball_y) - radius, 2 * radius, 2 * radius};
+}
+
+void DrawPaddle(Canvas& canvas, const GameState& game, const Field& field) {
+    const Rect paddle = PaddleRect(game, field);
     canvas.Fill(paddle, kPaddleColor);
     canvas.Fill({paddle.x, paddle.y, 1, paddle.h}, kPaddleLightColor);
     canvas.Fill({paddle.x, paddle.y, paddle.w, 1}, kPaddleLightColor);
 }
 
 void DrawBall(Canvas& canvas, const GameState& game, const Field& field) {
-    const int radius = std::max(field.cw * 36 / kCellUnits, 5);
-    const Rect box = {field.X(game.ball_x) - radius, field.Y(game.ball_y) - radius, 2 * radius, 2 * radius};
+    const Rect box = BallBox(game, field);
     canvas.FillEllipse(box, kBallColor);
     canvas.FrameEllipse(box, kBallEdgeColor);
     // A letter as wide as this lies in the disc with its corners too.
-    const Font letter = FittedFont(&Theme::font_mono, kBallLetter, (radius - 1) * 5 / 4);
+    const Font letter = FittedFont(&Theme::font_mono, kBallLetter, (box.w / 2 - 1) * 5 / 4);
     if (MeasureText(letter, kBallLetter).h * canvas.Density() < kLowestLetter) return;  // no more than a blot
     canvas.Text(box.Grown(8), kBallLetter, letter, kBallLetterColor, AlignX::kCentre, AlignY::kCentre);
 }
@@ -221,6 +228,24 @@ void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64
 }  // namespace
 
 WellState WellOf(const RunControl& run) { return {run.mode, run.game, run.final_score}; }
+
+CellSize FittedCell(Size well) {
+    const int cell = std::max(std::min((well.w - 296) / kBrickCols, (well.h - 52) / 18), kSmallestCell);
+    return {cell, cell};
+}
+
+Rect WellField(const WellState& run, CellSize layout) { return FieldOf(run, layout).rect; }
+
+void PaintGhost(Canvas& canvas, const GameState& ghost, CellSize cell, Color color) {
+    WellState run;
+    run.mode = kModePlaying;
+    run.game = ghost;
+    run.game.cell_w = cell.w;
+    run.game.cell_h = cell.h;
+    const Field field = FieldOf(run, cell);
+    canvas.FrameRoundRect(PaddleRect(run.game, field), 0, color);
+    canvas.FrameEllipse(BallBox(run.game, field), color);
+}
 
 int64_t ShownScore(const WellState& run) {
     const bool ended = run.mode == kModeGameOver || run.mode == kModeRecorded;

@@ -14,6 +14,7 @@ namespace brickfall {
 // The field's top left corner inside the well.
 inline constexpr int kFieldLeft = 18;
 inline constexpr int kFieldTop = 14;
+inline constexpr int kSmallestCell = 18;
 
 // What it would cost to record the run, under the other amounts.
 struct FeeNote {
@@ -31,12 +32,21 @@ struct WellState {
 
 WellState WellOf(const RunControl& run);
 
+// The cells that a well of this size has room for.
+CellSize FittedCell(Size well);
+
+// Where the field lies in the well.
+Rect WellField(const WellState& run, CellSize layout);
+
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms,
                const FeeNote& fee = {}, const EyeSettings& eyes = {});
 
 // Under the lines at the field's side: where the record's transaction id has its place.
 Rect TxidRect(const WellState& run, CellSize layout);
+
+// Another run's paddle and ball over the field of one that is on show, as outlines.
+void PaintGhost(Canvas& canvas, const GameState& ghost, CellSize cell, Color color);
 
 int64_t ShownScore(const WellState& run);  // as it stands, or at the run's end
 

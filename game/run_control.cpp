@@ -5,9 +5,6 @@
 namespace brickfall {
 namespace {
 
-constexpr int kEndJingleNotes[] = {72, 67, 64, 57};
-constexpr int kEndJingleDurationsMs[] = {90, 90, 90, 160};
-
 bool IsRunning(const RunControl& run) {
     return run.mode == kModePlaying && !run.game.paused && !run.game.game_over;
 }

@@ -13,6 +13,10 @@
 
 namespace brickfall {
 
+// Played when a run has ended.
+inline constexpr int kEndJingleNotes[] = {72, 67, 64, 57};
+inline constexpr int kEndJingleDurationsMs[] = {90, 90, 90, 160};
+
 enum RunMode : int32_t {
     kModeAttract = 0,   // nothing played since the program started
     kModePlaying = 1,   // a run is going; it may be paused

@@ -39,7 +39,6 @@ bool CloseByFrame(WindowId window);  // the frame's close button
 Image GrabWindow(WindowId window);
 Image GrabMessageBox();  // the one on show; empty: there is none
 Image GrabScreen();      // the whole desktop, other programs' windows included
-bool SavePng(const Image& image, const std::string& path);
 Rect ControlRect(WindowId window, int id);
 bool ControlEnabled(WindowId window, int id);
 bool ControlExists(WindowId window, int id);

@@ -76,4 +76,7 @@ void Bevel(Canvas& canvas, const Rect& rect, Color top_left, Color bottom_right)
 // Draws into a picture instead of a window; `scale` device pixels a logical one.
 Image DrawToImage(Size size, const std::function<void(Canvas&)>& body, int scale = 1);
 
+// The same over the pixels of a picture that is opaque, and stays so. Fast: nothing is copied.
+void PaintOnImage(Image& image, const std::function<void(Canvas&)>& body, int scale = 1);
+
 }  // namespace brickfall

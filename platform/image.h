@@ -16,6 +16,12 @@ inline constexpr int kMaxDecodedSide = 1'024;
 // gone. Whatever the bytes, the call holds at most 150 MB, `file` included, and takes less than a second.
 std::optional<Image> DecodeImage(std::string file, int max_side);
 
+// As a PNG file; empty for a picture that is none.
+std::string EncodePng(const Image& image);
+
+// The same on the disk, in one step. False when it cannot be written.
+bool SavePng(const Image& image, const std::string& path);
+
 // Smooth scaling. Sides of at least 1.
 Image ResizeImage(const Image& image, int w, int h);
 

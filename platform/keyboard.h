@@ -15,6 +15,7 @@ enum class Key {
     kPageDown,
     kHome,
     kEnd,
+    kF11,
     kOther,
 };
 

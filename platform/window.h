@@ -130,11 +130,12 @@ WindowId OpenWindow(const WindowOptions& options, WindowProcedure procedure);  /
 WindowId OpenChild(WindowId parent, const Rect& rect, Color background, WindowProcedure procedure);
 void DestroyWindow(WindowId window);
 
-enum class ShowState { kNormal, kMaximized, kMinimized };
+enum class ShowState { kNormal, kMaximized, kMinimized, kFullScreen };
 void ShowWindow(WindowId window, ShowState state = ShowState::kNormal);
 void BringToFront(WindowId window);  // restored if minimised, shown, above the others and active
 bool IsMaximized(WindowId window);
 bool IsMinimized(WindowId window);
+bool IsFullScreen(WindowId window);
 
 Rect WindowRect(WindowId window);
 Rect NormalRect(WindowId window);  // as it would stand when restored
@@ -178,7 +179,12 @@ void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int
                 Color background);
 void SetCaretBlinking(bool on);  // of all edits
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position);
+// One that goes to where it is clicked, and takes the keyboard by Tab alone.
+void CreateSeekBar(WindowId window, int id, const Rect& rect, int highest);
+// Moves a bar of either kind without a kScroll.
+void SetTrackBar(WindowId window, int id, int position);
 
+void RemoveControl(WindowId window, int id);
 void MoveControl(WindowId window, int id, const Rect& rect);
 void SetControlText(WindowId window, int id, std::string_view text);  // UTF-8
 std::string ControlText(WindowId window, int id);

@@ -28,6 +28,7 @@ declare -A allowed=(
   [audit]="audit board game messages wallet net base deployment"
   [platform]="platform base"
   [cabinet]="cabinet platform assets board game messages wallet net base deployment"
+  [viewer]="viewer cabinet platform audit board game messages net base deployment"
   [players]="players game base"
   [sandbox]="sandbox platform wallet net base deployment"
   [sandbox/server]="sandbox players game base deployment"

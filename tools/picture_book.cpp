@@ -24,6 +24,8 @@
 #include "cabinet/ui_settings.h"
 #include "platform/automation.h"
 #include "players/autopilot.h"
+#include "viewer/run_list_window.h"
+#include "viewer/viewer_window.h"
 #include "wallet/link/status_refresh.h"
 #include "wallet/store/app_binds.h"
 #include "wallet/store/shared_store.h"
@@ -48,6 +50,11 @@ void KeepMain(const std::string& name) {
     shell.driver.run.invalidate_well();
     PumpMessages();
     Keep(name, GrabWindow(shell.main));
+}
+
+void Click(WindowId window, int control) {
+    ClickControl(window, control);
+    PumpMessages();
 }
 
 void PlayFor(uint64_t milliseconds, bool to_win) {
@@ -126,6 +133,49 @@ void KeepTools() {
     }
 }
 
+WatchedRun WatchedOf(const char* name, const InputTape& tape) {
+    WatchedRun run;
+    run.tape = tape;
+    Replay replay(tape);
+    replay.GoTo(Replay::kToTheEnd);
+    run.audit.has_row = true;
+    run.audit.handle = name;
+    run.audit.score = replay.Game().score;
+    run.audit.run.emplace();
+    run.audit.run->level = replay.Game().level;
+    run.audit.run->length_ms = static_cast<int64_t>(replay.TickMs());
+    run.audit.txid = "e5a61e11617149c834f8c7c63aed2690286fe32f5394d7c4009fbea5bedc372b";
+    return run;
+}
+
+// The run that the cabinet's pictures show, and what becomes of it with an event that no player made.
+void KeepViewer(const InputTape& tape) {
+    InputTape bent = tape;
+    const auto middle = bent.events.begin() + static_cast<std::ptrdiff_t>(bent.events.size() / 3);
+    bent.events.insert(middle, {middle->tick_ms, kInputServe});
+    LoadedRuns loaded;
+    loaded.title = "Week 2026-W39";
+    loaded.runs = {WatchedOf("ada", tape), WatchedOf("grace", tape), WatchedOf("ghost-hand", bent)};
+    loaded.runs.back().audit.run.reset();
+    loaded.runs.back().audit.findings.push_back({Verdict::kNotALostGame, ""});
+    OpenViewer();
+    ShowWindow(viewer.main);
+    ShowLoaded(loaded);
+    PumpMessages();
+    Keep("viewer-list", GrabWindow(viewer.list));
+    Click(viewer.list, kFirstListRow);
+    viewer.inputs = true;
+    viewer.transport.GoTo(700'000);
+    Click(viewer.main, kViewerStep);
+    Keep("viewer", GrabWindow(viewer.main));
+    ShowRun(loaded.runs.back());
+    viewer.transport.GoTo(viewer.shown->course.LengthMs());
+    Click(viewer.main, kViewerStep);
+    Keep("viewer-fails", GrabWindow(viewer.main));
+    DestroyWindow(viewer.main);
+    PumpMessages();
+}
+
 // The store's only wallet, so that the cabinet is connected to it. Its words are the first example of BIP39.
 void MakeWallet() {
     constexpr char kId[] = "w1700000000000";
@@ -171,8 +221,10 @@ void DrawAll() {
     Keep("board", GrabWindow(shell.board));
     KeepTools();
     KeepButtons();
+    const InputTape tape = shell.run.tape;
     DestroyWindow(shell.main);
     PumpMessages();
+    KeepViewer(tape);
 }
 
 }  // namespace

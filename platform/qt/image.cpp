@@ -10,6 +10,7 @@
 #include <shared_mutex>
 #include <utility>
 
+#include "base/files.h"
 #include "platform/picture_guard.h"
 #include "platform/qt/picture.h"
 
@@ -149,6 +150,19 @@ std::optional<Image> DecodeImage(std::string file, int max_side) try {
     return image;
 } catch (const std::bad_alloc&) {
     return std::nullopt;
+}
+
+std::string EncodePng(const Image& image) {
+    if (!IsWhole(image)) return {};
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!buffer.open(QIODevice::WriteOnly) || !OnPixelsOf(image).save(&buffer, "PNG")) return {};
+    return bytes.toStdString();
+}
+
+bool SavePng(const Image& image, const std::string& path) {
+    const std::string file = EncodePng(image);
+    return !file.empty() && ReplaceFile(path, file, Flush::kLater);
 }
 
 Image ResizeImage(const Image& image, int w, int h) {

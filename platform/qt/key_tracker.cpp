@@ -23,7 +23,7 @@ constexpr NamedKey kKeys[] = {
     {Key::kLeft, Qt::Key_Left}, {Key::kRight, Qt::Key_Right},   {Key::kSpace, Qt::Key_Space},
     {Key::kP, Qt::Key_P},       {Key::kEscape, Qt::Key_Escape}, {Key::kUp, Qt::Key_Up},
     {Key::kDown, Qt::Key_Down}, {Key::kPageUp, Qt::Key_PageUp}, {Key::kPageDown, Qt::Key_PageDown},
-    {Key::kHome, Qt::Key_Home}, {Key::kEnd, Qt::Key_End},
+    {Key::kHome, Qt::Key_Home}, {Key::kEnd, Qt::Key_End},       {Key::kF11, Qt::Key_F11},
 };
 
 struct KeyState {

@@ -166,4 +166,14 @@ Image DrawToImage(Size size, const std::function<void(Canvas&)>& body, int scale
     return FromQImage(std::move(picture));
 }
 
+void PaintOnImage(Image& image, const std::function<void(Canvas&)>& body, int scale) {
+    if (!IsWhole(image) || scale < 1) return;
+    QImage picture(reinterpret_cast<uchar*>(image.pixels.data()), image.w, image.h, qsizetype{image.w} * 4,
+                   QImage::Format_RGB32);
+    picture.setDevicePixelRatio(scale);
+    QPainter painter(&picture);
+    PainterCanvas canvas(painter, {image.w / scale, image.h / scale});
+    body(canvas);
+}
+
 }  // namespace brickfall

@@ -26,11 +26,4 @@ Image GrabScreen() {
     return image;
 }
 
-bool SavePng(const Image& image, const std::string& path) {
-    if (image.Empty()) return false;
-    const QImage view(reinterpret_cast<const uchar*>(image.pixels.data()), image.w, image.h, image.w * 4,
-                      QImage::Format_ARGB32);
-    return view.save(QString::fromStdString(path), "PNG");
-}
-
 }  // namespace brickfall

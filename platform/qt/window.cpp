@@ -2,7 +2,10 @@
 
 #include <QIcon>
 #include <QPixmap>
+#include <QProxyStyle>
 #include <QScreen>
+#include <QSignalBlocker>
+#include <QStyleFactory>
 #include <algorithm>
 #include <cstdint>
 #include <utility>
@@ -22,6 +25,32 @@ template <typename Control>
 Control* FindControl(WindowId window, int id) {
     const WindowWidget* const found = FindWindow(window);
     return found != nullptr ? dynamic_cast<Control*>(found->Control(id)) : nullptr;
+}
+
+class SeekStyle : public QProxyStyle {
+  public:
+    using QProxyStyle::QProxyStyle;
+    int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                  QStyleHintReturn* data) const override {
+        if (hint == SH_Slider_AbsoluteSetButtons) return Qt::LeftButton;
+        return QProxyStyle::styleHint(hint, option, widget, data);
+    }
+};
+
+QSlider* AddSlider(WindowId window, int id, const Rect& rect, int lowest, int highest, int position) {
+    WindowWidget* const around = FindWindow(window);
+    if (around == nullptr) return nullptr;
+    auto* const control = new TrackBarWidget(around);
+    control->setFocusPolicy(Qt::StrongFocus);
+    control->setRange(lowest, highest);
+    control->setValue(position);
+    QObject::connect(control, &QSlider::valueChanged, around, [around, id](int value) {
+        Message message{.type = MessageType::kScroll, .id = id, .value = value};
+        around->Dispatch(message);
+    });
+    control->setGeometry(ToQRect(rect));
+    around->AddControl(id, control);
+    return control;
 }
 
 int64_t Overlap(const Rect& a, const Rect& b) {
@@ -90,6 +119,9 @@ void ShowWindow(WindowId window, ShowState state) {
         case ShowState::kMinimized:
             widget->showMinimized();
             break;
+        case ShowState::kFullScreen:
+            widget->showFullScreen();
+            break;
     }
 }
 
@@ -110,6 +142,11 @@ bool IsMaximized(WindowId window) {
 bool IsMinimized(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
     return widget != nullptr && (widget->windowState() & Qt::WindowMinimized) != 0;
+}
+
+bool IsFullScreen(WindowId window) {
+    const WindowWidget* const widget = FindWindow(window);
+    return widget != nullptr && (widget->windowState() & Qt::WindowFullScreen) != 0;
 }
 
 Rect WindowRect(WindowId window) {
@@ -284,18 +321,28 @@ void SetCaretBlinking(bool on) {
 }
 
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position) {
-    WindowWidget* const around = FindWindow(window);
-    if (around == nullptr) return;
-    auto* const control = new TrackBarWidget(around);
-    control->setFocusPolicy(Qt::StrongFocus);
-    control->setRange(lowest, highest);
+    AddSlider(window, id, rect, lowest, highest, position);
+}
+
+void CreateSeekBar(WindowId window, int id, const Rect& rect, int highest) {
+    QSlider* const control = AddSlider(window, id, rect, 0, highest, 0);
+    if (control == nullptr) return;
+    auto* const style = new SeekStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    style->setParent(control);
+    control->setStyle(style);
+    control->setFocusPolicy(Qt::TabFocus);
+    control->setPageStep(std::max(1, highest / 20));
+}
+
+void SetTrackBar(WindowId window, int id, int position) {
+    auto* const control = FindControl<QSlider>(window, id);
+    if (control == nullptr || control->value() == position) return;
+    const QSignalBlocker quiet(control);
     control->setValue(position);
-    QObject::connect(control, &QSlider::valueChanged, around, [around, id](int value) {
-        Message message{.type = MessageType::kScroll, .id = id, .value = value};
-        around->Dispatch(message);
-    });
-    control->setGeometry(ToQRect(rect));
-    around->AddControl(id, control);
+}
+
+void RemoveControl(WindowId window, int id) {
+    if (WindowWidget* const widget = FindWindow(window)) widget->RemoveControl(id);
 }
 
 void MoveControl(WindowId window, int id, const Rect& rect) {

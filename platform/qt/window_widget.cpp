@@ -143,6 +143,14 @@ void WindowWidget::AddControl(int id, QWidget* control) {
     control->show();
 }
 
+void WindowWidget::RemoveControl(int id) {
+    QWidget* const control = Control(id);
+    if (control == nullptr) return;
+    if (control->hasFocus()) TakeFocus();
+    controls_.erase(id);
+    Bury(control);
+}
+
 int WindowWidget::ControlOf(const QWidget* widget) const {
     for (; widget != nullptr && widget != this; widget = widget->parentWidget()) {
         for (const auto& [id, control] : controls_) {

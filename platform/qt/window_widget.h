@@ -34,6 +34,7 @@ class WindowWidget : public QWidget {
     QWidget* Control(int id) const;
     const std::map<int, QWidget*>& Controls() const { return controls_; }
     void AddControl(int id, QWidget* control);
+    void RemoveControl(int id);
     int ControlOf(const QWidget* widget) const;  // 0: not on one of them
 
     // What is typed goes to the window itself.

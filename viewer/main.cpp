@@ -1,0 +1,101 @@
+// main.cpp - brickfall-view: shows recorded runs. It opens no wallet and no store, and writes nothing but
+// what it is asked to.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <span>
+#include <string>
+#include <utility>
+
+#include "audit/display_text.h"
+#include "base/build_number.h"
+#include "base/text.h"
+#include "cabinet/images.h"
+#include "cabinet/sound.h"
+#include "net/http_client.h"
+#include "platform/desktop.h"
+#include "platform/midi_out.h"
+#include "platform/window.h"
+#include "viewer/options.h"
+#include "viewer/run_source.h"
+#include "viewer/viewer_window.h"
+
+namespace brickfall {
+namespace {
+
+constexpr std::size_t kErrorColumns = 300;
+
+int Fail(const std::string& why, int code = 1) {
+    std::fprintf(stderr, "brickfall-view: %s\n", SafeText(why, kErrorColumns).c_str());
+    return code;
+}
+
+void NoProgress(const char*, std::size_t, std::size_t) {}
+
+// The best run that a file or a transaction holds.
+bool LoadOne(const std::string& argument, WatchedRun& run, std::string& error) {
+    LoadedRuns loaded = LoadRuns(SourceOf(argument), NoProgress);
+    error = loaded.error;
+    if (!error.empty()) return false;
+    run = std::move(loaded.runs.front());
+    if (run.tape) return true;
+    error = argument + ": nothing to play: " + VerdictLine(run.audit);
+    return false;
+}
+
+int Watch(int count, char** arguments, const ViewOptions& options) {
+    if (!DisplayAvailable()) return Fail("there is no display to open a window on");
+    const RunSource source =
+        options.run.empty() ? RunSource{.kept_file = options.keep} : SourceOf(options.run);
+    std::string error;
+    WatchedRun second;
+    if (!options.second.empty() && !LoadOne(options.second, second, error)) return Fail(error);
+    // What a file cannot give is told at once, where the program was started.
+    LoadedRuns loaded;
+    if (!source.file.empty()) {
+        loaded = LoadRuns(source, NoProgress);
+        if (!loaded.error.empty()) return Fail(loaded.error);
+    }
+    const Platform platform(count, arguments);
+    LoadLogo(LogoFile());
+    const WindowId window = OpenViewer();
+    if (window == 0) return Fail("cannot open a window");
+    viewer.source = source;
+    viewer.inputs = options.inputs;
+    if (second.tape) viewer.waiting_ghost = std::move(second);
+    StartSound(OpenMidiOut);
+    ShowWindow(window);
+    if (source.file.empty()) {
+        LoadSource();
+    } else {
+        ShowLoaded(std::move(loaded));
+    }
+    const int code = RunMessageLoop();
+    DropLogo();
+    return code;
+}
+
+int Main(int count, char** arguments) {
+    ViewOptions options;
+    std::string error;
+    const std::span<char* const> given(arguments, static_cast<std::size_t>(count));
+    if (!ParseViewOptions(given.subspan(1), options, error)) return Fail(error + "; --help tells of all", 2);
+    if (options.help) return std::fputs(kViewHelp, stdout) < 0 ? 1 : 0;
+    if (options.version) {
+        std::printf("brickfall-view %s\n", FormatBuild(kBuildNumber).c_str());
+        return 0;
+    }
+    StartNetwork();
+    const int code = Watch(count, arguments, options);
+    StopNetwork();
+    return code;
+}
+
+}  // namespace
+}  // namespace brickfall
+
+int main(int count, char** arguments) try {
+    return brickfall::Main(count, arguments);
+} catch (const std::exception& failure) {
+    return brickfall::Fail(failure.what());
+}
