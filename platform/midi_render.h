@@ -17,8 +17,8 @@ class MidiRenderer : public MidiOut {
   public:
     // Appends what sounds during the next milliseconds to the samples.
     virtual void Render(int64_t milliseconds) = 0;
-    // 16 bits, left and right in turn.
-    virtual const std::vector<int16_t>& Samples() const = 0;
+    // Those since the last call; 16 bits, left and right in turn.
+    virtual std::vector<int16_t> TakeSamples() = 0;
 };
 
 std::unique_ptr<MidiRenderer> OpenMidiRenderer();  // nullptr without a sound font

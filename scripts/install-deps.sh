@@ -10,7 +10,7 @@ packages=(
   libgtest-dev libbenchmark-dev librapidcheck-dev
   qt6-base-dev qt6-wayland libxcb1-dev zlib1g-dev qt6-image-formats-plugins fonts-open-sans fonts-crosextra-caladea fonts-inconsolata
   xvfb openbox xdotool x11-utils x11-xkb-utils sway wtype librsvg2-bin
-  libfluidsynth-dev timgm6mb-soundfont
+  libfluidsynth-dev timgm6mb-soundfont libqrencode-dev ffmpeg
   libsdl2-dev
   ca-certificates openssl dpkg-dev lintian appstream desktop-file-utils
 )

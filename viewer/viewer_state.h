@@ -20,6 +20,11 @@ struct OpenRun {
     Course course;
 };
 
+// Of a run with a tape.
+inline std::unique_ptr<OpenRun> OpenRunOf(const WatchedRun& run) {
+    return std::make_unique<OpenRun>(OpenRun{run, Course(*run.tape, run.fault)});
+}
+
 struct Viewer {
     WindowId main = 0;
     WindowId well = 0;

@@ -268,10 +268,6 @@ void OnLoaded(LoadedRuns loaded) {
     if (from_services && !viewer.loaded.runs.empty()) StartFaces();
 }
 
-std::unique_ptr<OpenRun> OpenRunOf(const WatchedRun& run) {
-    return std::make_unique<OpenRun>(OpenRun{run, Course(*run.tape, run.fault)});
-}
-
 // ---- What is pressed
 
 void OnCommand(int control) {

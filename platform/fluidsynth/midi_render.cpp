@@ -16,15 +16,16 @@ class FluidRenderer : public MidiRenderer {
     void Reset() override { fluid_synth_system_reset(synth_.synth.get()); }
 
     void Render(int64_t milliseconds) override {
+        const int64_t before = rendered_ms_ * kRenderRate / 1'000;
         rendered_ms_ += milliseconds;
+        const auto frames = static_cast<std::size_t>(rendered_ms_ * kRenderRate / 1'000 - before);
         const std::size_t from = samples_.size();
-        samples_.resize(static_cast<std::size_t>(2 * (rendered_ms_ * kRenderRate / 1'000)));
-        const std::size_t frames = (samples_.size() - from) / 2;
+        samples_.resize(from + 2 * frames);
         int16_t* const out = samples_.data() + from;
         fluid_synth_write_s16(synth_.synth.get(), static_cast<int>(frames), out, 0, 2, out, 1, 2);
     }
 
-    const std::vector<int16_t>& Samples() const override { return samples_; }
+    std::vector<int16_t> TakeSamples() override { return std::exchange(samples_, {}); }
 
   private:
     Synth synth_;
