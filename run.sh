@@ -3,10 +3,12 @@
 #   ./run.sh                                          the cabinet; closing it ends everything. A second one
 #                                                     raises the first
 #   ./run.sh --headless [--out DIR] [--report TEXT]   one whole paid run without a window, printed
+#   ./run.sh --watch [ARGUMENTS]                      brickfall-view on the sandbox's board, of a run that is open or
+#                                                     else on the sandbox alone; --watch --help tells of its arguments
 #   ./run.sh --audit [ARGUMENTS]                      brickfall-audit on the sandbox of a run that is open;
 #                                                     --audit --help tells of its arguments
 # Without a display the headless run is played. --out DIR leaves transactions.json, wallet.json, row.json, run.json,
-# audit.json and evidence.json there; --report sends TEXT to the architect and prints what was read. The private folder is out/sandbox, or the one
+# audit.json, evidence.json and poster.png there; --report sends TEXT to the architect and prints what was read. The private folder is out/sandbox, or the one
 # named by BRICKFALL_SANDBOX_HOME; a second run on it goes on with the same wallet and the same chain. What happens then
 # is told in scripts/session.sh.
 set -euo pipefail

@@ -132,6 +132,7 @@ Homepage: $(value DOWNLOAD_PAGE_URL)
 Installed-Size: $(du -k --apparent-size -s "$stage/usr" | cut -f 1)
 Depends: $depends, ca-certificates
 Recommends: fonts-crosextra-caladea, fonts-inconsolata, fonts-open-sans, qt6-image-formats-plugins, qt6-wayland, timgm6mb-soundfont | fluid-soundfont-gm
+Suggests: ffmpeg
 Description: $2
 CONTROL
   (cd "$stage" && find usr -type f -print0 | sort -z | xargs -0 md5sum >DEBIAN/md5sums)

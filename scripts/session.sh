@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# A session of the sandbox: its services, the companion and the cabinet; or one paid run without a window; or an audit of
-# the session that is open. For a script to source, with its arguments behind it, that has set
+# A session of the sandbox: its services, the companion and the cabinet; or one paid run without a window; or the viewer on
+# its board; or an audit of the session that is open. For a script to source, with its arguments behind it, that has set
 #   command                    how it is called, for what is said
 #   services, cabinet, tools   the folders of the programs
 #   home                       the private folder of the session
@@ -8,12 +8,13 @@
 : "${command:?}" "${services:?}" "${cabinet:?}" "${tools:?}" "${home:?}"
 
 usage() {
-  echo "${command##*/}: $1; usage: $command [--headless [--out DIR] [--report TEXT] | --audit ...]" >&2
+  echo "${command##*/}: $1; usage: $command [--headless [--out DIR] [--report TEXT] | --watch ... | --audit ...]" >&2
   exit 2
 }
 
 headless=no
 audit=no
+watch=no
 out=
 arguments=()
 while [ $# -gt 0 ]; do
@@ -35,21 +36,29 @@ while [ $# -gt 0 ]; do
       shift
       break
       ;;
+    --watch)
+      watch=yes
+      shift
+      break
+      ;;
     *) usage "unknown argument \"$1\"" ;;
   esac
   shift
 done
 
 [ "$headless" = yes ] || [ "${#arguments[@]}" -eq 0 ] || usage "--out and --report go with --headless"
-if [ "$headless$audit" = nono ] && [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+if [ "$headless$audit$watch" = nonono ] && [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
   echo "${command##*/}: there is no display; playing the headless loop"
   headless=yes
 fi
 
 if [ "$headless" = yes ]; then
   programs=(brickfall-sandbox brickfall-companion headless brickfall-audit)
+  [ -z "$out" ] || programs+=(brickfall-view)
+elif [ "$watch" = yes ]; then
+  programs=(brickfall-sandbox brickfall-view)
 else
-  programs=(brickfall-sandbox brickfall-companion-window brickfall brickfall-audit)
+  programs=(brickfall-sandbox brickfall-companion-window brickfall brickfall-audit brickfall-view)
 fi
 mkdir -p "$home"
 chmod 700 "$home"
@@ -68,6 +77,12 @@ if [ "$audit" = yes ]; then
   fi
   [ -f "$home/port" ] && route
   exec "$cabinet/brickfall-audit" "$@"
+fi
+
+# The board of a session that is open; else the sandbox is started for it below.
+if [ "$watch" = yes ] && [ -x "$cabinet/brickfall-view" ] && ! flock -n "$home/run.lock" true; then
+  route
+  exec "$cabinet/brickfall-view" "$@"
 fi
 
 # One sandbox at a time works on the folder. A cabinet that runs on it is raised; without a display the program does
@@ -115,6 +130,11 @@ pids+=($!)
 wait_for "$home/sandbox.log" "sandbox ready" "${pids[0]}" "the sandbox"
 route
 
+if [ "$watch" = yes ]; then
+  "$cabinet/brickfall-view" "$@" 9>&-
+  exit
+fi
+
 if [ "$headless" = no ]; then
   export BRICKFALL_SANDBOX_RUN=$$  # a companion that the cabinet starts anew ends with this
   "$services/brickfall-companion-window" player >"$home/companion.log" 2>&1 9>&- &
@@ -129,7 +149,11 @@ fi
 pids+=($!)
 wait_for "$home/companion.log" "companion ready" "${pids[1]}" "the companion"
 evidence=${out:-$home/audit}
-"$tools/headless" --audit "$evidence" "${arguments[@]}" 9>&-
+"$tools/headless" --audit "$evidence" "${arguments[@]}" 9>&- | tee "$home/headless.log"
+if [ -n "$out" ]; then
+  record=$(sed -n '/^ *6\.  Record/,/^ *7\./s/^ *transaction  *//p' "$home/headless.log")
+  "$cabinet/brickfall-view" "$record" --poster "$out/poster.png" 9>&-
+fi
 
 echo
 echo "The sandbox is stopped; the board once more, from the local list alone:"

@@ -1,5 +1,5 @@
 // picture_book.cpp - draws the README's pictures off screen: the cabinet in every mode, its tool windows, and
-// its buttons in every state.   picture_book FOLDER
+// its buttons in every state; and the viewer.   picture_book FOLDER ROW_FILE
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +24,7 @@
 #include "cabinet/ui_settings.h"
 #include "platform/automation.h"
 #include "players/autopilot.h"
+#include "viewer/poster.h"
 #include "viewer/run_list_window.h"
 #include "viewer/viewer_window.h"
 #include "wallet/link/status_refresh.h"
@@ -34,6 +35,7 @@ namespace brickfall {
 namespace {
 
 std::string& folder = *new std::string;
+std::string& row_file = *new std::string;  // gets the run that the pictures show
 uint64_t& tick_ms = *new uint64_t(1'000);
 
 void Keep(const std::string& name, const Image& image) {
@@ -172,6 +174,7 @@ void KeepViewer(const InputTape& tape) {
     viewer.transport.GoTo(viewer.shown->course.LengthMs());
     Click(viewer.main, kViewerStep);
     Keep("viewer-fails", GrabWindow(viewer.main));
+    Keep("poster", DrawPoster(*OpenRunOf(loaded.runs.front())));
     DestroyWindow(viewer.main);
     PumpMessages();
 }
@@ -225,6 +228,8 @@ void DrawAll() {
     DestroyWindow(shell.main);
     PumpMessages();
     KeepViewer(tape);
+    const nlohmann::json row = {{"type", "arcade_score"}, {"tape", TapeToHex(tape)}};
+    if (!ReplaceFile(row_file, row.dump())) std::exit(1);
 }
 
 }  // namespace
@@ -232,11 +237,12 @@ void DrawAll() {
 
 int main(int count, char** arguments) {
     using namespace brickfall;
-    if (count != 2) {
-        std::fprintf(stderr, "picture_book: usage: picture_book FOLDER\n");
+    if (count != 3) {
+        std::fprintf(stderr, "picture_book: usage: picture_book FOLDER ROW_FILE\n");
         return 2;
     }
     folder = arguments[1];
+    row_file = arguments[2];
     // A store of its own, no network, and a clock that moves by what is played.
     const std::filesystem::path store = std::filesystem::temp_directory_path() / "brickfall-picture-book";
     ::setenv("LOCALAPPDATA", store.c_str(), 1);

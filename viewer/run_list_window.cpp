@@ -19,7 +19,7 @@ constexpr int kTop = 56;
 constexpr int kRowStep = 54;
 constexpr int kRowHeight = 50;
 constexpr int kFoot = 56;
-constexpr Size kListSize = {760, 900};
+constexpr Size kListSize = {860, 900};
 
 struct List {
     std::function<void(const WatchedRun&)> choose;
@@ -95,10 +95,12 @@ void LayOutList() {
         EnableWindowControl(viewer.list, id, run.tape.has_value());
     }
     list.rows_shown = rows;
-    MoveControl(viewer.list, kPreviousPage, {20, client.h - 46, 140, 34});
-    MoveControl(viewer.list, kNextPage, {168, client.h - 46, 140, 34});
+    // Behind the rows, also in the order of Tab.
+    MakeButton(viewer.list, "Previous page", kPreviousPage, {20, client.h - 46, 140, 34});
+    MakeButton(viewer.list, "Next page", kNextPage, {168, client.h - 46, 140, 34});
     EnableWindowControl(viewer.list, kPreviousPage, list.page > 0);
     EnableWindowControl(viewer.list, kNextPage, FirstRow() + rows < runs.size());
+    FocusControl(viewer.list, kFirstListRow);
     InvalidateWindow(viewer.list);
 }
 
@@ -117,8 +119,6 @@ bool OnListMessage(WindowId window, Message& message) {
             viewer.list = window;
             SetTitleBarColors(window, kHeaderColor, kBorderColor, kTextColor);
             SetAccessibleWindowName(window, "Runs", "Choose a run to watch");
-            MakeButton(window, "Previous page", kPreviousPage, {});
-            MakeButton(window, "Next page", kNextPage, {});
             list.rows_shown = 0;
             LayOutList();
             return true;
@@ -177,7 +177,8 @@ void OpenRunList(const std::function<void(const WatchedRun&)>& choose) {
 }
 
 void RefreshRunList() {
-    if (viewer.list != 0) LayOutList();
+    for (std::size_t i = 0; i < list.rows_shown; ++i)
+        InvalidateControl(viewer.list, kFirstListRow + static_cast<int>(i));
 }
 
 }  // namespace brickfall
