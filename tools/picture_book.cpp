@@ -160,6 +160,7 @@ void KeepViewer(const InputTape& tape) {
     loaded.runs = {WatchedOf("ada", tape), WatchedOf("grace", tape), WatchedOf("ghost-hand", bent)};
     loaded.runs.back().audit.run.reset();
     loaded.runs.back().audit.findings.push_back({Verdict::kNotALostGame, ""});
+    LoadLogo(LogoFile());
     OpenViewer();
     ShowWindow(viewer.main);
     ShowLoaded(loaded);

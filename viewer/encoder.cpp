@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 #include <vector>
 

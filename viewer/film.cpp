@@ -1,7 +1,6 @@
 #include "viewer/film.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <span>
 #include <thread>

@@ -13,7 +13,7 @@ namespace brickfall {
 namespace {
 
 // A picture is laid out for this size at least, and drawn at a whole multiple of it.
-constexpr Size kSmallestLayout = {640, 360};
+constexpr Size kSmallestLayout = {960, 540};
 constexpr Size kSmallestWell = {18 + 13 * kSmallestCell + 266, 52 + 18 * kSmallestCell};
 constexpr int kPanelWidth = 200;  // beside the well, where there is room
 
@@ -113,7 +113,7 @@ void FilmFrames::PaintWhole(Canvas& canvas, uint64_t run_ms, uint64_t film_ms) {
     Scene scene = SceneAt(run_.course, run_ms, cut_.inputs);
     if (ghost_ != nullptr) scene.ghost = ghost_->course.At(run_ms);
     PaintScene(canvas, scene, film_ms);
-    const int left = WellField(scene.well, FittedCell(size)).w + 62 + 204 + 24;
+    const int left = FittedCell(size).w * kBrickCols + 62 + 204 + 24;  // behind the well's own column
     if (size.w - left >= kPanelWidth) PaintAbout(canvas, run_.run, left);
 }
 

@@ -1,6 +1,7 @@
 #include "viewer/interrupt.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace brickfall {
 namespace {

@@ -50,7 +50,7 @@ ShownInputs InputsAt(const Course& course, uint64_t tick_ms) {
 
 void PaintInputs(Canvas& canvas, const Rect& field, const GameState& game, const ShownInputs& inputs) {
     const int left = field.w + 62;
-    int y = 296;
+    int y = 250;
     const auto key = [&](int x, int w, std::string_view text, bool held) {
         const Rect box = {x, y, w, 30};
         canvas.Fill(box, held ? kAccentColor : kPanelColor);
