@@ -14,6 +14,6 @@ QT_QPA_PLATFORM=offscreen:configfile=$screens build/release/tools/picture_book "
 # Ten seconds of the run that they show, as a picture that moves.
 frames=build/release/frames
 rm -rf "$frames"
-build/release/cabinet/brickfall-view build/release/pictured-run.json --frames "$frames" --from 60 --for 10 --size 640x360
+build/release/cabinet/brickfall-view build/release/pictured-run.json --frames "$frames" --from 530 --for 10 --size 600x480
 ffmpeg -hide_banner -nostdin -loglevel error -y -framerate 60 -i "$frames/frame-%06d.png" -filter_complex \
-  'fps=25,split[a][b];[a]palettegen=max_colors=64[p];[b][p]paletteuse=dither=none' "$folder/run.gif"
+  'fps=50,split[a][b];[a]palettegen=max_colors=128[p];[b][p]paletteuse=dither=none' "$folder/run.gif"
