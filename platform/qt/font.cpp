@@ -14,6 +14,7 @@
 #include <tuple>
 
 #include "platform/qt/convert.h"
+#include "platform/typefaces.h"
 
 namespace brickfall {
 namespace {
@@ -21,35 +22,34 @@ namespace {
 constexpr int kCachedLines = 512;
 constexpr std::size_t kMaxLineUnits = 4'096;  // of one line; no screen shows more
 
-struct StandIn {
-    const char* asked;
-    const char* installed;  // close in its look and its widths
-    QFont::StyleHint kind;
-};
-constexpr StandIn kStandIns[] = {
-    {"Segoe UI", "Open Sans", QFont::SansSerif},
-    {"Georgia", "Caladea", QFont::Serif},
-    {"Consolas", "Inconsolata", QFont::TypeWriter},
-};
+QFont::StyleHint HintOf(TypefaceKind kind) {
+    switch (kind) {
+        case TypefaceKind::kSans:
+            return QFont::SansSerif;
+        case TypefaceKind::kSerif:
+            return QFont::Serif;
+        case TypefaceKind::kMono:
+            return QFont::TypeWriter;
+    }
+    return QFont::AnyStyle;
+}
 
 QFont PlainFont(std::string_view family, int weight, FontQuality quality) {
     QFont font;
-    QFont::StyleHint kind = QFont::SansSerif;
+    TypefaceKind kind = TypefaceKind::kSans;
     QString name = ToQString(family);
-    for (const StandIn& stand_in : kStandIns) {
-        if (family != stand_in.asked) continue;
-        kind = stand_in.kind;
-        if (!QFontDatabase::hasFamily(name)) name = QString::fromLatin1(stand_in.installed);
+    for (const Typeface& typeface : kTypefaces) {
+        if (family != typeface.asked) continue;
+        kind = typeface.kind;
+        if (!QFontDatabase::hasFamily(name)) name = QString::fromLatin1(typeface.stand_in);
     }
-    static const std::map<QFont::StyleHint, const char*> generic = {
-        {QFont::SansSerif, "sans-serif"}, {QFont::Serif, "serif"}, {QFont::TypeWriter, "monospace"}};
-    if (!QFontDatabase::hasFamily(name)) name = QString::fromLatin1(generic.at(kind));
+    if (!QFontDatabase::hasFamily(name)) name = QString::fromLatin1(GenericName(kind));
     font.setFamilies({name});
     const auto smoothing =
         quality == FontQuality::kClearType
             ? QFont::PreferAntialias
             : static_cast<QFont::StyleStrategy>(QFont::PreferAntialias | QFont::NoSubpixelAntialias);
-    font.setStyleHint(kind, smoothing);
+    font.setStyleHint(HintOf(kind), smoothing);
     font.setWeight(static_cast<QFont::Weight>(std::clamp(weight, 1, 1'000)));
     font.setKerning(true);
     return font;

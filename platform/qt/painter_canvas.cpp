@@ -143,15 +143,6 @@ void PainterCanvas::ClipEllipse(const Rect& box, const std::function<void()>& bo
     ClipPath(path, body);
 }
 
-void Bevel(Canvas& canvas, const Rect& rect, Color top_left, Color bottom_right) {
-    const int right = rect.Right() - 1;
-    const int bottom = rect.Bottom() - 1;
-    canvas.Line({rect.x, bottom}, {rect.x, rect.y}, top_left);
-    canvas.Line({rect.x, rect.y}, {right, rect.y}, top_left);
-    canvas.Line({right, rect.y}, {right, bottom}, bottom_right);
-    canvas.Line({right, bottom}, {rect.x, bottom}, bottom_right);
-}
-
 Image DrawToImage(Size size, const std::function<void(Canvas&)>& body, int scale) {
     if (size.w < 1 || size.h < 1 || scale < 1) return {};
     QImage picture(size.w * scale, size.h * scale, QImage::Format_ARGB32_Premultiplied);
