@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs from Debian, and only what is missing.
 # As root with apt-get, else through sudo; where neither is possible it names the packages and stops.
+# With --pages also what makes and tests pages that replay runs in a browser.
 set -euo pipefail
 
 packages=(
@@ -14,6 +15,10 @@ packages=(
   libsdl2-dev
   ca-certificates openssl dpkg-dev lintian appstream desktop-file-utils
 )
+
+if [ "${1:-}" = "--pages" ]; then
+  packages+=(clang-14 lld-14 wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32 chromium)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

@@ -10,14 +10,18 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "audit/display_text.h"
 #include "base/build_number.h"
 #include "base/clock.h"
+#include "base/files.h"
+#include "base/text.h"
 #include "cabinet/images.h"
 #include "cabinet/sound.h"
 #include "cabinet/theme.h"
 #include "net/http_client.h"
+#include "page/page.h"
 #include "platform/desktop.h"
 #include "platform/image.h"
 #include "platform/midi_out.h"
@@ -138,6 +142,28 @@ int Export(int count, char** arguments, const ViewOptions& options) {
     return done ? 0 : Fail(error);
 }
 
+// Of the run that is named, or of all.
+int WritePage(const ViewOptions& options) {
+    if (const std::string why = WhyNoPages(); !why.empty()) return Fail(why);
+    const RunSource source =
+        options.run.empty() ? RunSource{.kept_file = options.keep} : SourceOf(options.run);
+    const LoadedRuns loaded = LoadRuns(source, NoProgress);
+    if (!loaded.error.empty()) return Fail(loaded.error);
+    if (!loaded.note.empty()) Fail(loaded.note);
+    std::vector<PageRun> runs;
+    for (const WatchedRun& run : loaded.runs) {
+        runs.push_back({.name = RunName(run),
+                        .txid = run.audit.txid,
+                        .verdict = VerdictLine(run.audit),
+                        .recorded = UtcText(run.audit.ts),
+                        .score = run.audit.score,
+                        .tape = run.tape_text,
+                        .seal = run.seal});
+    }
+    if (!ReplaceFile(options.page, MakePage(loaded.title, runs))) return Fail("cannot write " + options.page);
+    return 0;
+}
+
 int Main(int count, char** arguments) {
     ViewOptions options;
     std::string error;
@@ -149,7 +175,9 @@ int Main(int count, char** arguments) {
         return 0;
     }
     StartNetwork();
-    const int code = options.Exports() ? Export(count, arguments, options) : Watch(count, arguments, options);
+    const int code = !options.page.empty() ? WritePage(options)
+                     : options.Exports()   ? Export(count, arguments, options)
+                                           : Watch(count, arguments, options);
     StopNetwork();
     return code;
 }

@@ -10,6 +10,7 @@ namespace brickfall {
 const char* const kViewHelp =
     R"(usage: brickfall-view [RUN [SECOND]] [--keep FILE]
        brickfall-view RUN [SECOND] --export FILE.mkv | --frames FOLDER | --poster FILE.png
+       brickfall-view [RUN] --page FILE.html
 
 Shows a recorded run. RUN is the id of its transaction, a file with its row, or a file of transactions; without
 it the runs of this week's board are there to choose from. SECOND is shown in the first one's field in outlines.
@@ -18,6 +19,7 @@ it the runs of this week's board are there to choose from. SECOND is shown in th
   --export FILE    a film, .mkv or .mp4, with sound, at 60 pictures a second; needs ffmpeg
   --frames FOLDER  the same as single pictures
   --poster FILE    one picture of the run for sharing, with a code of its transaction
+  --page FILE      a page that replays the run in any browser and loads nothing; without RUN, the whole board
   --size WxH       of film and frames, from 320x320 to 3840x2160; else 1280x720
   --from SECONDS   where the film begins
   --for SECONDS    how long it is; else to the end
@@ -85,6 +87,7 @@ bool ParseViewOptions(std::span<char* const> arguments, ViewOptions& options, st
                                   : argument == "--export" ? &options.film
                                   : argument == "--frames" ? &options.frames
                                   : argument == "--poster" ? &options.poster
+                                  : argument == "--page"   ? &options.page
                                                            : nullptr;
         if (text == nullptr && argument != "--size" && argument != "--from" && argument != "--for")
             return fail("unknown argument \"" + argument + "\"");
@@ -108,6 +111,8 @@ bool ParseViewOptions(std::span<char* const> arguments, ViewOptions& options, st
         return fail("a film's name ends in .mkv or .mp4: \"" + options.film + "\"");
     if (!options.poster.empty() && !EndsIn(options.poster, ".png"))
         return fail("a poster's name ends in .png: \"" + options.poster + "\"");
+    if (!options.page.empty() && (options.Exports() || !options.second.empty()))
+        return fail("a page is made by itself, and shows one run at a time");
     if (options.Exports() && options.run.empty()) return fail("name the run that is to be exported");
     return true;
 }

@@ -19,6 +19,7 @@ struct ViewOptions {
     std::string film;    // where a film goes; empty: none
     std::string frames;  // the folder of single pictures
     std::string poster;
+    std::string page;  // a file of HTML; without a run it holds the whole board
     Size size = {1'280, 720};
     uint64_t from_ms = 0;
     uint64_t for_ms = 0;  // 0: to the end

@@ -27,10 +27,11 @@ constexpr std::size_t kErrorColumns = 200;
 
 WatchedRun MakeRun(const Evidence& evidence, RowAudit audit) {
     WatchedRun run{.audit = std::move(audit), .tape = std::nullopt, .fault = TapeFault::kNone};
+    if (evidence.row_state != RowState::kRow || run.audit.Has(Verdict::kAnotherGame)) return run;
+    run.tape_text = JsonString(evidence.row, "tape");
+    run.seal = JsonString(evidence.row, "tape_hash");
     ByteBuffer bytes;
-    if (evidence.row_state != RowState::kRow || run.audit.Has(Verdict::kAnotherGame) ||
-        !HexToBytes(NormalizeHex(JsonString(evidence.row, "tape")), bytes))
-        return run;
+    if (!HexToBytes(NormalizeHex(run.tape_text), bytes)) return run;
     InputTape tape;
     run.fault = ReadTape(bytes, tape);
     const bool has_events = run.fault == TapeFault::kNone || !tape.events.empty();

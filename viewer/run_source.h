@@ -21,6 +21,8 @@ struct WatchedRun {
     RowAudit audit;
     std::optional<InputTape> tape;  // nothing where none can be played, not even in part
     TapeFault fault = TapeFault::kNone;
+    std::string tape_text = {};  // as the row has them, whatever they are
+    std::string seal = {};
 };
 
 // A source of runs: a transaction's id, a file, or neither: the board of the present week.

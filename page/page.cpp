@@ -1,0 +1,106 @@
+#include "page/page.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "cabinet/theme.h"
+#include "game/input_tape.h"
+#include "page/embedded.h"
+#include "wallet/protocol/encodings.h"
+#include "wallet/protocol/hashes.h"
+
+namespace brickfall {
+namespace {
+
+using nlohmann::json;
+
+#ifdef BRICKFALL_PAGES
+std::string_view Module() { return PageModule(); }
+#else
+std::string_view Module() { return {}; }
+#endif
+
+// Lighter than the window's, since text on a page may be as small as its reader likes.
+constexpr Color kMutedText = BlendColor(kMutedColor, kTextColor, 110);
+constexpr Color kWarnText = BlendColor(kWarnColor, kTextColor, 90);
+
+std::string ColorRules() {
+    std::string rules = ":root{";
+    for (const auto& [name, color] :
+         {std::pair{"ground", kBgColor}, std::pair{"panel", kPanelColor}, std::pair{"header", kHeaderColor},
+          std::pair{"text", kTextColor}, std::pair{"accent", kAccentColor},
+          std::pair{"muted-text", kMutedText}, std::pair{"border", kBorderColor},
+          std::pair{"warn-text", kWarnText}, std::pair{"gold", kGoldColor}}) {
+        std::array<char, 48> rule{};
+        std::snprintf(rule.data(), rule.size(), "--%s:#%02x%02x%02x;", name, color.r, color.g, color.b);
+        rules += rule.data();
+    }
+    return rules + "}";
+}
+
+json RunJson(const PageRun& run) {
+    std::vector<uint8_t> tape;
+    const bool decodes = !run.tape.empty() && HexToBytes(NormalizeHex(run.tape), tape);
+    return {{"name", run.name},         {"txid", run.txid},       {"verdict", run.verdict},
+            {"recorded", run.recorded}, {"score", run.score},     {"tape", Base64Encode(tape)},
+            {"decodes", decodes},       {"seal", Lower(run.seal)}};
+}
+
+// JSON that can stand in a script element: in it no "<" opens anything.
+std::string ScriptSafe(const json& document) {
+    std::string safe;
+    for (const char c : document.dump(-1, ' ', /*ensure_ascii=*/true, json::error_handler_t::replace)) {
+        if (c == '<') {
+            safe += "\\u003c";
+        } else {
+            safe += c;
+        }
+    }
+    return safe;
+}
+
+std::string HashSource(std::string_view text) {
+    return "'sha256-" + Base64Encode(Sha256Once(AsBytes(text))) + "'";
+}
+
+// Each place of the template, in its order, so that nothing is looked for in what was filled in.
+std::string FillIn(std::string_view form, std::span<const std::pair<std::string_view, std::string>> parts) {
+    std::string filled;
+    for (const auto& [place, text] : parts) {
+        const std::size_t at = form.find(place);
+        filled.append(form.substr(0, at)).append(text);
+        form.remove_prefix(at + place.size());
+    }
+    return filled.append(form);
+}
+
+}  // namespace
+
+std::string WhyNoPages() {
+    return Module().empty() ? "this build makes no pages: it was made without a Clang for wasm32-wasi" : "";
+}
+
+std::string MakePage(const std::string& title, std::span<const PageRun> runs) {
+    if (runs.empty() || Module().empty()) return {};
+    json data = {{"title", title}, {"runs", json::array()}};
+    for (const PageRun& run : runs) data["runs"].push_back(RunJson(run));
+    const std::string style = ColorRules() + std::string(PageStyle());
+    const std::string script(PageScript());
+    const std::string policy = "default-src 'none'; script-src " + HashSource(script) +
+                               " 'wasm-unsafe-eval'; style-src " + HashSource(style) +
+                               "; base-uri 'none'; form-action 'none'";
+    const std::pair<std::string_view, std::string> parts[] = {{"@POLICY@", policy},
+                                                              {"@STYLE@", style},
+                                                              {"@DATA@", ScriptSafe(data)},
+                                                              {"@MODULE@", Base64Encode(AsBytes(Module()))},
+                                                              {"@SCRIPT@", script}};
+    return FillIn(PageTemplate(), parts);
+}
+
+}  // namespace brickfall

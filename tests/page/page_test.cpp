@@ -1,0 +1,260 @@
+// The pages that replay runs, in a real browser: what they find, what they show, and that no text of
+// strangers becomes more than text.
+#include "page/page.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "cabinet/theme.h"
+#include "messages/row.h"
+#include "platform/window.h"
+#include "tests/page/headless_browser.h"
+#include "tests/support/recorded_run.h"
+#include "viewer/scene.h"
+
+namespace brickfall {
+namespace {
+
+constexpr std::size_t kLargestPage = 300'000;
+
+std::string WhyNot() {
+    if (const std::string why = WhyNoPages(); !why.empty()) return why;
+    return FileExists(kBrowser) ? "" : "Debian's chromium is not installed";
+}
+#define NEEDS_PAGES_AND_BROWSER() \
+    if (const std::string why = WhyNot(); !why.empty()) GTEST_SKIP() << why
+
+PageRun RunOf(const RecordedRun& recorded) {
+    return {.name = recorded.player.alias,
+            .txid = std::string(64, 'a'),
+            .verdict = "sound",
+            .recorded = "-",
+            .score = recorded.row["score"].get<int64_t>(),
+            .tape = recorded.row["tape"].get<std::string>(),
+            .seal = recorded.row["tape_hash"].get<std::string>()};
+}
+
+InputTape TapeOf(const PageRun& run) {
+    std::vector<uint8_t> bytes;
+    InputTape tape;
+    EXPECT_TRUE(HexToBytes(run.tape, bytes));
+    EXPECT_EQ(ReadTape(bytes, tape), TapeFault::kNone);
+    return tape;
+}
+
+void OpenPage(HeadlessBrowser& browser, const TempFolder& folder, const std::vector<PageRun>& runs) {
+    const std::string path = folder.Path() + "/page.html";
+    ASSERT_TRUE(WriteFile(path, MakePage("The week", runs)));
+    browser.Open(path);
+}
+
+// The page's script paints with the next frame.
+constexpr char kFrame[] = "new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))";
+
+void DragTo(HeadlessBrowser& browser, uint64_t tick_ms) {
+    browser.Evaluate("bar.value = " + std::to_string(tick_ms) + "; bar.dispatchEvent(new Event('input')); " +
+                     kFrame);
+}
+
+TEST(Page, FindsWhatARunIsAndWhereABentOneFails) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    const RecordedRun recorded("ada", 4, 3'000);
+    const PageRun sound = RunOf(recorded);
+
+    // As the program makes it, of a row.
+    const std::string row = folder.Path() + "/row.json", made = folder.Path() + "/made.html";
+    ASSERT_TRUE(WriteFile(row, DumpRow(recorded.row)));
+    ChildProcess view(BRICKFALL_BINARY_DIR "/cabinet/brickfall-view", {row, "--page", made});
+    ASSERT_EQ(view.Wait(), 0);
+    EXPECT_LT(ReadFile(made).value_or("").size(), kLargestPage);
+    browser.Open(made);
+    EXPECT_EQ(browser.TextOf("name"), "ada");
+    EXPECT_EQ(browser.TextOf("summary"), "This run is what its row says.");
+    EXPECT_NE(browser.TextOf("findings").find("That is the recorded score.The seal is right"),
+              std::string::npos)
+        << browser.TextOf("findings");
+
+    PageRun boasts = sound, reseals = sound, repeats = sound, babbles = sound;
+    boasts.score += 1;
+    reseals.seal = std::string(64, '0');
+    InputTape tape = TapeOf(sound);
+    const InputEvent twice = tape.events[tape.events.size() / 2];
+    tape.events.insert(tape.events.begin() + static_cast<std::ptrdiff_t>(tape.events.size() / 2), twice);
+    repeats.tape = TapeToHex(tape);
+    repeats.seal = TapeHash(repeats.tape);
+    babbles.tape = "no tape";
+    const std::vector<PageRun> runs = {boasts, reseals, repeats, babbles, sound};
+    const std::string found[] = {
+        "that score is wrong.The seal is right",
+        "That is the recorded score.The seal is wrong",
+        "The replay fails at tick ",
+        "There is no tape to replay.",
+        "That is the recorded score.The seal is right",
+    };
+    OpenPage(browser, folder, runs);
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        browser.Evaluate("document.querySelectorAll('#runs button')[" + std::to_string(i) + "].click()");
+        EXPECT_NE(browser.TextOf("findings").find(found[i]), std::string::npos) << browser.TextOf("findings");
+        EXPECT_EQ(browser.TextOf("summary") == "This run is what its row says.", i == 4) << i;
+        EXPECT_EQ(browser.Evaluate("player.hidden").get<bool>(), i == 3);
+    }
+    browser.Evaluate("document.querySelectorAll('#runs button')[2].click()");
+    const std::string digits = browser
+                                   .Evaluate(
+                                       "findings.textContent.match(/fails at tick ([0-9,]+)/)[1]"
+                                       ".replaceAll(',', '')")
+                                   .get<std::string>();
+    EXPECT_EQ(digits, std::to_string(twice.tick_ms / kTickMs));
+}
+
+TEST(Page, TakesTextOfStrangersForTextAndLoadsNothing) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    PageRun run = RunOf(RecordedRun("ada"));
+    const std::string hostile =
+        "<img src=x onerror=hit=1></script><script>hit=1</script>@POLICY@<!--<script>&amp;'\"";
+    run.name = run.verdict = run.txid = run.recorded = run.seal = hostile;
+    OpenPage(browser, folder, {run, run});
+    EXPECT_EQ(browser.TextOf("name"), hostile);
+    EXPECT_EQ(browser.TextOf("verdict"), hostile);
+    EXPECT_EQ(browser.Evaluate("[typeof hit, document.images.length, document.scripts.length].join()"),
+              "undefined,0,3");
+    for (const std::string_view attempt :
+         {"fetch('https://example.invalid/').catch(() => 0)", "new Image().src = 'https://example.invalid/'",
+          "document.body.append(Object.assign(document.createElement('script'), { text: 'hit = 1' }))"}) {
+        EXPECT_NE(
+            browser.Evaluate("new Promise(done => { addEventListener('securitypolicyviolation', event => "
+                             "done(event.effectiveDirective), { once: true }); " +
+                             std::string(attempt) + "; })"),
+            "")
+            << attempt;
+    }
+    EXPECT_EQ(browser.Evaluate("typeof hit"), "undefined");
+}
+
+TEST(Page, ObeysKeysAsTheWindowDoes) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    const PageRun run = RunOf(RecordedRun("ada", 4, 3'000));
+    const Course course(TapeOf(run));
+    OpenPage(browser, folder, {run});
+    const auto press = [&browser](std::string_view key) {
+        browser.Evaluate("document.dispatchEvent(new KeyboardEvent('keydown', { key: '" + std::string(key) +
+                         "' })); " + kFrame);
+        return browser.Evaluate("Number(bar.value)").get<uint64_t>();
+    };
+    EXPECT_EQ(press("ArrowRight"), kTickMs);
+    EXPECT_EQ(press("ArrowRight"), 2 * kTickMs);
+    EXPECT_EQ(press("ArrowLeft"), kTickMs);
+    EXPECT_EQ(press("PageDown"), course.NextEvent(kTickMs));
+    EXPECT_EQ(press("End"), course.Marks().front().tick_ms);
+    EXPECT_EQ(press("PageUp"), course.PreviousEvent(course.Marks().front().tick_ms));
+    EXPECT_EQ(press("Home"), 0u);
+    for (int i = 0; i < 12; ++i) press("ArrowDown");
+    EXPECT_EQ(browser.TextOf("speed"), "1/8\u00d7");
+    for (int i = 0; i < 12; ++i) press("ArrowUp");
+    EXPECT_EQ(browser.TextOf("speed"), "64\u00d7");
+    EXPECT_EQ(browser.TextOf("play"), "Play");
+    press(" ");
+    browser.Evaluate(
+        "new Promise(done => { const look = () => play.textContent === 'Play' ? done(1) :"
+        " setTimeout(look, 5); look(); })");  // to the end
+    EXPECT_EQ(browser.Evaluate("Number(bar.value)").get<uint64_t>(), course.LengthMs());
+    EXPECT_EQ(browser.TextOf("lives"), "0");
+}
+
+// Where both pictures are of one colour around a place, that is the same colour: edges are smoothed apart.
+TEST(Page, PaintsWhatTheDesktopPaints) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    browser.SetSize(800, 1'000);
+    const PageRun run = RunOf(RecordedRun("ada", 4, 3'000));
+    Course course(TapeOf(run));
+    OpenPage(browser, folder, {run});
+    MakeTheme();
+    for (const uint64_t tick_ms :
+         {uint64_t{0}, course.LengthMs() / 2 / kTickMs * kTickMs, course.LengthMs()}) {
+        DragTo(browser, tick_ms);
+        const nlohmann::json shown = browser.Evaluate(
+            "[well.width, well.height, [...new Uint32Array(well.getContext('2d').getImageData(0, 0, "
+            "well.width,"
+            " well.height).data.buffer)]]");
+        const Size size = {shown[0].get<int>(), shown[1].get<int>()};
+        const Image picture =
+            DrawToImage(size, [&](Canvas& canvas) { PaintScene(canvas, SceneAt(course, tick_ms), 0); });
+        ASSERT_EQ(Size({picture.w, picture.h}), size);
+        const auto pixels = shown[2].get<std::vector<uint32_t>>();  // of bytes R, G, B, A
+        const auto here = [&](int x, int y) {
+            return picture.pixels[static_cast<std::size_t>(y * size.w + x)];
+        };
+        const auto there = [&](int x, int y) {
+            const uint32_t pixel = pixels[static_cast<std::size_t>(y * size.w + x)];
+            return 0xFF000000u | (pixel & 0xFF) << 16 | (pixel & 0xFF00) | (pixel >> 16 & 0xFF);
+        };
+        const int field_edge = WellField({}, FittedCell(size)).Right() + 10;
+        int compared = 0, different = 0, colours = 0;
+        uint32_t last = 0;
+        for (int y = 1; y < size.h - 1; y += 3) {
+            for (int x = 1; x < field_edge; x += 3) {
+                bool flat = true;
+                for (int i = 0; i < 9 && flat; ++i) {
+                    const int nx = x + i % 3 - 1, ny = y + i / 3 - 1;
+                    flat = here(nx, ny) == here(x, y) && there(nx, ny) == there(x, y);
+                }
+                if (!flat) continue;
+                ++compared;
+                different += here(x, y) != there(x, y) ? 1 : 0;
+                colours += here(x, y) != last ? 1 : 0;
+                last = here(x, y);
+            }
+        }
+        EXPECT_GT(compared, 10'000) << tick_ms;
+        EXPECT_GT(colours, 50) << tick_ms;
+        // Letters stand a little apart in another program's text.
+        EXPECT_LE(different, tick_ms == course.LengthMs() ? compared / 200 : 0)
+            << tick_ms << ", of " << compared;
+    }
+    DropTheme();
+}
+
+TEST(Page, DragsThroughAnHour) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    int64_t score = 0;
+    const InputTape tape = PlayedTape(3'600'000 / kTickMs, 9, score);
+    const PageRun run = RunOf(RecordedRun("ada", tape, score));
+    EXPECT_LT(MakePage("", {{run}}).size(), kLargestPage);
+    OpenPage(browser, folder, {run});
+    EXPECT_EQ(browser.TextOf("summary"), "This run is what its row says.");
+    Replay replay(tape);
+    const uint64_t length_ms = tape.events.back().tick_ms;
+    for (uint64_t i = 0; i <= 60; ++i) {
+        // To and fro.
+        const uint64_t part = i % 2 == 0 ? i : 60 - i;
+        const uint64_t tick_ms = length_ms * part / 60 / kTickMs * kTickMs;
+        DragTo(browser, tick_ms);
+        replay.GoTo(tick_ms);
+        const nlohmann::json shown = browser.Evaluate(
+            "[bar, { value: score.textContent.replaceAll(',', '') }, { value: level.textContent }]"
+            ".map(each => Number(each.value))");
+        EXPECT_EQ(shown, nlohmann::json({tick_ms, replay.Game().score, replay.Game().level})) << i;
+    }
+}
+
+}  // namespace
+}  // namespace brickfall
+
+int main(int count, char** arguments) {
+    ::setenv("QT_QPA_PLATFORM", "offscreen", /*overwrite=*/0);
+    ::testing::InitGoogleTest(&count, arguments);
+    const brickfall::Platform platform(count, arguments);
+    return RUN_ALL_TESTS();
+}
