@@ -145,6 +145,17 @@ void PaintMain(Canvas& canvas, Size client) {
     DrawLogo(canvas, 12, 68);
 }
 
+// A run keeps the cells that it began with: one that began on the full screen may be taller than any framed
+// window, and its paddle would be out of sight.
+void ToggleFullScreen() {
+    const bool on = !IsFullScreen(shell.main);
+    if (!on && shell.run.mode == kModePlaying && !RunFitsWorkArea()) {
+        return SetStatus("Finish this run first.");
+    }
+    SetFullScreen(shell.main, on);
+    SaveFullScreen(on);
+}
+
 TextStyle StyleOf(int id) {
     if (IsInHeader(id)) return {id == kControlMaker ? kMutedColor : kTextColor, kHeaderColor};
     switch (id) {
@@ -306,6 +317,10 @@ bool MainWindowProc(WindowId window, Message& message) {
             PaintMain(*message.canvas, message.size);
             return true;
         case MessageType::kKeyDown:
+            if (message.key == Key::kF11) {
+                if (!message.is_repeat) ToggleFullScreen();
+                return true;
+            }
             OnKeyDown(shell.run, shell.driver.run, KeyOfGame(message.key), message.is_repeat);
             return shell.run.mode == kModePlaying;
         case MessageType::kKeyUp:

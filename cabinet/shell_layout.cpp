@@ -54,13 +54,16 @@ std::optional<CellSize> RunCell() {
                     std::max<int32_t>(game.cell_h, kSmallestCell)};
 }
 
+Size ClientNeeded() {
+    const CellSize cell = RunCell().value_or(CellSize{kSmallestCell, kSmallestCell});
+    return {cell.w * kBrickCols + 322, cell.h * 18 + 322};
+}
+
 // The window is made no smaller than the run in progress needs; one that is already, since a run takes the
 // cell size of the moment, stays as it is. The floor of the whole window is where it begins to look crowded.
 void LimitSize(const Size& client) {
-    const CellSize cell = RunCell().value_or(CellSize{kSmallestCell, kSmallestCell});
-    SetMinimumSize(shell.main,
-                   {std::min(cell.w * kBrickCols + 322, client.w), std::min(cell.h * 18 + 322, client.h)},
-                   kSmallestWindow);
+    const Size needed = ClientNeeded();
+    SetMinimumSize(shell.main, {std::min(needed.w, client.w), std::min(needed.h, client.h)}, kSmallestWindow);
 }
 
 // The balance line follows the end of the wallet line.
@@ -83,6 +86,13 @@ void CreateMainControls(WindowId window) {
     }
     SetTextClickable(window, kControlStatus, true);
     SetTextSpoken(window, kControlStatus);
+}
+
+bool RunFitsWorkArea() {
+    const Size needed = ClientNeeded();
+    const Size frame = FrameSize(shell.main);
+    const Rect work = MonitorOf(shell.main).work;
+    return needed.w + frame.w <= work.w && needed.h + frame.h <= work.h;
 }
 
 bool IsInHeader(int id) {

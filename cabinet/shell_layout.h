@@ -30,6 +30,9 @@ bool IsInHeader(int control);
 // Lays everything out for the window's present size. The cell size that a new run would take.
 CellSize RefreshLayout();
 
+// False for a run whose lower rows a window that is not full screen would cut off.
+bool RunFitsWorkArea();
+
 // Sets a line's text; the balance line follows the end of the wallet line.
 void SetLine(int control, std::string_view text);
 void SetStatus(std::string_view text);  // stands out for a second

@@ -41,6 +41,7 @@ WindowId StartCabinet(const std::string& instance, std::unique_ptr<MidiOut> (*op
     RestorePlacement(main);
     StartSound(open_midi);
     ShowWindow(main, StartMaximized() ? ShowState::kMaximized : ShowState::kNormal);
+    if (StartFullScreen()) SetFullScreen(main, true);
     return main;
 }
 

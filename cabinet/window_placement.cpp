@@ -11,6 +11,7 @@ namespace {
 
 using nlohmann::json;
 
+constexpr char kFullScreenKey[] = "full_screen";
 constexpr int kSmallestSavedSide = 80;
 constexpr int64_t kSmallestSavedHeight = 400;  // a lower one says nothing about the height to come back with
 // Larger than any desktop; what lies beyond it touches no monitor anyway.
@@ -80,6 +81,20 @@ RestoredPlacement RestoreWindowPlacement(std::span<const Monitor> monitors) {
 bool StartMaximized() {
     const auto max = ui_doc.find("max");
     return max != ui_doc.end() && max->is_boolean() && max->get<bool>();
+}
+
+bool StartFullScreen() {
+    const auto full = ui_doc.find(kFullScreenKey);
+    return full != ui_doc.end() && full->is_boolean() && full->get<bool>();
+}
+
+void SaveFullScreen(bool on) {
+    if (on) {
+        ui_doc[kFullScreenKey] = true;
+    } else {
+        ui_doc.erase(kFullScreenKey);
+    }
+    SaveUiSettings();
 }
 
 Point PlaceBeside(const Rect& main, const Rect& work, Size size) {

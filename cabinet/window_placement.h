@@ -31,6 +31,10 @@ RestoredPlacement RestoreWindowPlacement(std::span<const Monitor> monitors);
 
 bool StartMaximized();
 
+// Full screen is remembered by a key that is there only while it is on.
+bool StartFullScreen();
+void SaveFullScreen(bool on);
+
 // Beside the main window, to its right if there is room, inside the work area.
 Point PlaceBeside(const Rect& main, const Rect& work, Size size);
 

@@ -133,8 +133,9 @@ void DestroyWindow(WindowId window);
 enum class ShowState { kNormal, kMaximized, kMinimized, kFullScreen };
 void ShowWindow(WindowId window, ShowState state = ShowState::kNormal);
 void BringToFront(WindowId window);  // restored if minimised, shown, above the others and active
-bool IsMaximized(WindowId window);
+bool IsMaximized(WindowId window);   // on the full screen: whether it was before
 bool IsMinimized(WindowId window);
+void SetFullScreen(WindowId window, bool on);  // of a shown one; off: maximised or normal, as before
 bool IsFullScreen(WindowId window);
 
 Rect WindowRect(WindowId window);

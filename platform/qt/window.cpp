@@ -136,7 +136,7 @@ void BringToFront(WindowId window) {
 
 bool IsMaximized(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    return widget != nullptr && (widget->windowState() & Qt::WindowMaximized) != 0;
+    return widget != nullptr && widget->Maximized();
 }
 
 bool IsMinimized(WindowId window) {
@@ -144,9 +144,17 @@ bool IsMinimized(WindowId window) {
     return widget != nullptr && (widget->windowState() & Qt::WindowMinimized) != 0;
 }
 
+void SetFullScreen(WindowId window, bool on) {
+    WindowWidget* const widget = FindWindow(window);
+    if (widget == nullptr) return;
+    widget->setWindowState(widget->windowState()
+                               .setFlag(Qt::WindowMaximized, widget->Maximized())
+                               .setFlag(Qt::WindowFullScreen, on));
+}
+
 bool IsFullScreen(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    return widget != nullptr && (widget->windowState() & Qt::WindowFullScreen) != 0;
+    return widget != nullptr && widget->isFullScreen();
 }
 
 Rect WindowRect(WindowId window) {

@@ -174,6 +174,10 @@ bool WindowWidget::Framed() const {
     return windowHandle() != nullptr && !IsMissing(windowHandle()->frameMargins());
 }
 
+bool WindowWidget::Maximized() const {
+    return isFullScreen() ? maximized_below_ : windowState().testFlag(Qt::WindowMaximized);
+}
+
 void WindowWidget::SetClientSize(QSize size) {
     if (resizable_) {
         resize(size);
@@ -321,7 +325,10 @@ void WindowWidget::showEvent(QShowEvent* event) {
 
 void WindowWidget::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
-    if (top_level_ && event->type() == QEvent::WindowStateChange) Settle();
+    if (!top_level_ || event->type() != QEvent::WindowStateChange) return;
+    const Qt::WindowStates before = static_cast<QWindowStateChangeEvent*>(event)->oldState();
+    if (!before.testFlag(Qt::WindowFullScreen)) maximized_below_ = before.testFlag(Qt::WindowMaximized);
+    Settle();
 }
 
 void WindowWidget::PlacedByUser() {

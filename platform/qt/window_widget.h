@@ -48,6 +48,7 @@ class WindowWidget : public QWidget {
     void Settle();
     void CheckSize();  // sends kSize if it has changed
     QMargins Frame() const;
+    bool Maximized() const;  // now, or below the full screen
 
     // With the frame, where it stands or will stand once the window manager has done what was asked for.
     QRect OuterRect() const;
@@ -99,6 +100,7 @@ class WindowWidget : public QWidget {
     int wish_tries_ = 0;                    // left, since some place windows as they like
     bool place_seen_ = false;               // the one that it has first, with its frame
     std::optional<QMargins> normal_frame_;  // seen while neither maximised nor minimised
+    bool maximized_below_ = false;          // the full screen; its state leaves that out
     QTimer quiet_;                          // runs while the window is moved or sized
     QRect settled_rect_;                    // where it stood when it was last quiet
 };

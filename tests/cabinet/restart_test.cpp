@@ -133,5 +133,33 @@ TEST_F(Restart, EachSwitchAndSliderActsAndIsSavedAtOnceAndLasts) {
     EXPECT_EQ(Saved()["music"], true);
 }
 
+TEST_F(Restart, FullScreenLastsAndARunTooTallForAFrameKeepsIt) {
+    PretendMonitors({{{0, 0, 1920, 1080}, {0, 0, 1920, 1040}}});
+    const auto tap = [] {
+        PressKey(shell.main, Key::kF11);
+        PressKey(shell.main, Key::kF11, /*is_repeat=*/true);
+        ReleaseKey(shell.main, Key::kF11);
+        PumpMessages();
+        return IsFullScreen(shell.main);
+    };
+    EXPECT_TRUE(tap());
+    EXPECT_EQ(Saved()["full_screen"], true);
+    End();
+    Start();
+    EXPECT_TRUE(IsFullScreen(shell.main));
+
+    shell.cell = {40, 40};
+    StartRun(shell.run, shell.driver.run);
+    shell.run.game.cell_w = shell.run.game.cell_h = 40;
+    const std::size_t events = shell.run.tape.events.size();
+    EXPECT_TRUE(tap()) << "its paddle would be out of sight";
+    EXPECT_EQ(Text(1007), "Finish this run first.");
+    EXPECT_EQ(shell.run.tape.events.size(), events);
+    shell.run.game.cell_w = shell.run.game.cell_h = 38;
+    EXPECT_FALSE(tap());
+    EXPECT_FALSE(Saved().contains("full_screen"));
+    PretendLargeMonitor();
+}
+
 }  // namespace
 }  // namespace brickfall

@@ -170,6 +170,43 @@ TEST(Program, ComesBackWhereItWasAndAllOfItInsideTheWorkArea) {
     }
 }
 
+TEST(Program, FillsTheScreenAtF11AndAtTheNextStartAndComesBackWhereItWas) {
+    const Rect place = {200, 100, 1320, 1300}, screen = {0, 0, 2200, 1500};
+    const TempUserData data;
+    const std::string file = data.InStore("brickfall_ui.json");
+    for (const bool maximized : {false, true}) {
+        SCOPED_TRACE(maximized);
+        data.Put("brickfall_ui.json", PlaceJson(place, maximized));
+        const auto has = [](const std::string& text, const char* part) {
+            return text.find(part) != std::string::npos;
+        };
+        const auto is_kept = [&] { return has(ReadFile(file).value_or(""), "full_screen"); };
+        const auto is_full = [&] {
+            constexpr char kState[] =
+                "xprop -id $(xdotool search --onlyvisible --name '^Brickfall$') _NET_WM_STATE";
+            return has(RunShell(kState), "_NET_WM_STATE_FULLSCREEN");
+        };
+        const auto stands_at = [&](const Rect& rect) { return RectOnScreen(kMainTitle) == rect; };
+        const Rect before = maximized ? screen : place;
+        for (int start = 0; start < 2; ++start) {
+            ChildProcess program(kProgram, {});
+            ASSERT_TRUE(WaitFor("the program's window", [] { return WindowIsUp(kMainTitle); }));
+            if (start == 0) {
+                EXPECT_SOON(stands_at(before));
+                Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key F11");
+            }
+            EXPECT_SOON(is_full() && stands_at(screen) && is_kept());
+            if (start == 1) {
+                Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key F11");
+                EXPECT_SOON(!is_full() && stands_at(before) && !is_kept());
+            }
+            Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key alt+F4");
+            EXPECT_EQ(program.Wait(), 0);
+            EXPECT_EQ(SavedPlace(file), place);
+        }
+    }
+}
+
 TEST(Program, SaysSoWithoutADisplay) {
     ChildProcess program(
         "/bin/sh", {"-c", std::string("env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM ") + kProgram +
