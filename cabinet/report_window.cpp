@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "cabinet/controls.h"
+#include "cabinet/shell_layout.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
 #include "cabinet/tool_window.h"
@@ -34,12 +35,15 @@ void CreateReport(WindowId window) {
 }
 
 void Send(WindowId window) {
+    if (!shell.run.busy) shell.asked = kPayReport;
     const ReportOutcome outcome = OnSendReport(shell.run, shell.driver, ControlText(window, kControlText));
     if (outcome.sent) {
         DestroyWindow(window);
     } else if (!outcome.refusal.empty()) {
+        ExplainBox(outcome.refusal);
         ShowMessageBox(window, "Report", outcome.refusal, BoxButtons::kOk,
                        outcome.is_warning ? BoxIcon::kWarning : BoxIcon::kInformation);
+        RefreshExplanation();
     }
 }
 

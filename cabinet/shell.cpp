@@ -13,6 +13,7 @@
 #include "cabinet/board_window.h"
 #include "cabinet/box_look.h"
 #include "cabinet/controls.h"
+#include "cabinet/explanation_line.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/help_window.h"
 #include "cabinet/images.h"
@@ -163,6 +164,7 @@ TextStyle StyleOf(int id) {
             return {kAccentColor, kBgColor};
         case kControlStatus:
             return {StatusColor(), kBgColor, /*hand=*/true};
+        case kControlExplanation:
         case kControlBalanceLine:
             return {kMutedColor, kBgColor};
         case kControlVersion:
@@ -191,7 +193,16 @@ void CopyStatus() {
     SetStatus(status);
 }
 
+// What a failure that comes of this press will be about.
+void NoteAsked(int id) {
+    if (shell.run.busy) return;
+    if (id == kControlConnect) shell.asked.reset();
+    if (id == kControlPlay) shell.asked = kPayEnter;
+    if (id == kControlRecord) shell.asked = kPayRecord;
+}
+
 void OnCommand(int id) {
+    NoteAsked(id);
     switch (id) {
         case kControlConnect:
             return OnConnectClicked(shell.run, shell.driver);
@@ -239,6 +250,7 @@ void ShowBoard(std::unique_ptr<BoardResult> result) {
 
 void OnBoardDone(std::unique_ptr<BoardResult> result) {
     shell.board_busy = false;
+    RefreshExplanation();  // a status of something else may stand
     EnableWindowControl(shell.main, kControlBoard, !shell.run.busy);
     if (result != nullptr) ShowBoard(std::move(result));
     if (std::exchange(shell.board_again, false)) StartBoardLoad();
@@ -284,9 +296,11 @@ void OnPosted(Message& message) {
             auto balance = TakePayload<StatusResult>(message.payload);
             shell.coins = std::move(balance.coins);
             RefreshPlayer();  // the refresh may have found the player's name
-            return SetLine(kControlBalanceLine, balance.chain_ok
-                                                    ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
-                                                    : "Pouch balance:  (WhatsOnChain miss)");
+            SetLine(kControlBalanceLine, balance.chain_ok
+                                             ? "Pouch balance:  " + FormatBsv(balance.balance) + " BSV"
+                                             : "Pouch balance:  (WhatsOnChain miss)");
+            shell.balance_missed = !balance.chain_ok;
+            return RefreshExplanation();
         }
         case kMsgUpdateDone:
             return OnUpdateDone(message.value);
@@ -332,6 +346,7 @@ bool MainWindowProc(WindowId window, Message& message) {
             if (message.id == kHeartbeatTimer) OnTimer(shell.run, shell.driver.run);
             if (message.id == kStatusTimer) OnStatusTimer();
             if (message.id == kPadTimer) OnPadTimer();
+            if (message.id == kSecondsTimer) RefreshExplanation();
             return true;
         case MessageType::kCommand:
             OnCommand(message.id);

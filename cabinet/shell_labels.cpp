@@ -97,6 +97,8 @@ void RefreshWalletLabels() {
     SetLine(kControlWalletLine, wallet);
     SetLine(kControlBalanceLine, balance);
     SetControlText(shell.main, kControlConnect, connected ? "Connected" : "Connect");
+    shell.connected = connected;
+    RefreshExplanation();
 }
 
 void RefreshPotLabel() {
@@ -104,6 +106,7 @@ void RefreshPotLabel() {
                               : !shell.pot_error.empty() ? std::string("(lookup miss)")
                                                          : std::string("-");
     SetLine(kControlPotLine, "Current weekly pot:  " + value);
+    RefreshExplanation();
 }
 
 void StartPotRefresh() { StartPotWorker(shell.main); }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cabinet/controls.h"
+#include "cabinet/explanation_line.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
 #include "cabinet/well.h"
@@ -42,6 +43,7 @@ constexpr ControlRow kControls[] = {
     {kControlHelp, ControlKind::kButton, {342, 140, 90, 34}, "Help", &Theme::font_button},
     {kControlReport, ControlKind::kButton, {440, 140, 90, 34}, "Report", &Theme::font_button},
     {kControlStatus, ControlKind::kText, {16, 700, 740, 20}, "Connect Pouch, then Play.", &Theme::font_small},
+    {kControlExplanation, ControlKind::kText, {16, 676, 740, 20}, "", &Theme::font_small},
     {kControlCloseMain, ControlKind::kButton, {325, 720, 110, 34}, "Close", &Theme::font_button},
     {kControlVersion, ControlKind::kText, {16, 726, 240, 20}, "", &Theme::font_small},
 };
@@ -74,6 +76,21 @@ void FitWalletLine() {
     MoveControl(shell.main, kControlBalanceLine, {width + 36, 92, 360, 22});
 }
 
+void FitExplanation() {
+    constexpr int kAboveStatus = 24, kFrame = 10;
+    const Size client = ClientSize(shell.main);
+    const int top = client.h - 74 - kAboveStatus;
+    const int field_h = RunCell().value_or(shell.cell).h * (kFieldH / kCellUnits);
+    const bool stands = kWellAt.y + kFieldTop + field_h + kFrame <= top &&
+                        !ControlText(shell.main, kControlExplanation).empty();
+    MoveControl(shell.main, kControlExplanation, stands ? Rect{16, top, client.w - 32, 20} : Rect{});
+}
+
+void ShowExplanation(std::string_view text) {
+    SetControlText(shell.main, kControlExplanation, text);
+    FitExplanation();
+}
+
 }  // namespace
 
 void CreateMainControls(WindowId window) {
@@ -101,6 +118,14 @@ bool IsInHeader(int id) {
     return row != std::end(kControls) && row->rect.y < kHeaderBottom;
 }
 
+void RefreshExplanation() {
+    const std::string others[] = {ControlText(shell.main, kControlBalanceLine),
+                                  ControlText(shell.main, kControlPotLine)};
+    ShowExplanation(ExplanationLine(ControlText(shell.main, kControlStatus), others));
+}
+
+void ExplainBox(std::string_view text) { ShowExplanation(ExplanationOf(text)); }
+
 void FitVersionLine() {
     constexpr Size kUsual = {240, 20};
     const Size client = ClientSize(shell.main);
@@ -120,6 +145,7 @@ void SetStatus(std::string_view text) {
     shell.status_is_new = true;
     StartTimer(shell.main, kStatusTimer, kStatusNewMs);
     InvalidateControl(shell.main, kControlStatus);
+    RefreshExplanation();
 }
 
 void OnStatusTimer() {
@@ -160,6 +186,7 @@ CellSize RefreshLayout() {
     }
     MoveChild(shell.well, {kWellAt.x, kWellAt.y, well.w, well.h});
     shell.cell = FittedCell({room_w, room_h});
+    FitExplanation();
     LimitSize(client);
     return shell.cell;
 }

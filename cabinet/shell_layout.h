@@ -20,6 +20,7 @@ enum MainControlId : int {
     kControlHelp = 1013,
     kControlCloseMain = 1014,
     kControlVersion = 1016,
+    kControlExplanation = 1018,
     kControlTxid = 1021,  // in the well
 };
 
@@ -42,6 +43,11 @@ inline constexpr int kStatusTimer = 43;
 void OnStatusTimer();
 
 Color StatusColor();
+
+// The line that explains the status, after that or what it stands on has changed. It takes no place while it
+// is empty, or where there is no room between field and status line.
+void RefreshExplanation();
+void ExplainBox(std::string_view text);  // the same for a text in a box, until the next refresh
 
 // The version line, whole if there is room before the Close button.
 void FitVersionLine();

@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cabinet/board_window.h"
@@ -20,6 +22,12 @@ struct FeeBasis {
     int64_t score = 0;
 
     bool operator==(const FeeBasis&) const = default;
+};
+
+// A service that work of the window waits for.
+struct ServiceWait {
+    std::string_view service;
+    uint64_t since_ms = 0;
 };
 
 struct Shell {
@@ -49,6 +57,14 @@ struct Shell {
     std::vector<int64_t> coins;
     FeeBasis fee_basis;
     FeeNote fee;
+
+    // For the explanation of the status line.
+    std::optional<PayKind> asked;  // what the button that was pressed last pays for, if it pays
+    bool connected = false;
+    bool balance_missed = false;
+    std::optional<ServiceWait> wallet_wait;
+    std::optional<ServiceWait> board_wait;
+    bool counts_seconds = false;
 
     std::string spoken_well;          // as a screen reader has it
     bool status_is_new = false;       // shown in the text's colour, until its timer says otherwise
