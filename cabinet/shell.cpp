@@ -65,6 +65,13 @@ void OpenOnce(WindowId& slot, WindowId (*open)(WindowId owner), bool beside = fa
 
 // ---- Messages.
 
+void OnCommand(int id);
+
+// As a press of the button, while a score waits for it.
+void RecordWithoutButton() {
+    if (shell.run.mode == kModeGameOver && !shell.run.busy) OnCommand(kControlRecord);
+}
+
 // The wallet core's progress texts go to the status line, from any thread; from this one at once, so that
 // what a flow says afterwards stands.
 void InstallLogHook(WindowId main) {
@@ -90,7 +97,8 @@ void SetIcons(WindowId window) {
 bool WellProc(WindowId, Message& message) {
     switch (message.type) {
         case MessageType::kPaint:
-            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee, shell.eyes);
+            PaintWell(*message.canvas, WellOf(shell.run), shell.cell, TickMs(), shell.fee, shell.eyes,
+                      {.serve = shell.runs == 1, .record = shell.runs == 1});
             return true;
         case MessageType::kTextStyle:
             message.style = {kMutedColor, kBgColor, /*hand=*/true};
@@ -98,6 +106,9 @@ bool WellProc(WindowId, Message& message) {
         case MessageType::kCommand:
             CopyText(shell.run.record_txid);
             SetStatus("Transaction id copied.");
+            return true;
+        case MessageType::kClick:
+            if (BannerRect(WellOf(shell.run), shell.cell).Contains(message.at)) RecordWithoutButton();
             return true;
         default:
             return false;
@@ -331,8 +342,9 @@ bool MainWindowProc(WindowId window, Message& message) {
             PaintMain(*message.canvas, message.size);
             return true;
         case MessageType::kKeyDown:
-            if (message.key == Key::kF11) {
-                if (!message.is_repeat) ToggleFullScreen();
+            if (message.key == Key::kF11 || message.key == Key::kReturn) {
+                if (message.is_repeat) return true;
+                message.key == Key::kF11 ? ToggleFullScreen() : RecordWithoutButton();
                 return true;
             }
             OnKeyDown(shell.run, shell.driver.run, KeyOfGame(message.key), message.is_repeat);

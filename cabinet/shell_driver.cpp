@@ -76,7 +76,10 @@ FlowDriver MakeDriver() {
     driver.run.invalidate_well = RefreshWell;
     driver.run.invalidate_record_button = [] { InvalidateControl(shell.main, kControlRecord); };
     driver.run.refresh_layout = RefreshLayout;
-    driver.run.start_heartbeat = [] { StartTimer(shell.main, kHeartbeatTimer, static_cast<int>(kTickMs)); };
+    driver.run.start_heartbeat = [] {
+        ++shell.runs;
+        StartTimer(shell.main, kHeartbeatTimer, static_cast<int>(kTickMs));
+    };
     driver.run.focus_main = [] { FocusWindow(shell.main); };
     driver.run.main_has_focus = [] { return HasFocus(shell.main); };
     driver.run.any_tool_window_open = AnyToolWindowOpen;

@@ -40,6 +40,7 @@ struct Shell {
 
     RunControl run;
     FlowDriver driver;
+    int runs = 0;  // begun since the start
     EyeSettings eyes;
     CellSize cell = {32, 32};  // of the present layout; a run keeps the one that it began with
 

@@ -187,9 +187,13 @@ void DrawOutlined(Canvas& canvas, const Rect& rect, std::string_view text, const
     draw(0, 0, color);
 }
 
-void DrawBanner(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms, bool steady) {
+Rect BannerBox(const Rect& field) {
     const int middle = field.y + field.h / 2;
-    const Rect box = FromEdges(field.x + 24, middle - 130, field.Right() - 24, middle + 150);
+    return FromEdges(field.x + 24, middle - 130, field.Right() - 24, middle + 150);
+}
+
+void DrawBanner(Canvas& canvas, const WellState& run, const Rect& field, uint64_t tick_ms, bool steady) {
+    const Rect box = BannerBox(field);
     FillAround(canvas, box, box.Grown(-2), kBannerEdgeColor);
     canvas.Fill(box.Grown(-2), kBannerColor);
     const bool bright = steady || BlinkOn(tick_ms, kBannerBlinkMs);
@@ -225,6 +229,27 @@ void DrawOverlay(Canvas& canvas, const WellState& run, const Rect& field, uint64
     DrawOutlined(canvas, field, text, font, kPaddleColor);
 }
 
+// Each where nothing else of the run stands, or not at all.
+void DrawHints(Canvas& canvas, const WellState& run, const Field& field, const WellHints& hints) {
+    constexpr int kLine = 20;
+    const auto line = [&](Point middle, std::string_view text) {
+        const int w = MeasureText(theme.font_small, text).w + 2;
+        const int x =
+            std::clamp(middle.x - w / 2, field.rect.x, std::max(field.rect.Right() - w, field.rect.x));
+        canvas.Text({x, middle.y, w, kLine}, text, theme.font_small, kTextColor, AlignX::kCentre,
+                    AlignY::kCentre);
+    };
+    const Rect paddle = PaddleRect(run.game, field);
+    const bool waits = run.mode == kModePlaying && !run.game.paused && !run.game.ball_live;
+    if (hints.serve && waits && paddle.Bottom() + kLine <= field.rect.Bottom()) {
+        line({field.X(run.game.ball_x), paddle.Bottom()}, "Space serves");
+    }
+    const int under = BannerBox(field.rect).Bottom() + 6;
+    if (hints.record && run.mode == kModeGameOver && under + kLine <= paddle.y) {
+        line({field.rect.x + field.rect.w / 2, under}, "Return records the score");
+    }
+}
+
 }  // namespace
 
 WellState WellOf(const RunControl& run) { return {run.mode, run.game, run.final_score}; }
@@ -257,8 +282,10 @@ Rect TxidRect(const WellState& run, CellSize layout) {
     return FromEdges(width + kHudLeft, kNotesTop + 80, width + kHudRight, kNotesTop + 100);
 }
 
+Rect BannerRect(const WellState& run, CellSize layout) { return BannerBox(FieldOf(run, layout).rect); }
+
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms, const FeeNote& fee,
-               const EyeSettings& eyes) {
+               const EyeSettings& eyes, const WellHints& hints) {
     const Field field = FieldOf(run, layout);
     DrawFrame(canvas, field.rect);
     DrawStars(canvas, field.rect);
@@ -269,6 +296,7 @@ void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t t
     }
     DrawHud(canvas, run, field.rect, fee);
     DrawOverlay(canvas, run, field.rect, tick_ms, eyes.steady);
+    DrawHints(canvas, run, field, hints);
 }
 
 std::string SpokenWell(const WellState& run) {

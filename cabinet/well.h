@@ -38,9 +38,17 @@ CellSize FittedCell(Size well);
 // Where the field lies in the well.
 Rect WellField(const WellState& run, CellSize layout);
 
+// What a newcomer is told in the first run, in the field's free places.
+struct WellHints {
+    bool serve = false;   // how, while the ball sits on the paddle
+    bool record = false;  // how, under the banner
+};
+
 // `layout` is the cell size that the present layout would give a new run; `tick_ms` makes the banner blink.
 void PaintWell(Canvas& canvas, const WellState& run, CellSize layout, uint64_t tick_ms,
-               const FeeNote& fee = {}, const EyeSettings& eyes = {});
+               const FeeNote& fee = {}, const EyeSettings& eyes = {}, const WellHints& hints = {});
+
+Rect BannerRect(const WellState& run, CellSize layout);  // of the lost run's banner
 
 // Under the lines at the field's side: where the record's transaction id has its place.
 Rect TxidRect(const WellState& run, CellSize layout);

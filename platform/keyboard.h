@@ -16,6 +16,7 @@ enum class Key {
     kHome,
     kEnd,
     kF11,
+    kReturn,
     kOther,
 };
 

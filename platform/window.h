@@ -58,6 +58,7 @@ enum class MessageType {
     kKeyDown,    // `key`, `is_repeat`; also keys that the focused control has no use for
     kKeyUp,      // `key`
     kTimer,      // `id` of the timer
+    kClick,      // the pointer was pressed and let go on the window itself: `at`
     kCommand,    // button or clickable text `id` was clicked
     kWheel,      // wheel or touchpad over the window: `value` pixels, downwards positive
     kScroll,     // track bar `id` was moved to `value`
@@ -86,6 +87,7 @@ struct Message {
     int id = 0;
     int64_t value = 0;
     Size size = {};
+    Point at = {};
     Key key = Key::kOther;
     bool is_repeat = false;
     Canvas* canvas = nullptr;

@@ -20,10 +20,11 @@ struct NamedKey {
 constexpr quint32 kPlaceOfP = 33;
 
 constexpr NamedKey kKeys[] = {
-    {Key::kLeft, Qt::Key_Left}, {Key::kRight, Qt::Key_Right},   {Key::kSpace, Qt::Key_Space},
-    {Key::kP, Qt::Key_P},       {Key::kEscape, Qt::Key_Escape}, {Key::kUp, Qt::Key_Up},
-    {Key::kDown, Qt::Key_Down}, {Key::kPageUp, Qt::Key_PageUp}, {Key::kPageDown, Qt::Key_PageDown},
-    {Key::kHome, Qt::Key_Home}, {Key::kEnd, Qt::Key_End},       {Key::kF11, Qt::Key_F11},
+    {Key::kLeft, Qt::Key_Left},    {Key::kRight, Qt::Key_Right},   {Key::kSpace, Qt::Key_Space},
+    {Key::kP, Qt::Key_P},          {Key::kEscape, Qt::Key_Escape}, {Key::kUp, Qt::Key_Up},
+    {Key::kDown, Qt::Key_Down},    {Key::kPageUp, Qt::Key_PageUp}, {Key::kPageDown, Qt::Key_PageDown},
+    {Key::kHome, Qt::Key_Home},    {Key::kEnd, Qt::Key_End},       {Key::kReturn, Qt::Key_Return},
+    {Key::kReturn, Qt::Key_Enter}, {Key::kF11, Qt::Key_F11},
 };
 
 struct KeyState {

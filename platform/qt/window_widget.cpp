@@ -2,6 +2,7 @@
 
 #include <QCloseEvent>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QWindow>
 #include <algorithm>
@@ -359,6 +360,19 @@ void WindowWidget::wheelEvent(QWheelEvent* event) {
     }
     Message message{.type = MessageType::kWheel, .value = down};
     event->setAccepted(Dispatch(message));
+}
+
+void WindowWidget::mousePressEvent(QMouseEvent* event) {
+    pressed_ = event->button() == Qt::LeftButton && childAt(event->position().toPoint()) == nullptr;
+    event->setAccepted(pressed_);
+}
+
+void WindowWidget::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton || !std::exchange(pressed_, false)) return event->ignore();
+    const QPoint at = event->position().toPoint();
+    if (!rect().contains(at) || childAt(at) != nullptr) return;
+    Message message{.type = MessageType::kClick, .at = {at.x(), at.y()}};
+    Dispatch(message);
 }
 
 void WindowWidget::keyPressEvent(QKeyEvent* event) {

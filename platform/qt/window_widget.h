@@ -64,6 +64,8 @@ class WindowWidget : public QWidget {
     void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void keyReleaseEvent(QKeyEvent* event) override;
 
@@ -87,7 +89,8 @@ class WindowWidget : public QWidget {
     std::map<int, QWidget*> controls_;
     bool destroying_ = false;
     bool gone_ = false;
-    int wheel_rest_ = 0;  // of its last turns, less than a pixel
+    int wheel_rest_ = 0;    // of its last turns, less than a pixel
+    bool pressed_ = false;  // by the pointer, on the window itself
     QSize told_size_;
     QSize minimum_client_;
     QSize minimum_outer_;

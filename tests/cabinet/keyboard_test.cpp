@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cabinet/private_messages.h"
+#include "cabinet/shell_layout.h"
 #include "cabinet/shell_state.h"
 #include "tests/cabinet/cabinet_fixture.h"
 
@@ -81,6 +82,45 @@ TEST(Keyboard, TakesTheFocusBackForTheGameUnlessAToolWindowIsOpen) {
     FocusControl(shell.settings, 1303);
     cabinet.Tick(16);
     EXPECT_EQ(FocusedControl(shell.settings), 1303);
+}
+
+TEST(Keyboard, RecordsByReturnOrAClickOnTheBannerButNeverBySpace) {
+    Playing cabinet;
+    const auto told = [&](const std::function<void()>& act) {
+        SetStatus("-");
+        act();
+        PumpMessages();
+        return cabinet.Text(1007);
+    };
+    const auto press = [&](Key key) { return [&cabinet, key] { cabinet.TapKey(key); }; };
+    const auto click = [](Point at) {
+        return [at] {
+            PressPointer(shell.well, at);
+            ReleasePointer(shell.well, at);
+        };
+    };
+    const int cell = shell.run.game.cell_w;
+    const Point middle = {18 + 13 * cell / 2, 14 + 9 * cell}, outside = {18 + 8, 14 + 9 * cell};
+    EXPECT_EQ(told(press(Key::kReturn)) + told(click(middle)), "--") << "the run is on";
+    shell.run.game.game_over = true;
+    FinishRun(shell.run, shell.driver.run);
+    constexpr char kRecords[] = "Missing enter txid.";
+    EXPECT_EQ(told(press(Key::kReturn)), kRecords);
+    EXPECT_EQ(told(click(middle)), kRecords);
+    EXPECT_EQ(told(press(Key::kSpace)), "-");
+    EXPECT_EQ(told(click(outside)), "-");
+    EXPECT_EQ(told([&] { PressKey(cabinet.main, Key::kReturn, /*is_repeat=*/true); }), "-");
+    EXPECT_EQ(told([&] {
+                  PressPointer(shell.well, middle);
+                  ReleasePointer(shell.well, outside);
+              }),
+              "-");
+    shell.run.busy = true;
+    EXPECT_EQ(told(press(Key::kReturn)), "-");
+    shell.run.busy = false;
+    FocusControl(cabinet.main, 1013);
+    EXPECT_EQ(told(press(Key::kReturn)), "-") << "it presses Help";
+    EXPECT_TRUE(WindowExists(shell.help));
 }
 
 TEST(Keyboard, WalksTheButtonsByTabAndPressesThem) {

@@ -20,10 +20,10 @@ constexpr Color kFloor = Rgb(0x040A08), kPaddle = Rgb(0x38D48C), kTopBrick = Rgb
 
 struct Look {
     explicit Look(const RunControl& run = {}, uint64_t tick_ms = 0, Size size = kWellSize,
-                  const FeeNote& fee = {}, const EyeSettings& eyes = {}) {
+                  const FeeNote& fee = {}, const EyeSettings& eyes = {}, const WellHints& hints = {}) {
         MakeTheme();
         image = DrawToImage(size, [&](Canvas& canvas) {
-            PaintWell(canvas, WellOf(run), {40, 40}, tick_ms, fee, eyes);
+            PaintWell(canvas, WellOf(run), {40, 40}, tick_ms, fee, eyes, hints);
         });
     }
     Color At(int x, int y) const { return PixelOf(image, x, y); }
@@ -182,6 +182,36 @@ TEST(Well, PutsTheFeeUnderTheOtherAmountsAndMovesNothing) {
     EXPECT_EQ(inked(calm, {lines.Right() - 8, lines.y, 8, lines.h}), 0) << "cut";
     EXPECT_EQ(inked(calm, all) - inked(calm, lines), inked(without, all));
     EXPECT_NE(warning.image.pixels, calm.image.pixels);
+}
+
+TEST(Well, HintsToANewcomerWhereNothingElseStands) {
+    // From where the paddle of 40-pixel cells ends to the field's end; and under the banner's 280 pixels.
+    const Rect below_paddle = {18, 694, kFieldW40, 40}, below_banner = {18, 14 + 360 + 150, kFieldW40, 100};
+    RunControl waiting = RunIn(kModePlaying), flying = waiting, paused = waiting, over = RunIn(kModeGameOver);
+    flying.game.ball_live = true;
+    paused.game.paused = true;
+    over.game.ball_y = 0;
+    const auto added = [](RunControl run, const Rect& where, const WellHints& hints) {
+        const Look plain(run), hinted(run, 0, kWellSize, {}, {}, hints);
+        const int all = Inked(hinted.image, {0, 0, kWellSize.w, kWellSize.h}, kFloor) -
+                        Inked(plain.image, {0, 0, kWellSize.w, kWellSize.h}, kFloor);
+        EXPECT_EQ(all, Inked(hinted.image, where, kFloor) - Inked(plain.image, where, kFloor)) << "elsewhere";
+        return all;
+    };
+    EXPECT_GT(added(waiting, below_paddle, {.serve = true}), 100);
+    EXPECT_EQ(added(flying, below_paddle, {.serve = true}), 0);
+    EXPECT_EQ(added(paused, below_paddle, {.serve = true}), 0);
+    EXPECT_GT(added(over, below_banner, {.record = true}), 100);
+    EXPECT_EQ(added(waiting, below_banner, {.record = true}), 0);
+    for (RunControl* const run : {&waiting, &over}) {
+        run->game.cell_w = run->game.cell_h = 18;  // no room
+        EXPECT_EQ(added(*run, below_paddle, {true, true}), 0);
+    }
+    waiting.game = NewGame(40, 40);
+    waiting.game.paddle_x = waiting.game.ball_x = 0;
+    const Look left(waiting, 0, kWellSize, {}, {}, {.serve = true});
+    EXPECT_EQ(left.image.pixels.size(), Look(waiting).image.pixels.size());
+    EXPECT_FALSE(left.Has({0, 694, 17, 40}, kTextColor)) << "it stays inside the field";
 }
 
 TEST(Well, BlinksTheGameOverBannerByTheClock) {

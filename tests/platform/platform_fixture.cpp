@@ -43,11 +43,12 @@ class PlatformOffScreen : public ::testing::Environment {
 
 // One word for the type, and what belongs to it.
 std::string Describe(const Message& message) {
-    static const char* const kTypes[] = {"create", "destroy", "close",   "size",  "move end", "paint", "down",
-                                         "up",     "timer",   "command", "wheel", "scroll",   "posted"};
-    static const char* const kKeys[] = {"left",      "right",       "space",         "p",
-                                        "escape",    "pointing up", "pointing down", "page up",
-                                        "page down", "home",        "end",           "other"};
+    static const char* const kTypes[] = {"create",  "destroy", "close",  "size",  "move end",
+                                         "paint",   "down",    "up",     "timer", "click",
+                                         "command", "wheel",   "scroll", "posted"};
+    static const char* const kKeys[] = {"left",        "right",         "space",   "p",         "escape",
+                                        "pointing up", "pointing down", "page up", "page down", "home",
+                                        "end",         "F11",           "return",  "other"};
     const std::string type = kTypes[static_cast<int>(message.type)], id = " " + std::to_string(message.id);
     switch (message.type) {
         case MessageType::kKeyDown:

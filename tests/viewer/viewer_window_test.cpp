@@ -61,6 +61,7 @@ TEST(ViewerWindow, ShowsTheVeryPixelsOfTheLiveWindow) {
     std::vector<Moment> moments;
     const auto keep = [&] {
         shell.fee = {};  // the viewer knows of no player's coins
+        shell.runs = 2;  // and has no hints for a first run
         InvalidateWindow(shell.well);
         PumpMessages();
         moments.push_back({shell.run.sim_clock_ms, GrabWindow(shell.well)});
