@@ -136,26 +136,27 @@ void PaintBoard(Canvas& canvas, const BoardView& view, const Scrolling& scrollin
 }
 
 WindowId OpenBoardWindow(WindowId owner, const BoardView& view) {
-    return OpenToolWindow(
-        owner, {"Weekly top scores", kBoardWindowSize, false, SpokenBoard(view), /*scrolls=*/true},
-        [&view, scrolling = Scrolling()](WindowId window, Message& message) mutable {
-            switch (message.type) {
-                case MessageType::kCreate: {
-                    const int missing = static_cast<int>(message.value);
-                    scrolling = ScrollBoard(view, missing);
-                    MakeButton(window, "Close", kControlCloseBoard, {400, kCloseBoardTop - missing, 110, 34});
-                    return true;
-                }
-                case MessageType::kCommand:
-                    if (message.id == kControlCloseBoard) DestroyWindow(window);
-                    return true;
-                case MessageType::kPaint:
-                    PaintBoard(*message.canvas, view, scrolling);
-                    return true;
-                default:
-                    return OnScrollMessage(window, message, scrolling);
-            }
-        });
+    return OpenToolWindow(owner,
+                          {"Weekly top scores", kBoardWindowSize, false, SpokenBoard(view), /*scrolls=*/true},
+                          [&view, scrolling = Scrolling()](WindowId window, Message& message) mutable {
+                              switch (message.type) {
+                                  case MessageType::kCreate: {
+                                      const int missing = static_cast<int>(message.value);
+                                      scrolling = ScrollBoard(view, missing);
+                                      MakeButton(window, "Close", kControlCloseBoard,
+                                                 {400, kCloseBoardTop - missing, 110, 34}, kCloseTip);
+                                      return true;
+                                  }
+                                  case MessageType::kCommand:
+                                      if (message.id == kControlCloseBoard) DestroyWindow(window);
+                                      return true;
+                                  case MessageType::kPaint:
+                                      PaintBoard(*message.canvas, view, scrolling);
+                                      return true;
+                                  default:
+                                      return OnScrollMessage(window, message, scrolling);
+                              }
+                          });
 }
 
 }  // namespace brickfall

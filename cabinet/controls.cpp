@@ -74,8 +74,9 @@ std::string FirstCharacters(std::string text, std::size_t count) {
 
 }  // namespace
 
-void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect) {
+void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect, std::string_view tip) {
     CreateButton(parent, id, rect, caption, theme.font_button);
+    SetControlTip(parent, id, tip);
 }
 
 void PaintButtonFace(Canvas& canvas, std::string_view caption, const ButtonState& button,

@@ -17,7 +17,11 @@ struct ButtonLook {
     bool blink = false;           // Record score calls the player
 };
 
-void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect);
+// `tip`: what a press does, and what it costs.
+void MakeButton(WindowId parent, std::string_view caption, int id, const Rect& rect,
+                std::string_view tip = {});
+
+inline constexpr char kCloseTip[] = "Closes this window.";
 
 // Draws the whole of `canvas` as a button with this caption.
 void PaintButtonFace(Canvas& canvas, std::string_view caption, const ButtonState& button,

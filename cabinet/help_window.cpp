@@ -84,25 +84,26 @@ void PaintHelp(Canvas& canvas, const Scrolling& scrolling) {
 WindowId OpenHelpWindow(WindowId owner) {
     const std::string spoken = SpokenKeys() + Spoken(kRunLines) + '\n' + Spoken(kPotLines);
     const ToolWindowOptions options = {"Brickfall - Help", {760, 868}, false, spoken, /*scrolls=*/true};
-    return OpenToolWindow(
-        owner, options, [scrolling = Scrolling()](WindowId window, Message& message) mutable {
-            switch (message.type) {
-                case MessageType::kCreate: {
-                    const int missing = static_cast<int>(message.value);
-                    scrolling = ScrollHelp(missing);
-                    MakeButton(window, "Close", kControlCloseHelp, {584, kCloseHelpTop - missing, 120, 36});
-                    return true;
-                }
-                case MessageType::kCommand:
-                    if (message.id == kControlCloseHelp) DestroyWindow(window);
-                    return true;
-                case MessageType::kPaint:
-                    PaintHelp(*message.canvas, scrolling);
-                    return true;
-                default:
-                    return OnScrollMessage(window, message, scrolling);
-            }
-        });
+    return OpenToolWindow(owner, options,
+                          [scrolling = Scrolling()](WindowId window, Message& message) mutable {
+                              switch (message.type) {
+                                  case MessageType::kCreate: {
+                                      const int missing = static_cast<int>(message.value);
+                                      scrolling = ScrollHelp(missing);
+                                      MakeButton(window, "Close", kControlCloseHelp,
+                                                 {584, kCloseHelpTop - missing, 120, 36}, kCloseTip);
+                                      return true;
+                                  }
+                                  case MessageType::kCommand:
+                                      if (message.id == kControlCloseHelp) DestroyWindow(window);
+                                      return true;
+                                  case MessageType::kPaint:
+                                      PaintHelp(*message.canvas, scrolling);
+                                      return true;
+                                  default:
+                                      return OnScrollMessage(window, message, scrolling);
+                              }
+                          });
 }
 
 }  // namespace brickfall

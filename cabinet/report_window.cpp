@@ -28,8 +28,10 @@ constexpr std::string_view kIncludeLines[] = {"What broke, or who abused.", "A s
 void CreateReport(WindowId window) {
     CreateEdit(window, kControlText, {24, 402, 552, 148}, theme.font_button, kTextLimit, kTextColor,
                kPanelColor);
-    MakeButton(window, "Send report", kControlSendReport, {24, 568, 150, 36});
-    MakeButton(window, "Close", kControlCloseReport, {184, 568, 110, 36});
+    MakeButton(window, "Send report", kControlSendReport, {24, 568, 150, 36},
+               "1,000 sats against spam, 1 for its mark, and a fee by its length.");
+    MakeButton(window, "Close", kControlCloseReport, {184, 568, 110, 36},
+               "Closes this window; what you wrote is lost.");
     SetAccessibleControlName(window, kControlText, "Report text");
     FocusControl(window, kControlText);
 }

@@ -38,14 +38,14 @@ std::string MusicCaption() { return music_on ? "Music  On" : "Music  Off"; }
 std::string SoundCaption() { return sfx_on ? "Sound  On" : "Sound  Off"; }
 
 void CreateSettings(WindowId window) {
-    MakeButton(window, MusicCaption(), kControlMusic, {24, 24, 140, 36});
+    MakeButton(window, MusicCaption(), kControlMusic, {24, 24, 140, 36}, "Switches the music. Free.");
     CreateText(window, kControlMusicLabel, {180, 30, 70, 24}, "Volume", theme.font_button);
     CreateTrackBar(window, kControlMusicVolume, {250, 26, 260, 32}, 0, 100, music_vol);
-    MakeButton(window, SoundCaption(), kControlSound, {24, 82, 140, 36});
+    MakeButton(window, SoundCaption(), kControlSound, {24, 82, 140, 36}, "Switches the sounds. Free.");
     CreateText(window, kControlSoundLabel, {180, 88, 70, 24}, "Volume", theme.font_button);
     CreateTrackBar(window, kControlSoundVolume, {250, 84, 260, 32}, 0, 100, sfx_vol);
     CreateText(window, kControlSite, {24, 148, 200, 20}, SiteName(), theme.font_small, /*clickable=*/true);
-    MakeButton(window, "Close", kControlCloseSettings, {400, 200, 110, 36});
+    MakeButton(window, "Close", kControlCloseSettings, {400, 200, 110, 36}, kCloseTip);
     SetAccessibleControlName(window, kControlMusicVolume, "Music volume");
     SetAccessibleControlName(window, kControlSoundVolume, "Sound volume");
 }

@@ -26,6 +26,7 @@ struct ControlRow {
     Rect rect;  // at creation; the layout moves it
     const char* text;
     const Font Theme::*font;
+    const char* tip = "";
 };
 
 constexpr ControlRow kControls[] = {
@@ -34,17 +35,62 @@ constexpr ControlRow kControls[] = {
     {kControlWalletLine, ControlKind::kText, {16, 92, 280, 22}, "Wallet: not connected", &Theme::font_small},
     {kControlBalanceLine, ControlKind::kText, {310, 92, 360, 22}, "Pouch balance:  -", &Theme::font_small},
     {kControlPotLine, ControlKind::kText, {16, 116, 700, 22}, "Current weekly pot:  -", &Theme::font_small},
-    {kControlSettings, ControlKind::kButton, {336, 20, 44, 38}, "", &Theme::font_button},
-    {kControlPlay, ControlKind::kButton, {388, 22, 150, 34}, "Play  5000 sats", &Theme::font_button},
-    {kControlConnect, ControlKind::kButton, {546, 22, 110, 34}, "Connect", &Theme::font_button},
-    {kControlUnbind, ControlKind::kButton, {664, 22, 100, 34}, "Unbind", &Theme::font_button},
-    {kControlRecord, ControlKind::kButton, {16, 140, 140, 34}, "Record score", &Theme::font_button},
-    {kControlBoard, ControlKind::kButton, {164, 140, 170, 34}, "Weekly top scores", &Theme::font_button},
-    {kControlHelp, ControlKind::kButton, {342, 140, 90, 34}, "Help", &Theme::font_button},
-    {kControlReport, ControlKind::kButton, {440, 140, 90, 34}, "Report", &Theme::font_button},
+    {kControlSettings,
+     ControlKind::kButton,
+     {336, 20, 44, 38},
+     "",
+     &Theme::font_button,
+     "Music, sound and their volumes. Free."},
+    {kControlPlay,
+     ControlKind::kButton,
+     {388, 22, 150, 34},
+     "Play  5000 sats",
+     &Theme::font_button,
+     "Starts a run: 2,000 sats to the house, 3,000 to this week's pot, and a fee of some 150."},
+    {kControlConnect,
+     ControlKind::kButton,
+     {546, 22, 110, 34},
+     "Connect",
+     &Theme::font_button,
+     "Asks Pouch for a wallet to play with. Free."},
+    {kControlUnbind,
+     ControlKind::kButton,
+     {664, 22, 100, 34},
+     "Unbind",
+     &Theme::font_button,
+     "Lets go of the wallet, which stays in Pouch. Free."},
+    {kControlRecord,
+     ControlKind::kButton,
+     {16, 140, 140, 34},
+     "Record score",
+     &Theme::font_button,
+     "Puts the run's score on the chain: 1 sat, and a fee by the keys of the run."},
+    {kControlBoard,
+     ControlKind::kButton,
+     {164, 140, 170, 34},
+     "Weekly top scores",
+     &Theme::font_button,
+     "This week's best scores, read from the chain. Free."},
+    {kControlHelp,
+     ControlKind::kButton,
+     {342, 140, 90, 34},
+     "Help",
+     &Theme::font_button,
+     "What to do, and how a run goes. Free."},
+    {kControlReport,
+     ControlKind::kButton,
+     {440, 140, 90, 34},
+     "Report",
+     &Theme::font_button,
+     "A sealed message to the architect: 1,001 sats, and a fee by its length."},
     {kControlStatus, ControlKind::kText, {16, 700, 740, 20}, "Connect Pouch, then Play.", &Theme::font_small},
     {kControlExplanation, ControlKind::kText, {16, 676, 740, 20}, "", &Theme::font_small},
-    {kControlCloseMain, ControlKind::kButton, {325, 720, 110, 34}, "Close", &Theme::font_button},
+    {kControlCloseMain,
+     ControlKind::kButton,
+     {325, 720, 110, 34},
+     "Close",
+     &Theme::font_button,
+     "Ends the program. A score that is not recorded yet cannot be recorded later."},
     {kControlVersion, ControlKind::kText, {16, 726, 240, 20}, "", &Theme::font_small},
 };
 
@@ -96,7 +142,7 @@ void ShowExplanation(std::string_view text) {
 void CreateMainControls(WindowId window) {
     for (const ControlRow& control : kControls) {
         if (control.kind == ControlKind::kButton) {
-            MakeButton(window, control.text, control.id, control.rect);
+            MakeButton(window, control.text, control.id, control.rect, control.tip);
         } else {
             CreateText(window, control.id, control.rect, control.text, theme.*control.font);
         }

@@ -201,6 +201,8 @@ void ScaleControls(WindowId window, double factor);
 void InvalidateControl(WindowId window, int id);
 void SetAccessibleControlName(WindowId window, int id, std::string_view name);
 void SetAccessibleControlDescription(WindowId window, int id, std::string_view description);
+// Shown while the pointer rests on it; a screen reader's description too.
+void SetControlTip(WindowId window, int id, std::string_view tip);
 
 // ---- Waiting: around work that keeps the main thread from its messages.
 

@@ -29,17 +29,16 @@ constexpr qsizetype kMaxSpokenUnits = 4'096;  // of a name that a screen reader 
 constexpr int kEdgeWidth = 2;    // of the sunken edge of an edit
 constexpr int kEdgeLight = 170;  // percent of a button's colour, on its lit sides
 
-// Plain text, which a tooltip would show in one line.
-QString WrappedTip(std::string_view text) {
-    const QString plain = CutUnits(ToQString(text.substr(0, kMaxSpokenUnits * 4)), kMaxSpokenUnits);
-    return QStringLiteral("<p>%1</p>").arg(plain.toHtmlEscaped());
-}
-
 bool IsPressKey(const QKeyEvent& event) {
     return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter || event.key() == Qt::Key_Space;
 }
 
 }  // namespace
+
+QString WrappedTip(std::string_view text) {
+    const QString plain = CutUnits(ToQString(text.substr(0, kMaxSpokenUnits * 4)), kMaxSpokenUnits);
+    return QStringLiteral("<p>%1</p>").arg(plain.toHtmlEscaped());
+}
 
 // ---- Buttons and texts
 

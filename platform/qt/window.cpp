@@ -408,6 +408,13 @@ void SetAccessibleControlName(WindowId window, int id, std::string_view name) {
     if (auto* const control = FindControl<QWidget>(window, id)) control->setAccessibleName(ToQString(name));
 }
 
+void SetControlTip(WindowId window, int id, std::string_view tip) {
+    auto* const control = FindControl<QWidget>(window, id);
+    if (control == nullptr) return;
+    control->setToolTip(WrappedTip(tip));
+    control->setAccessibleDescription(ToQString(tip));
+}
+
 void SetAccessibleControlDescription(WindowId window, int id, std::string_view description) {
     if (auto* const control = FindControl<QWidget>(window, id)) {
         control->setAccessibleDescription(ToQString(description));

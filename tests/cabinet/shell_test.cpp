@@ -119,7 +119,8 @@ TEST(Shell, TellsWhatARecordCostsWhileARunIsThere) {
         return AccessibleDescription(cabinet.main, kControlRecord);
     };
     const auto fee_line = [](int64_t fee) { return "Fee about " + Grouped(fee) + " sats"; };
-    EXPECT_EQ(spoken_with(5) + shell.fee.text, "");
+    EXPECT_EQ(spoken_with(5), ToolTip(cabinet.main, kControlRecord));
+    EXPECT_EQ(shell.fee.text, "");
     cabinet.BeginRun();
     const std::string none = spoken_with(0);
     const int64_t least = std::stoll(none.substr(std::string("Fee about ").size()));
@@ -160,6 +161,30 @@ TEST(Shell, ShowsThatItWaitsForALookUpAndThenAllAsBefore) {
         shell.driver.end_check();
         EXPECT_EQ(cabinet.Text(1007), "Connect Pouch, then Play.");
         EXPECT_TRUE(!PointerWaits() && ControlEnabled(window, shown)) << control;
+    }
+}
+
+TEST(Shell, TellsOfEveryButtonWhatItDoesAndCosts) {
+    CabinetFixture cabinet;
+    const auto expect_tips = [](WindowId window, int first, int last) {
+        int buttons = 0;
+        for (int id = first; id <= last; ++id) {
+            if (AccessibleRole(window, id) != "button") continue;
+            ++buttons;
+            EXPECT_NE(ToolTip(window, id), "") << id;
+            EXPECT_EQ(AccessibleDescription(window, id), ToolTip(window, id)) << id;
+        }
+        return buttons;
+    };
+    EXPECT_EQ(expect_tips(cabinet.main, 1001, 1018), 9);
+    EXPECT_EQ(ToolTip(cabinet.main, 1005),
+              "Starts a run: 2,000 sats to the house, 3,000 to this week's pot, and a fee of some 150.");
+    for (const auto& [control, slot, count] : {std::tuple(1012, &Shell::board, 1),
+                                               {1013, &Shell::help, 1},
+                                               {1015, &Shell::settings, 3},
+                                               {1017, &Shell::report, 2}}) {
+        cabinet.Click(control);
+        EXPECT_EQ(expect_tips(shell.*slot, 1101, 1410), count) << control;
     }
 }
 
