@@ -286,10 +286,17 @@ ResultText TakeText(Message& message) {
     return std::make_unique<std::string>(TakePayload<std::string>(message.payload));
 }
 
+// Approved in another program's window: the player goes on here.
+void OnConnectDone(ResultText result) {
+    const bool approved = result != nullptr && result->starts_with("success");
+    OnConnectResult(shell.run, shell.driver, std::move(result));
+    if (approved) BringToFront(shell.main);
+}
+
 void OnPosted(Message& message) {
     switch (message.id) {
         case kMsgConnectDone:
-            return OnConnectResult(shell.run, shell.driver, TakeText(message));
+            return OnConnectDone(TakeText(message));
         case kMsgStatusText:
             return SetStatus(TakePayload<std::string>(message.payload));
         case kMsgPayDone:

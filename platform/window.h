@@ -180,6 +180,9 @@ void CreateButton(WindowId window, int id, const Rect& rect, std::string_view te
 // Several lines; Return is a line. `limit` is in UTF-16 units.
 void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int limit, Color text,
                 Color background);
+// One line of text; Return is the window's.
+void CreateField(WindowId window, int id, const Rect& rect, const Font& font, int limit, Color text,
+                 Color background);
 void SetCaretBlinking(bool on);  // of all edits
 void CreateTrackBar(WindowId window, int id, const Rect& rect, int lowest, int highest, int position);
 // One that goes to where it is clicked, and takes the keyboard by Tab alone.

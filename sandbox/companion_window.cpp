@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "base/workers.h"
 #include "net/http_client.h"
 #include "platform/desktop.h"
@@ -130,9 +131,8 @@ void ShowFacts(const Facts& facts) {
     companion.reading = false;
     const WindowId window = companion.window;
     SetControlText(window, kAddress, "Wallet:  " + (facts.address.empty() ? "none yet" : facts.address));
-    SetControlText(
-        window, kBalance,
-        "Balance:  " + (facts.balance ? std::to_string(*facts.balance) + " sats" : std::string("-")));
+    SetControlText(window, kBalance,
+                   "Balance:  " + (facts.balance ? Grouped(*facts.balance) + " sats" : std::string("-")));
     EnableWindowControl(window, kName, facts.address.empty());
     std::string reports;
     for (auto report = facts.reports.rbegin(); report != facts.reports.rend(); ++report)
@@ -203,7 +203,7 @@ void Create(WindowId window) {
     CreateText(window, kBalance, {20, 78, 260, 22}, "Balance:", font);
     CreateButton(window, kAddMoney, {300, 72, 200, 32}, "Add 100,000 sats", font);
     CreateText(window, kNameLabel, {20, 116, 200, 22}, "Name to publish:", font);
-    CreateEdit(window, kName, {190, 110, 310, 34}, font, 40, kInk, Rgb(0x1C2430));
+    CreateField(window, kName, {190, 110, 310, 34}, font, 40, kInk, Rgb(0x1C2430));
     SetControlText(window, kName, companion.proposed_name);
     CreateText(window, kRequest, {20, 158, 480, 48}, "No connect request.", font);
     CreateButton(window, kApprove, {20, 212, 150, 34}, "Approve", font);

@@ -29,6 +29,24 @@ constexpr qsizetype kMaxSpokenUnits = 4'096;  // of a name that a screen reader 
 constexpr int kEdgeWidth = 2;    // of the sunken edge of an edit
 constexpr int kEdgeLight = 170;  // percent of a button's colour, on its lit sides
 
+QPalette TypingColors(const QWidget& widget, Color text, Color background) {
+    QPalette colors = widget.palette();
+    colors.setColor(QPalette::Base, ToQColor(background));
+    colors.setColor(QPalette::Text, ToQColor(text));
+    return colors;
+}
+
+// Where text is typed; in the accent colour where the keyboard is.
+void DrawSunkenEdge(QWidget& widget) {
+    QPainter painter(&widget);
+    PainterCanvas canvas(painter, FromQSize(widget.size()));
+    const QPalette& colors = widget.palette();
+    const QColor shade = widget.hasFocus() ? colors.color(QPalette::Highlight) : QColor(Qt::black);
+    const QColor light = widget.hasFocus() ? shade : colors.color(QPalette::Button).lighter(kEdgeLight);
+    const Rect all = {0, 0, widget.width(), widget.height()};
+    for (int i = 0; i < kEdgeWidth; ++i) Bevel(canvas, all.Grown(-i), FromQColor(shade), FromQColor(light));
+}
+
 bool IsPressKey(const QKeyEvent& event) {
     return event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter || event.key() == Qt::Key_Space;
 }
@@ -248,10 +266,7 @@ EditWidget::EditWidget(WindowWidget& window, const Font& font, int limit, Color 
     setLineWidth(kEdgeWidth);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    QPalette colors = palette();
-    colors.setColor(QPalette::Base, ToQColor(background));
-    colors.setColor(QPalette::Text, ToQColor(text));
-    setPalette(colors);
+    setPalette(TypingColors(*this, text, background));
     connect(this, &QPlainTextEdit::textChanged, this, [this] { CutToLimit(); });
 }
 
@@ -260,12 +275,7 @@ bool EditWidget::event(QEvent* event) {
     if (type == QEvent::FocusIn || type == QEvent::FocusOut) update();
     const bool handled = QPlainTextEdit::event(event);
     if (type != QEvent::Paint) return handled;
-    QPainter painter(this);
-    PainterCanvas canvas(painter, FromQSize(size()));
-    const QColor shade = hasFocus() ? palette().color(QPalette::Highlight) : QColor(Qt::black);
-    const QColor light = hasFocus() ? shade : palette().color(QPalette::Button).lighter(kEdgeLight);
-    const Rect all = {0, 0, width(), height()};
-    for (int i = 0; i < kEdgeWidth; ++i) Bevel(canvas, all.Grown(-i), FromQColor(shade), FromQColor(light));
+    DrawSunkenEdge(*this);
     return handled;
 }
 
@@ -320,6 +330,29 @@ void EditWidget::CutToLimit() {
     tail.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
     tail.removeSelectedText();
     cutting_ = false;
+}
+
+// ---- Field
+
+FieldWidget::FieldWidget(WindowWidget& window, const Font& font, int limit, Color text, Color background)
+    : QLineEdit(&window) {
+    if (font != nullptr) setFont(font->font);
+    setFrame(false);
+    setTextMargins(kEdgeWidth + 2, 0, kEdgeWidth + 2, 0);
+    setMaxLength(std::max(0, limit));
+    setPalette(TypingColors(*this, text, background));
+    // What is pasted may have several.
+    connect(this, &QLineEdit::textChanged, this, [this](QString typed) {
+        const auto is_control = [](QChar c) { return c.category() == QChar::Other_Control; };
+        if (std::ranges::none_of(typed, is_control)) return;
+        std::ranges::replace_if(typed, is_control, QLatin1Char(' '));
+        setText(typed);
+    });
+}
+
+void FieldWidget::paintEvent(QPaintEvent* event) {
+    QLineEdit::paintEvent(event);
+    DrawSunkenEdge(*this);
 }
 
 // ---- Track bar

@@ -1,6 +1,7 @@
 // controls.h - the controls as widgets. Main thread only.
 #pragma once
 
+#include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QSlider>
 #include <QTextLayout>
@@ -102,6 +103,14 @@ class EditWidget : public QPlainTextEdit {
 
     const int limit_;
     bool cutting_ = false;
+};
+
+class FieldWidget : public QLineEdit {
+  public:
+    FieldWidget(WindowWidget& window, const Font& font, int limit, Color text, Color background);
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
 };
 
 class TrackBarWidget : public QSlider {

@@ -323,6 +323,15 @@ void CreateEdit(WindowId window, int id, const Rect& rect, const Font& font, int
     around->AddControl(id, control);
 }
 
+void CreateField(WindowId window, int id, const Rect& rect, const Font& font, int limit, Color text,
+                 Color background) {
+    WindowWidget* const around = FindWindow(window);
+    if (around == nullptr) return;
+    auto* const control = new FieldWidget(*around, font, limit, text, background);
+    control->setGeometry(ToQRect(rect));
+    around->AddControl(id, control);
+}
+
 void SetCaretBlinking(bool on) {
     static const int usual = QApplication::cursorFlashTime();
     QApplication::setCursorFlashTime(on ? usual : 0);
@@ -360,10 +369,12 @@ void MoveControl(WindowId window, int id, const Rect& rect) {
 void SetControlText(WindowId window, int id, std::string_view text) {
     if (auto* const control = FindControl<ClickWidget>(window, id)) control->SetText(text);
     if (auto* const edit = FindControl<EditWidget>(window, id)) edit->SetText(ToQString(text));
+    if (auto* const field = FindControl<FieldWidget>(window, id)) field->setText(ToQString(text));
 }
 
 std::string ControlText(WindowId window, int id) {
     if (const auto* const control = FindControl<ClickWidget>(window, id)) return control->Text();
+    if (const auto* const field = FindControl<FieldWidget>(window, id)) return field->text().toStdString();
     if (const auto* const edit = FindControl<EditWidget>(window, id)) {
         return edit->toPlainText().toStdString();
     }

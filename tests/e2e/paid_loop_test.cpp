@@ -38,6 +38,7 @@ TEST(PaidLoop, FromConnectToUnbind) {
     Screenshot("2-connect");
     Click(kCompanionTitle, kApprove);
     ASSERT_TRUE(WaitForStatus("Connected. Play when you are funded."));
+    EXPECT_SOON(Xdotool("getactivewindow getwindowname") == kMainTitle) << "the player goes on here";
     ASSERT_TRUE(WaitFor("the name on the host", [&] { return box.Identity("player").has_value(); }));
     EXPECT_TRUE(WaitFor("the balance", [] { return Text(1004) == "Pouch balance:  0.00100000 BSV"; }));
     EXPECT_EQ(Text(1001), "Connected");

@@ -178,6 +178,20 @@ TEST(Edits, HoldNoMoreThanTheirLimitHoweverItComesIn) {
     EXPECT_EQ(content(), "123456789");
 }
 
+TEST(Fields, AreOneLineAndLeaveReturnToTheWindow) {
+    NotedWindow window;
+    CreateField(window.id, 1, {0, 0, 200, 30}, SmallFont(), 5, Rgb(0xDCF0E4), Rgb(0x0C1612));
+    FocusControl(window.id, 1);
+    window.Take();
+    TypeText("ab\ncdefg");
+    EXPECT_EQ(ControlText(window.id, 1), "abcde");
+    EXPECT_EQ(window.Take(), (Notes{"down return"}));
+    PressControl('A');
+    PasteText("1\n2");
+    EXPECT_EQ(ControlText(window.id, 1).find('\n'), std::string::npos);
+    EXPECT_EQ(PixelOf(GrabWindow(window.id), 150, 15), Rgb(0x0C1612));
+}
+
 TEST(Keys, AreHeldThroughAutoRepeat) {
     NotedWindow window;
     window.Take();
