@@ -104,8 +104,8 @@ constexpr Explanation kExplanations[] = {
     {"Write a report (max 2000 characters).",
      "Letters with accents count two, other scripts three, emoji four."},
     {"no encryption key on file for @*",
-     "Nothing was spent. The architect's key is not in the store yet; other programs of the family bring it "
-     "there."},
+     "Nothing was spent. The architect's key file is missing in the program's folder userinfo; install it "
+     "anew."},
     {"could not load Pouch encryption keys", kNotSealed},
     {"Could not encrypt the report.", kNotSealed},
     {"Could not sign the report.", kNotSealed},

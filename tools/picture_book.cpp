@@ -193,8 +193,7 @@ void MakeWallet() {
     ReplaceFile(wallet_folder + "/wallet.json", wallet.dump(2));
 }
 
-void DrawAll() {
-    MakeWallet();
+void OpenCabinet() {
     BindAtStart("/picture-book", "Brickfall");
     LoadUiSettings();
     LoadLogo(LogoFile());
@@ -202,11 +201,22 @@ void DrawAll() {
     ShowWindow(shell.main);
     WaitForWorkers();  // of which none has found a service
     PumpMessages();
-    PostWindowMessage(shell.main, kMsgBalanceDone, 0, MakePayload(StatusResult{true, 94'847}));
     PostWindowMessage(shell.main, kMsgPotDone, 0, MakePayload(PotResult{117'000, ""}));
+}
+
+void DrawAll() {
+    OpenCabinet();
+    KeepMain("start");
+    DestroyWindow(shell.main);
+    PumpMessages();
+    MakeWallet();
+    OpenCabinet();
+    PostWindowMessage(shell.main, kMsgBalanceDone, 0, MakePayload(StatusResult{true, 94'847}));
     KeepMain("attract");
     shell.run.enter_txid = std::string(64, '0');
     StartRun(shell.run, shell.driver.run);
+    SetStatus("Entered. Blocks incoming.");
+    KeepMain("serve");
     PlayFor(900'000, true);
     KeepMain("playing");
     TogglePause(shell.run, shell.driver.run);
@@ -215,6 +225,9 @@ void DrawAll() {
     PlayFor(600'000, false);
     tick_ms = (tick_ms / 440 + 1) * 440 + 220;  // the bright half of the blinking
     KeepMain("game-over");
+    shell.asked = kPayRecord;
+    SetStatus("error: broadcast failed: Timeout was reached");
+    KeepMain("failed");
     shell.run.mode = kModeRecorded;
     shell.run.record_pending = false;
     EnableWindowControl(shell.main, kControlRecord, false);

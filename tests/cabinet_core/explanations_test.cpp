@@ -133,6 +133,18 @@ TEST(Explanations, HaveARowForEveryStatusTextOfTheProduct) {
     }
 }
 
+TEST(Explanations, StandInTheManualWordForWord) {
+    const std::string manual = ReadFile(BRICKFALL_SOURCE_DIR "/docs/manual.md").value_or("");
+    for (const Explanation& row : Explanations()) {
+        std::string status(row.status), text(row.text);
+        for (std::size_t at; (at = status.find('*')) != std::string::npos;) status.replace(at, 1, "…");
+        if (!row.service.empty())
+            text += (text.empty() ? "" : " ") + ("Waiting for " + std::string(row.service) + ": … s");
+        const std::string line = "| " + status + " | " + text + " |";
+        EXPECT_NE(manual.find(line + "\n"), std::string::npos) << "missing:\n" << line;
+    }
+}
+
 std::string Explained(std::string_view status, const StatusContext& context = {}) {
     const Explanation* const found = FindExplanation(status, context);
     return found != nullptr ? ExplanationText(*found, context) : std::string();
