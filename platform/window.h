@@ -223,7 +223,7 @@ enum class BoxIcon { kNone, kInformation, kQuestion, kWarning };
 
 // How boxes look; those of a program that says nothing are the toolkit's.
 struct BoxLook {
-    Font font;  // of the text
+    Font font;  // of the text, and of tooltips
     Color text;
     Color background;
     Size button;

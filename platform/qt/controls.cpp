@@ -36,6 +36,12 @@ QPalette TypingColors(const QWidget& widget, Color text, Color background) {
     return colors;
 }
 
+// Plain text, which a tooltip would show in one line.
+QString WrappedTip(std::string_view text) {
+    const QString plain = CutUnits(ToQString(text.substr(0, kMaxSpokenUnits * 4)), kMaxSpokenUnits);
+    return QStringLiteral("<p>%1</p>").arg(plain.toHtmlEscaped());
+}
+
 // Where text is typed; in the accent colour where the keyboard is.
 void DrawSunkenEdge(QWidget& widget) {
     QPainter painter(&widget);
@@ -52,11 +58,6 @@ bool IsPressKey(const QKeyEvent& event) {
 }
 
 }  // namespace
-
-QString WrappedTip(std::string_view text) {
-    const QString plain = CutUnits(ToQString(text.substr(0, kMaxSpokenUnits * 4)), kMaxSpokenUnits);
-    return QStringLiteral("<p>%1</p>").arg(plain.toHtmlEscaped());
-}
 
 // ---- Buttons and texts
 

@@ -15,9 +15,6 @@ namespace brickfall {
 
 class WindowWidget;
 
-// Plain text, which a tooltip would show in one line.
-QString WrappedTip(std::string_view text);
-
 // A control that has a text and can be clicked: shared by the buttons and the texts.
 class ClickWidget : public QWidget {
   public:

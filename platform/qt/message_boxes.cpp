@@ -4,6 +4,7 @@
 #include <QPixmap>
 #include <QPointer>
 #include <QPushButton>
+#include <QToolTip>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -118,7 +119,10 @@ QMessageBox::Icon IconOf(BoxIcon icon) {
 
 void AnswerMessageBoxes(Answer answer) { BoxAnswer() = std::move(answer); }
 
-void SetMessageBoxLook(BoxLook look) { Look() = std::move(look); }
+void SetMessageBoxLook(BoxLook look) {
+    Look() = std::move(look);
+    if (Look().font != nullptr) QToolTip::setFont(Look().font->font);
+}
 
 bool ShowMessageBox(WindowId owner, std::string_view title, std::string_view text, BoxButtons buttons,
                     BoxIcon icon) {

@@ -76,6 +76,20 @@ std::vector<Monitor>& PretendedMonitors() {
     return monitors;
 }
 
+// A tooltip of rich text would be a narrow column.
+QString TipLines(std::string_view tip) {
+    constexpr qsizetype kLongestLine = 56;
+    QString lines;
+    qsizetype length = 0;
+    for (const QString& word : ToQString(tip).split(QLatin1Char(' '))) {
+        const bool is_full = length + word.size() > kLongestLine;
+        if (!lines.isEmpty()) lines += QLatin1Char(is_full ? '\n' : ' ');
+        length = (is_full ? 0 : length) + word.size() + 1;
+        lines += word;
+    }
+    return lines;
+}
+
 }  // namespace
 
 // ---- Windows
@@ -422,7 +436,7 @@ void SetAccessibleControlName(WindowId window, int id, std::string_view name) {
 void SetControlTip(WindowId window, int id, std::string_view tip) {
     auto* const control = FindControl<QWidget>(window, id);
     if (control == nullptr) return;
-    control->setToolTip(WrappedTip(tip));
+    control->setToolTip(TipLines(tip));
     control->setAccessibleDescription(ToQString(tip));
 }
 
