@@ -2,6 +2,8 @@
 // memory; what is looked at here holds whichever of them ends first.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "base/workers.h"
 #include "cabinet/report_window.h"
 #include "cabinet/shell_labels.h"
@@ -10,6 +12,7 @@
 #include "deployment/deployment.h"
 #include "deployment/sandbox_route.h"
 #include "tests/cabinet/cabinet_fixture.h"
+#include "tests/support/sealed_message.h"
 
 namespace brickfall {
 namespace {
@@ -45,6 +48,8 @@ void DriveWhileWorkersRun(const CabinetFixture& cabinet) {
 }
 
 TEST(Races, EveryWindowIsDrivenWhileEveryWorkerSucceedsFailsOrWaits) {
+    const WorkingFolder folder;  // where the program keeps key files
+    std::filesystem::create_directory("userinfo");
     CabinetFixture cabinet(CabinetFixture::Wallet::kBound);
     sandbox::Sandbox& box = cabinet.services.box;
     sandbox::PublishedIdentity ada;
@@ -53,7 +58,7 @@ TEST(Races, EveryWindowIsDrivenWhileEveryWorkerSucceedsFailsOrWaits) {
     ada.address = cabinet.wallet->IdentityAddress();
     box.Publish(ada);
     box.SeedBoard(kClockStart);
-    ASSERT_TRUE(box.AppointArchitect(cabinet.wallet->data.InStore("")));
+    ASSERT_TRUE(box.AppointArchitect("userinfo"));
     for (int i = 0; i < 8; ++i) box.Fund(cabinet.wallet->ReceiveAddress(0), 20'000);
     box.Mine();
     cabinet.wallet->clock.AdvanceMs(60'000);
