@@ -168,7 +168,8 @@ std::vector<Unreadable> WalkEverything() {
         Walk(
             name, kWell,
             [&](Canvas& canvas) {
-                PaintWell(canvas, state, {30, 30}, tick_ms, {"Fee about 9,000 sats,", "too long", true});
+                PaintWell(canvas, state, {30, 30}, tick_ms, {"Fee about 9,000 sats,", "too long", true},
+                          {.serve = true, .record = true});
             },
             found);
     };
