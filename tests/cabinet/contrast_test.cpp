@@ -169,7 +169,7 @@ std::vector<Unreadable> WalkEverything() {
             name, kWell,
             [&](Canvas& canvas) {
                 PaintWell(canvas, state, {30, 30}, tick_ms, {"Fee about 9,000 sats,", "too long", true},
-                          {.serve = true, .record = true});
+                          /*eyes=*/{}, {.serve = true, .record = true});
             },
             found);
     };
