@@ -18,6 +18,7 @@
 #include "cabinet/images.h"
 #include "cabinet/private_messages.h"
 #include "cabinet/shell.h"
+#include "cabinet/shell_labels.h"
 #include "cabinet/shell_layout.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/theme.h"
@@ -33,6 +34,8 @@
 
 namespace brickfall {
 namespace {
+
+constexpr char kRecordTxid[] = "e5a61e11617149c834f8c7c63aed2690286fe32f5394d7c4009fbea5bedc372b";
 
 std::string& folder = *new std::string;
 std::string& row_file = *new std::string;  // gets the run that the pictures show
@@ -146,7 +149,7 @@ WatchedRun WatchedOf(const char* name, const InputTape& tape) {
     run.audit.run.emplace();
     run.audit.run->level = replay.Game().level;
     run.audit.run->length_ms = static_cast<int64_t>(replay.TickMs());
-    run.audit.txid = "e5a61e11617149c834f8c7c63aed2690286fe32f5394d7c4009fbea5bedc372b";
+    run.audit.txid = kRecordTxid;
     return run;
 }
 
@@ -230,6 +233,8 @@ void DrawAll() {
     KeepMain("failed");
     shell.run.mode = kModeRecorded;
     shell.run.record_pending = false;
+    shell.run.record_txid = kRecordTxid;
+    RefreshTxid();
     EnableWindowControl(shell.main, kControlRecord, false);
     SetStatus("Score recorded.");
     KeepMain("recorded");
