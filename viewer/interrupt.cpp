@@ -1,14 +1,17 @@
 #include "viewer/interrupt.h"
 
+#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
 namespace brickfall {
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+// Without a lock, so that a signal may set it and every thread read it.
+std::atomic<bool> interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
 
-void NoteSignal(int) { interrupted = 1; }
+void NoteSignal(int) { interrupted = true; }
 
 }  // namespace
 
@@ -19,6 +22,6 @@ void WatchForInterrupt() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-bool Interrupted() { return interrupted != 0; }
+bool Interrupted() { return interrupted; }
 
 }  // namespace brickfall
