@@ -40,8 +40,7 @@ WindowId StartCabinet(const std::string& instance, std::unique_ptr<MidiOut> (*op
     if (main == 0) return 0;
     RestorePlacement(main);
     StartSound(open_midi);
-    ShowWindow(main, StartMaximized() ? ShowState::kMaximized : ShowState::kNormal);
-    if (StartFullScreen()) SetFullScreen(main, true);
+    ShowWindow(main, StartMaximized() ? ShowState::kMaximized : ShowState::kNormal, StartFullScreen());
     return main;
 }
 

@@ -132,8 +132,8 @@ WindowId OpenWindow(const WindowOptions& options, WindowProcedure procedure);  /
 WindowId OpenChild(WindowId parent, const Rect& rect, Color background, WindowProcedure procedure);
 void DestroyWindow(WindowId window);
 
-enum class ShowState { kNormal, kMaximized, kMinimized, kFullScreen };
-void ShowWindow(WindowId window, ShowState state = ShowState::kNormal);
+enum class ShowState { kNormal, kMaximized, kMinimized };
+void ShowWindow(WindowId window, ShowState state = ShowState::kNormal, bool full_screen = false);
 void BringToFront(WindowId window);  // restored if minimised, shown, above the others and active
 bool IsMaximized(WindowId window);   // on the full screen: whether it was before
 bool IsMinimized(WindowId window);

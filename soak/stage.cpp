@@ -221,9 +221,11 @@ void Stage::Audit() {
     }
     if (Calm())
         Require(report.listed && report.rows.size() == records, "the audit does not see every record");
-    // Who is told by every service that there is none has to believe it.
-    const bool denied =
-        std::ranges::any_of(in_force_, [](const Trouble& each) { return each.reply == "gone"; });
+    // Who is told by every service that there is none has to believe it, and so whoever is told another key.
+    const auto told = [this](std::string_view reply) {
+        return std::ranges::any_of(in_force_, [&](const Trouble& each) { return each.reply == reply; });
+    };
+    const bool denied = told("gone");
     std::set<std::string> seen;
     for (const RowAudit& row : report.rows) {
         Require(seen.insert(row.txid).second, "the audit sees a record twice: " + row.txid);
@@ -235,7 +237,7 @@ void Stage::Audit() {
         for (const Finding& finding : row.findings) {
             const bool expected =
                 (finding.verdict == Verdict::kEntryUnpaid && (!is_entered || denied)) ||
-                (finding.verdict == Verdict::kKeyNotPublished && denied) ||
+                (finding.verdict == Verdict::kKeyNotPublished && (denied || told("other_key"))) ||
                 ((finding.verdict == Verdict::kEntryUsed || finding.verdict == Verdict::kEventsCopied) &&
                  (is_repeated || !is_entered));
             Require(expected, std::string("the audit blames an honest row: ") + VerdictText(finding.verdict) +

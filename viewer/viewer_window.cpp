@@ -284,7 +284,7 @@ void OnCommand(int control) {
             viewer.effects = !viewer.effects;
             break;
         case kViewerFullScreen:
-            ShowWindow(viewer.main, IsFullScreen(viewer.main) ? ShowState::kNormal : ShowState::kFullScreen);
+            SetFullScreen(viewer.main, !IsFullScreen(viewer.main));
             break;
         case kViewerBoard:
             if (viewer.loaded.runs.empty()) return StartLoading();

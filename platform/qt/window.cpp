@@ -120,9 +120,10 @@ void DestroyWindow(WindowId window) {
     if (WindowWidget* const widget = FindWindow(window)) widget->Destroy();
 }
 
-void ShowWindow(WindowId window, ShowState state) {
+void ShowWindow(WindowId window, ShowState state, bool full_screen) {
     WindowWidget* const widget = FindWindow(window);
     if (widget == nullptr) return;
+    if (full_screen) return widget->ShowFullScreen(state == ShowState::kMaximized);
     switch (state) {
         case ShowState::kNormal:
             widget->showNormal();
@@ -132,9 +133,6 @@ void ShowWindow(WindowId window, ShowState state) {
             break;
         case ShowState::kMinimized:
             widget->showMinimized();
-            break;
-        case ShowState::kFullScreen:
-            widget->showFullScreen();
             break;
     }
 }
@@ -159,11 +157,7 @@ bool IsMinimized(WindowId window) {
 }
 
 void SetFullScreen(WindowId window, bool on) {
-    WindowWidget* const widget = FindWindow(window);
-    if (widget == nullptr) return;
-    widget->setWindowState(widget->windowState()
-                               .setFlag(Qt::WindowMaximized, widget->Maximized())
-                               .setFlag(Qt::WindowFullScreen, on));
+    if (WindowWidget* const widget = FindWindow(window)) widget->SetFullScreen(on);
 }
 
 bool IsFullScreen(WindowId window) {

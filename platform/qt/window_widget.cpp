@@ -18,7 +18,8 @@
 namespace brickfall {
 namespace {
 
-constexpr int kQuietMs = 300;  // no move for so long: the user has let go
+constexpr int kRestoringMs = 500;  // for what was below the full screen to come back
+constexpr int kQuietMs = 300;      // no move for so long: the user has let go
 constexpr int kFrameLookMs = 50;
 constexpr int kWishLookMs = 250;
 constexpr int kWishTries = 8;
@@ -179,6 +180,23 @@ bool WindowWidget::Maximized() const {
     return isFullScreen() ? maximized_below_ : windowState().testFlag(Qt::WindowMaximized);
 }
 
+void WindowWidget::SetFullScreen(bool on) {
+    maximized_below_ = Maximized();
+    full_screen_asked_ = on;
+    if (!on && maximized_below_) left_full_screen_.start();
+    setWindowState(
+        windowState().setFlag(Qt::WindowMaximized, maximized_below_).setFlag(Qt::WindowFullScreen, on));
+}
+
+// All at once and before it is there: a window manager passes over what is asked for a window that it does
+// not manage yet.
+void WindowWidget::ShowFullScreen(bool maximized_below) {
+    maximized_below_ = maximized_below;
+    full_screen_asked_ = true;
+    setWindowState(windowState().setFlag(Qt::WindowMaximized, maximized_below).setFlag(Qt::WindowFullScreen));
+    show();
+}
+
 void WindowWidget::SetClientSize(QSize size) {
     if (resizable_) {
         resize(size);
@@ -328,7 +346,13 @@ void WindowWidget::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (!top_level_ || event->type() != QEvent::WindowStateChange) return;
     const Qt::WindowStates before = static_cast<QWindowStateChangeEvent*>(event)->oldState();
-    if (!before.testFlag(Qt::WindowFullScreen)) maximized_below_ = before.testFlag(Qt::WindowMaximized);
+    // Of two requests that come at once a manager may lose one.
+    const bool is_lost = left_full_screen_.isValid() && left_full_screen_.elapsed() < kRestoringMs &&
+                         windowState() == Qt::WindowNoState;
+    if (is_lost) QTimer::singleShot(0, this, [this] { setWindowState(Qt::WindowMaximized); });
+    // While a window comes up, its manager may tell of states on the way to the one that was asked for.
+    if (!before.testFlag(Qt::WindowFullScreen) && !full_screen_asked_)
+        maximized_below_ = before.testFlag(Qt::WindowMaximized);
     Settle();
 }
 

@@ -1,6 +1,7 @@
 // window_widget.h - a top-level window or a child window of the cabinet as a widget. Main thread only.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
 #include <map>
@@ -49,6 +50,8 @@ class WindowWidget : public QWidget {
     void CheckSize();  // sends kSize if it has changed
     QMargins Frame() const;
     bool Maximized() const;  // now, or below the full screen
+    void SetFullScreen(bool on);
+    void ShowFullScreen(bool maximized_below);
 
     // With the frame, where it stands or will stand once the window manager has done what was asked for.
     QRect OuterRect() const;
@@ -104,6 +107,8 @@ class WindowWidget : public QWidget {
     bool place_seen_ = false;               // the one that it has first, with its frame
     std::optional<QMargins> normal_frame_;  // seen while neither maximised nor minimised
     bool maximized_below_ = false;          // the full screen; its state leaves that out
+    QElapsedTimer left_full_screen_;        // for a maximised window
+    bool full_screen_asked_ = false;        // by the program, whatever the window manager tells meanwhile
     QTimer quiet_;                          // runs while the window is moved or sized
     QRect settled_rect_;                    // where it stood when it was last quiet
 };
