@@ -1,5 +1,5 @@
 // main.cpp - brickfall-audit: judges recorded scores, from the services or from a file. It opens no wallet
-// and writes nothing but the file of --save.
+// and writes nothing but the files of --save and --page.
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +15,7 @@
 
 #include "audit/display_text.h"
 #include "audit/options.h"
+#include "audit/page_content.h"
 #include "audit/report.h"
 #include "audit/service_check.h"
 #include "audit/settlement_input.h"
@@ -52,7 +53,7 @@ void ShowProgress(const char* what, std::size_t done, std::size_t of) {
     if (done == of) std::fprintf(stderr, "\r\x1b[K");
 }
 
-// `scope` becomes the file's own where the settlement of a file is asked for without a week.
+// `scope` becomes the file's own where a file that was saved for a settlement is read without a week for one.
 bool ReadFrom(const AuditOptions& options, std::size_t threads, AuditScope& scope, Collected& collected,
               std::string& error) {
     std::string text;
@@ -64,11 +65,12 @@ bool ReadFrom(const AuditOptions& options, std::size_t threads, AuditScope& scop
         error = options.file + ": " + error;
         return false;
     }
-    if (options.payout && scope.kind == ScopeKind::kAsSaved) {
-        if (collected.pot.week_start == 0) {
-            error = options.file + " was saved for no settlement; name a --week";
-            return false;
-        }
+    const bool for_settlement = collected.pot.week_start != 0;
+    if (options.payout && scope.kind == ScopeKind::kAsSaved && !for_settlement) {
+        error = options.file + " was saved for no settlement; name a --week";
+        return false;
+    }
+    if ((options.payout || !options.page.empty()) && scope.kind == ScopeKind::kAsSaved && for_settlement) {
         scope = {.kind = ScopeKind::kWeek,
                  .week = collected.pot.week_start,
                  .txid = {},
@@ -88,6 +90,15 @@ bool Save(const std::string& path, const Collected& collected, std::string& erro
     }
     error = "cannot write " + path;
     return ReplaceFile(path, text);
+}
+
+bool SavePage(const std::string& path, const AuditScope& scope, const Collected& collected,
+              const AuditReport& report, bool one_each, std::string& error) {
+    const std::string page =
+        MakePage("Audit of " + SafeText(collected.scope, kErrorColumns), PageRuns(collected, report),
+                 PageReport(scope, collected, report, one_each));
+    error = page.empty() ? "no recorded score to make a page of" : "cannot write " + path;
+    return !page.empty() && ReplaceFile(path, page);
 }
 
 struct Told {
@@ -128,6 +139,7 @@ int Check() {
 }
 
 int Main(const AuditOptions& options) {
+    if (const std::string why = WhyNoPages(); !options.page.empty() && !why.empty()) return Fail(why);
     const std::size_t threads = std::max(std::thread::hardware_concurrency(), 1u);
     std::string error;
     AuditScope scope = options.scope;
@@ -147,6 +159,9 @@ int Main(const AuditOptions& options) {
     std::fwrite(told.text.data(), 1, told.text.size(), stdout);
     if (std::fflush(stdout) != 0) return Fail("cannot write the report");
     if (!options.save.empty() && !Save(options.save, collected, error)) return Fail(error);
+    if (!options.page.empty() && !SavePage(options.page, scope, collected, report, options.one_each, error)) {
+        return Fail(error);
+    }
     return told.exit_code;
 }
 

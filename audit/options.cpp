@@ -10,8 +10,10 @@
 namespace brickfall {
 
 const char* const kAuditHelp =
-    R"(usage: brickfall-audit [--week YYYY-Www | --all | TXID] [--file FILE] [--save FILE] [--json]
-       brickfall-audit --payout [--one-each] [--week YYYY-Www] [--file FILE] [--save FILE] [--json]
+    R"(usage: brickfall-audit [--week YYYY-Www | --all | TXID] [--file FILE] [--save FILE] [--page FILE.html]
+                       [--json]
+       brickfall-audit --payout [--one-each] [--week YYYY-Www] [--file FILE] [--save FILE] [--page FILE.html]
+                       [--json]
        brickfall-audit --check
 
 Judges recorded scores: signature, published key, seal, replay of the tape, entry, times, copies.
@@ -24,6 +26,8 @@ With --check: whether each service of this build answers. Nothing is changed.
   TXID             the record of this transaction
   --file FILE      no network: from a file that --save has written, or a list of raw transactions
   --save FILE      writes the evidence that was used
+  --page FILE      a page that replays the rows in any browser and loads nothing, with what was found, and of a
+                   week its settlement
   --payout         the settlement of the week
   --one-each       one place a player, by identity key; else the best three rows, whosever they are
   --json           a report for programs
@@ -63,10 +67,12 @@ bool ParseAuditOptions(std::span<char* const> arguments, int64_t now, AuditOptio
             options.scope = {
                 .kind = ScopeKind::kAll, .week = 0, .txid = {}, .every_page = true, .with_pot = false};
             ++choices;
-        } else if (argument == "--file" || argument == "--save") {
+        } else if (argument == "--file" || argument == "--save" || argument == "--page") {
             const std::optional<std::string> path = value();
             if (!path) return false;
-            (argument == "--file" ? options.file : options.save) = *path;
+            (argument == "--file"   ? options.file
+             : argument == "--save" ? options.save
+                                    : options.page) = *path;
         } else if (argument == "--json") {
             options.json = true;
         } else if (argument == "--payout") {
@@ -107,7 +113,8 @@ bool ParseAuditOptions(std::span<char* const> arguments, int64_t now, AuditOptio
         error = "a settlement is of a --week";
         return false;
     }
-    if (options.payout) options.scope.every_page = options.scope.with_pot = true;
+    if (options.payout || (!options.page.empty() && options.scope.kind == ScopeKind::kWeek))
+        options.scope.every_page = options.scope.with_pot = true;
     if (choices == 0 && options.file.empty()) {
         options.scope.week = WeekStart(now);
     } else if (choices == 0) {

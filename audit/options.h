@@ -13,6 +13,7 @@ struct AuditOptions {
     AuditScope scope;
     std::string file;  // evidence is read from it, and no service is asked; empty: from the services
     std::string save;  // where the evidence goes that was used; empty: nowhere
+    std::string page;  // where the page goes that replays the runs; empty: nowhere
     bool json = false;
     bool payout = false;
     bool one_each = false;  // of --payout: a player has one place at most

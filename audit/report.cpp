@@ -15,6 +15,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t kMostEvidenceColumns = 300;
+constexpr std::size_t kRunNameColumns = 60;
 
 struct Column {
     const char* title;
@@ -131,6 +132,18 @@ json RowJson(const RowAudit& row) {
     return form;
 }
 
+int Standing(const RowAudit& audit) {
+    switch (audit.Status()) {
+        case AuditStatus::kSound:
+            return 0;
+        case AuditStatus::kCouldNotLook:
+            return 1;
+        case AuditStatus::kUnsound:
+            return 2;
+    }
+    return 2;
+}
+
 }  // namespace
 
 AuditReport MakeReport(const Collected& collected, std::size_t threads) {
@@ -157,6 +170,28 @@ AuditTotals CountRows(const AuditReport& report) {
         }
     }
     return totals;
+}
+
+std::string RunName(const RowAudit& audit) {
+    const std::string name = SafeText(audit.handle.substr(0, audit.handle.find('@')), kRunNameColumns);
+    return name.empty() ? "nobody" : name;
+}
+
+std::string VerdictLine(const RowAudit& audit) {
+    switch (audit.Status()) {
+        case AuditStatus::kSound:
+            return "sound";
+        case AuditStatus::kUnsound:
+            return std::string("unsound: ") + VerdictText(audit.findings.front().verdict);
+        case AuditStatus::kCouldNotLook:
+            return std::string("could not look: ") + audit.not_looked.front().what;
+    }
+    return "";
+}
+
+bool WatchedAbove(const RowAudit& a, const RowAudit& b) {
+    if (Standing(a) != Standing(b)) return Standing(a) < Standing(b);
+    return RanksAbove(a, b);
 }
 
 int ExitCode(const AuditReport& report) {

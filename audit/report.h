@@ -30,6 +30,13 @@ struct AuditTotals {
 
 AuditTotals CountRows(const AuditReport& report);
 
+// One line for whoever watches: the name, made harmless; "nobody" where the row names none.
+std::string RunName(const RowAudit& audit);
+// "sound", "unsound: seal is not the tape's", "could not look: published key".
+std::string VerdictLine(const RowAudit& audit);
+// As runs are listed to be watched: sound ones first, and of equal standing as the board ranks.
+bool WatchedAbove(const RowAudit& a, const RowAudit& b);
+
 // What the program ends with: 0 when all is sound, 1 when something is not, else 2 when something could not
 // be looked at.
 int ExitCode(const AuditReport& report);

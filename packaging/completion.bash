@@ -2,7 +2,7 @@
 _brickfall() {
     local word=$2 before=$3
     case $before in
-        --file|--save|--keep|--export|--poster) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+        --file|--save|--keep|--export|--poster|--page) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         --frames) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
         --week) mapfile -t COMPREPLY < <(compgen -W "$(date -u +%G-W%V)" -- "$word") ;;
         *) mapfile -t COMPREPLY < <(compgen -W "$("$1" --help 2>/dev/null | grep -oE -- '--[a-z-]+' | sort -u)" -- "$word") ;;

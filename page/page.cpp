@@ -86,9 +86,9 @@ std::string WhyNoPages() {
     return Module().empty() ? "this build makes no pages: it was made without a Clang for wasm32-wasi" : "";
 }
 
-std::string MakePage(const std::string& title, std::span<const PageRun> runs) {
+std::string MakePage(const std::string& title, std::span<const PageRun> runs, const std::string& report) {
     if (runs.empty() || Module().empty()) return {};
-    json data = {{"title", title}, {"runs", json::array()}};
+    json data = {{"title", title}, {"report", report}, {"runs", json::array()}};
     for (const PageRun& run : runs) data["runs"].push_back(RunJson(run));
     const std::string style = ColorRules() + std::string(PageStyle());
     const std::string script(PageScript());

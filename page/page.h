@@ -22,8 +22,8 @@ struct PageRun {
 // Empty where this build can make pages, else why not.
 std::string WhyNoPages();
 
-// `title` stands over the list, where there are several runs. Empty without a run, and where no pages can be
-// made.
-std::string MakePage(const std::string& title, std::span<const PageRun> runs);
+// `title` stands over the list, where there are several runs; `report`, lines of whoever has judged them,
+// below all. Empty without a run, and where no pages can be made.
+std::string MakePage(const std::string& title, std::span<const PageRun> runs, const std::string& report = {});
 
 }  // namespace brickfall

@@ -261,6 +261,7 @@
   document.addEventListener('keydown', event => {
     const name = keys[event.key];
     if (!name || !shown || !shown.replay.plays || event.ctrlKey || event.altKey || event.metaKey) return;
+    if (event.target === at('report')) return;  // it scrolls
     if (event.key === ' ' && event.target instanceof HTMLButtonElement) return;  // it presses the button
     event.preventDefault();
     act(name);
@@ -287,6 +288,8 @@
     show(at('title'), data.title);
     at('list').hidden = false;
   }
+  show(at('report'), data.report);
+  at('told').hidden = data.report === '';
   choose(0);
   document.documentElement.dataset.ready = 'yes';
   requestAnimationFrame(frame);

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "audit/report.h"
 #include "base/text.h"
 #include "cabinet/theme.h"
 #include "viewer/scene.h"
@@ -33,7 +34,7 @@ void PaintAbout(Canvas& canvas, const WatchedRun& run, int left) {
         y += height;
     };
     const RowAudit& audit = run.audit;
-    line(RunName(run), theme.font_title, kTextColor, 44);
+    line(RunName(run.audit), theme.font_title, kTextColor, 44);
     line("Recorded score  " + Grouped(audit.score), theme.font_body, kTextColor, 26);
     if (audit.ts > 0) line(UtcText(audit.ts), theme.font_body, kMutedColor, 26);
     const Color color = audit.Status() == AuditStatus::kSound ? kAccentColor : kWarnColor;

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "audit/display_text.h"
+#include "audit/page_content.h"
+#include "audit/report.h"
 #include "base/build_number.h"
 #include "base/clock.h"
 #include "base/files.h"
@@ -152,13 +154,7 @@ int WritePage(const ViewOptions& options) {
     if (!loaded.note.empty()) Fail(loaded.note);
     std::vector<PageRun> runs;
     for (const WatchedRun& run : loaded.runs) {
-        runs.push_back({.name = RunName(run),
-                        .txid = run.audit.txid,
-                        .verdict = VerdictLine(run.audit),
-                        .recorded = UtcText(run.audit.ts),
-                        .score = run.audit.score,
-                        .tape = run.tape_text,
-                        .seal = run.seal});
+        runs.push_back(MakePageRun(run.audit, run.tape_text, run.seal));
     }
     if (!ReplaceFile(options.page, MakePage(loaded.title, runs))) return Fail("cannot write " + options.page);
     return 0;

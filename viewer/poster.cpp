@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "audit/report.h"
 #include "base/text.h"
 #include "cabinet/face_drawing.h"
 #include "cabinet/images.h"
@@ -74,7 +75,7 @@ void PaintPoster(Canvas& canvas, OpenRun& open) {
 
     const int code_side = 168;
     const int right = audit.txid.empty() ? kPosterSize.w - kEdge : kPosterSize.w - kEdge - code_side - 24;
-    const std::string name = RunName(open.run);
+    const std::string name = RunName(open.run.audit);
     const std::string score = Grouped(audit.score);
     canvas.Text(FromEdges(kEdge, 84, right, 144), name,
                 FittedFont(&Theme::font_large, name, (right - kEdge) / 2), kTextColor, AlignX::kLeft,

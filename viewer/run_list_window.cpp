@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "audit/report.h"
 #include "base/text.h"
 #include "cabinet/controls.h"
 #include "cabinet/face_drawing.h"
@@ -68,7 +69,7 @@ void PaintRow(Canvas& canvas, const WatchedRun& run, const ButtonState& state) {
         canvas.Text(FromEdges(left, 0, right, size.h), what, font, color, align, AlignY::kCentre,
                     /*ellipsis=*/true);
     };
-    cell(60, 230, RunName(run), theme.font_button, text, AlignX::kLeft);
+    cell(60, 230, RunName(run.audit), theme.font_button, text, AlignX::kLeft);
     cell(236, 346, Grouped(run.audit.score), theme.font_mono, text, AlignX::kRight);
     cell(362, 500, LengthText(run), theme.font_small, kMutedColor, AlignX::kLeft);
     cell(506, size.w - 10, VerdictLine(run.audit), theme.font_small, ColorOf(run.audit.Status()),
@@ -88,8 +89,8 @@ void LayOutList() {
             continue;
         }
         const WatchedRun& run = runs[FirstRow() + i];
-        const std::string spoken = RunName(run) + ", " + Grouped(run.audit.score) + ", " + LengthText(run) +
-                                   ", " + VerdictLine(run.audit);
+        const std::string spoken = RunName(run.audit) + ", " + Grouped(run.audit.score) + ", " +
+                                   LengthText(run) + ", " + VerdictLine(run.audit);
         CreateButton(viewer.list, id, {20, kTop + static_cast<int>(i) * kRowStep, client.w - 40, kRowHeight},
                      spoken, theme.font_button);
         EnableWindowControl(viewer.list, id, run.tape.has_value());

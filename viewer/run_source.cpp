@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "audit/display_text.h"
+#include "audit/report.h"
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/foreign_json.h"
@@ -39,18 +40,6 @@ WatchedRun MakeRun(const Evidence& evidence, RowAudit audit) {
     return run;
 }
 
-int Standing(const WatchedRun& run) {
-    switch (run.audit.Status()) {
-        case AuditStatus::kSound:
-            return 0;
-        case AuditStatus::kCouldNotLook:
-            return 1;
-        case AuditStatus::kUnsound:
-            return 2;
-    }
-    return 2;
-}
-
 // Judges all that is known and keeps what was asked for.
 void TakeRuns(const SavedEvidence& saved, LoadedRuns& loaded) {
     const std::size_t threads = std::max(std::thread::hardware_concurrency(), 1u);
@@ -59,10 +48,7 @@ void TakeRuns(const SavedEvidence& saved, LoadedRuns& loaded) {
         if (!audits[i].has_row) continue;
         loaded.runs.push_back(MakeRun(saved.evidence[i], std::move(audits[i])));
     }
-    std::stable_sort(loaded.runs.begin(), loaded.runs.end(), [](const WatchedRun& a, const WatchedRun& b) {
-        if (Standing(a) != Standing(b)) return Standing(a) < Standing(b);
-        return RanksAbove(a.audit, b.audit);
-    });
+    std::ranges::stable_sort(loaded.runs, WatchedAbove, &WatchedRun::audit);
 }
 
 // A row as the cabinet writes one; nothing of its transaction is known.
@@ -162,24 +148,6 @@ LoadedRuns LoadRuns(const RunSource& source, const AuditProgress& progress) {
     }
     if (!loaded.error.empty()) loaded.runs.clear();
     return loaded;
-}
-
-std::string RunName(const WatchedRun& run) {
-    const std::string& said = run.audit.handle;
-    const std::string name = SafeText(said.substr(0, said.find('@')), kNameColumns);
-    return name.empty() ? "nobody" : name;
-}
-
-std::string VerdictLine(const RowAudit& audit) {
-    switch (audit.Status()) {
-        case AuditStatus::kSound:
-            return "sound";
-        case AuditStatus::kUnsound:
-            return std::string("unsound: ") + VerdictText(audit.findings.front().verdict);
-        case AuditStatus::kCouldNotLook:
-            return std::string("could not look: ") + audit.not_looked.front().what;
-    }
-    return "";
 }
 
 }  // namespace brickfall

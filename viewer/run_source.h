@@ -45,9 +45,4 @@ RunSource SourceOf(std::string_view argument);
 
 LoadedRuns LoadRuns(const RunSource& source, const AuditProgress& progress);
 
-// One line for whoever watches: the name, made harmless; "nobody" where the row names none.
-std::string RunName(const WatchedRun& run);
-// "sound", "unsound: seal is not the tape's", "could not look: published key".
-std::string VerdictLine(const RowAudit& audit);
-
 }  // namespace brickfall

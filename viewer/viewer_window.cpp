@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "audit/report.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/workers.h"
@@ -105,7 +106,7 @@ std::string TimeText() {
     const Course& course = viewer.shown->course;
     std::string text = PlayedText(viewer.transport.TickMs(), true) + " of " +
                        PlayedText(course.LengthMs(), true) + ", speed " + viewer.transport.SpeedText();
-    if (viewer.ghost) text += ", with the run of " + RunName(viewer.ghost->run) + " in outlines";
+    if (viewer.ghost) text += ", with the run of " + RunName(viewer.ghost->run.audit) + " in outlines";
     return text;
 }
 
@@ -175,9 +176,10 @@ void PaintHeader(Canvas& canvas) {
     row.pay_addr = audit.pay_addr;
     DrawFace(canvas, kSide, 16, FaceKey(row));
     const int right = canvas.Extent().w - kSide;
-    canvas.Text(FromEdges(68, 8, right, 40),
-                RunName(run) + "   " + Grouped(audit.score) + (audit.ts > 0 ? "   " + UtcText(audit.ts) : ""),
-                theme.font_title, kTextColor, AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
+    canvas.Text(
+        FromEdges(68, 8, right, 40),
+        RunName(run.audit) + "   " + Grouped(audit.score) + (audit.ts > 0 ? "   " + UtcText(audit.ts) : ""),
+        theme.font_title, kTextColor, AlignX::kLeft, AlignY::kCentre, /*ellipsis=*/true);
     const Color color = audit.Status() == AuditStatus::kSound     ? kAccentColor
                         : audit.Status() == AuditStatus::kUnsound ? kWarnColor
                                                                   : kGoldColor;

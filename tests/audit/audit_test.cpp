@@ -199,6 +199,8 @@ TEST(Audit, EndsWithWhatItHasFound) {
     EXPECT_EQ(run({"--all", "--week", "2026-W40"}), 2);
     EXPECT_EQ(run({"--wek"}), 2);
     EXPECT_EQ(run({"--check", "--json"}), 2);
+    EXPECT_EQ(run({"--page"}), 2);
+    EXPECT_EQ(run({"--check", "--page", folder.Path() + "/page"}), 2);
 }
 
 TEST(Audit, AsksEachServiceWhetherItIsThere) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "audit/evidence_file.h"
 #include "cabinet/theme.h"
 #include "messages/row.h"
 #include "platform/window.h"
@@ -135,6 +136,49 @@ TEST(Page, TakesTextOfStrangersForTextAndLoadsNothing) {
             << attempt;
     }
     EXPECT_EQ(browser.Evaluate("typeof hit"), "undefined");
+}
+
+TEST(Page, ShowsTheAuditorsReportAndTheSettlementAsText) {
+    NEEDS_PAGES_AND_BROWSER();
+    const TempFolder folder;
+    HeadlessBrowser browser;
+    const std::string hostile = "<img src=x onerror=hit=1>";
+    RecordedRun bent("bob", 2, 2'000);
+    bent.row["handle"] = hostile;  // unsigned
+    SavedEvidence saved;
+    for (const RecordedRun& run : {RecordedRun("ada"), bent}) {
+        saved.evidence.push_back(run.Make());
+        saved.pot.transactions.push_back(saved.evidence.back().entry_transaction);
+    }
+    saved.judged = saved.evidence.size();
+    saved.all_rows_listed = saved.pot.all_listed = true;
+    saved.pot.week_start = kTestWeek;
+    const std::string file = folder.Path() + "/week.json", made = folder.Path() + "/made.html";
+    const auto audit = [&] {
+        ASSERT_TRUE(WriteFile(file, WriteEvidence(saved)));
+        ChildProcess program(BRICKFALL_BINARY_DIR "/cabinet/brickfall-audit",
+                             {"--file", file, "--page", made});
+        ASSERT_EQ(program.Wait(), 1);
+        browser.Open(made);
+    };
+    audit();
+    EXPECT_EQ(browser.TextOf("name"), "ada");
+    EXPECT_EQ(browser.Evaluate("[document.querySelectorAll('#runs button').length, told.hidden].join()"),
+              "2,false");
+    std::string report = browser.TextOf("report");
+    const std::string week = kTestWeekLabel;
+    for (const std::string& line : std::vector<std::string>{
+             "2 rows: 1 sound, 1 unsound", "Settlement of " + week, "from 2 entries",
+             "pay to    " + MakePlayer("ada").pay_addr, "not sound: signature wrong", "(" + hostile + ", "}) {
+        EXPECT_NE(report.find(line), std::string::npos) << line << "\n" << report;
+    }
+    EXPECT_EQ(browser.Evaluate("[typeof hit, document.images.length].join()"), "undefined,0");
+
+    saved.all_rows_listed = false;
+    audit();
+    report = browser.TextOf("report");
+    EXPECT_NE(report.find("No settlement of " + week + ": not every record is listed."), std::string::npos)
+        << report;
 }
 
 TEST(Page, ObeysKeysAsTheWindowDoes) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "audit/evidence_file.h"
+#include "audit/report.h"
 #include "base/files.h"
 #include "messages/row.h"
 #include "tests/support/child_process.h"
@@ -33,7 +34,7 @@ TEST(RunSource, ReadsRowsAndTransactionsAndJudgesThem) {
 
     const LoadedRuns row = LoadText(folder, DumpRow(good.row));
     ASSERT_EQ(row.runs.size(), 1u) << row.error;
-    EXPECT_EQ(RunName(row.runs[0]), "ada");
+    EXPECT_EQ(RunName(row.runs[0].audit), "ada");
     EXPECT_TRUE(row.runs[0].tape.has_value());
     EXPECT_EQ(VerdictLine(row.runs[0].audit), "could not look: published key");
 
@@ -42,10 +43,10 @@ TEST(RunSource, ReadsRowsAndTransactionsAndJudgesThem) {
     saved.judged = 3;
     const LoadedRuns board = LoadText(folder, WriteEvidence(saved));
     ASSERT_EQ(board.runs.size(), 3u) << board.error;
-    EXPECT_EQ(RunName(board.runs[0]), "ada") << "a sound run comes before a higher score that is none";
+    EXPECT_EQ(RunName(board.runs[0].audit), "ada") << "a sound run comes before a higher score that is none";
     EXPECT_EQ(VerdictLine(board.runs[0].audit), "sound");
     EXPECT_EQ(VerdictLine(board.runs[1].audit), "unsound: replayed score differs");
-    EXPECT_EQ(RunName(board.runs[2]), "bob");
+    EXPECT_EQ(RunName(board.runs[2].audit), "bob");
     EXPECT_NE(board.runs[2].fault, TapeFault::kNone);
 
     const json raw = {HexEncode(good.Make().transaction.raw)};
@@ -68,7 +69,7 @@ TEST(RunSource, SaysInOneLineWhatIsNoRun) {
     const LoadedRuns bare = LoadText(folder, R"({"type":"arcade_score","tape":"zz"})");
     ASSERT_EQ(bare.runs.size(), 1u);
     EXPECT_FALSE(bare.runs[0].tape.has_value());
-    EXPECT_EQ(RunName(bare.runs[0]), "nobody");
+    EXPECT_EQ(RunName(bare.runs[0].audit), "nobody");
 
     const std::string program = BRICKFALL_BINARY_DIR "/cabinet/brickfall-view";
     for (const std::string& file : {folder.Path() + "/not there", folder.Path()}) {
