@@ -97,6 +97,8 @@ class Stage {
     std::set<std::string> payments_before_;
     std::map<std::string, Submission> submissions_;  // of this step, by id
     std::set<std::string> told_ids_;                 // of payments of which a success has been told
+    std::set<std::string> handed_before_;            // ids of what earlier steps have handed in
+    std::map<PaymentKind, int64_t> begun_, made_;    // clicks and payments, of all steps
     std::vector<Mark> marks_;
     std::map<std::size_t, std::set<std::string>> promised_;    // by wallet
     std::map<std::string, std::set<std::string>> told_spent_;  // by a wallet's id
@@ -125,6 +127,7 @@ void Stage::SetFaults(const Step& step) {
 void Stage::Play(const Step& step) {
     SetFaults(step);
     world_.Box().ClearRequests();
+    for (const auto& [txid, submission] : submissions_) handed_before_.insert(txid);
     payments_before_.clear();
     for (const Payment& payment : books_.Payments()) payments_before_.insert(payment.txid);
     began_ms_ = world_.PassedMs();
@@ -300,7 +303,9 @@ void Stage::CheckPayments(const Step& step, const std::vector<Answer>& answers) 
     for (const Payment& payment : books_.Payments()) {
         if (payments_before_.contains(payment.txid)) continue;
         fresh.insert(payment.txid);
-        ++made[payment.kind];
+        ++made_[payment.kind];
+        // A service may take what an earlier click has handed in after it has said that it failed.
+        if (!handed_before_.contains(payment.txid)) ++made[payment.kind];
         Require(payment.kind != PaymentKind::kRecord || !recorded_runs_.contains(payment.run),
                 "a score is recorded twice: " + payment.txid);
     }
@@ -313,6 +318,8 @@ void Stage::CheckPayments(const Step& step, const std::vector<Answer>& answers) 
             ++done;
             CheckSuccess(click, answer, fresh);
         }
+        begun_[click.kind] += begun;
+        Require(made_[click.kind] <= begun_[click.kind], "more payments than clicks");
         Require(made[click.kind] <= begun,
                 std::to_string(made[click.kind]) + " payments for " + std::to_string(begun) + " clicks");
         Require(!Calm() || made[click.kind] == done,
