@@ -1,8 +1,11 @@
 #include "page/page.h"
 
+#include <zlib.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
@@ -12,6 +15,7 @@
 #include "cabinet/theme.h"
 #include "game/input_tape.h"
 #include "page/embedded.h"
+#include "page/tape_columns.h"
 #include "wallet/protocol/encodings.h"
 #include "wallet/protocol/hashes.h"
 
@@ -44,12 +48,23 @@ std::string ColorRules() {
     return rules + "}";
 }
 
+// As a browser unpacks it by itself, in characters of a page.
+std::string Packed(std::span<const uint8_t> bytes) {
+    uLongf size = ::compressBound(static_cast<uLong>(bytes.size()));
+    std::vector<uint8_t> packed(size);
+    if (::compress2(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size()),
+                    Z_BEST_COMPRESSION) != Z_OK)
+        throw std::bad_alloc();  // it has no other reason, with that much room
+    packed.resize(size);
+    return Base64Encode(packed);
+}
+
 json RunJson(const PageRun& run) {
     std::vector<uint8_t> tape;
     const bool decodes = !run.tape.empty() && HexToBytes(NormalizeHex(run.tape), tape);
-    return {{"name", run.name},         {"txid", run.txid},       {"verdict", run.verdict},
-            {"recorded", run.recorded}, {"score", run.score},     {"tape", Base64Encode(tape)},
-            {"decodes", decodes},       {"seal", Lower(run.seal)}};
+    return {{"name", run.name},         {"txid", run.txid},   {"verdict", run.verdict},
+            {"recorded", run.recorded}, {"score", run.score}, {"tape", Packed(TapeToColumns(tape))},
+            {"bytes", tape.size()},     {"decodes", decodes}, {"seal", Lower(run.seal)}};
 }
 
 // JSON that can stand in a script element: in it no "<" opens anything.
@@ -88,7 +103,8 @@ std::string WhyNoPages() {
 
 std::string MakePage(const std::string& title, std::span<const PageRun> runs, const std::string& report) {
     if (runs.empty() || Module().empty()) return {};
-    json data = {{"title", title}, {"report", report}, {"runs", json::array()}};
+    json data = {
+        {"title", title}, {"report", report}, {"module_bytes", Module().size()}, {"runs", json::array()}};
     for (const PageRun& run : runs) data["runs"].push_back(RunJson(run));
     const std::string style = ColorRules() + std::string(PageStyle());
     const std::string script(PageScript());
@@ -98,7 +114,7 @@ std::string MakePage(const std::string& title, std::span<const PageRun> runs, co
     const std::pair<std::string_view, std::string> parts[] = {{"@POLICY@", policy},
                                                               {"@STYLE@", style},
                                                               {"@DATA@", ScriptSafe(data)},
-                                                              {"@MODULE@", Base64Encode(AsBytes(Module()))},
+                                                              {"@MODULE@", Packed(AsBytes(Module()))},
                                                               {"@SCRIPT@", script}};
     return FillIn(PageTemplate(), parts);
 }

@@ -5,6 +5,21 @@
   const at = id => document.getElementById(id);
   const data = JSON.parse(at('data').textContent);
   const bytesOf = base64 => Uint8Array.from(atob(base64), c => c.charCodeAt(0));
+  // What unpacks to anything but as many bytes is damaged. No row holds a tape of two megabytes.
+  const unpacked = async (base64, size) => {
+    const damaged = new Error('what is packed in this page is damaged');
+    if (size > 2 << 20) throw damaged;
+    const whole = new Uint8Array(size);
+    const parts = new Blob([bytesOf(base64)]).stream().pipeThrough(new DecompressionStream('deflate')).getReader();
+    let filled = 0;
+    for (let part = await parts.read(); !part.done; part = await parts.read()) {
+      if (part.value.length > size - filled) throw damaged;
+      whole.set(part.value, filled);
+      filled += part.value.length;
+    }
+    if (filled < size) throw damaged;
+    return whole;
+  };
   const show = (element, text) => { if (element.textContent !== text) element.textContent = text; };
   const number = n => n.toLocaleString('en-GB');
 
@@ -79,22 +94,38 @@
   // The C library names these; nothing writes to a file here.
   const noFiles = { fd_close: () => 52, fd_seek: () => 52, fd_write: () => 52 };
 
+  const done = () => { document.documentElement.dataset.ready = 'yes'; };
+  show(at('report'), data.report);
+  at('told').hidden = data.report === '';
+  if (!window.DecompressionStream) {
+    show(at('findings'), 'This browser is too old to unpack what is in this page. Chromium can from version 80 on, ' +
+                         'Firefox from 113, Safari from 16.4.');
+    return done();
+  }
   try {
-    const module = await WebAssembly.instantiate(bytesOf(at('module').textContent),
+    const module = await WebAssembly.instantiate(await unpacked(at('module').textContent, data.module_bytes),
                                                  { page, wasi_snapshot_preview1: noFiles });
     game = module.instance.exports;
     game._initialize();
   } catch (why) {
-    return show(at('findings'), 'This browser cannot run the simulation: ' + why.message);
+    show(at('findings'), 'This browser cannot run the simulation: ' + why.message);
+    return done();
   }
 
   // ---- What a run is found to be.
 
+  const put = bytes => {
+    const place = game.room(bytes.length);  // makes the memory larger at times, which is another buffer then
+    new Uint8Array(game.memory.buffer, place, bytes.length).set(bytes);
+  };
   const opened = run => {
-    const tape = bytesOf(run.tape);
-    const place = game.room(tape.length);
-    new Uint8Array(game.memory.buffer, place, tape.length).set(tape);
+    put(run.tape);
     return game.open() !== 0;
+  };
+  const tapeOf = async run => {
+    put(await unpacked(run.tape, run.bytes));
+    const place = game.gather();
+    return new Uint8Array(game.memory.buffer.slice(place, place + run.bytes));
   };
 
   const sealOf = async run => {
@@ -103,7 +134,7 @@
       return { good: null, text: 'Seal: not looked at. This browser computes no SHA-256 for a page that was opened this way; ' +
                                  'from a file or over https it does.' };
     }
-    const digest = new Uint8Array(await crypto.subtle.digest('SHA-256', bytesOf(run.tape)));
+    const digest = new Uint8Array(await crypto.subtle.digest('SHA-256', run.tape));
     const seal = [...digest].map(byte => byte.toString(16).padStart(2, '0')).join('');
     return seal === run.seal
       ? { good: true, text: 'The seal is right: SHA-256 of the tape is ' + seal + '.' }
@@ -133,8 +164,14 @@
   };
 
   for (const run of data.runs) {
-    run.replay = replayOf(run);
-    run.found = await sealOf(run);
+    run.tape = await tapeOf(run).catch(() => null);
+    if (run.tape) {
+      run.replay = replayOf(run);
+      run.found = await sealOf(run);
+    } else {
+      run.replay = { plays: false, good: false, text: 'This page is damaged: its tape of this run cannot be unpacked.' };
+      run.found = { good: false, text: 'So there is nothing that the seal could be of.' };
+    }
     run.good = run.replay.good === false || run.found.good === false ? false
       : run.replay.good === null || run.found.good === null ? null : true;
   }
@@ -288,9 +325,7 @@
     show(at('title'), data.title);
     at('list').hidden = false;
   }
-  show(at('report'), data.report);
-  at('told').hidden = data.report === '';
   choose(0);
-  document.documentElement.dataset.ready = 'yes';
+  done();
   requestAnimationFrame(frame);
 })();

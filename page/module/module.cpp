@@ -9,6 +9,7 @@
 
 #include "cabinet/theme.h"
 #include "page/module/browser_canvas.h"
+#include "page/tape_columns.h"
 #include "viewer/scene.h"
 #include "viewer/transport.h"
 
@@ -34,9 +35,15 @@ GameState Now() { return player.course->At(player.transport.TickMs()); }
 
 }  // namespace
 
-// Where the script puts the bytes of a tape, before Open.
+// Where the script puts the bytes of a tape, before Open, or its columns, before Gather.
 TO_PAGE("room") uint8_t* Room(std::size_t size) {
     player.tape.assign(size, 0);
+    return player.tape.data();
+}
+
+// The tape's bytes, as many as there were in its columns.
+TO_PAGE("gather") const uint8_t* Gather() {
+    player.tape = ColumnsToTape(player.tape);
     return player.tape.data();
 }
 

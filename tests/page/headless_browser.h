@@ -37,6 +37,12 @@ class HeadlessBrowser {
             {{"width", w}, {"height", h}, {"deviceScaleFactor", 1}, {"mobile", false}});
     }
 
+    // In front of every page's own scripts.
+    void BeforeScripts(const std::string& statement) {
+        Ask("Page.enable", nlohmann::json::object());
+        Ask("Page.addScriptToEvaluateOnNewDocument", {{"source", statement}});
+    }
+
     // Until the page's own script says that it is ready.
     void Open(const std::string& path) {
         Ask("Page.navigate", {{"url", "file://" + path}});

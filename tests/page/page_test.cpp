@@ -3,13 +3,16 @@
 #include "page/page.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck.h>
 
 #include <cstdlib>
+#include <random>
 #include <vector>
 
 #include "audit/evidence_file.h"
 #include "cabinet/theme.h"
 #include "messages/row.h"
+#include "page/tape_columns.h"
 #include "platform/window.h"
 #include "tests/page/headless_browser.h"
 #include "tests/support/recorded_run.h"
@@ -45,10 +48,14 @@ InputTape TapeOf(const PageRun& run) {
     return tape;
 }
 
-void OpenPage(HeadlessBrowser& browser, const TempFolder& folder, const std::vector<PageRun>& runs) {
+void OpenText(HeadlessBrowser& browser, const TempFolder& folder, const std::string& page) {
     const std::string path = folder.Path() + "/page.html";
-    ASSERT_TRUE(WriteFile(path, MakePage("The week", runs)));
+    ASSERT_TRUE(WriteFile(path, page));
     browser.Open(path);
+}
+
+void OpenPage(HeadlessBrowser& browser, const TempFolder& folder, const std::vector<PageRun>& runs) {
+    OpenText(browser, folder, MakePage("The week", runs));
 }
 
 // The page's script paints with the next frame.
@@ -110,6 +117,40 @@ TEST(Page, FindsWhatARunIsAndWhereABentOneFails) {
                                        ".replaceAll(',', '')")
                                    .get<std::string>();
     EXPECT_EQ(digits, std::to_string(twice.tick_ms / kTickMs));
+
+    // What does not unpack to what the page says is damaged, and the other runs are not.
+    const std::string page = MakePage("", std::vector<PageRun>(4, sound));
+    const std::string bytes = "\"bytes\":";
+    std::size_t at = 0;
+    std::string bent;
+    for (const std::string_view size : {"1", "2097152", "4294967296"}) {
+        const std::size_t digits_at = page.find(bytes, at) + bytes.size();
+        bent.append(page, at, digits_at - at).append(size);
+        at = page.find_first_not_of("0123456789", digits_at);
+    }
+    OpenText(browser, folder, bent.append(page, at));
+    for (int i = 0; i < 4; ++i) {
+        browser.Evaluate("document.querySelectorAll('#runs button')[" + std::to_string(i) + "].click()");
+        EXPECT_EQ(browser.TextOf("findings").find("This page is damaged") == 0, i < 3)
+            << browser.TextOf("findings");
+    }
+    browser.BeforeScripts("delete window.DecompressionStream");
+    OpenPage(browser, folder, {sound});
+    EXPECT_NE(browser.TextOf("findings").find("too old to unpack"), std::string::npos);
+}
+
+TEST(TapeColumns, GiveBackWhateverBytesThereWere) {
+    EXPECT_TRUE(rc::check([](const std::vector<uint8_t>& tape) {
+        const std::vector<uint8_t> columns = TapeToColumns(tape);
+        RC_ASSERT(columns.size() == tape.size());
+        RC_ASSERT(ColumnsToTape(columns) == tape);
+    }));
+    // Two events, 3 and 300 ticks after the one before, and a byte that is none.
+    const std::vector<uint8_t> tape = {1, 3, 32, 0, 32,   0,    2, 0, 0, 0, 48,
+                                       0, 0, 0,  7, 0xF0, 0x12, 0, 0, 9, 5};
+    EXPECT_EQ(TapeToColumns(tape), std::vector<uint8_t>({1, 3,         32, 0, 32, 0, 2, 0, 0, 0,  //
+                                                         3, 300 - 256, 0,  1, 0,  0, 0, 0, 7, 9,  //
+                                                         5}));
 }
 
 TEST(Page, TakesTextOfStrangersForTextAndLoadsNothing) {
@@ -268,6 +309,23 @@ TEST(Page, PaintsWhatTheDesktopPaints) {
     DropTheme();
 }
 
+// Presses at random, eight a second, as many as a tape holds: near seven hours of them.
+InputTape FullTape() {
+    std::minstd_rand random;
+    InputTape tape;
+    ResetTape(tape, 32, 32);
+    uint64_t now_ms = 0;
+    bool held[2] = {};
+    while (tape.events.size() < kTapeMaxEvents) {
+        now_ms += random() % 17 * kTickMs;
+        const auto key = random() % 2;
+        held[key] = !held[key];
+        const uint8_t down[] = {kInputLeftDown, kInputRightDown}, up[] = {kInputLeftUp, kInputRightUp};
+        AppendEvent(tape, now_ms, held[key] ? down[key] : up[key]);
+    }
+    return tape;
+}
+
 TEST(Page, DragsThroughAnHour) {
     NEEDS_PAGES_AND_BROWSER();
     const TempFolder folder;
@@ -275,9 +333,16 @@ TEST(Page, DragsThroughAnHour) {
     int64_t score = 0;
     const InputTape tape = PlayedTape(3'600'000 / kTickMs, 9, score);
     const PageRun run = RunOf(RecordedRun("ada", tape, score));
-    EXPECT_LT(MakePage("", {{run}}).size(), kLargestPage);
-    OpenPage(browser, folder, {run});
+    PageRun full = run;
+    full.tape = TapeToHex(FullTape());
+    full.seal = TapeHash(full.tape);
+    EXPECT_LT(MakePage("", {{full}}).size(), kLargestPage);
+    OpenPage(browser, folder, {full, run});
+    EXPECT_NE(browser.TextOf("findings").find("The tape is full at the score 0"), std::string::npos);
+    EXPECT_NE(browser.TextOf("findings").find("The seal is right"), std::string::npos);
+    browser.Evaluate("document.querySelectorAll('#runs button')[1].click()");
     EXPECT_EQ(browser.TextOf("summary"), "This run is what its row says.");
+    EXPECT_LT(MakePage("", {{run}}).size(), kLargestPage / 4);
     Replay replay(tape);
     const uint64_t length_ms = tape.events.back().tick_ms;
     for (uint64_t i = 0; i <= 60; ++i) {
