@@ -28,7 +28,8 @@ extern const char* const kReportOracleAddress;
 struct ConnectRoute {
     std::string connect_to;   // in libcurl's CURLOPT_CONNECT_TO form, such as "::127.0.0.1:8443"
     std::string ca_file;      // PEM file of the only trusted authority
-    int timeout_divisor = 1;  // time-outs are divided by it; tests of slow services need not wait in full
+    int timeout_divisor = 1;  // time-outs are divided by it, so that tests of slow services need not wait in
+                              // full; 0: none, however busy the machine is
 };
 
 ConnectRoute CurrentConnectRoute();

@@ -155,6 +155,7 @@ Reply Perform(const std::string& url, const RequestOptions& options, BodySink& s
         ready = ready && curl_easy_setopt(handle.get(), option, value) == CURLE_OK;
     };
     const auto set_timeout = [&](CURLoption in_seconds, CURLoption in_ms, int seconds) {
+        if (route.timeout_divisor == 0) return;
         if (route.timeout_divisor > 1) {
             set(in_ms, DividedMs(seconds, route.timeout_divisor));
         } else {

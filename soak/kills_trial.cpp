@@ -229,6 +229,7 @@ KillsOutcome KillsTrial::Act(const char* mode) {
         if (line.contains("counts")) outcome.counts = line["counts"].get<std::vector<uint64_t>>();
     }
     outcome.exit = child.Wait();
+    box_.WaitUntilIdle();  // what a program has sent is dealt with though it was killed
     return outcome;
 }
 

@@ -26,7 +26,8 @@ namespace brickfall::soak {
 namespace {
 
 constexpr int kClicksACourse = 16;
-// Which of two processes at once comes first is not drawn: what fails may do so only now and then.
+// Which of two processes or requests at once comes first is not drawn: what fails may do so only now and
+// then.
 constexpr int kTries = 3;
 
 struct Totals {

@@ -119,6 +119,7 @@ std::vector<json> World::Ask(const std::vector<std::size_t>& cabinets, json comm
         slept = std::max(slept, answers.back().at("slept").get<int64_t>());
     }
     passed_ms_ += slept;
+    box_->WaitUntilIdle();
     return answers;
 }
 

@@ -27,7 +27,7 @@ const std::vector<WalletPlan>& Wallets();
 class World {
   public:
     // `program` is started as a cabinet with "--cabinet FOLDER CONNECT_TO AUTHORITY". Time-outs of whoever
-    // asks a service are divided by `time_divisor`, which may be set anew before each command.
+    // asks a service are divided by `time_divisor`, which may be set anew before each command; 0: none.
     explicit World(std::string program);
 
     sandbox::Sandbox& Box() { return *box_; }
@@ -37,8 +37,9 @@ class World {
 
     // Ends the cabinet's process if one runs, at once, and starts the next.
     nlohmann::json Restart(std::size_t cabinet);
-    // Gives the command to each of the cabinets before the first answer is waited for. Time passes by what
-    // the slowest slept. Throws Violation when a process has ended.
+    // Gives the command to each of the cabinets before the first answer is waited for, and returns when the
+    // services have dealt with all that was asked. Time passes by what the slowest slept. Throws Violation
+    // when a process has ended.
     std::vector<nlohmann::json> Ask(const std::vector<std::size_t>& cabinets, nlohmann::json command);
 
     int64_t UnixSecondsNow() const { return start_ms_ / 1000 + passed_ms_ / 1000; }
@@ -56,7 +57,7 @@ class World {
     void SetAvatar(std::size_t wallet, const std::string& origin);
     void Promise(std::size_t wallet, const std::vector<std::string>& outpoints);  // in the gallery's offers
 
-    int time_divisor = 1;
+    int time_divisor = 0;
 
   private:
     void WriteWallet(std::size_t wallet, const nlohmann::json& document);

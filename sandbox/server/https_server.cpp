@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <list>
 #include <mutex>
@@ -219,12 +220,18 @@ struct HttpsServer::Impl {
     std::unique_ptr<HttpCore> core;
     std::thread acceptor;
     std::list<Connection> connections;  // of the acceptor alone
+    std::mutex open_mutex;              // held while a connection is taken: it waits, or it is counted
+    std::condition_variable nothing_open;
+    int open = 0;  // connections taken and not yet over; guarded by open_mutex
 
     bool Listen(int wanted_port);
     void Accept();
+    Descriptor TakeSocket();
+    void CountOver();
     void TakeConnection();
     void Converse(Connection& connection);
     void JoinDone();
+    void WaitUntilIdle();
     void Stop();
 };
 
@@ -260,8 +267,34 @@ void HttpsServer::Impl::Accept() {
     connections.clear();
 }
 
-void HttpsServer::Impl::TakeConnection() {
+Descriptor HttpsServer::Impl::TakeSocket() {
+    const std::lock_guard lock(open_mutex);
     Descriptor socket(::accept4(listening.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    const int why = errno;
+    if (socket.Get() >= 0) {
+        ++open;
+    } else {
+        nothing_open.notify_all();  // it may have been the last that waited
+    }
+    errno = why;
+    return socket;
+}
+
+void HttpsServer::Impl::CountOver() {
+    const std::lock_guard lock(open_mutex);
+    if (--open == 0) nothing_open.notify_all();
+}
+
+void HttpsServer::Impl::WaitUntilIdle() {
+    std::unique_lock lock(open_mutex);
+    nothing_open.wait(lock, [this] {
+        pollfd waiting = {listening.Get(), POLLIN, 0};
+        return open == 0 && ::poll(&waiting, 1, 0) == 0;
+    });
+}
+
+void HttpsServer::Impl::TakeConnection() {
+    Descriptor socket = TakeSocket();
     if (socket.Get() < 0) {
         // Out of descriptors: the client stays in the backlog until a connection is done.
         if (errno == EMFILE || errno == ENFILE) ::poll(nullptr, 0, kOutOfThreadsMs);
@@ -273,6 +306,7 @@ void HttpsServer::Impl::TakeConnection() {
         connection.thread = std::thread([this, &connection] { Converse(connection); });
     } catch (const std::system_error&) {
         connections.pop_back();  // no thread to be had: the client sees a closed connection
+        CountOver();
     }
 }
 
@@ -286,6 +320,7 @@ void HttpsServer::Impl::Converse(Connection& connection) {
     }
     // The acceptor closes it; other processes may hold copies, so this is what the client notices.
     ::shutdown(connection.socket.Get(), SHUT_RDWR);
+    CountOver();
     connection.done = true;
     Raise(done_event);
 }
@@ -342,5 +377,6 @@ void HttpsServer::Stop() {
 }
 
 int HttpsServer::Port() const { return impl_->port; }
+void HttpsServer::WaitUntilIdle() const { impl_->WaitUntilIdle(); }
 
 }  // namespace brickfall::sandbox

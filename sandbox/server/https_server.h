@@ -53,6 +53,10 @@ class HttpsServer {
 
     int Port() const;  // 0 unless it serves
 
+    // Returns once no connection is open and none waits to be taken, so that every request sent before the
+    // call has been dealt with, even where its client has gone. Not beside Start or Stop.
+    void WaitUntilIdle() const;
+
   private:
     struct Impl;
     std::unique_ptr<Impl> impl_;

@@ -102,6 +102,7 @@ bool Sandbox::Start(std::string& error) {
 void Sandbox::Stop() { server_->Stop(); }
 
 int Sandbox::Port() const { return server_->Port(); }
+void Sandbox::WaitUntilIdle() const { server_->WaitUntilIdle(); }
 std::string Sandbox::ConnectTo() const { return "::127.0.0.1:" + std::to_string(Port()); }
 std::string Sandbox::CaFile() const { return AuthorityFile(state_->options.folder); }
 

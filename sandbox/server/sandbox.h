@@ -24,6 +24,10 @@ class Sandbox : public Operations {
     std::string ConnectTo() const;  // for the deployment's route: "::127.0.0.1:PORT"
     std::string CaFile() const;     // PEM
 
+    // Returns once every request sent before the call has been dealt with, even where its client has gone.
+    // Not beside Start or Stop.
+    void WaitUntilIdle() const;
+
   private:
     const std::unique_ptr<HttpsServer> server_;
 };
