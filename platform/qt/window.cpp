@@ -162,7 +162,7 @@ void SetFullScreen(WindowId window, bool on) {
 
 bool IsFullScreen(WindowId window) {
     const WindowWidget* const widget = FindWindow(window);
-    return widget != nullptr && widget->isFullScreen();
+    return widget != nullptr && widget->FullScreen();
 }
 
 Rect WindowRect(WindowId window) {

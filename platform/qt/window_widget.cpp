@@ -18,8 +18,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int kRestoringMs = 500;  // for what was below the full screen to come back
-constexpr int kQuietMs = 300;      // no move for so long: the user has let go
+constexpr int kQuietMs = 300;  // no move for so long: the user has let go
 constexpr int kFrameLookMs = 50;
 constexpr int kWishLookMs = 250;
 constexpr int kWishTries = 8;
@@ -66,6 +65,9 @@ WindowWidget::WindowWidget(WindowId id, const WindowOptions& options, QWidget* o
     wish_look_.setSingleShot(true);
     wish_look_.setInterval(kWishLookMs);
     connect(&wish_look_, &QTimer::timeout, this, [this] { LookAtWishes(); });
+    state_look_.setSingleShot(true);
+    state_look_.setInterval(kWishLookMs);
+    connect(&state_look_, &QTimer::timeout, this, [this] { LookAtState(); });
     connect(&quiet_, &QTimer::timeout, this, [this] { OnQuiet(); });
     setFocus();
 }
@@ -129,6 +131,7 @@ void WindowWidget::Destroy() {
     }
     quiet_.stop();
     wish_look_.stop();
+    state_look_.stop();
     for (const auto& [number, timer] : timers) timer->stop();
     CloseMessageBoxes(id_);
     Bury(this);
@@ -177,24 +180,46 @@ bool WindowWidget::Framed() const {
 }
 
 bool WindowWidget::Maximized() const {
-    return isFullScreen() ? maximized_below_ : windowState().testFlag(Qt::WindowMaximized);
+    return wanted_full_screen_ || isFullScreen() ? maximized_below_
+                                                 : windowState().testFlag(Qt::WindowMaximized);
 }
+
+bool WindowWidget::FullScreen() const { return wanted_full_screen_.value_or(isFullScreen()); }
 
 void WindowWidget::SetFullScreen(bool on) {
     maximized_below_ = Maximized();
-    full_screen_asked_ = on;
-    if (!on && maximized_below_) left_full_screen_.start();
-    setWindowState(
-        windowState().setFlag(Qt::WindowMaximized, maximized_below_).setFlag(Qt::WindowFullScreen, on));
+    wanted_full_screen_ = on;
+    state_tries_ = kWishTries;
+    AskForState();
 }
 
 // All at once and before it is there: a window manager passes over what is asked for a window that it does
 // not manage yet.
 void WindowWidget::ShowFullScreen(bool maximized_below) {
     maximized_below_ = maximized_below;
-    full_screen_asked_ = true;
-    setWindowState(windowState().setFlag(Qt::WindowMaximized, maximized_below).setFlag(Qt::WindowFullScreen));
+    wanted_full_screen_ = true;
+    state_tries_ = kWishTries;
+    AskForState();
     show();
+}
+
+void WindowWidget::AskForState() {
+    setWindowState(windowState()
+                       .setFlag(Qt::WindowMaximized, maximized_below_)
+                       .setFlag(Qt::WindowFullScreen, *wanted_full_screen_));
+    state_look_.start();
+}
+
+// A window manager tells of states on the way, and of two requests that come at once it may lose one. What it
+// has made of them when it is quiet counts; whether a full screen is maximised too, each has its own mind.
+void WindowWidget::LookAtState() {
+    const bool is_kept = isFullScreen() == *wanted_full_screen_ &&
+                         (isFullScreen() || windowState().testFlag(Qt::WindowMaximized) == maximized_below_);
+    if (gone_ || is_kept || OnWayland() || --state_tries_ <= 0) {
+        wanted_full_screen_.reset();
+    } else {
+        AskForState();
+    }
 }
 
 void WindowWidget::SetClientSize(QSize size) {
@@ -346,13 +371,11 @@ void WindowWidget::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (!top_level_ || event->type() != QEvent::WindowStateChange) return;
     const Qt::WindowStates before = static_cast<QWindowStateChangeEvent*>(event)->oldState();
-    // Of two requests that come at once a manager may lose one.
-    const bool is_lost = left_full_screen_.isValid() && left_full_screen_.elapsed() < kRestoringMs &&
-                         windowState() == Qt::WindowNoState;
-    if (is_lost) QTimer::singleShot(0, this, [this] { setWindowState(Qt::WindowMaximized); });
-    // While a window comes up, its manager may tell of states on the way to the one that was asked for.
-    if (!before.testFlag(Qt::WindowFullScreen) && !full_screen_asked_)
+    if (wanted_full_screen_) {
+        state_look_.start();
+    } else if (!before.testFlag(Qt::WindowFullScreen)) {
         maximized_below_ = before.testFlag(Qt::WindowMaximized);
+    }
     Settle();
 }
 

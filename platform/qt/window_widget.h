@@ -1,7 +1,6 @@
 // window_widget.h - a top-level window or a child window of the cabinet as a widget. Main thread only.
 #pragma once
 
-#include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
 #include <map>
@@ -49,7 +48,8 @@ class WindowWidget : public QWidget {
     void Settle();
     void CheckSize();  // sends kSize if it has changed
     QMargins Frame() const;
-    bool Maximized() const;  // now, or below the full screen
+    bool Maximized() const;   // now, or below the full screen
+    bool FullScreen() const;  // now, or as soon as the window manager has done what was asked for
     void SetFullScreen(bool on);
     void ShowFullScreen(bool maximized_below);
 
@@ -81,6 +81,8 @@ class WindowWidget : public QWidget {
     bool CanBePlaced() const;
     void AskForWishes();
     void LookAtWishes();
+    void AskForState();
+    void LookAtState();
     void PlacedByUser();
     void OnQuiet();
 
@@ -106,11 +108,12 @@ class WindowWidget : public QWidget {
     int wish_tries_ = 0;                    // left, since some place windows as they like
     bool place_seen_ = false;               // the one that it has first, with its frame
     std::optional<QMargins> normal_frame_;  // seen while neither maximised nor minimised
-    bool maximized_below_ = false;          // the full screen; its state leaves that out
-    QElapsedTimer left_full_screen_;        // for a maximised window
-    bool full_screen_asked_ = false;        // by the program, whatever the window manager tells meanwhile
-    QTimer quiet_;                          // runs while the window is moved or sized
-    QRect settled_rect_;                    // where it stood when it was last quiet
+    std::optional<bool> wanted_full_screen_;  // asked for, and not seen yet while all was quiet
+    QTimer state_look_;                       // runs while the window manager changes the state
+    int state_tries_ = 0;                     // left, since some refuse
+    bool maximized_below_ = false;            // the full screen; its state leaves that out
+    QTimer quiet_;                            // runs while the window is moved or sized
+    QRect settled_rect_;                      // where it stood when it was last quiet
 };
 
 }  // namespace brickfall
