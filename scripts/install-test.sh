@@ -56,7 +56,7 @@ set -eu
 set -m  # each program with all that it starts is a group, to be ended as one
 groups=()
 trap 'for group in "${groups[@]}"; do kill -- "-$group" 2>/dev/null || true; done; wait 2>/dev/null || true' EXIT
-Xvfb :7 -screen 0 1600x1400x24 -nolisten tcp >/dev/null 2>&1 &
+Xvfb :7 -noreset -screen 0 1600x1400x24 -nolisten tcp >/dev/null 2>&1 &
 groups+=($!)
 export DISPLAY=:7
 for _ in $(seq 100); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done

@@ -8,6 +8,11 @@
 #include "platform/automation.h"
 
 namespace brickfall {
+namespace {
+
+constexpr char kLookUp[] = "/api/paymail/identity/";
+
+}  // namespace
 
 PaidDesktop::PaidDesktop() {
     ::setenv("BRICKFALL_SANDBOX_CONNECT", services.box.ConnectTo().c_str(), 1);
@@ -22,6 +27,17 @@ PaidDesktop::~PaidDesktop() {
     if (WindowExists(shell.main)) DestroyWindow(shell.main);
     PumpMessages();
 }
+
+void PaidDesktop::FreezeLate() {
+    sandbox::Fault late;
+    late.kind = sandbox::FaultKind::kDelay;
+    late.delay_ms = 1'200;
+    late.path_contains = kLookUp;
+    services.box.AddFault(sandbox::Service::kPaymail, late);
+    services.Reply(sandbox::Service::kPaymail, kLookUp, 200, R"({"frozen":true})");
+}
+
+int64_t PaidDesktop::LookUps() const { return services.Asked(sandbox::Service::kPaymail, kLookUp); }
 
 void PaidDesktop::LoseTheRun(const std::function<void()>& serve) {
     for (int life = 0; life < 20 && shell.run.mode == kModePlaying; ++life) {

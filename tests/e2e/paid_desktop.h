@@ -1,6 +1,7 @@
 // paid_desktop.h - a store, the services, the companion and the cabinet, each as on a player's desktop.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -16,6 +17,11 @@ struct PaidDesktop {
     ~PaidDesktop();
     PaidDesktop(const PaidDesktop&) = delete;
     PaidDesktop& operator=(const PaidDesktop&) = delete;
+
+    // The look-up of a name takes its time, and says that the identity is frozen, until the faults are
+    // cleared.
+    void FreezeLate();
+    int64_t LookUps() const;
 
     // Plays on, serving whenever the ball rests, until the run is over.
     void LoseTheRun(const std::function<void()>& serve);

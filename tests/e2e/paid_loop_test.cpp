@@ -45,18 +45,13 @@ TEST(PaidLoop, FromConnectToUnbind) {
     EXPECT_EQ(Text(1003), std::string("Wallet: player@") + kPaymailDomain);
 
     // An impatient hand while the name is looked up: what it clicks meanwhile asks for nothing more.
-    sandbox::Fault late;
-    late.kind = sandbox::FaultKind::kDelay;
-    late.delay_ms = 1'200;
-    late.path_contains = "/api/paymail/identity/";
-    box.AddFault(sandbox::Service::kPaymail, late);
-    desktop.services.Reply(sandbox::Service::kPaymail, late.path_contains, 200, R"({"frozen":true})");
+    desktop.FreezeLate();
     const Rect play = ControlRect(shell.main, 1005);
     MoveTo(kMainTitle, {play.x + play.w / 2, play.y + play.h / 2});
     Xdotool("click 1 sleep 0.4 click 1 click 1");
     EXPECT_TRUE(WaitForStatus("This identity is frozen. No play."));
     RunFor(300);
-    EXPECT_EQ(desktop.services.Asked(sandbox::Service::kPaymail, late.path_contains), 1);
+    EXPECT_EQ(desktop.LookUps(), 1);
     EXPECT_TRUE(ControlEnabled(shell.main, 1005));
     box.ClearFaults();
 

@@ -3,29 +3,21 @@
 #   tests/e2e/run.sh PROGRAM [ARGUMENTS]
 # Screenshots go to the folder that BRICKFALL_SCREENSHOTS names, if any.
 set -euo pipefail
-folder=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$folder"
-}
-trap cleanup EXIT
-export XDG_RUNTIME_DIR=$folder/runtime XDG_CONFIG_HOME=$folder/config XDG_CACHE_HOME=$folder/cache HOME=$folder
-mkdir -p "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME" "$XDG_CACHE_HOME"
-chmod 700 "$XDG_RUNTIME_DIR"
-[ -z "${BRICKFALL_SCREENSHOTS:-}" ] || mkdir -p "$BRICKFALL_SCREENSHOTS"
+# shellcheck source=tests/e2e/private_folder.sh
+. "$(dirname "$0")/private_folder.sh"
 
 mkfifo "$folder/display"
-Xvfb -displayfd 3 -screen 0 2200x1500x24 -nolisten tcp 3>"$folder/display" >/dev/null 2>&1 &
+# Without -noreset it drops everyone who is just coming whenever the last one leaves, such as a quick xdotool.
+Xvfb -noreset -displayfd 3 -screen 0 2200x1500x24 -nolisten tcp 3>"$folder/display" >/dev/null 2>&1 &
 pids+=($!)
 read -r number <"$folder/display"
 export DISPLAY=:$number QT_QPA_PLATFORM=xcb
 unset WAYLAND_DISPLAY
 openbox >/dev/null 2>&1 &
 pids+=($!)
-for _ in $(seq 100); do
+for _ in $(seq 200); do
   xdotool get_num_desktops >/dev/null 2>&1 && break
   sleep 0.05
 done
+xdotool get_num_desktops >/dev/null || { echo "run.sh: no window manager came up" >&2; exit 1; }
 "$@"

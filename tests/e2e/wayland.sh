@@ -13,18 +13,8 @@ if [ "$(id -u)" -eq 0 ]; then
   as_user=(unshare --user --map-user=1000 --map-group=1000)
   "${as_user[@]}" true || { echo "wayland.sh: skipped, root gets no user namespace here"; exit 77; }
 fi
-folder=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$folder"
-}
-trap cleanup EXIT
-export XDG_RUNTIME_DIR=$folder/runtime XDG_CONFIG_HOME=$folder/config XDG_CACHE_HOME=$folder/cache HOME=$folder
-mkdir -p "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME" "$XDG_CACHE_HOME"
-chmod 700 "$XDG_RUNTIME_DIR"
-[ -z "${BRICKFALL_SCREENSHOTS:-}" ] || mkdir -p "$BRICKFALL_SCREENSHOTS"
+# shellcheck source=tests/e2e/private_folder.sh
+. "$(dirname "$0")/private_folder.sh"
 unset DISPLAY WAYLAND_DISPLAY
 
 cat >"$folder/sway.conf" <<'CONF'

@@ -103,17 +103,12 @@ TEST(Wayland, TakesThePaidLoopFromConnectToRecord) {
 
     // An impatient hand while the name is looked up: what it presses meanwhile asks for nothing more.
     BringForward(kMainTitle);
-    sandbox::Fault late;
-    late.kind = sandbox::FaultKind::kDelay;
-    late.delay_ms = 1'200;
-    late.path_contains = "/api/paymail/identity/";
-    box.AddFault(sandbox::Service::kPaymail, late);
-    desktop.services.Reply(sandbox::Service::kPaymail, late.path_contains, 200, R"({"frozen":true})");
+    desktop.FreezeLate();
     FocusControl(shell.main, 1005);
     Type("-k space -s 400 -k space -k space");
     EXPECT_TRUE(WaitForStatus("This identity is frozen. No play."));
     RunFor(1'500);
-    EXPECT_EQ(desktop.services.Asked(sandbox::Service::kPaymail, late.path_contains), 1);
+    EXPECT_EQ(desktop.LookUps(), 1);
     box.ClearFaults();
 
     AcceptNextWindow();
