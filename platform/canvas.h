@@ -72,6 +72,7 @@ std::string UpperInitial(std::string_view text);
 
 // Lines of one pixel along the inside of the rectangle's edges.
 void Bevel(Canvas& canvas, const Rect& rect, Color top_left, Color bottom_right);
+void FrameRect(Canvas& canvas, const Rect& rect, Color color, int width);  // along the inside, too
 
 // Draws into a picture instead of a window; `scale` device pixels a logical one.
 Image DrawToImage(Size size, const std::function<void(Canvas&)>& body, int scale = 1);

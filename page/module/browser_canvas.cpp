@@ -127,13 +127,7 @@ void BrowserCanvas::Line(Point from, Point to, Color color, int width) {
 
 void BrowserCanvas::FrameRoundRect(const Rect& rect, int corner, Color color, int width) {
     if (width < 1 || rect.w < width || rect.h < width) return;
-    if (corner <= 0) {
-        Fill({rect.x, rect.y, rect.w, width}, color);
-        Fill({rect.x, rect.Bottom() - width, rect.w, width}, color);
-        Fill({rect.x, rect.y, width, rect.h}, color);
-        Fill({rect.Right() - width, rect.y, width, rect.h}, color);
-        return;
-    }
+    if (corner <= 0) return FrameRect(*this, rect, color, width);
     const double half = width / 2.0;
     PageRoundRect(rect.x + half, rect.y + half, rect.w - width, rect.h - width,
                   std::max(0.0, (corner - width) / 2.0), Code(color), width);

@@ -69,13 +69,7 @@ void PainterCanvas::Line(Point from, Point to, Color color, int width) {
 
 void PainterCanvas::FrameRoundRect(const Rect& rect, int corner, Color color, int width) {
     if (width < 1 || rect.w < width || rect.h < width) return;
-    if (corner <= 0) {
-        Fill({rect.x, rect.y, rect.w, width}, color);
-        Fill({rect.x, rect.Bottom() - width, rect.w, width}, color);
-        Fill({rect.x, rect.y, width, rect.h}, color);
-        Fill({rect.Right() - width, rect.y, width, rect.h}, color);
-        return;
-    }
+    if (corner <= 0) return FrameRect(*this, rect, color, width);
     const Smooth smooth(painter_);
     painter_.setPen(QPen(ToQColor(color), width));
     painter_.setBrush(Qt::NoBrush);
