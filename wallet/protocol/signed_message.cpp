@@ -7,13 +7,13 @@ namespace brickfall {
 
 Hash256 SignedMessageDigest(std::string_view text) {
     constexpr std::string_view kMagic(kSignedMessageMagic);
-    ByteBuffer bytes{static_cast<uint8_t>(kMagic.size())};
+    ByteBuffer bytes;
     const auto append = [&bytes](std::string_view part) {
+        AppendVarInt(bytes, part.size());
         const std::span<const uint8_t> view = AsBytes(part);
         bytes.insert(bytes.end(), view.begin(), view.end());
     };
     append(kMagic);
-    AppendVarInt(bytes, text.size());
     append(text);
     return Sha256Twice(bytes);
 }
