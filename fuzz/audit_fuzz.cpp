@@ -68,7 +68,7 @@ void CheckText(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const CostBound cost(64'000'000, size, 20'000);
+    const CostBound cost(40'000, size, 300);
     const std::string_view text = AsText(data, size);
     CheckEvidence(text);
     CheckTransactions({data, size}, text);

@@ -65,7 +65,7 @@ void CheckRow(const json& row) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const bool ready = (SetConnectRoute({"::127.0.0.1:1", "", 1}), StopClock(), true);
     static_cast<void>(ready);
-    const CostBound cost(16'000'000, size, 5'000);
+    const CostBound cost(30'000, size, 400);
 
     const std::string text(AsText(data, size));
     CheckScript(text);

@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     last_broadcast_txid.clear();
     AnswerWith(AsText(data, size));
     {
-        const CostBound cost(100'000, size, 1'000);
+        const CostBound cost(30'000, size, 300);
         told = BroadcastTx({&input, 1}, outputs, Hash160{9}, txid);
     }
     asked = 0;

@@ -52,7 +52,7 @@ void CheckPage(const std::string& page) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const CostBound cost(16'000'000, size, 2'000);
+    const CostBound cost(800'000, size, 400);
     CheckSettings(AsText(data, size));
     CheckPage(std::string(AsText(data, size)));
     return 0;

@@ -57,7 +57,7 @@ void CheckWritten(const std::string& written, const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const CostBound cost(50'000, size, 200);
+    const CostBound cost(6'000, size, 90);
     const std::string text(AsText(data, size));
     CheckDigits(text, {data, data + size});
     if (const auto segment = PathSegment(text)) CheckWritten(*segment, text);

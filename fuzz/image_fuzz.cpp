@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     using namespace brickfall;
-    const CostBound cost(300'000'000, size, 100);  // beside what the decoders ask of malloc
+    const CostBound cost(350'000, size, 50);  // beside what the decoders ask of malloc
     constexpr int kSide = 16;
     const std::string file(AsText(data, size));
     std::string kept = file;

@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static std::string key;
     static const bool ready = MakeFolders("userinfo") && PublicKeyFromPrivate(kPrivate, key);
     Require(ready);
-    const CostBound cost(300'000, size, 1'000);
+    const CostBound cost(150'000, size, 250);
     CheckSealing(AsText(data, size), key);
     CheckKeyFile(AsText(data, size), key);
     return 0;

@@ -37,7 +37,7 @@ void RequireSame(const json& plain, const json& blanked) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > kMaxBytes) return 0;
-    const CostBound cost(4'000'000, size, 2'000);
+    const CostBound cost(18'000, size, 350);
     SecretString text(reinterpret_cast<const char*>(data), size);
     const json plain = ParseForeignJson(text, kStoreLimits);
     SecretMember secrets[] = {{"mnemonic", {}}, {"priv", {}}};
