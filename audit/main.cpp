@@ -8,10 +8,12 @@
 #include <exception>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "audit/display_text.h"
 #include "audit/options.h"
@@ -24,6 +26,9 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "net/http_client.h"
+#ifdef BRICKFALL_FACES
+#include "page/page_face.h"
+#endif
 
 namespace brickfall {
 namespace {
@@ -92,14 +97,30 @@ bool Save(const std::string& path, const Collected& collected, std::string& erro
     return ReplaceFile(path, text);
 }
 
+void FetchFaces(const AuditProgress& progress, std::vector<PageRun>& runs) {
+#ifdef BRICKFALL_FACES
+    AddFaces(ReadPageFace, PageFaceFile, progress, runs);
+#else
+    static_cast<void>(progress);
+    static_cast<void>(runs);
+    Fail("the page shows no faces: this build was made without windows, and reads no pictures");
+#endif
+}
+
 bool SavePage(const std::string& path, const AuditScope& scope, const Collected& collected,
-              const AuditReport& report, bool one_each, std::string& error) {
-    const std::string page =
-        MakePage("Audit of " + SafeText(collected.scope, kErrorColumns), PageRuns(collected, report),
-                 PageReport(scope, collected, report, one_each));
+              const AuditReport& report, bool one_each, std::span<const PageRun> runs, std::string& error) {
+    const std::string page = MakePage("Audit of " + SafeText(collected.scope, kErrorColumns), runs,
+                                      PageReport(scope, collected, report, one_each));
     error = page.empty() ? "no recorded score to make a page of" : "cannot write " + path;
     return !page.empty() && ReplaceFile(path, page);
 }
+
+struct NetworkScope {
+    NetworkScope() { StartNetwork(); }
+    ~NetworkScope() { StopNetwork(); }
+    NetworkScope(const NetworkScope&) = delete;
+    NetworkScope& operator=(const NetworkScope&) = delete;
+};
 
 struct Told {
     std::string text;
@@ -126,14 +147,13 @@ Told TellSettlement(const AuditReport& report, const Collected& collected, int64
 // A line for each service while the next one is asked.
 int Check() {
     std::printf("Brickfall services\n\n%s\n", DeploymentText().c_str());
-    StartNetwork();
+    const NetworkScope network;
     const bool all = CheckServices([](const ServiceAnswer& answer) {
         std::printf("%s  %s%s\n            %s\n", answer.good ? "answers  " : "NO ANSWER",
                     PadRight(answer.service, 17).c_str(), answer.url.c_str(),
                     SafeText(answer.said, kErrorColumns).c_str());
         std::fflush(stdout);
     });
-    StopNetwork();
     std::printf("\n%s\n", all ? "Every service answers." : "Not every service answers as it should.");
     return std::fflush(stdout) != 0 ? Fail("cannot write the report") : all ? 0 : kCouldNotLook;
 }
@@ -143,15 +163,15 @@ int Main(const AuditOptions& options) {
     const std::size_t threads = std::max(std::thread::hardware_concurrency(), 1u);
     std::string error;
     AuditScope scope = options.scope;
+    const AuditProgress progress =
+        ::isatty(STDERR_FILENO) == 1 ? ShowProgress : [](const char*, std::size_t, std::size_t) {};
     Collected collected;
+    std::optional<NetworkScope> network;
     if (!options.file.empty()) {
         if (!ReadFrom(options, threads, scope, collected, error)) return Fail(error);
     } else {
-        const bool show = ::isatty(STDERR_FILENO) == 1;
-        StartNetwork();
-        collected = Collect(
-            scope, show ? ShowProgress : [](const char*, std::size_t, std::size_t) {});
-        StopNetwork();
+        network.emplace();
+        collected = Collect(scope, progress);
     }
     const AuditReport report = MakeReport(collected, threads);
     const Told told = options.payout ? TellSettlement(report, collected, scope.week, options)
@@ -159,10 +179,11 @@ int Main(const AuditOptions& options) {
     std::fwrite(told.text.data(), 1, told.text.size(), stdout);
     if (std::fflush(stdout) != 0) return Fail("cannot write the report");
     if (!options.save.empty() && !Save(options.save, collected, error)) return Fail(error);
-    if (!options.page.empty() && !SavePage(options.page, scope, collected, report, options.one_each, error)) {
-        return Fail(error);
-    }
-    return told.exit_code;
+    if (options.page.empty()) return told.exit_code;
+    std::vector<PageRun> runs = PageRuns(collected, report);
+    if (network) FetchFaces(progress, runs);
+    return SavePage(options.page, scope, collected, report, options.one_each, runs, error) ? told.exit_code
+                                                                                           : Fail(error);
 }
 
 }  // namespace

@@ -1,13 +1,17 @@
 #include "audit/page_content.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
+#include <new>
 #include <string_view>
 #include <utility>
 
 #include "audit/settlement_input.h"
 #include "audit/settlement_report.h"
+#include "base/clock.h"
 #include "base/text.h"
+#include "base/workers.h"
 #include "board/watch_reader.h"
 #include "messages/row.h"
 
@@ -20,7 +24,8 @@ PageRun MakePageRun(const RowAudit& audit, std::string tape, std::string seal) {
             .recorded = UtcText(audit.ts),
             .score = audit.score,
             .tape = std::move(tape),
-            .seal = std::move(seal)};
+            .seal = std::move(seal),
+            .face_key = RunFaceKey(audit)};
 }
 
 std::vector<PageRun> PageRuns(const Collected& collected, const AuditReport& report) {
@@ -43,6 +48,38 @@ std::vector<PageRun> PageRuns(const Collected& collected, const AuditReport& rep
         runs.push_back(MakePageRun(*audit, std::move(tape), std::move(seal)));
     }
     return runs;
+}
+
+void AddFaces(const FaceDecoder& decode, const std::function<std::string(const Image& face)>& encode,
+              const AuditProgress& progress, std::vector<PageRun>& runs) {
+    struct Player {
+        std::string_view key;
+        std::string face;
+    };
+    std::vector<Player> players;
+    for (const PageRun& run : runs) {
+        const bool is_new = std::ranges::find(players, run.face_key, &Player::key) == players.end();
+        if (is_new && players.size() < kMostPageFaces) players.push_back({run.face_key, {}});
+    }
+    const int64_t until_ns = MonotonicNs() + kPageFacesNs;
+    std::atomic<std::size_t> done = 0;
+    progress("faces", 0, players.size());
+    RunInParallel(players.size(), kPageFacesAtOnce, [&](std::size_t i) {
+        try {
+            std::vector<ScoreRow> rows(1);
+            rows[0].handle = players[i].key;
+            Faces faces;
+            if (MonotonicNs() < until_ns) LoadFaces(rows, decode, faces);
+            if (!faces.empty()) players[i].face = encode(faces.begin()->second);
+        } catch (const std::bad_alloc&) {
+            players[i].face.clear();
+        }
+        progress("faces", ++done, players.size());
+    });
+    for (PageRun& run : runs) {
+        const auto player = std::ranges::find(players, run.face_key, &Player::key);
+        if (player != players.end()) run.face = player->face;
+    }
 }
 
 std::string PageReport(const AuditScope& scope, const Collected& collected, const AuditReport& report,

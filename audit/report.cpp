@@ -8,6 +8,7 @@
 
 #include "audit/display_text.h"
 #include "base/text.h"
+#include "board/faces.h"
 
 namespace brickfall {
 namespace {
@@ -175,6 +176,13 @@ AuditTotals CountRows(const AuditReport& report) {
 std::string RunName(const RowAudit& audit) {
     const std::string name = SafeText(audit.handle.substr(0, audit.handle.find('@')), kRunNameColumns);
     return name.empty() ? "nobody" : name;
+}
+
+std::string RunFaceKey(const RowAudit& audit) {
+    ScoreRow row;
+    row.handle = audit.handle;
+    row.pay_addr = audit.pay_addr;
+    return FaceKey(row);
 }
 
 std::string VerdictLine(const RowAudit& audit) {

@@ -32,6 +32,8 @@ AuditTotals CountRows(const AuditReport& report);
 
 // One line for whoever watches: the name, made harmless; "nobody" where the row names none.
 std::string RunName(const RowAudit& audit);
+// Under which the player's picture is kept; see board/faces.h.
+std::string RunFaceKey(const RowAudit& audit);
 // "sound", "unsound: seal is not the tape's", "could not look: published key".
 std::string VerdictLine(const RowAudit& audit);
 // As runs are listed to be watched: sound ones first, and of equal standing as the board ranks.

@@ -27,11 +27,11 @@ void DrawFace(Canvas& canvas, int x, int y, std::string_view key) {
     if (face != face_bitmaps.end()) {
         canvas.ClipEllipse(square, [&] { canvas.Draw(face->second, square); });
     } else {
-        canvas.FillEllipse(square, Rgb(0x241A0A));
-        canvas.Text(square, key.empty() ? "?" : UpperInitial(key), InitialFont(), Rgb(0xF6E8C8),
+        canvas.FillEllipse(square, kFaceDiscColor);
+        canvas.Text(square, key.empty() ? "?" : UpperInitial(key), InitialFont(), kFaceInitialColor,
                     AlignX::kCentre, AlignY::kCentre);
     }
-    canvas.FrameEllipse(square, Rgb(0xA86C18), 1.4);
+    canvas.FrameEllipse(square, kFaceRingColor, 1.4);
 }
 
 }  // namespace brickfall

@@ -18,6 +18,11 @@ inline constexpr Color kBorderColor = Rgb(0x30A870);
 inline constexpr Color kWarnColor = Rgb(0xDC4030);
 inline constexpr Color kGoldColor = Rgb(0xE8C448);
 
+// Of a face, and of the disc with an initial in place of one.
+inline constexpr Color kFaceDiscColor = Rgb(0x241A0A);
+inline constexpr Color kFaceInitialColor = Rgb(0xF6E8C8);
+inline constexpr Color kFaceRingColor = Rgb(0xA86C18);
+
 // The header band's lower edge in the main window, and in the tool windows that have one.
 inline constexpr int kHeaderBottom = 86;
 inline constexpr int kToolHeaderBottom = 72;

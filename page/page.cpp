@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <map>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -40,7 +41,8 @@ std::string ColorRules() {
          {std::pair{"ground", kBgColor}, std::pair{"panel", kPanelColor}, std::pair{"header", kHeaderColor},
           std::pair{"text", kTextColor}, std::pair{"accent", kAccentColor},
           std::pair{"muted-text", kMutedText}, std::pair{"border", kBorderColor},
-          std::pair{"warn-text", kWarnText}, std::pair{"gold", kGoldColor}}) {
+          std::pair{"warn-text", kWarnText}, std::pair{"gold", kGoldColor}, std::pair{"disc", kFaceDiscColor},
+          std::pair{"initial", kFaceInitialColor}, std::pair{"ring", kFaceRingColor}}) {
         std::array<char, 48> rule{};
         std::snprintf(rule.data(), rule.size(), "--%s:#%02x%02x%02x;", name, color.r, color.g, color.b);
         rules += rule.data();
@@ -59,12 +61,21 @@ std::string Packed(std::span<const uint8_t> bytes) {
     return Base64Encode(packed);
 }
 
-json RunJson(const PageRun& run) {
+// Runs of one player share a face.
+using FaceNumbers = std::map<std::string_view, std::size_t>;
+
+json RunJson(const PageRun& run, FaceNumbers& numbers, json& faces) {
     std::vector<uint8_t> tape;
     const bool decodes = !run.tape.empty() && HexToBytes(NormalizeHex(run.tape), tape);
-    return {{"name", run.name},         {"txid", run.txid},   {"verdict", run.verdict},
-            {"recorded", run.recorded}, {"score", run.score}, {"tape", Packed(TapeToColumns(tape))},
-            {"bytes", tape.size()},     {"decodes", decodes}, {"seal", Lower(run.seal)}};
+    json told = {{"name", run.name},         {"txid", run.txid},   {"verdict", run.verdict},
+                 {"recorded", run.recorded}, {"score", run.score}, {"tape", Packed(TapeToColumns(tape))},
+                 {"bytes", tape.size()},     {"decodes", decodes}, {"seal", Lower(run.seal)}};
+    if (!run.face.empty()) {
+        const auto [number, is_new] = numbers.emplace(run.face, faces.size());
+        if (is_new) faces.push_back(Base64Encode(AsBytes(run.face)));
+        told["face"] = number->second;
+    }
+    return told;
 }
 
 // JSON that can stand in a script element: in it no "<" opens anything.
@@ -105,12 +116,16 @@ std::string MakePage(const std::string& title, std::span<const PageRun> runs, co
     if (runs.empty() || Module().empty()) return {};
     json data = {
         {"title", title}, {"report", report}, {"module_bytes", Module().size()}, {"runs", json::array()}};
-    for (const PageRun& run : runs) data["runs"].push_back(RunJson(run));
+    FaceNumbers numbers;
+    json faces = json::array();
+    for (const PageRun& run : runs) data["runs"].push_back(RunJson(run, numbers, faces));
+    const bool has_faces = !faces.empty();
+    data["faces"] = std::move(faces);
     const std::string style = ColorRules() + std::string(PageStyle());
     const std::string script(PageScript());
     const std::string policy = "default-src 'none'; script-src " + HashSource(script) +
                                " 'wasm-unsafe-eval'; style-src " + HashSource(style) +
-                               "; base-uri 'none'; form-action 'none'";
+                               (has_faces ? "; img-src data:" : "") + "; base-uri 'none'; form-action 'none'";
     const std::pair<std::string_view, std::string> parts[] = {{"@POLICY@", policy},
                                                               {"@STYLE@", style},
                                                               {"@DATA@", ScriptSafe(data)},

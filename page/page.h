@@ -17,6 +17,8 @@ struct PageRun {
     int64_t score = 0;
     std::string tape;  // hexadecimal, if it is any
     std::string seal;
+    std::string face_key = {};  // whose run it is
+    std::string face = {};      // JPEG of this program's making, or none
 };
 
 // Empty where this build can make pages, else why not.

@@ -196,8 +196,24 @@
     return item;
   };
 
+  // Of a player without one the initial, where others of the page have a face.
+  const faceOf = (run, told) => {
+    if (data.faces.length === 0) return [];
+    const face = document.createElement(run.face === undefined ? 'span' : 'img');
+    face.className = 'face';
+    if (run.face === undefined) {
+      face.textContent = ([...run.name][0] ?? '?').toUpperCase();
+      face.setAttribute('aria-hidden', true);
+    } else {
+      face.src = 'data:image/jpeg;base64,' + data.faces[run.face];
+      face.alt = told;
+    }
+    return [face];
+  };
+
   const choose = index => {
     shown = data.runs[index];
+    at('face').replaceChildren(...faceOf(shown, 'The picture of ' + shown.name));
     show(at('name'), shown.name);
     document.title = 'Brickfall: ' + shown.name + ', ' + number(shown.score);
     show(at('claim'), 'Recorded score ' + number(shown.score) + (shown.recorded === '-' ? '' : ', ' + shown.recorded));
@@ -310,14 +326,15 @@
       const item = document.createElement('li');
       const button = document.createElement('button');
       button.type = 'button';
-      button.textContent = number(run.score) + '  ' + run.name;
+      const text = document.createElement('span');
+      text.textContent = number(run.score) + '  ' + run.name;
       const note = document.createElement('span');
       note.className = mark(run.good);
       note.textContent = run.good ? 'replays' : run.good === null ? 'not all looked at' : 'does not hold';
       const verdict = document.createElement('span');
       verdict.className = 'quiet';
       verdict.textContent = 'auditor: ' + run.verdict;
-      button.append(note, verdict);
+      button.append(...faceOf(run, ''), text, note, verdict);  // the name stands beside it
       button.addEventListener('click', () => { choose(i); at('name').scrollIntoView(); });
       item.append(button);
       return item;

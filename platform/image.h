@@ -19,7 +19,10 @@ std::optional<Image> DecodeImage(std::string file, int max_side);
 // As a PNG file; empty for a picture that is none.
 std::string EncodePng(const Image& image);
 
-// The same on the disk, in one step. False when it cannot be written.
+// As a JPEG file, its alpha left out; empty for a picture that is none. `quality` of 0 to 100.
+std::string EncodeJpeg(const Image& image, int quality);
+
+// A PNG file on the disk, in one step. False when it cannot be written.
 bool SavePng(const Image& image, const std::string& path);
 
 // Smooth scaling. Sides of at least 1.

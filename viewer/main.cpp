@@ -24,6 +24,7 @@
 #include "cabinet/theme.h"
 #include "net/http_client.h"
 #include "page/page.h"
+#include "page/page_face.h"
 #include "platform/desktop.h"
 #include "platform/image.h"
 #include "platform/midi_out.h"
@@ -156,6 +157,7 @@ int WritePage(const ViewOptions& options) {
     for (const WatchedRun& run : loaded.runs) {
         runs.push_back(MakePageRun(run.audit, run.tape_text, run.seal));
     }
+    if (source.file.empty()) AddFaces(ReadPageFace, PageFaceFile, NoProgress, runs);
     if (!ReplaceFile(options.page, MakePage(loaded.title, runs))) return Fail("cannot write " + options.page);
     return 0;
 }

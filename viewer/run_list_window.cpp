@@ -41,13 +41,6 @@ Color ColorOf(AuditStatus status) {
     return status == AuditStatus::kUnsound ? kWarnColor : kGoldColor;
 }
 
-std::string FaceKeyOf(const WatchedRun& run) {
-    ScoreRow row;
-    row.handle = run.audit.handle;
-    row.pay_addr = run.audit.pay_addr;
-    return FaceKey(row);
-}
-
 std::string LengthText(const WatchedRun& run) {
     if (!run.tape) return "nothing to play";
     if (!run.audit.run) return "does not replay";
@@ -62,7 +55,7 @@ void PaintRow(Canvas& canvas, const WatchedRun& run, const ButtonState& state) {
     canvas.Fill(box, kBgColor);
     canvas.Fill(box.Grown(-1), is_hot ? BlendColor(kPanelColor, kAccentColor, 40) : kPanelColor);
     canvas.FrameRoundRect(box, 10, state.focused ? kTextColor : kBorderColor, state.focused ? 2 : 1);
-    DrawFace(canvas, 10, 6, FaceKeyOf(run));
+    DrawFace(canvas, 10, 6, RunFaceKey(run.audit));
     const Color text = state.disabled ? kMutedColor : kTextColor;
     const auto cell = [&](int left, int right, std::string_view what, const Font& font, Color color,
                           AlignX align) {

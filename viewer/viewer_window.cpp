@@ -171,10 +171,7 @@ void PaintHeader(Canvas& canvas) {
     }
     const WatchedRun& run = viewer.shown->run;
     const RowAudit& audit = run.audit;
-    ScoreRow row;
-    row.handle = audit.handle;
-    row.pay_addr = audit.pay_addr;
-    DrawFace(canvas, kSide, 16, FaceKey(row));
+    DrawFace(canvas, kSide, 16, RunFaceKey(audit));
     const int right = canvas.Extent().w - kSide;
     canvas.Text(
         FromEdges(68, 8, right, 40),
@@ -247,11 +244,7 @@ void StartLoading() {
 // The list is there at once; the faces come when they come.
 void StartFaces() {
     std::vector<ScoreRow> rows;
-    for (const WatchedRun& run : viewer.loaded.runs) {
-        ScoreRow& row = rows.emplace_back();
-        row.handle = run.audit.handle;
-        row.pay_addr = run.audit.pay_addr;
-    }
+    for (const WatchedRun& run : viewer.loaded.runs) rows.emplace_back().handle = RunFaceKey(run.audit);
     StartWorker([rows = std::move(rows), window = viewer.main] {
         Faces faces;
         LoadFaces(rows, DecodeImage, faces);

@@ -63,6 +63,14 @@ QImage ReadStill(const std::string& file, const StillPicture& still, const QSize
     return reader.read();
 }
 
+std::string Encoded(const Image& image, const char* format, int quality) {
+    if (!IsWhole(image)) return {};
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!buffer.open(QIODevice::WriteOnly) || !OnPixelsOf(image).save(&buffer, format, quality)) return {};
+    return bytes.toStdString();
+}
+
 thread_local bool decoding = false;
 QtMessageHandler former_handler = nullptr;
 
@@ -152,13 +160,9 @@ std::optional<Image> DecodeImage(std::string file, int max_side) try {
     return std::nullopt;
 }
 
-std::string EncodePng(const Image& image) {
-    if (!IsWhole(image)) return {};
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    if (!buffer.open(QIODevice::WriteOnly) || !OnPixelsOf(image).save(&buffer, "PNG")) return {};
-    return bytes.toStdString();
-}
+std::string EncodePng(const Image& image) { return Encoded(image, "PNG", -1); }
+
+std::string EncodeJpeg(const Image& image, int quality) { return Encoded(image, "JPEG", quality); }
 
 bool SavePng(const Image& image, const std::string& path) {
     const std::string file = EncodePng(image);

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "audit/display_text.h"
+#include "audit/page_content.h"
 #include "audit/report.h"
 #include "audit/service_check.h"
 #include "base/files.h"
@@ -201,6 +202,35 @@ TEST(Audit, EndsWithWhatItHasFound) {
     EXPECT_EQ(run({"--check", "--json"}), 2);
     EXPECT_EQ(run({"--page"}), 2);
     EXPECT_EQ(run({"--check", "--page", folder.Path() + "/page"}), 2);
+}
+
+TEST(Audit, AsksOnceForTheFaceOfEachPlayerOfAPage) {
+    SandboxFixture services;
+    sandbox::Sandbox& box = services.box;
+    const std::string content = "https://ordinals.gorillapool.test/content/";
+    for (const char* const alias : {"ada", "bob", "zed"})
+        box.Publish(IdentityOf(MakePlayer(alias), content + alias));
+    for (const char* const picture : {"ada", "zed"})
+        box.AddFault(Service::kContent, ReplyTo(picture, std::string(40, *picture)));
+    box.AddFault(Service::kContent, ReplyTo("bob", std::string(50, 'b')));
+    const auto of = [](const std::string& key) {
+        PageRun run;
+        run.face_key = key;
+        return run;
+    };
+    std::vector<PageRun> runs = {of("ada"), of("bob"), of("ada"), of("")};
+    while (runs.size() <= kMostPageFaces) runs.push_back(of("1" + std::to_string(runs.size())));  // no names
+    runs.push_back(of("zed"));  // one more than are shown
+    const auto decode = [](const std::string& file, int) {
+        return file[0] == 'b' ? std::nullopt : std::optional(Image{1, 1, {static_cast<uint32_t>(file[0])}});
+    };
+    const auto encode = [](const Image& face) { return "made of " + std::to_string(face.pixels[0]); };
+    AddFaces(
+        decode, encode, [](const char*, std::size_t, std::size_t) {}, runs);
+    EXPECT_EQ(runs[0].face, "made of 97");
+    EXPECT_EQ(runs[2].face, runs[0].face);
+    EXPECT_EQ(runs[1].face + runs[3].face + runs.back().face, "");
+    EXPECT_EQ(box.Requests(Service::kContent).size(), 2u);
 }
 
 TEST(Audit, AsksEachServiceWhetherItIsThere) {

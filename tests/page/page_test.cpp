@@ -10,11 +10,14 @@
 #include <vector>
 
 #include "audit/evidence_file.h"
+#include "board/faces.h"
 #include "cabinet/theme.h"
 #include "messages/row.h"
+#include "page/page_face.h"
 #include "page/tape_columns.h"
 #include "platform/window.h"
 #include "tests/page/headless_browser.h"
+#include "tests/support/picture_files.h"
 #include "tests/support/recorded_run.h"
 #include "viewer/scene.h"
 
@@ -139,6 +142,43 @@ TEST(Page, FindsWhatARunIsAndWhereABentOneFails) {
     EXPECT_NE(browser.TextOf("findings").find("too old to unpack"), std::string::npos);
 }
 
+// A picture of noise, with a text in it and behind it.
+std::string NoisePng(int side) {
+    std::minstd_rand random;
+    std::string rows;
+    for (int y = 0; y < side; ++y) {
+        rows += '\0';
+        for (int i = 0; i < 3 * side; ++i) rows += static_cast<char>(random() >> 8);
+    }
+    const auto w = static_cast<uint32_t>(side);
+    std::string file = PngFile(w, w, 8, 2, false, Deflated(rows));
+    return file.insert(33, PngChunk("tEXt", "Comment\0<script>hit=1</script>")) + "<script>hit=1</script>";
+}
+
+TEST(PageFace, KeepsNoByteOfTheFile) {
+    const std::string noise = NoisePng(200);
+    const std::optional<Image> face = ReadPageFace(noise, kFaceMaxSide);
+    ASSERT_TRUE(face);
+    EXPECT_EQ(std::pair(face->w, face->h), std::pair(kPageFaceSide, kPageFaceSide));
+    const std::string made = PageFaceFile(*face);
+    EXPECT_TRUE(made.starts_with("\xFF\xD8\xFF"));
+    EXPECT_EQ(made.find("script"), std::string::npos);
+    // The most that one can take: each pixel a colour of its own.
+    const std::string most = PageFaceFile(ReadPageFace(NoisePng(kPageFaceSide), kFaceMaxSide).value());
+    EXPECT_LT(most.size(), 4'000u);
+
+    const Image clear = {16, 16, std::vector<uint32_t>(256, 0x00FFFFFF)};
+    const uint32_t shown = ReadPageFace(PageFaceFile(clear), kFaceMaxSide).value().pixels[100];
+    EXPECT_NEAR(shown >> 16 & 255, kFaceDiscColor.r, 4);
+    EXPECT_NEAR(shown >> 8 & 255, kFaceDiscColor.g, 4);
+
+    for (const std::string& file : {std::string("<script>hit=1</script>"), noise.substr(0, noise.size() / 2),
+                                    PngFile(60'000, 60'000, 1, 0, false, Deflated("0"))}) {
+        EXPECT_FALSE(ReadPageFace(file, kFaceMaxSide)) << file.substr(0, 16);
+    }
+    EXPECT_EQ(PageFaceFile({}), "");
+}
+
 TEST(TapeColumns, GiveBackWhateverBytesThereWere) {
     EXPECT_TRUE(rc::check([](const std::vector<uint8_t>& tape) {
         const std::vector<uint8_t> columns = TapeToColumns(tape);
@@ -161,6 +201,17 @@ TEST(Page, TakesTextOfStrangersForTextAndLoadsNothing) {
     const std::string hostile =
         "<img src=x onerror=hit=1></script><script>hit=1</script>@POLICY@<!--<script>&amp;'\"";
     run.name = run.verdict = run.txid = run.recorded = run.seal = hostile;
+    PageRun shown = run;
+    shown.face = PageFaceFile(ReadPageFace(NoisePng(64), kFaceMaxSide).value());
+    OpenPage(browser, folder, {shown, run, shown});
+    // At the head, and twice in the list, where the name stands beside it; of the second run the initial.
+    EXPECT_EQ(browser.Evaluate("Promise.all([...document.images].map(image => image.decode().then(() => "
+                               "[image.src.slice(0, 23), image.alt, image.naturalWidth].join(' '))))"),
+              nlohmann::json({"data:image/jpeg;base64,  48", "data:image/jpeg;base64,  48",
+                              "data:image/jpeg;base64, The picture of " + hostile + " 48"}));
+    EXPECT_EQ(
+        browser.Evaluate("[...document.querySelectorAll('.face')].map(face => face.textContent).join()"),
+        ",<,,");
     OpenPage(browser, folder, {run, run});
     EXPECT_EQ(browser.TextOf("name"), hostile);
     EXPECT_EQ(browser.TextOf("verdict"), hostile);
