@@ -17,7 +17,7 @@ packages=(
 )
 
 if [ "${1:-}" = "--pages" ]; then
-  packages+=(clang-14 lld-14 wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32 chromium)
+  packages+=(clang-14 lld-14 wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32 chromium firefox-esr)
 fi
 
 missing=()

@@ -17,6 +17,7 @@
 #include "page/tape_columns.h"
 #include "platform/window.h"
 #include "tests/page/headless_browser.h"
+#include "tests/page/headless_firefox.h"
 #include "tests/support/picture_files.h"
 #include "tests/support/recorded_run.h"
 #include "viewer/scene.h"
@@ -303,6 +304,43 @@ TEST(Page, ObeysKeysAsTheWindowDoes) {
         " setTimeout(look, 5); look(); })");  // to the end
     EXPECT_EQ(browser.Evaluate("Number(bar.value)").get<uint64_t>(), course.LengthMs());
     EXPECT_EQ(browser.TextOf("lives"), "0");
+}
+
+TEST(Page, HoldsInFirefox) {
+    if (const std::string why = WhyNoPages(); !why.empty()) GTEST_SKIP() << why;
+    if (!FileExists(kFirefox)) GTEST_SKIP() << "Debian's firefox-esr is not installed";
+    const TempFolder folder;
+    HeadlessFirefox browser;
+    PageRun run = RunOf(RecordedRun("ada"));
+    run.face = PageFaceFile(ReadPageFace(NoisePng(64), kFaceMaxSide).value());
+    PageRun boasts = run;
+    boasts.score += 1;
+    const std::string path = folder.Path() + "/page.html";
+    ASSERT_TRUE(WriteFile(path, MakePage("The week", std::vector<PageRun>{boasts, run})));
+    browser.Open(path);
+    EXPECT_NE(browser.TextOf("findings").find("that score is wrong.The seal is right"), std::string::npos)
+        << browser.TextOf("findings");
+    browser.Evaluate("document.querySelectorAll('#runs button')[1].click()");
+    EXPECT_EQ(browser.TextOf("summary"), "This run is what its row says.");
+    EXPECT_EQ(browser.Evaluate("Promise.all([...document.images].map(image => image.decode()))").size(), 3u);
+    EXPECT_EQ(browser.Evaluate(
+                  "new Promise(done => { addEventListener('securitypolicyviolation', event => "
+                  "done(event.effectiveDirective)); fetch('https://example.invalid/').catch(() => 0); })"),
+              "connect-src");
+    for (int i = 0; i < 12; ++i)
+        browser.Evaluate("document.dispatchEvent(new KeyboardEvent('keydown', { key: 'ArrowUp' }))");
+    browser.Evaluate(
+        "new Promise(done => { play.click(); const look = () => Number(bar.value) === Number(bar.max) ? "
+        "done(1) :"
+        " setTimeout(look, 5); look(); })");  // to the end
+    EXPECT_EQ(browser.Evaluate("Number(bar.value)").get<uint64_t>(), Course(TapeOf(run)).LengthMs());
+    EXPECT_EQ(browser.TextOf("lives"), "0");
+    // What it paints is no blank: the field's ground, the frame and the bricks at least.
+    EXPECT_GT(browser
+                  .Evaluate("new Set(new Uint32Array(well.getContext('2d').getImageData(0, 0, well.width,"
+                            " well.height).data.buffer)).size")
+                  .get<int>(),
+              10);
 }
 
 // Where both pictures are of one colour around a place, that is the same colour: edges are smoothed apart.
