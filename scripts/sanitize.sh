@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the tests under sanitizers: address with undefined, and thread; under the latter a few paid runs of the soak as well.
 # Left out: of both, the comparison of compilers, which brings its own sanitizers; of "thread", what has one thread only:
-# the rules of a run, rows, and the replays of fuzz inputs.
+# the rules of a run, rows, pages, and the replays of fuzz inputs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build-env.sh
