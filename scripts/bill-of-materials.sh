@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Writes what a package is made of into a folder of it: an SPDX bill of materials (PACKAGE.spdx.json) and the copyright file.
 # The parts are the Debian packages of the libraries that the programs name, with the versions that they were linked with,
-# and the licences of their copyright files. Called by scripts/package.sh:
+# and the licences of their copyright files; the text of one that has no SPDX identifier goes along. Called by
+# scripts/package.sh:
 #   scripts/bill-of-materials.sh PACKAGE VERSION COMMIT HOMEPAGE FOLDER PROGRAM...
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -32,9 +33,60 @@ licence() {
   ' "/usr/share/doc/$1/copyright" 2>/dev/null | sed -e 's/|/ or /g' -e 's/"//g'
 }
 
+# What SPDX calls what Debian's copyright files name so; one of them has a slip of the pen.
+declare -A identifiers=(
+  [Apache-2.0]=Apache-2.0 [curl]=curl [Expat]=MIT [GPL-2]=GPL-2.0-only [LGPL-2.1+]=LGPL-2.1-or-later
+  [LPGL-2.1+]=LGPL-2.1-or-later [LGPL-3]=LGPL-3.0-only [Zlib]=Zlib [zlib/libpng]=Zlib
+)
+declare -A expressions=() texts=()  # of a part; of a licence without an identifier
+
+spdx_id() { echo "${1//[^A-Za-z0-9.-]/-}"; }
+
+# paragraph PART NAME: the licence of that name, as the part's copyright file has it in full.
+paragraph() {
+  awk -v name="$2" '
+    /^[^ ]/ { if (text != "") exit; inside = $0 == "License: " name }
+    inside && /^ / { sub(/^ +\.?/, ""); text = text $0 "\n" }
+    END { printf "%s", text }
+  ' "/usr/share/doc/$1/copyright"
+}
+
+# read_licence PART: its expression. A name without an identifier is a reference to that licence's text; where the
+# copyright file tells in words, it is a reference to all of them.
+read_licence() {
+  local file expression='' word reference text
+  file=$(realpath -- "/usr/share/doc/$1/copyright")
+  for word in $(licence "$1"); do
+    case $word in
+      or | and) expression+=" ${word^^} " ;;
+      *)
+        if [ -n "${identifiers[$word]:-}" ]; then
+          expression+=${identifiers[$word]}
+          continue
+        fi
+        text=$(paragraph "$1" "$word")
+        [ -n "$text" ] || { expression=''; break; }
+        reference=LicenseRef-$(spdx_id "$1-$word")
+        texts[$reference]=$text
+        expression+=$reference
+        ;;
+    esac
+  done
+  if [ -z "$expression" ]; then
+    text=${file%/copyright}
+    expression=LicenseRef-$(spdx_id "${text##*/}")
+    texts[$expression]=$(cat "$file")
+  fi
+  expressions[$1]=$expression
+}
+
 mapfile -t libraries < <(for program in "$@"; do readelf -d "$program" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p'; done | sort -u)
 mapfile -t parts < <({ for library in "${libraries[@]}"; do owner "$library"; done; tr ' ' '\n' <<<"$compiled_in"; } | sort -u)
 [[ "${parts[*]}" != *NONE-HAS-* ]] || { echo "bill-of-materials: no package for one of ${parts[*]}" >&2; exit 1; }
+for part in "${parts[@]}"; do read_licence "$part"; done
+own="The owner has not chosen a licence for Brickfall yet. All rights are reserved."
+copyright="$(date -u -d "@$SOURCE_DATE_EPOCH" +%Y) The Brickfall maintainers"
+texts[LicenseRef-not-yet-chosen]=$own
 
 {
   cat <<HEAD
@@ -45,24 +97,19 @@ mapfile -t parts < <({ for library in "${libraries[@]}"; do owner "$library"; do
   "name": "$package-$version",
   "documentNamespace": "$homepage/spdx/$package-$version-$commit",
   "creationInfo": {"created": "$(date -u -d "@$SOURCE_DATE_EPOCH" +%FT%TZ)", "creators": ["Tool: scripts/bill-of-materials.sh"]},
-  "hasExtractedLicensingInfos": [
-    {"licenseId": "LicenseRef-not-yet-chosen", "name": "not yet chosen",
-     "extractedText": "The owner has not chosen a licence for Brickfall yet. All rights are reserved."}
-  ],
   "packages": [
     {"SPDXID": "SPDXRef-brickfall", "name": "$package", "versionInfo": "$version", "downloadLocation": "$homepage",
      "filesAnalyzed": false, "licenseConcluded": "LicenseRef-not-yet-chosen", "licenseDeclared": "LicenseRef-not-yet-chosen",
-     "copyrightText": "NOASSERTION", "sourceInfo": "commit $commit"}
+     "copyrightText": "Copyright $copyright", "sourceInfo": "commit $commit"}
 HEAD
   for part in "${parts[@]}"; do
-    said=$(licence "$part")
     cat <<PART
-    ,{"SPDXID": "SPDXRef-${part//[^A-Za-z0-9.-]/-}", "name": "$part", "versionInfo": "$(dpkg-query -W -f '${Version}' "$part")",
+    ,{"SPDXID": "SPDXRef-$(spdx_id "$part")", "name": "$part", "versionInfo": "$(dpkg-query -W -f '${Version}' "$part")",
      "supplier": "Organization: Debian", "downloadLocation": "https://packages.debian.org/$part", "filesAnalyzed": false,
-     "licenseConcluded": "NOASSERTION", "licenseDeclared": "NOASSERTION", "copyrightText": "NOASSERTION",
-     "licenseComments": "${said:-as its copyright file tells in words}: /usr/share/doc/$part/copyright",
+     "licenseDeclared": "${expressions[$part]}",
+     "licenseComments": "of all files but those that /usr/share/doc/$part/copyright names",
      "externalRefs": [{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
-       "referenceLocator": "pkg:deb/debian/$part@$(dpkg-query -W -f '${Version}' "$part" | sed 's/+/%2B/g; s/:/%3A/g; s/~/%7E/g')?arch=amd64"}]}
+       "referenceLocator": "pkg:deb/debian/$(dpkg-query -W -f '${Package}@${Version}' "$part" | sed 's/+/%2B/g; s/:/%3A/g')?arch=amd64"}]}
 PART
   done
   echo '  ],'
@@ -71,7 +118,14 @@ PART
   for part in "${parts[@]}"; do
     kind=DYNAMIC_LINK
     [[ " $compiled_in " != *" $part "* ]] || kind=CONTAINS
-    echo "    ,{\"spdxElementId\": \"SPDXRef-brickfall\", \"relationshipType\": \"$kind\", \"relatedSpdxElement\": \"SPDXRef-${part//[^A-Za-z0-9.-]/-}\"}"
+    echo "    ,{\"spdxElementId\": \"SPDXRef-brickfall\", \"relationshipType\": \"$kind\", \"relatedSpdxElement\": \"SPDXRef-$(spdx_id "$part")\"}"
+  done
+  echo '  ],'
+  echo '  "hasExtractedLicensingInfos": ['
+  comma=''
+  for reference in $(printf '%s\n' "${!texts[@]}" | sort); do
+    printf '    %s{"licenseId": "%s", "extractedText": %s}\n' "$comma" "$reference" "$(jq -Rs . <<<"${texts[$reference]}")"
+    comma=,
   done
   echo '  ]'
   echo '}'
@@ -100,8 +154,8 @@ HEAD
   cat <<TAIL
 
 Files: *
-Copyright: $(date -u -d "@$SOURCE_DATE_EPOCH" +%Y) The Brickfall maintainers
+Copyright: $copyright
 License: not-yet-chosen
- The owner has not chosen a licence for Brickfall yet. All rights are reserved.
+ $own
 TAIL
 } >"$folder/copyright"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # What the packages of a folder must show: scripts/check-packages.sh [FOLDER], else out/packages.
 # lintian, desktop-file-validate and appstreamcli have no error and no warning; no file outside the usual places, none that
-# runs as another user, no folder of the machine that built it.
+# runs as another user, no folder of the machine that built it; the bill of materials is what SPDX 2.3 asks for.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 folder=${1:-out/packages}
@@ -11,6 +11,15 @@ bad=0
 complain() {
   echo "check-packages: $1" >&2
   bad=1
+}
+
+# unknown_licences BILL: the identifiers of its expressions that appstreamcli does not know as the project's licence.
+unknown_licences() {
+  local component=$work/org.example.licences.metainfo.xml
+  printf '<component><id>org.example.licences</id><project_license>%s</project_license></component>\n' "$(
+    jq -r '[.packages[] | .licenseDeclared, .licenseConcluded | select(. != null)] | unique | join(" AND ")' "$1"
+  )" >"$component"
+  appstreamcli validate --no-net "$component" 2>&1 | grep spdx-license || true
 }
 
 (cd "$folder" && sha256sum --quiet -c SHA256SUMS) || complain "SHA256SUMS is of other files"
@@ -34,6 +43,11 @@ for package in "$folder"/*.deb; do
   said=$(dpkg-deb -c "$package" | awk '$1 ~ /[sS]/ || $2 != "root/root"')
   [ -z "$said" ] || complain "$name has files with rights or owners of their own: $said"
   if grep -rlaF -e "$PWD" -e "$HOME/" "$tree" >"$work/named"; then complain "$name names a folder of this machine: $(cat "$work/named")"; fi
+  bill=$tree/usr/share/doc/${name%%_*}/${name%%_*}.spdx.json
+  said=$(jq -r -f scripts/spdx.jq "$bill" 2>&1 || true)
+  [ -z "$said" ] || complain "the bill of materials of $name: $said"
+  said=$(unknown_licences "$bill")
+  [ -z "$said" ] || complain "the bill of materials of $name has what is not on the list of SPDX: $said"
   for part in control preinst postinst prerm postrm; do
     dpkg-deb --info "$package" "$part" >"$work/part" 2>/dev/null || continue
     [ "$part" = control ] || complain "$name runs a program of its own when it is installed: $part"

@@ -13,7 +13,7 @@ packages=(
   xvfb openbox xdotool x11-utils x11-xkb-utils sway wtype librsvg2-bin
   libfluidsynth-dev timgm6mb-soundfont libqrencode-dev ffmpeg
   libsdl2-dev
-  ca-certificates openssl dpkg-dev lintian appstream desktop-file-utils
+  ca-certificates openssl dpkg-dev lintian appstream desktop-file-utils jq
 )
 
 if [ "${1:-}" = "--pages" ]; then
