@@ -14,7 +14,7 @@
 namespace brickfall {
 namespace {
 
-constexpr int64_t kWeekSeconds = 7 * 86'400;
+constexpr int64_t kWeekSeconds = int64_t{7} * 86'400;
 constexpr std::size_t kPlaces = 3;
 
 // Percent of the pot by place, for one sound row, two, and three or more.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Plays the runs of tests/determinism.sh, and replays the golden runs, as other machines do: 64 bits of ARM and RISC-V,
-# big-endian, 32 bits; and replays the golden runs as a browser does, as WebAssembly. Where a compiler or an emulator is missing, it names what to install and is skipped.
+# big-endian, 32 bits; and replays the golden runs as a browser does, as WebAssembly. Where a compiler or an emulator is
+# missing, it names what to install and is skipped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build-env.sh
