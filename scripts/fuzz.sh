@@ -45,7 +45,7 @@ fuzz() {  # fuzz NAME OPTION...
 folders() { echo "$PWD/build/asan/found/$1 $PWD/fuzz/corpus/$1"; }
 
 if [ "$merge" ]; then
-  fuzz "$1" -merge=1 -max_len=1024 "$PWD/fuzz/corpus/$1" "$PWD/build/asan/found/$1"
+  fuzz "$1" -set_cover_merge=1 -use_counters=0 -max_len=1024 "$PWD/fuzz/corpus/$1" "$PWD/build/asan/found/$1"
   exit
 fi
 if [ "$1" != --all ]; then
