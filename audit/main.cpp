@@ -193,8 +193,8 @@ int main(int count, char** arguments) {
     using namespace brickfall;
     std::signal(SIGINT, EndOnInterrupt);
     AuditOptions options;
-    std::string error;
     try {
+        std::string error;
         const std::span<char* const> given(arguments, static_cast<std::size_t>(count));
         if (!ParseAuditOptions(given.subspan(1), UnixSeconds(), options, error))
             return Fail(error + "\n" + kAuditHelp);

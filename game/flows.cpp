@@ -225,7 +225,7 @@ ReportOutcome OnSendReport(RunControl& run, const FlowDriver& driver, std::strin
     return {/*sent=*/true, {}, false};
 }
 
-void OnUnbindClicked(RunControl& run, const FlowDriver& driver) {
+void OnUnbindClicked(const RunControl& run, const FlowDriver& driver) {
     if (run.mode == kModePlaying) {
         return SetStatus(driver, "Finish or close the run before unbinding.");
     }

@@ -42,7 +42,7 @@ struct ReportOutcome {
 void OnConnectClicked(RunControl& run, const FlowDriver& driver);
 void OnPlayClicked(RunControl& run, const FlowDriver& driver);
 void OnRecordClicked(RunControl& run, const FlowDriver& driver);
-void OnUnbindClicked(RunControl& run, const FlowDriver& driver);
+void OnUnbindClicked(const RunControl& run, const FlowDriver& driver);
 void OnConnectResult(RunControl& run, const FlowDriver& driver, ResultText result);
 void OnPayResult(RunControl& run, const FlowDriver& driver, PayKind kind, ResultText result);
 // `text` is UTF-8; blanks around it are dropped. Seals it to the architect, signs its row and starts the

@@ -310,7 +310,7 @@ std::optional<StillPicture> KeepStillJpeg(std::string& file) {
         const std::string_view data = bytes.substr(at + 4, length - 2);
         const std::size_t segment = at;
         at += 2 + length;
-        if (marker >= 0xC0 && marker <= 0xC2) {  // baseline, extended, progressive; all of prefix codes
+        if (marker <= 0xC2) {  // baseline, extended, progressive; all of prefix codes
             if (frame) return std::nullopt;
             frame = ReadJpegFrame(data);
             if (!frame) return std::nullopt;

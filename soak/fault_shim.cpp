@@ -116,15 +116,15 @@ bool IsRegular(int file) {
 }
 
 ssize_t Write(int file, const void* data, std::size_t size) {
-    const auto write = [&](std::size_t bytes) { return Kernel(SYS_write, file, data, bytes); };
+    const auto put = [&](std::size_t bytes) { return Kernel(SYS_write, file, data, bytes); };
     // The standard streams are nothing that anybody keeps.
-    if (file <= STDERR_FILENO || !armed.load(std::memory_order_relaxed)) return write(size);
+    if (file <= STDERR_FILENO || !armed.load(std::memory_order_relaxed)) return put(size);
     const bool regular = IsRegular(file);
     const bool is_full = regular && torn.exchange(false);
     const Act act =
         is_full ? Act::kFail : Meet(regular ? kChange | kRoom : kChange, {"write", nullptr, file});
-    if (act == Act::kNone) return write(size);
-    const bool halved = act == Act::kTear && size > 1 && write(size / 2) > 0;
+    if (act == Act::kNone) return put(size);
+    const bool halved = act == Act::kTear && size > 1 && put(size / 2) > 0;
     if (kind->need == FaultNeed::kChange) Die();
     errno = kind->error;
     torn = halved;

@@ -41,7 +41,7 @@ bool MakePipe(int& read_end, int& write_end) {
 }
 
 std::string LastLine(std::FILE* file) {
-    std::string text, line;
+    std::string text;
     std::array<char, 4'096> buffer{};
     std::rewind(file);
     for (std::size_t n; (n = std::fread(buffer.data(), 1, buffer.size(), file)) > 0 && text.size() < 1 << 16;)

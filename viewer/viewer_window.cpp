@@ -266,7 +266,6 @@ void OnLoaded(LoadedRuns loaded) {
 // ---- What is pressed
 
 void OnCommand(int control) {
-    Transport& transport = viewer.transport;
     switch (control) {
         case kViewerGhost:
             if (!viewer.ghost) return ChooseRun(/*for_ghost=*/true);
@@ -289,6 +288,7 @@ void OnCommand(int control) {
     }
     if (viewer.shown) {
         const Course& course = viewer.shown->course;
+        Transport& transport = viewer.transport;
         switch (control) {
             case kViewerPlay:
                 transport.PlayOrPause();

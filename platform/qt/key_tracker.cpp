@@ -126,7 +126,7 @@ std::unique_ptr<QObject> MakeKeyTracker() {
     auto tracker = std::make_unique<KeyTracker>();
     tracker_in_use = tracker.get();
     qApp->installEventFilter(tracker.get());
-    QObject::connect(qApp, &QGuiApplication::focusWindowChanged, tracker.get(), [](QWindow* window) {
+    QObject::connect(qApp, &QGuiApplication::focusWindowChanged, tracker.get(), [](const QWindow* window) {
         if (window == nullptr) ReleaseAllKeys();
     });
     QObject::connect(qApp, &QGuiApplication::applicationStateChanged, tracker.get(),

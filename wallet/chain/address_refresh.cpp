@@ -13,8 +13,8 @@ void FetchRefreshRecords(std::vector<AddressRefresh>& records, OrdinalScans scan
     RunInParallel(records.size(), kMostFetchesAtOnce, [&records, scans](std::size_t i) {
         AddressRefresh& record = records[i];
         try {
-            std::string error;
             if (!record.scan_only) {
+                std::string error;
                 record.ok = FetchUtxos(record.address, record.utxos, error, &record.complete);
             }
             const bool has_coins = record.scan_only || !record.utxos.empty();
