@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -14,7 +15,6 @@
 
 #include "base/workers.h"
 #include "platform/automation.h"
-#include "tests/support/child_process.h"
 
 namespace brickfall {
 namespace {
@@ -96,7 +96,7 @@ std::string RunShell(const std::string& command) {
     return output;
 }
 
-std::string Xdotool(const std::string& arguments) { return RunShell("xdotool " + arguments); }
+std::string Xdotool(const std::string& arguments) { return RunShell("timeout 20 xdotool " + arguments); }
 
 std::optional<Rect> RectOnScreen(const std::string& title) {
     const std::string window = WindowOfTitle(title);
@@ -138,6 +138,20 @@ void ClickOn(WindowId window, int control) {
 }
 
 void PressKeys(const std::string& keys) { Xdotool("key " + keys); }
+
+int CloseByKeys(ChildProcess& program) {
+    constexpr int kTries = 5, kTryMs = 4'000, kLookMs = 20;
+    for (int i = 0; i < kTries && !program.HasEnded(); ++i) {
+        Xdotool(SearchFor(kMainTitle) + " windowactivate --sync key alt+F4");
+        for (int ms = 0; ms < kTryMs && !program.HasEnded(); ms += kLookMs) RunFor(kLookMs);
+    }
+    if (!program.HasEnded()) {
+        Screenshot("failed");
+        ADD_FAILURE() << "the program does not close";
+        program.Signal(SIGKILL);
+    }
+    return program.Wait();
+}
 
 void AnswerBox(const std::string& title, const std::string& keys) {
     const auto windows = [search = SearchFor(title)] {

@@ -11,6 +11,7 @@
 #include "base/clock.h"
 #include "platform/midi_out.h"
 #include "platform/window.h"
+#include "tests/support/child_process.h"
 
 namespace brickfall {
 
@@ -50,6 +51,9 @@ void Click(const std::string& title, Point at);
 void ClickBehind(const std::string& title, Point at);  // brings the window to the front first
 void ClickOn(WindowId window, int control);            // a control of this process
 void PressKeys(const std::string& keys);               // such as "space" or "alt+F4"
+// Presses Alt+F4 in the program's main window, and again as long as it is there: a window manager that is
+// just busy with a window loses keys. The exit code; a failure of the test if it never ends.
+int CloseByKeys(ChildProcess& program);
 // For a modal box that is about to come: presses the keys in it while it runs its own loop.
 void AnswerBox(const std::string& title, const std::string& keys);
 void TypeKeys(const std::string& text);

@@ -70,6 +70,7 @@ TEST(Program, RaisesTheFirstOnASecondStartAndEndsCleanWithWorkInFlight) {
     ASSERT_TRUE(asked(kDownload, "the update check"));
     const int64_t before_ms = SystemClock().unix_millis(nullptr);
     PressKeys("alt+F4");
+    EXPECT_SOON(program.HasEnded());
     EXPECT_EQ(program.Wait(), 0);
     EXPECT_LT(SystemClock().unix_millis(nullptr) - before_ms, kWaitsForNothingMs);
     EXPECT_TRUE(FileExists(wallet.StorePath("/brickfall_ui.json")));
@@ -101,8 +102,7 @@ TEST(Program, StartsTheCompanionThatIsNotThereAndRaisesTheOneThatIs) {
         ASSERT_TRUE(WaitFor("the companion in front",
                             [] { return Xdotool("getactivewindow getwindowname") == kCompanionTitle; }));
         EXPECT_EQ(icon_numbers("Pouch"), kIconNumbers);
-        Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key alt+F4");
-        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_EQ(CloseByKeys(program), 0);
     }
     run.Signal(SIGKILL);
     run.Wait();
@@ -161,8 +161,7 @@ TEST(Program, ComesBackWhereItWasAndAllOfItInsideTheWorkArea) {
                 EXPECT_SOON(stands_at(a_case.expected));
                 EXPECT_SOON(SavedPlace(file) == a_case.expected);
             }
-            Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key alt+F4");
-            EXPECT_EQ(program.Wait(), 0);
+            EXPECT_EQ(CloseByKeys(program), 0);
             EXPECT_EQ(SavedPlace(file), a_case.expected);
         }
         DestroyWindow(panel);
@@ -200,8 +199,7 @@ TEST(Program, FillsTheScreenAtF11AndAtTheNextStartAndComesBackWhereItWas) {
                 Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key F11");
                 EXPECT_SOON(!is_full() && stands_at(before) && !is_kept());
             }
-            Xdotool("search --onlyvisible --name '^Brickfall$' windowactivate --sync key alt+F4");
-            EXPECT_EQ(program.Wait(), 0);
+            EXPECT_EQ(CloseByKeys(program), 0);
             EXPECT_EQ(SavedPlace(file), place);
         }
     }

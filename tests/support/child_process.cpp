@@ -73,6 +73,12 @@ void ChildProcess::Signal(int number) {
     if (pid_ > 0) ::kill(pid_, number);
 }
 
+bool ChildProcess::HasEnded() const {
+    siginfo_t told{};
+    return pid_ <= 0 || (::waitid(P_PID, static_cast<id_t>(pid_), &told, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+                         told.si_pid == pid_);
+}
+
 int ChildProcess::Wait() {
     int status = 0;
     if (pid_ <= 0) return -1;

@@ -30,6 +30,7 @@ class ChildProcess {
     void Write(std::string_view text);
     void Signal(int number);
 
+    bool HasEnded() const;
     // Waits for its end: the exit code, or minus the number of the signal that ended it.
     int Wait();
 
