@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   g++ binutils cmake ninja-build ccache pkg-config
-  clang lld clang-format clang-tidy libclang-rt-14-dev cppcheck shellcheck
+  clang lld llvm-14 clang-format clang-tidy libclang-rt-14-dev cppcheck shellcheck
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libcpp-httplib-dev
   libgtest-dev libbenchmark-dev librapidcheck-dev
   qt6-base-dev qt6-wayland libxcb1-dev zlib1g-dev qt6-image-formats-plugins fonts-open-sans fonts-crosextra-caladea fonts-inconsolata

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Runs the tests under sanitizers: address with undefined, and thread; under the latter a few paid runs of the soak as well.
+# The former leave what of the code they have run, for scripts/coverage.sh.
 # Left out: of both, the comparison of compilers, which brings its own sanitizers; of "thread", what has one thread only:
 # the rules of a run, rows, pages, and the replays of fuzz inputs.
 set -euo pipefail
@@ -13,7 +14,12 @@ run() {  # run PRESET [ctest arguments]
   ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j 2 "$@"
 }
 case "${1:-all}" in
-  address) LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 run asan -E '^game/Determinism$' ;;
+  address)
+    # Each program adds what it has run to one of two files of its own; without the variable it keeps nothing.
+    rm -rf build/asan/coverage
+    export LLVM_PROFILE_FILE=$PWD/build/asan/coverage/%2m.profraw
+    LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 run asan -E '^game/Determinism$'
+    ;;
   thread)
     export TSAN_OPTIONS=suppressions=$PWD/scripts/tsan.supp
     run tsan -E '^game$|^game/|^messages$'
