@@ -4,6 +4,7 @@
 #include <atomic>
 #include <map>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -66,11 +67,9 @@ void AddFaces(const FaceDecoder& decode, const std::function<std::string(const I
     progress("faces", 0, players.size());
     RunInParallel(players.size(), kPageFacesAtOnce, [&](std::size_t i) {
         try {
-            std::vector<ScoreRow> rows(1);
-            rows[0].handle = players[i].key;
-            Faces faces;
-            if (MonotonicNs() < until_ns) LoadFaces(rows, decode, faces);
-            if (!faces.empty()) players[i].face = encode(faces.begin()->second);
+            std::optional<Image> face;
+            if (MonotonicNs() < until_ns) face = LoadFace(std::string(players[i].key), decode);
+            if (face) players[i].face = encode(*face);
         } catch (const std::bad_alloc&) {
             players[i].face.clear();
         }

@@ -15,17 +15,6 @@ namespace {
 
 bool IsHttps(std::string_view text) { return text.starts_with("https://"); }
 
-// A picture that does not fit into memory is none, and the next one is tried.
-std::optional<Image> LoadFace(const std::string& key, const FaceDecoder& decode) try {
-    const std::string url = ResolveAvatarUrl(key);
-    std::string file;
-    if (url.empty() || !FetchText(url, file, kFaceMaxBytes) || file.size() < kFaceMinBytes)
-        return std::nullopt;
-    return decode(std::move(file), kFaceMaxSide);
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
-}
-
 }  // namespace
 
 std::string FaceKey(const ScoreRow& row) {
@@ -50,6 +39,17 @@ std::string AvatarOfProfile(const nlohmann::json& profile) {
     if (inscription.empty()) inscription = JsonString(profile, "origin");
     if (inscription.empty() || IsHttps(inscription)) return inscription;
     return UrlWithName(std::string(kOrdinalsContentBaseUrl) + "/content/", inscription).value_or("");
+}
+
+// A picture that does not fit into memory is none, and the next one is tried.
+std::optional<Image> LoadFace(const std::string& key, const FaceDecoder& decode) try {
+    const std::string url = ResolveAvatarUrl(key);
+    std::string file;
+    if (url.empty() || !FetchText(url, file, kFaceMaxBytes) || file.size() < kFaceMinBytes)
+        return std::nullopt;
+    return decode(std::move(file), kFaceMaxSide);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 void LoadFaces(const std::vector<ScoreRow>& rows, const FaceDecoder& decode, Faces& faces) {

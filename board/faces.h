@@ -38,6 +38,9 @@ std::string ResolveAvatarUrl(std::string_view key);
 // The same of a profile in hand: a web address, or that of an inscription.
 std::string AvatarOfProfile(const nlohmann::json& profile);
 
+// The player's picture, downloaded and decoded; nothing where there is none. Blocks for two requests.
+std::optional<Image> LoadFace(const std::string& key, const FaceDecoder& decode);
+
 // Downloads and decodes the picture of each row that has one, one at a time. A key is looked up once, for its
 // first row, whatever comes of it.
 void LoadFaces(const std::vector<ScoreRow>& rows, const FaceDecoder& decode, Faces& faces);

@@ -186,21 +186,20 @@ bool WindowWidget::Maximized() const {
 
 bool WindowWidget::FullScreen() const { return wanted_full_screen_.value_or(isFullScreen()); }
 
-void WindowWidget::SetFullScreen(bool on) {
-    maximized_below_ = Maximized();
-    wanted_full_screen_ = on;
-    state_tries_ = kWishTries;
-    AskForState();
-}
+void WindowWidget::SetFullScreen(bool on) { WantFullScreen(on, Maximized()); }
 
 // All at once and before it is there: a window manager passes over what is asked for a window that it does
 // not manage yet.
 void WindowWidget::ShowFullScreen(bool maximized_below) {
+    WantFullScreen(true, maximized_below);
+    show();
+}
+
+void WindowWidget::WantFullScreen(bool on, bool maximized_below) {
     maximized_below_ = maximized_below;
-    wanted_full_screen_ = true;
+    wanted_full_screen_ = on;
     state_tries_ = kWishTries;
     AskForState();
-    show();
 }
 
 void WindowWidget::AskForState() {

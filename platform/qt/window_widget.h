@@ -81,6 +81,7 @@ class WindowWidget : public QWidget {
     bool CanBePlaced() const;
     void AskForWishes();
     void LookAtWishes();
+    void WantFullScreen(bool on, bool maximized_below);
     void AskForState();
     void LookAtState();
     void PlacedByUser();
