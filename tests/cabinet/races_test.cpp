@@ -6,6 +6,7 @@
 
 #include "base/workers.h"
 #include "cabinet/report_window.h"
+#include "cabinet/shell_driver.h"
 #include "cabinet/shell_labels.h"
 #include "cabinet/shell_state.h"
 #include "cabinet/workers.h"
