@@ -10,7 +10,6 @@ namespace brickfall::sandbox {
 namespace {
 
 constexpr uint32_t kFinalSequence = 0xffffffff;
-constexpr uint32_t kNoIndex = 0xffffffff;
 constexpr std::string_view kFundingMark = "/Brickfall sandbox/";
 
 // What can be said of a transaction without looking at the chain.
@@ -214,7 +213,7 @@ Bytes MakeFundingTx(const Chain& chain, const KeyHash& to, int64_t satoshis) {
     PutBytes(unlocking, ViewOf(kFundingMark));
     ParsedTx tx;
     tx.version = 1;
-    tx.inputs.push_back({{Digest{}, kNoIndex}, unlocking, kFinalSequence});
+    tx.inputs.push_back({kNoOutpoint, unlocking, kFinalSequence});
     tx.outputs.push_back({satoshis, PayToKeyHash(to)});
     return WriteTransaction(tx);
 }

@@ -7,7 +7,6 @@ namespace {
 
 constexpr std::size_t kShortestInput = 32 + 4 + 1 + 4;
 constexpr std::size_t kShortestOutput = 8 + 1;
-constexpr uint32_t kNoIndex = 0xffffffff;
 
 // Once a read has failed, every later one fails too.
 class Reader {
@@ -113,9 +112,8 @@ Bytes WriteTransaction(const ParsedTx& tx) {
 }
 
 bool IsCoinbase(const ParsedTx& tx) {
-    return std::any_of(tx.inputs.begin(), tx.inputs.end(), [](const TxInput& input) {
-        return input.spent == Outpoint{Digest{}, kNoIndex};
-    });
+    return std::any_of(tx.inputs.begin(), tx.inputs.end(),
+                       [](const TxInput& input) { return input.spent == kNoOutpoint; });
 }
 
 }  // namespace brickfall::sandbox

@@ -16,6 +16,9 @@ struct Outpoint {
     auto operator<=>(const Outpoint&) const = default;
 };
 
+// What the only input of a coinbase names, since it spends nothing.
+inline constexpr Outpoint kNoOutpoint = {{}, 0xffffffff};
+
 struct TxInput {
     Outpoint spent;
     Bytes unlocking;

@@ -21,6 +21,8 @@ namespace brickfall {
 inline constexpr char kTestPhrase[] =
     "abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon abandon about";
 inline constexpr char kTestWalletId[] = "w1700000000000";
+// Of no key that a test has.
+inline constexpr char kForeignAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
 
 // An id of the right form, another one for each number, and never its own reverse.
 std::string TestTxid(uint32_t number);

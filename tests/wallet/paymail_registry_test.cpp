@@ -8,6 +8,7 @@
 #include "base/files.h"
 #include "deployment/deployment.h"
 #include "tests/support/sealed_message.h"
+#include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
 
 namespace brickfall {
@@ -15,7 +16,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
 constexpr char kOrdAddress[] = "1OrdinalsAddressOfThisIdentity";
 
 // The registry's file in a store of its own. Ada's key is 02ad, in either case, and bob's 03b0.
@@ -61,7 +61,7 @@ TEST(PaymailName, KeepsOnlyWhatANameMayHold) {
 }
 
 TEST_F(PaymailRegistry, GrantsLabelsUpToTheQuotaOfTheRole) {
-    const json granted = {{"pubkey", "02AD"}, {"address", kAddress}};
+    const json granted = {{"pubkey", "02AD"}, {"address", kForeignAddress}};
     const struct {
         const char* role;
         int held;
@@ -74,7 +74,7 @@ TEST_F(PaymailRegistry, GrantsLabelsUpToTheQuotaOfTheRole) {
         json document = {{"names", Names(row.held, row.holder)}, {"host_role", row.role}};
         document["names"]["text"] = "02ad";  // no object, so no label
         Put(document.dump());
-        const std::string answer = RegisterPaymail("ada", "02AD", kAddress);
+        const std::string answer = RegisterPaymail("ada", "02AD", kForeignAddress);
         if (*row.limit != 0) {
             EXPECT_EQ(answer,
                       std::string("paymail quota reached (") + row.limit + " free labels per identity)");
@@ -89,14 +89,15 @@ TEST_F(PaymailRegistry, GrantsLabelsUpToTheQuotaOfTheRole) {
     json names = Names(10, "02ad");
     names.update({{"free", {{"address", "1Old"}}}, {"bob", {{"pubkey", "03b0"}}}});
     Put(json{{"names", names}}.dump());
-    EXPECT_EQ(RegisterPaymail("n3", "02AD", kAddress), "") << "an own name at a full quota";
-    EXPECT_EQ(RegisterPaymail("free", "02AD", kAddress), "") << "nobody's: quota or not";
+    EXPECT_EQ(RegisterPaymail("n3", "02AD", kForeignAddress), "") << "an own name at a full quota";
+    EXPECT_EQ(RegisterPaymail("free", "02AD", kForeignAddress), "") << "nobody's: quota or not";
     EXPECT_EQ(Get()["names"]["free"], granted);
     const json before = Get();
-    EXPECT_EQ(RegisterPaymail("Bob", "02ad", kAddress),
+    EXPECT_EQ(RegisterPaymail("Bob", "02ad", kForeignAddress),
               std::string("bob@") + kPaymailDomain + " is already taken");
-    EXPECT_EQ(RegisterPaymail("@!", "02ad", kAddress), "need a paymail name (letters, numbers, _ - .)");
-    EXPECT_EQ(RegisterPaymail("n3", "", kAddress), "no Pouch identity pubkey");
+    EXPECT_EQ(RegisterPaymail("@!", "02ad", kForeignAddress),
+              "need a paymail name (letters, numbers, _ - .)");
+    EXPECT_EQ(RegisterPaymail("n3", "", kForeignAddress), "no Pouch identity pubkey");
     EXPECT_EQ(Get(), before);
 }
 
@@ -168,10 +169,10 @@ TEST_F(PaymailRegistry, KeepsTheHostRole) {
 TEST_F(PaymailRegistry, TheIdentitysEntriesFollowItsOrdinalsAddressAndItsAvatar) {
     EXPECT_EQ(SyncAvatar(), "no identity pubkey");
     json document = {{"names",
-                      {{"address_in_ord", {{"pubkey", "02AD"}, {"ord", kAddress}}},
+                      {{"address_in_ord", {{"pubkey", "02AD"}, {"ord", kForeignAddress}}},
                        {"outpoint_in_ord", {{"pubkey", "02ad"}, {"ord", std::string(30, '1') + "_0"}}},
-                       {"set", {{"pubkey", "02ad"}, {"ordAddress", kOrdAddress}, {"ord", kAddress}}},
-                       {"other", {{"pubkey", "03b0"}, {"ord", kAddress}, {"avatar", "bob_0"}}},
+                       {"set", {{"pubkey", "02ad"}, {"ordAddress", kOrdAddress}, {"ord", kForeignAddress}}},
+                       {"other", {{"pubkey", "03b0"}, {"ord", kForeignAddress}, {"avatar", "bob_0"}}},
                        {"text", "02ad"}}}};
     json& names = document["names"];
     Put(document.dump());
@@ -211,7 +212,7 @@ TEST_F(PaymailRegistry, ReadsAnyFileAsSomething) {
         EXPECT_EQ(SyncAvatar(), "");
         EXPECT_EQ(Get()["avatars"]["02ad"], "av_0");
         Put(content);
-        EXPECT_EQ(RegisterPaymail("ada", "02ad", kAddress), "");
+        EXPECT_EQ(RegisterPaymail("ada", "02ad", kForeignAddress), "");
         EXPECT_EQ(FindNameForPubkey("02ad"), "ada");
     }
 }
@@ -225,7 +226,7 @@ TEST_F(PaymailRegistry, TakesOverTheFileOfAnOlderInstallationAndLeavesAloneWhatI
         SCOPED_TRACE(path);
         WriteFile(path, deep);
         EXPECT_EQ(FindNameForPubkey("02ad"), "");
-        EXPECT_EQ(RegisterPaymail("ada", "02ad", kAddress), "could not write paymail registry");
+        EXPECT_EQ(RegisterPaymail("ada", "02ad", kForeignAddress), "could not write paymail registry");
         EXPECT_EQ(SyncAvatar(), "could not write paymail registry");
         SetHostRole("dev");
         EXPECT_EQ(ReadFile(path), deep);

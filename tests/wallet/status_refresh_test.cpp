@@ -25,7 +25,6 @@ using nlohmann::json;
 using sandbox::Service;
 using Lines = std::vector<std::string>;
 
-constexpr char kAddress[] = "1BoatSLRHtKNngkdXEeobR76b53LETtpyT";
 constexpr char kRegistry[] = "/orvane_paymail.json";
 const std::string kWalletFile = std::string("/wallets/") + kTestWalletId + "/wallet.json";
 
@@ -46,8 +45,8 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
     } rows[] = {
         {"eve", "eve", "", ""},
         {"@Eve2@pay.example", "eve2", "aabb_0", ""},
-        {" @$Eve3 \r\n", "eve3", "", kAddress},
-        {"eve4", "eve4", "aabb_0", kAddress},
+        {" @$Eve3 \r\n", "eve3", "", kForeignAddress},
+        {"eve4", "eve4", "aabb_0", kForeignAddress},
     };
     std::string upper = key;
     std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
@@ -79,7 +78,7 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
         remote.box.ClearFaults();
         remote.box.ClearRequests();
         remote.Reply(Service::kPaymail, "/claim", row.status, row.body);
-        EXPECT_EQ(ClaimPaymail("eve", key, kAddress, "", ""), row.text) << row.body;
+        EXPECT_EQ(ClaimPaymail("eve", key, kForeignAddress, "", ""), row.text) << row.body;
         EXPECT_EQ(remote.Asked(Service::kPaymail, "/claim"), row.status == 429 ? 4 : 1) << row.body;
     }
     remote.box.ClearFaults();
@@ -90,7 +89,7 @@ TEST_F(StatusRefreshTest, TheHostAcceptsEveryShapeOfClaim) {
 TEST_F(StatusRefreshTest, ClaimsOnceAndAsksForTheRoleEachTime) {
     ASSERT_NE(remote.box.Fund(address, 12'345), "");
     // What the process last told the host depends on the tests before; this makes it known.
-    ClaimIfChanged("forget", key, kAddress, "", "");
+    ClaimIfChanged("forget", key, kForeignAddress, "", "");
     remote.box.ClearRequests();
     const auto claims = [this] { return remote.Asked(Service::kPaymail, "POST /api/paymail/claim"); };
     for (int i = 0; i < 2; ++i) {
@@ -115,12 +114,12 @@ TEST_F(StatusRefreshTest, ClaimsOnceAndAsksForTheRoleEachTime) {
 
     // A claim that fails is made again; one whose fields changed, too.
     remote.Reply(Service::kPaymail, "/claim", 500, "", 1);
-    for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", key, kAddress, "", "");
+    for (int i = 0; i < 3; ++i) ClaimIfChanged("ada", key, kForeignAddress, "", "");
     EXPECT_EQ(claims(), 3);
-    ClaimIfChanged("ada", key, kAddress, "avatar_0", "");
+    ClaimIfChanged("ada", key, kForeignAddress, "avatar_0", "");
     EXPECT_EQ(claims(), 4);
-    ClaimIfChanged("", key, kAddress, "", "");
-    ClaimIfChanged("ada", "", kAddress, "", "");
+    ClaimIfChanged("", key, kForeignAddress, "", "");
+    ClaimIfChanged("ada", "", kForeignAddress, "", "");
     EXPECT_EQ(claims(), 4);
 }
 
