@@ -6,4 +6,4 @@ cd "$(dirname "$0")"
 scripts/install-deps.sh
 cmake --preset release >/dev/null
 cmake --build --preset release
-ctest --test-dir build/release --output-on-failure --no-tests=error -j 2 "$@"
+ctest --test-dir build/release --output-on-failure --no-tests=error -j 3 "$@"

@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 run() {  # run PRESET
   cmake --preset "$1" >/dev/null
   cmake --build --preset "$1"
-  ctest --test-dir "build/$1" --output-on-failure --no-tests=error -j 2
+  ctest --test-dir "build/$1" --output-on-failure --no-tests=error -j 3
 }
 case "${1:-all}" in
   address)
