@@ -66,16 +66,14 @@ for program in build/release/bench/*"$name"*_bench; do
   echo "== $(basename "$program")"
   for run in "$before" "$program" "$program" "$before"; do
     [ "$run" = "$program" ] && side=now || side=before
-    "$run" --benchmark_format=csv 2>/dev/null | sed -n "s/^\"/$side,\"/p"
-  done | awk -F '"' '
-    # side,"name",iterations,real_time,cpu_time,time_unit,...
+    # Not as CSV: its reporter aborts where benchmarks of a program have different counters.
+    "$run" --benchmark_format=json 2>/dev/null |
+      jq -r --arg side "$side" '.benchmarks[] | select(.error_occurred | not) | [$side, .name, .cpu_time, .time_unit] | @tsv'
+  done | awk -F '\t' '
     {
-      split($3, field, ",")
-      if (field[4] == "") next  # an error in its place
-      side = substr($1, 1, length($1) - 1)
       if (!($2 in unit)) order[++count] = $2
-      unit[$2] = field[5]
-      if (!((side, $2) in best) || field[4] + 0 < best[side, $2]) best[side, $2] = field[4] + 0
+      unit[$2] = $4
+      if (!(($1, $2) in best) || $3 < best[$1, $2]) best[$1, $2] = $3
     }
     END {
       for (i = 1; i <= count; ++i) {
