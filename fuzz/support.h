@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -33,7 +34,12 @@ class CostBound {
   public:
     CostBound(uint64_t any_input, std::size_t size, uint64_t each_byte)
         : limit_(allocated_bytes + any_input + size * each_byte) {}
-    ~CostBound() { Require(allocated_bytes <= limit_); }
+    ~CostBound() {
+        if (allocated_bytes <= limit_) return;
+        std::fprintf(stderr, "fuzz: asked for %llu bytes more than it may\n",
+                     static_cast<unsigned long long>(allocated_bytes - limit_));
+        std::abort();
+    }
     CostBound(const CostBound&) = delete;
     CostBound& operator=(const CostBound&) = delete;
 
