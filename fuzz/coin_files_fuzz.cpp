@@ -130,7 +130,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string root = store.Path() + "/Orvane";
     const std::string_view bytes = AsText(data, size).substr(size > 0 ? 1 : 0);
     const auto& reader = kReaders[(size > 0 ? data[0] : 0) % std::size(kReaders)];
-    const CostBound cost(150'000, size, 600);
+    // A control byte of what is refused is eight characters in the parser's message.
+    const CostBound cost(150'000, size, 2'000);
     StoreFile read;
     for (const std::string file : reader.files) {
         Require(MakeFolders(std::filesystem::path(root + file).parent_path()));
