@@ -2,7 +2,8 @@
 # Runs the tests under sanitizers: address with undefined, and thread; under the latter a few paid runs of the soak as well.
 # The former leave what of the code they have run, for scripts/coverage.sh.
 # Left out: of both, the comparison of compilers, which brings its own sanitizers; of "thread", what has one thread only:
-# the rules of a run, rows, pages, and the replays of fuzz inputs. Of "address", the tests' own code has that one alone.
+# the rules of a run, rows, pages, and the replays of fuzz inputs; of "address", what only a browser does with a page. What is
+# around the product (sandbox, tests) has no sanitizer but that of addresses there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build-env.sh
