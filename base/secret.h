@@ -9,8 +9,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace brickfall {
@@ -40,6 +43,23 @@ struct SecretAllocator {
 
 using SecretString = std::basic_string<char, std::char_traits<char>, SecretAllocator<char>>;
 using SecretBytes = std::vector<uint8_t, SecretAllocator<uint8_t>>;
+
+// A secret text that many hold at once and that is kept once: as many copies as a wallet has coins would be more
+// than a process may lock or map. Wiped with the last of its holders.
+class SharedSecret {
+  public:
+    SharedSecret() = default;
+    SharedSecret(SecretString text) : text_(std::make_shared<const SecretString>(std::move(text))) {}
+
+    operator std::string_view() const { return text_ == nullptr ? std::string_view() : *text_; }
+    bool empty() const { return text_ == nullptr || text_->empty(); }
+    friend bool operator==(const SharedSecret& one, std::string_view other) {
+        return static_cast<std::string_view>(one) == other;
+    }
+
+  private:
+    std::shared_ptr<const SecretString> text_;
+};
 
 // An object of such memory that lives as long as the process.
 template <typename T>

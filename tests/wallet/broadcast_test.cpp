@@ -84,8 +84,10 @@ TEST(RecordSentTx, WhatIsSentIsRememberedAsSpentAndItsOwnOutputsAsPending) {
     const Hash160 change = AddressHash(wallet_keys.address),
                   identity = AddressHash(wallet_keys.identity_address);
     SpendInput input = InputOf(TestTxid(1));  // of receive index 0, whose key it brings along
+    SecretString priv;
     std::string first;
-    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), input.priv, input.pub, first));
+    ASSERT_TRUE(DeriveAtPath(ReceivePath(0), priv, input.pub, first));
+    input.priv = priv;
     input.hash = AddressHash(first);
     AddToCache(first, {input.txid, input.vout, input.value});
     pending_outputs.push_back({input.txid, input.vout, input.value, {}, "", input.hash});

@@ -232,5 +232,19 @@ TEST_F(SpendGuard, CollectionTakesTheOldestAddressesFirstWithTheirOwnKeys) {
     }
 }
 
+// More than a process may lock pages or map them, had each a copy of its key.
+TEST_F(SpendGuard, TensOfThousandsOfCoinsFromStrangersStopNothing) {
+    std::vector<Utxo> coins(70'000, {"", 0, 100});
+    for (uint32_t i = 0; i < coins.size(); ++i) coins[i].txid = TestTxid(i);
+    StoreUtxoList(wallet.ReceiveAddress(2), coins, /*ok=*/true, /*merge=*/false);
+    int64_t total = 0;
+    std::string error;
+    ASSERT_TRUE(CollectSpendable(inputs, total, error)) << error;
+    EXPECT_EQ(total, 7'000'000);
+    std::string pub;
+    EXPECT_TRUE(PublicKeyFromPrivate(inputs.back().priv, pub));
+    EXPECT_EQ(AddressFromPublicKey(pub), wallet.ReceiveAddress(2));
+}
+
 }  // namespace
 }  // namespace brickfall

@@ -23,7 +23,7 @@ struct Collection {
     CoinWalk walk;
 };
 
-void AddCandidate(Collection& collection, const Utxo& utxo, const SecretString& priv, const std::string& pub,
+void AddCandidate(Collection& collection, const Utxo& utxo, const SharedSecret& priv, const std::string& pub,
                   const Hash160& hash, std::string_view address) {
     if (!TakeCoin(collection.walk, utxo, address)) return;
     SpendInput input;
@@ -54,12 +54,13 @@ bool CollectSpendable(std::vector<SpendInput>& inputs, int64_t& total, std::stri
     error.clear();
     Collection collection;
     if (!BeginCoinWalk(collection.walk, error)) return false;
-    SecretString priv;
     std::string pub, derived;
     for (const OwnedAddress& owned : OwnedAddresses()) {
         const UtxoCacheEntry* entry = FindCacheEntry(owned.address);
         if (entry == nullptr || !entry->valid || entry->utxos.empty()) continue;
-        if (!DeriveAtPath(owned.path, priv, pub, derived)) continue;
+        SecretString derived_priv;
+        if (!DeriveAtPath(owned.path, derived_priv, pub, derived)) continue;
+        const SharedSecret priv = std::move(derived_priv);
         for (const Utxo& utxo : entry->utxos) {
             AddCandidate(collection, utxo, priv, pub, owned.hash, owned.address);
         }

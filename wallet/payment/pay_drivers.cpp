@@ -79,7 +79,7 @@ bool SignAll(std::vector<SpendInput>& inputs, std::span<const PayOutput> outputs
     return shared && std::ranges::all_of(inputs, [&](SpendInput& input) {
                const bool own_key = !input.priv.empty();
                const std::string& pub = input.pub.empty() ? wallet_keys.pub : input.pub;
-               const SecretString& priv = own_key ? input.priv : wallet_keys.priv;
+               const std::string_view priv = own_key ? input.priv : std::string_view(wallet_keys.priv);
                return SignInput(input, *shared, own_key ? input.hash : wallet_hash, priv, pub);
            });
 }

@@ -26,7 +26,7 @@ struct SpendInput {
     uint32_t vout = 0;
     int64_t value = 0;
     ByteBuffer script_sig;  // empty until signed
-    SecretString priv;      // empty: the wallet's current key
+    SharedSecret priv;      // empty: the wallet's current key
     std::string pub;        // empty: the wallet's current public key
     Hash160 hash{};         // owner of the spent output; meaningful when priv is not empty
 };
