@@ -44,8 +44,8 @@ struct SecretAllocator {
 using SecretString = std::basic_string<char, std::char_traits<char>, SecretAllocator<char>>;
 using SecretBytes = std::vector<uint8_t, SecretAllocator<uint8_t>>;
 
-// A secret text that many hold at once and that is kept once: as many copies as a wallet has coins would be more
-// than a process may lock or map. Wiped with the last of its holders.
+// A secret text that many hold at once and that is kept once: as many copies as a wallet has coins would be
+// more than a process may lock or map. Wiped with the last of its holders.
 class SharedSecret {
   public:
     SharedSecret() = default;

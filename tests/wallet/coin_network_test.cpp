@@ -379,6 +379,15 @@ TEST_F(CoinNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
     }
     EXPECT_FALSE(RecoverOutputsFromTx(txid)) << "nothing new";
 
+    // More than a process may lock pages or map them, had each a copy of its key.
+    std::string outputs;
+    for (int n = 0; n < 70'000; ++n)
+        outputs += R"(,{"value":7,"scriptPubKey":{"address":")" + address + "\"}}";
+    services.box.ClearFaults();
+    services.Reply(Service::kChain, "/tx/", 200, "{\"vout\":[" + outputs.substr(1) + "]}");
+    EXPECT_TRUE(RecoverOutputsFromTx(TestTxid(43)));
+    EXPECT_EQ(pending_outputs.size(), 70'005u);
+
     for (const char* broken : {"[]", "{}", R"({"vout":{}})", "{"}) {
         services.box.ClearFaults();
         services.Reply(Service::kChain, "/tx/", 200, broken);

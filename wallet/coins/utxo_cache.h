@@ -17,7 +17,7 @@ struct PendingOutput {
     std::string txid;
     uint32_t vout = 0;
     int64_t value = 0;
-    SecretString priv;  // empty: the wallet's current key
+    SharedSecret priv;  // empty: the wallet's current key
     std::string pub;    // empty: the wallet's current public key
     Hash160 hash{};
 };

@@ -38,8 +38,9 @@ void AddCandidate(Collection& collection, const Utxo& utxo, const SharedSecret& 
 }
 
 void AddPendingCandidates(Collection& collection) {
+    const SharedSecret current = wallet_keys.priv;
     for (const PendingOutput* pending : PendingLargestFirst()) {
-        const SecretString& priv = pending->priv.empty() ? wallet_keys.priv : pending->priv;
+        const SharedSecret& priv = pending->priv.empty() ? current : pending->priv;
         const std::string& pub = pending->pub.empty() ? wallet_keys.pub : pending->pub;
         AddCandidate(collection, {pending->txid, pending->vout, pending->value}, priv, pub, pending->hash,
                      /*address=*/"");

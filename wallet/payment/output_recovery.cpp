@@ -1,15 +1,17 @@
 #include "wallet/payment/output_recovery.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "base/foreign_json.h"
+#include "base/secret.h"
 #include "base/text.h"
 #include "deployment/deployment.h"
 #include "net/answer_limits.h"
@@ -60,26 +62,49 @@ std::vector<std::string> DecodedAddresses(const json& output) {
     return addresses;
 }
 
-bool IsPending(const PendingOutput& output) {
-    return std::any_of(pending_outputs.begin(), pending_outputs.end(),
-                       [&output](const PendingOutput& other) { return SameOutpoint(other, output); });
-}
-
-// Makes an output pending when one of the addresses is the wallet's.
-bool AddRecovered(const Utxo& utxo, const std::vector<std::string>& addresses) {
-    if (IsSpent(utxo.txid, utxo.vout)) return false;
-    for (const std::string& candidate : addresses) {
-        const OwnedAddress* owned = FindOwnedAddress(candidate);
-        if (owned == nullptr) continue;
-        PendingOutput output{utxo.txid, utxo.vout, utxo.value, {}, {}, owned->hash};
-        if (IsPending(output)) return false;
-        std::string derived;
-        if (!DeriveAtPath(owned->path, output.priv, output.pub, derived)) continue;
-        pending_outputs.push_back(std::move(output));
-        return true;
+// What an answer's outputs are held against. It may name one address of the wallet a hundred thousand times.
+class Recovery {
+  public:
+    Recovery() {
+        for (const PendingOutput& pending : pending_outputs)
+            pending_.insert(EitherOrderKey(pending.txid, pending.vout));
     }
-    return false;
-}
+
+    // Makes an output pending when one of the addresses is the wallet's.
+    bool Add(const Utxo& utxo, const std::vector<std::string>& addresses) {
+        if (IsSpent(utxo.txid, utxo.vout)) return false;
+        for (const std::string& candidate : addresses) {
+            const OwnedAddress* owned = FindOwnedAddress(candidate);
+            if (owned == nullptr) continue;
+            const std::string key = EitherOrderKey(utxo.txid, utxo.vout);
+            if (pending_.contains(key)) return false;
+            const Keys& keys = KeysOf(*owned);
+            if (keys.priv.empty()) continue;
+            pending_.insert(key);
+            pending_outputs.push_back({utxo.txid, utxo.vout, utxo.value, keys.priv, keys.pub, owned->hash});
+            return true;
+        }
+        return false;
+    }
+
+  private:
+    struct Keys {
+        SharedSecret priv;  // empty when it cannot be derived
+        std::string pub;
+    };
+
+    const Keys& KeysOf(const OwnedAddress& owned) {
+        const auto [place, is_new] = keys_.try_emplace(owned.address);
+        Keys& keys = place->second;
+        SecretString priv;
+        std::string derived;
+        if (is_new && DeriveAtPath(owned.path, priv, keys.pub, derived)) keys.priv = std::move(priv);
+        return keys;
+    }
+
+    std::unordered_set<std::string> pending_;
+    std::unordered_map<std::string, Keys> keys_;
+};
 
 // The first of the two forms that the chain API gives at all, whether it is a document or not.
 json FetchTransaction(std::string_view txid) {
@@ -104,6 +129,7 @@ bool RecoverOutputsFromTx(std::string_view txid) {
     const json document = FetchTransaction(txid);
     const json* outputs = FindJsonKey(document, "vout");
     if (outputs == nullptr || !outputs->is_array()) return false;
+    Recovery recovery;
     bool added = false;
     for (std::size_t position = 0; position < outputs->size(); ++position) {
         const json& output = (*outputs)[position];
@@ -112,7 +138,7 @@ bool RecoverOutputsFromTx(std::string_view txid) {
         const std::optional<int64_t> value = DecodedAmount(output);
         if (!vout || !value) continue;
         const Utxo utxo{std::string(txid), *vout, *value};
-        if (AddRecovered(utxo, DecodedAddresses(output))) added = true;
+        if (recovery.Add(utxo, DecodedAddresses(output))) added = true;
     }
     return added;
 }
