@@ -53,8 +53,8 @@ class SharedSecret {
 
     operator std::string_view() const { return text_ == nullptr ? std::string_view() : *text_; }
     bool empty() const { return text_ == nullptr || text_->empty(); }
-    friend bool operator==(const SharedSecret& one, std::string_view other) {
-        return static_cast<std::string_view>(one) == other;
+    friend bool operator==(const SharedSecret& one, const SharedSecret& other) {
+        return std::string_view(one) == std::string_view(other);
     }
 
   private:
