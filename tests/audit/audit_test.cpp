@@ -247,13 +247,15 @@ TEST(Audit, AsksEachServiceWhetherItIsThere) {
     std::string silent;
     EXPECT_TRUE(check(&silent)) << silent;
 
-    // One that is down, one that is another program's, one whose page has moved.
+    // One that is down, one that is another program's, one whose page has moved, one that knows no names.
     services.Reply(Service::kArc, "", 404, "{}");
+    services.Reply(Service::kPaymail, "/id/", 200, "{}");
     services.Reply(Service::kIndexer, "/oi/oracle", 200, R"({"hello":"world"})");
     services.Reply(Service::kDownload, "", 503, "");
     EXPECT_FALSE(check(&silent));
     EXPECT_EQ(silent,
               "indexer: an answer that is no list of recorded scores\n"
+              "paymail host: an answer without a key of this name\n"
               "ARC: HTTP 404 \xE2\x80\x93 {}\n"
               "download page: HTTP 503\n");
 }
