@@ -26,6 +26,9 @@ TEST(InputTape, WireForm) {
     EXPECT_EQ(TapeToHex(tape).substr(20), "2043658709");
     ResetTape(tape, 2, 3);
     EXPECT_EQ(TapeToHex(tape), "01030200030000000000");
+    std::vector<uint8_t> bytes{9};
+    SerializeTape(tape, bytes);
+    EXPECT_EQ(bytes.size(), kTapeHeaderBytes) << "nothing of what was there";
 }
 
 TEST(InputTape, HexText) {

@@ -164,6 +164,7 @@ TEST(ReadTape, NamesTheFaultAndItsEvent) {
         {"01022000300000000000", kLives, 0},
         {"010320003000410d0300", kTooMany, 0},
         {"010320003000400d0300", kLength, 0},
+        {"01032000300000000001", kTooMany, 0},
         {"01032000300001000000"
          "00000000",
          kLength, 0},

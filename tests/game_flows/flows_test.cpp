@@ -590,6 +590,12 @@ TEST(RecordCost, IsWhatTheTransactionOfAnyRunComesTo) {
                 std::vector<PayOutput>{{1, P2pkhScript({})}, {0, DataCarrierScript(text)}}, fee, error);
             EXPECT_EQ(estimate(coins).row_bytes, text.size());
             EXPECT_EQ(estimate(coins).fee, fee);
+            if (!run.tape.events.empty()) {  // and just before its end, which is one event more
+                run.mode = kModePlaying;
+                run.game.score = std::exchange(run.final_score, 0);
+                run.tape.events.pop_back();
+                EXPECT_EQ(estimate(coins).fee, fee);
+            }
             several_inputs += paid && inputs.size() > 1;
             no_change += paid && outputs.size() == 2;
         }
