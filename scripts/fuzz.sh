@@ -5,7 +5,7 @@
 #   scripts/fuzz.sh --all [SECONDS]    each of them for so long, two at a time; a line for each that held
 #   scripts/fuzz.sh --merge NAME       puts into fuzz/corpus/NAME what was found since and reaches more of the code
 # New inputs stay in build/fuzz/found/NAME. An input that brings a reader down lies beside that folder. Less than ten seconds
-# are not worth a build of their own: they go to that of scripts/sanitize.sh, in build/asan, which is three times as slow.
+# are not worth a build of their own: they go to that of scripts/sanitize.sh, in build/asan, up to three times as slow.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build-env.sh
