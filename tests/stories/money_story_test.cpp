@@ -295,6 +295,7 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
         }
         EXPECT_EQ(story.Pay(), "error: broadcast failed after retry.");
         EXPECT_EQ(story.services.Asked(Service::kOrdinals, "/txos/") > 0, looks_again);
+        EXPECT_EQ(CachedText(story.receive).find(' '), std::string::npos) << "what was refused is listed";
         story.ExpectBooks(0);
         story.box.ClearFaults();
         EXPECT_TRUE(IsPaid(story.Pay())) << "the fourth coin was never refused";

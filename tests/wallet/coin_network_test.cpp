@@ -387,6 +387,7 @@ TEST_F(CoinNetwork, TheWalletsOutputsOfATransactionAreReadBack) {
     services.Reply(Service::kChain, "/tx/", 200, "{\"vout\":[" + outputs.substr(1) + "]}");
     EXPECT_TRUE(RecoverOutputsFromTx(TestTxid(43)));
     EXPECT_EQ(pending_outputs.size(), 70'005u);
+    EXPECT_EQ(services.Asked(Service::kChain, TestTxid(43)), 1) << "the first form was enough";
 
     for (const char* broken : {"[]", "{}", R"({"vout":{}})", "{"}) {
         services.box.ClearFaults();

@@ -108,6 +108,11 @@ TEST_F(Keys, ThePublishedSeedLeadsToThePublishedKeys) {
     EXPECT_EQ(private_hex, "a90296c62fa6d7cc8a8813d3d18e4c4ea82c9f9420bdad446b26de813c9c1b13");
     EXPECT_EQ(public_hex, "0343bdc4700d96c8084bff1ac971ecfd505e2c606e56b158e92b232a2af92b56ad");
 
+    const KeyPath hardened = MakePath(1, kHardenedBit);
+    ExtendedKey node = wallet_keys.master;
+    ASSERT_TRUE(Descend(node, hardened) && Derive(hardened));
+    EXPECT_EQ(private_hex, SecretString(HexEncode(node.key))) << "no child of the receive chain's public key";
+
     // The same words in another text are another wallet.
     ASSERT_TRUE(Derive(kIdentityPath));
     const std::string identity = address;
@@ -153,6 +158,9 @@ TEST_F(Keys, ALegacyWalletDerivesNothing) {
     ClearWalletState();
     EXPECT_FALSE(RefreshDerivedKeys());
     EXPECT_TRUE(OwnedAddresses().empty());
+    private_hex = public_hex = address = "of another path";
+    EXPECT_FALSE(Derive(kIdentityPath));
+    EXPECT_EQ(std::string(private_hex) + public_hex + address, "");
     wallet_keys.address = "1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH";
     wallet_keys.priv = SecretString(64, '1');
     EXPECT_TRUE(RefreshDerivedKeys());
@@ -194,7 +202,7 @@ TEST_F(Keys, TheListOfOwnedAddressesFollowsTheWallet) {
     ExpectListed("first");
     EXPECT_EQ(OwnedAddresses().data(), OwnedAddresses().data()) << "a second listing makes no new list";
     EXPECT_EQ(FindOwnedAddress("1BgGZ9tcN4rm9KBzDn7KprQz87SZ26SAMH"), nullptr);
-    const std::string former = OwnedAddresses()[3].address;
+    const std::string first = OwnedAddresses()[0].address, former = OwnedAddresses()[3].address;
     const auto grow_to = [](uint32_t last_receive) {
         wallet_keys.recv[1] = last_receive;
         ASSERT_TRUE(RefreshDerivedKeys());
@@ -204,8 +212,11 @@ TEST_F(Keys, TheListOfOwnedAddressesFollowsTheWallet) {
     grow_to(1);
     ExpectListed("shrunk");
     EXPECT_EQ(FindOwnedAddress(former), nullptr);
-    Use("zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong", 1);
+    wallet_keys.mnemonic = "zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo zoo wrong";
+    wallet_keys.seed_cached = wallet_keys.master_cached = false;
+    grow_to(1);
     ExpectListed("another wallet");
+    EXPECT_NE(OwnedAddresses()[0].address, first);
 
     grow_to(2 * kListedUnderLock + 150);
     EXPECT_LE(OwnedAddresses().size(), 2 + kListedUnderLock + 1) << "too many under the lock";

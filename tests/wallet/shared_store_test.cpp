@@ -79,7 +79,7 @@ TEST_F(SharedStore, TheStartTakesTheBindOrTheOnlyWallet) {
 TEST_F(SharedStore, TwoFoldersOfAppsUseTwoWallets) {
     SetWalletId("a");
     EXPECT_EQ(BoundWalletId(), "a") << "no app: the field alone counts";
-    WriteBind("b");
+    EXPECT_TRUE(WriteBind("b")) << "there is nothing to write";
     EXPECT_EQ(WalletId(), "a");
 
     BindAtStart("/one", "Brickfall");
@@ -87,7 +87,7 @@ TEST_F(SharedStore, TwoFoldersOfAppsUseTwoWallets) {
     BindAtStart("/two", "Brickfall");
     EXPECT_EQ(WalletId(), "");
     WriteBind("second");
-    WriteBind("");
+    EXPECT_TRUE(WriteBind(""));
     BindAtStart("/one", "Brickfall");
     EXPECT_EQ(WalletId(), "first");
     BindAtStart("/two", "Brickfall");

@@ -116,6 +116,8 @@ TEST_F(SpendGuard, ReservesAreReadFromTheFilesAsTheyStand) {
         {R"({"utxo":"x","listing":1},{"utxo":"@"})", false},
         {R"({"utxo":"@","exp":"never"})", false},
         {R"({"utxo":"@","origin":7})", false},
+        {R"({"pic_utxo":"@","cert":7})", false},
+        {R"({"pic_utxo":"x","pic":7},{"pic_utxo":"@"})", false},
         {R"({"pic_utxo":"@","exp":1789999999})", false},
         {R"({"pic_utxo":"","cert_utxo":"@"})", false},
         {R"({"spot":true},{"pic_utxo":"@"})", false},
@@ -139,6 +141,9 @@ TEST_F(SpendGuard, FilesAreNamedByTheWalletId) {
     };
     Reserves reserves;
     std::string error;
+    EXPECT_TRUE(LoadReserves(reserves, error) && FileExists(wallet.data.InStore("emporium")) &&
+                FileExists(wallet.data.InStore("gallery")))
+        << "another app may write there";
     for (const auto& name : names) {
         SCOPED_TRACE(name.wallet_id);
         const std::string offers = "gallery/offer_locks_" + name.offer_name + ".json";

@@ -202,10 +202,15 @@ TEST(PaymailSyncTest, AHandleOfTheWalletFileIsReducedInMemoryOnlyAndTakesNoOther
     const WalletFixture wallet("@Ada@Pay.Example");
     const auto before = ReadFile(wallet.StorePath(kWalletFile));
     const WalletLock lock(wallet_mutex);
-    PaymailSync(/*announce=*/true);
+    wallet_keys.ord_avatar = "gone_0";
+    EventLines events;
+    PublishWalletState();
     EXPECT_EQ(wallet_keys.paymail, "ada");
+    EXPECT_EQ(events.Take(), Lines{std::string("[OV-POUCH]|paymail|ada@") + kPaymailDomain});
     EXPECT_EQ(ReadFile(wallet.StorePath(kWalletFile)), before);
-    EXPECT_EQ(ReadJson(wallet.StorePath(kRegistry))["self"], "ada");
+    const json published = ReadJson(wallet.StorePath(kRegistry));
+    EXPECT_EQ(published["self"], "ada");
+    EXPECT_EQ(published["avatars"], json::object()) << "of the file, not of memory";
 
     wallet_keys.paymail = "bob";
     const std::string taken = R"({"names":{"bob":{"pubkey":"02ff"}}})";

@@ -252,6 +252,7 @@ TEST_F(WalletFileTest, HintsFollowTheFile) {
     rewrite(R"({"recv":[0,4],"paymail":"eve","ord_avatar":5,"backup":"x"})");
     EXPECT_EQ(wallet_keys.ord_avatar, "");
     EXPECT_EQ(wallet_keys.paymail, "eve");
+    EXPECT_EQ(WalletShown().name, "eve");
     EXPECT_EQ(OwnedAddresses().size(), 6u);
     EXPECT_EQ(shared_ord_address(), DeriveOrdAddress()) << "so does a counter that has grown";
     ASSERT_NE(FindOwnedAddress(kAddress4), nullptr);
@@ -295,8 +296,8 @@ TEST(SecretJson, TakesWhatTheParserWouldHaveReadAndBlanksIt) {
         const char* document;      // as compact JSON
     } rows[] = {
         {R"({"priv":"abc 123","a":"abc"})", "abc 123", R"({"a":"abc","priv":"xxx xxx"})"},
-        {R"({"\u0070riv":"a\u0062\t\"\\\/\u00e9\u20ac\ud83d\ude00"})",
-         "ab\t\"\\/\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", R"({"priv":"xx\t\"\\/\u00e9\u20ac\ud83d\ude00"})"},
+        {R"({"\u0070riv":"a\u0062\t\"\\\/\u00e9\u20ac\ud800\udc00"})",
+         "ab\t\"\\/\xc3\xa9\xe2\x82\xac\xf0\x90\x80\x80", R"({"priv":"xx\t\"\\/\u00e9\u20ac\ud800\udc00"})"},
         {R"({"priv" : "one", "priv": "two"})", "two", R"({"priv":"xxx"})"},
         {R"({"priv":"one"})" + std::string(1, '\0') + R"({"priv":"two"})", "one", R"({"priv":"xxx"})"},
         {R"({"priv":"one","priv":2})", "", R"({"priv":2})"},
