@@ -53,9 +53,6 @@ class SharedSecret {
 
     operator std::string_view() const { return text_ == nullptr ? std::string_view() : *text_; }
     bool empty() const { return text_ == nullptr || text_->empty(); }
-    friend bool operator==(const SharedSecret& one, const SharedSecret& other) {
-        return std::string_view(one) == std::string_view(other);
-    }
 
   private:
     std::shared_ptr<const SecretString> text_;

@@ -109,8 +109,8 @@ TEST(RecordSentTx, WhatIsSentIsRememberedAsSpentAndItsOwnOutputsAsPending) {
     EXPECT_TRUE(IsSpent(input.txid, input.vout));
     EXPECT_TRUE(FileExists(fixture.StorePath("/ord_snap/") + kTestWalletId + "_spent.json"));
     ASSERT_EQ(CoinText(pending_outputs), "2:5=1 2:6=400 2:7=5000");
-    EXPECT_TRUE(pending_outputs[0].priv == wallet_keys.priv && pending_outputs[1].priv == input.priv &&
-                pending_outputs[2].priv == wallet_keys.priv);
+    const auto key = [](std::size_t place) -> std::string_view { return pending_outputs[place].priv; };
+    EXPECT_TRUE(key(0) == wallet_keys.priv && key(1) == priv && key(2) == wallet_keys.priv);
     const std::pair<std::string, const char*> listed[] = {
         {wallet_keys.identity_address, "2:5=1"}, {first, "2:6=400"}, {wallet_keys.address, "2:7=5000"}};
     for (const auto& [address, coins] : listed) {
