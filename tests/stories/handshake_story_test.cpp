@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/files.h"
+#include "deployment/deployment.h"
 #include "tests/support/child_process.h"
 #include "tests/support/wallet_fixture.h"
 #include "wallet/keys/wallet_keys.h"
@@ -119,7 +120,7 @@ TEST_F(HandshakeStory, ApprovedThenUsedThenUnbound) {
     EXPECT_EQ(ConnectFiles(), 2);
     EXPECT_EQ(raised.size(), 1u);
     EXPECT_TRUE(TakeLog().empty());
-    events_.Take();
+    EXPECT_EQ(events_.Take(), Lines{std::string("[OV-POUCH]|paymail|player@") + kPaymailDomain});
 
     EXPECT_EQ(UnbindWallet(), "success");
     EXPECT_EQ(events_.Take(), Lines{"[OV-POUCH]|status"});

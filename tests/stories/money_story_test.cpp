@@ -290,7 +290,8 @@ TEST(MoneyStory, ThreeRefusalsEndThePayment) {
         story.Refresh();
         story.box.ClearRequests();
         for (const Aimed& aimed :
-             {kRelayDown, ChainSays(400, words), {Service::kArc, Of(FaultKind::kDrop)}}) {
+             {kRelayDown, ChainSays(400, words), Aimed{Service::kArc, Of(FaultKind::kDrop)},
+              Aimed{Service::kOrdinals, Of(FaultKind::kDrop)}}) {
             story.Add(aimed);
         }
         EXPECT_EQ(story.Pay(), "error: broadcast failed after retry.");
