@@ -185,7 +185,9 @@ void ServeBall(GameState& state) {
     state.ball_vy = -speed;
 }
 
-void StepGame(GameState& state, uint64_t now_ms) {
+// At the start of a cache line: wherever its neighbours push it, the same instructions take up to a quarter
+// longer.
+[[gnu::aligned(64)]] void StepGame(GameState& state, uint64_t now_ms) {
     if (state.paused || state.game_over) return;
     if (state.last_step_ms != 0 && now_ms < state.last_step_ms + kTickMs) return;
     state.last_step_ms = now_ms;
